@@ -1,0 +1,167 @@
+// SPDX-FileCopyrightText: 2026 The watchdog developers
+// SPDX-License-Identifier: MIT
+#include "platform/pynx_api.h"
+
+#include <QDateTime>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QJsonParseError>
+
+#include <sys/prctl.h>
+
+#include <utility>
+
+CMPath::CMPath(QString base) : m_base(std::move(base)) { }
+
+QString CMPath::base() const { return m_base; }
+
+CMPath PynxWatchdogWatchProcessListPath()
+{
+    return CMPath(QStringLiteral("WatchdogWatchProcessList.json"));
+}
+
+CMPath PynxWatchdogAutomaticReportingPath()
+{
+    return CMPath(QStringLiteral("WatchdogAutomaticReporting.json"));
+}
+
+CMPath PynxWatchdogAutomaticReportingConfPath()
+{
+    return CMPath(QStringLiteral("WatchdogAutomaticReportingConf.json"));
+}
+
+CMPath PynxWatchdogMemoryReportingConfPath()
+{
+    return CMPath(QStringLiteral("WatchdogMemoryReportingConf.json"));
+}
+
+CMPath PynxSystemManagerLogReportConfigPath()
+{
+    return CMPath(QStringLiteral("SystemManagerLogReportConfig.json"));
+}
+
+CMPath PynxSystemManagerLogFilesSizeConfigPath()
+{
+    return CMPath(QStringLiteral("SystemManagerLogFilesSizeConfig.json"));
+}
+
+PynxHash::PynxHash(QVariantHash values) : m_values(std::move(values)) { }
+
+QVariant PynxHash::value(const QString &name) const { return m_values.value(name); }
+
+PynxWatchdogWatchProcess::PynxWatchdogWatchProcess(const PynxHash &hash) : m_hash(hash) { }
+
+QString PynxWatchdogWatchProcess::name() const
+{
+    return m_hash.value(QStringLiteral("name")).toString();
+}
+
+QVariantList PynxWatchdogWatchProcess::arguments() const
+{
+    return m_hash.value(QStringLiteral("arguments")).toList();
+}
+
+int PynxWatchdogWatchProcess::period() const
+{
+    return m_hash.value(QStringLiteral("period")).toInt();
+}
+
+int PynxWatchdogWatchProcess::maxLoad() const
+{
+    return m_hash.value(QStringLiteral("maxLoad")).toInt();
+}
+
+bool PynxWatchdogWatchProcess::threadInfo() const
+{
+    return m_hash.value(QStringLiteral("threadInfo")).toBool();
+}
+
+int PynxWatchdogWatchProcess::maxReports() const
+{
+    return m_hash.value(QStringLiteral("maxReports")).toInt();
+}
+
+QString PynxWatchdogWatchProcess::logFile() const
+{
+    return m_hash.value(QStringLiteral("logFile")).toString();
+}
+
+PynxWatchdogReportsConfig::PynxWatchdogReportsConfig(const PynxHash &hash) : m_hash(hash) { }
+
+QString PynxWatchdogReportsConfig::uploadPath() const
+{
+    return m_hash.value(QStringLiteral("uploadPath")).toString();
+}
+
+QString PynxWatchdogReportsConfig::uploadFilePrefix() const
+{
+    return m_hash.value(QStringLiteral("uploadFilePrefix")).toString();
+}
+
+PynxSystemLogReportConfig::PynxSystemLogReportConfig(const PynxHash &hash) : m_hash(hash) { }
+
+QVariantList PynxSystemLogReportConfig::files() const
+{
+    return m_hash.value(QStringLiteral("files")).toList();
+}
+
+namespace {
+
+// QJsonValue's own conversion makes maps of the objects inside; configuration trees are hashes.
+QVariant toTree(const QJsonValue &json)
+{
+    if (json.isObject()) {
+        const QJsonObject object = json.toObject();
+        QVariantHash hash;
+        for (auto member = object.constBegin(); member != object.constEnd(); ++member)
+            hash.insert(member.key(), toTree(member.value()));
+        return hash;
+    }
+    if (json.isArray()) {
+        QVariantList list;
+        const QJsonArray array = json.toArray();
+        for (const QJsonValue &element : array)
+            list.append(toTree(element));
+        return list;
+    }
+    // JSON's null is a null value here, so that a document can say "nothing".
+    return json.isNull() ? QVariant() : json.toVariant();
+}
+
+} // namespace
+
+QVariant PynxJson::parse(const QByteArray &json, PynxError &error, uint *position)
+{
+    QJsonParseError found;
+    const QJsonDocument document = QJsonDocument::fromJson(json, &found);
+    if (found.error != QJsonParseError::NoError) {
+        error.code = found.error;
+        error.message = found.errorString();
+        if (position != nullptr)
+            *position = static_cast<uint>(found.offset);
+        return QVariant();
+    }
+    return document.isObject() ? toTree(document.object()) : toTree(document.array());
+}
+
+PynxLogger *PynxLogger::instance()
+{
+    static PynxLogger logger;
+    return &logger;
+}
+
+// The stand-in's logger writes nothing, so there is nothing to switch off. Not static: the SDK
+// switches off the one object that instance() returns.
+void PynxLogger::disable() { } // NOLINT(readability-convert-member-functions-to-static)
+
+QString pynxLocalTimeDateString()
+{
+    return QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz"));
+}
+
+void pynxSetThreadName(const QString &name)
+{
+    // The kernel keeps the first 15 bytes.
+    ::prctl(PR_SET_NAME, name.toUtf8().constData());
+}
