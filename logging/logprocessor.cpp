@@ -1,0 +1,145 @@
+// SPDX-FileCopyrightText: 2026 The watchdog developers
+// SPDX-License-Identifier: MIT
+#include "logging/logprocessor.h"
+
+#include "common/checkedconnect.h"
+#include "common/errorline.h"
+#include "logging/reportmarkers.h"
+
+#include <QDateTime>
+#include <QProcess>
+
+#include <cstdio>
+
+namespace {
+
+constexpr int flushIntervalMs = 200;
+constexpr qint64 msPerSecond = 1000;
+
+void reportCannotOpen(const QString &fileName)
+{
+    writeErrorLine(QStringLiteral("Can't open file : ") + fileName);
+}
+
+} // namespace
+
+LogProcessor::LogProcessor(QProcess *process, const QString &fileName, quint32 maxSize,
+                           bool logTime)
+    : m_process(process), m_fileName(fileName), m_rotatedFileName(fileName + QStringLiteral(".0")),
+      m_maxSize(maxSize), m_logTime(logTime)
+{
+    m_flushTimer.setInterval(flushIntervalMs);
+    m_flushTimer.setSingleShot(true);
+    checkedConnect(&m_flushTimer, &QTimer::timeout, this, &LogProcessor::on_flushTimer_timeout);
+    checkedConnect(m_process, &QProcess::readyReadStandardOutput, this,
+                   &LogProcessor::on_process_readyReadStandardOutput);
+    checkedConnect(m_process, &QProcess::readyReadStandardError, this,
+                   &LogProcessor::on_process_readyReadStandardError);
+}
+
+bool LogProcessor::open()
+{
+    if (m_fileName.isEmpty() || m_maxSize == 0)
+        return true;
+    m_file.setFileName(m_fileName);
+    if (!m_file.open(QIODevice::ReadWrite | QIODevice::Append | QIODevice::Text)) {
+        reportCannotOpen(m_fileName);
+        return false;
+    }
+    m_bytesWritten = static_cast<quint32>(m_file.size());
+    return true;
+}
+
+void LogProcessor::write(const QByteArray &chunk)
+{
+    if (m_file.handle() != -1) {
+        if (m_logTime)
+            writeTimeStamp();
+        writeData(chunk);
+    } else {
+        // As a C string: a chunk is echoed up to its first NUL byte.
+        std::fputs(chunk.constData(), stdout);
+    }
+    m_atLineStart = chunk.endsWith('\n');
+}
+
+void LogProcessor::write(const QString &text) { write(text.toUtf8()); }
+
+void LogProcessor::enableReports() { m_reportsEnabled = true; }
+
+void LogProcessor::flushOutput()
+{
+    // Standard output twice and standard error not at all is required, not a slip.
+    on_process_readyReadStandardOutput();
+    on_process_readyReadStandardOutput();
+    on_flushTimer_timeout();
+    m_flushTimer.stop();
+    m_atLineStart = true;
+}
+
+void LogProcessor::on_flushTimer_timeout()
+{
+    // Qt warns on standard error when a file that is not open is flushed.
+    if (m_file.isOpen())
+        m_file.flush();
+}
+
+void LogProcessor::on_process_readyReadStandardOutput()
+{
+    processOutput(m_process->readAllStandardOutput());
+}
+
+void LogProcessor::on_process_readyReadStandardError()
+{
+    processOutput(m_process->readAllStandardError());
+}
+
+void LogProcessor::processOutput(const QByteArray &chunk)
+{
+    write(chunk);
+    if (!m_reportsEnabled)
+        return;
+    const ReportRequest request = findReportRequest(chunk);
+    if (!request.str.isEmpty())
+        emit reportString(request.file, request.str);
+}
+
+void LogProcessor::writeTimeStamp()
+{
+    if (!m_atLineStart)
+        return;
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    const qint64 second = now / msPerSecond;
+    if (second == m_lastStampSecond)
+        return;
+    const QString time = QDateTime::fromMSecsSinceEpoch(now, Qt::UTC).toString(Qt::TextDate);
+    writeData(QStringLiteral("-- Time: %1\n").arg(time).toUtf8());
+    m_lastStampSecond = second;
+}
+
+void LogProcessor::writeData(const QByteArray &bytes)
+{
+    // Counted before the write and whether or not it succeeds: on a full file system the rotation
+    // still comes, and frees the space of the older generation.
+    m_bytesWritten += static_cast<quint32>(bytes.size());
+    m_file.write(bytes);
+    if (!m_flushTimer.isActive())
+        m_flushTimer.start();
+    if (m_bytesWritten >= m_maxSize)
+        rotate();
+}
+
+void LogProcessor::rotate()
+{
+    QFile::remove(m_rotatedFileName);
+    m_flushTimer.stop();
+    m_bytesWritten = 0;
+    m_file.close();
+    if (!QFile::rename(m_fileName, m_rotatedFileName)) {
+        writeErrorLine(QStringLiteral("Can't rename file from:") + m_fileName
+                       + QStringLiteral(" to:") + m_rotatedFileName);
+        return; // the file stays closed; from here on output is echoed
+    }
+    if (!m_file.open(QIODevice::WriteOnly | QIODevice::Text))
+        reportCannotOpen(m_fileName);
+}

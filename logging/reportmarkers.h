@@ -1,0 +1,22 @@
+// SPDX-FileCopyrightText: 2026 The watchdog developers
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+/** What a chunk of the application's output asks to be reported; a plain value. */
+struct ReportRequest
+{
+    QString file; ///< a file the report is to include; may be empty
+    QString str;  ///< the report's name; empty: nothing is asked for
+};
+
+/**
+ * Looks for report markers in @p chunk.
+ *
+ * "==Report file:" PATH "==" NAME asks for a report with a file, "==Report==" NAME for one without;
+ * each to the end of its line. Only the first of each counts; where both occur, the file comes from
+ * the first form and the name from the second. A marker that is split over two chunks is not found.
+ */
+ReportRequest findReportRequest(const QByteArray &chunk);

