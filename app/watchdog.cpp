@@ -1,0 +1,18 @@
+// SPDX-FileCopyrightText: 2026 The watchdog developers
+// SPDX-License-Identifier: MIT
+#include "app/watchdog.h"
+
+#include "common/checkedconnect.h"
+#include "platform/pynx_api.h"
+
+#include <syslog.h>
+
+Watchdog *theWatchdog = nullptr;
+
+Watchdog::Watchdog(QObject *parent) : QObject(parent)
+{
+    ::openlog("pynx_watchdog", 0, LOG_USER);
+    PynxLogger::instance()->disable();
+    checkedConnect(&m_process, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,
+                   &Watchdog::processFinished);
+}

@@ -1,0 +1,112 @@
+// SPDX-FileCopyrightText: 2026 The watchdog developers
+// SPDX-License-Identifier: MIT
+//
+// The application's life as the supervisor sees it: start, end, accounting, restart.
+#include "app/uptimestring.h"
+#include "app/watchdog.h"
+#include "common/errorline.h"
+#include "platform/pynx_api.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QTimer>
+
+#include <syslog.h>
+
+#include <csignal>
+
+namespace {
+
+constexpr int startTimeoutMs = 500;
+constexpr int restartDelayMs = 1000;
+constexpr int criticalExitCount = 3;
+constexpr int criticalRunTimeSec = 60;
+
+// Set by the signal handler: the supervisor was told to end, so its exit status is 0 even if the
+// application's own end is handled before the event loop has stopped.
+volatile std::sig_atomic_t terminationRequested = 0;
+
+qint64 monotonicSeconds()
+{
+    QElapsedTimer timer;
+    timer.start();
+    return timer.msecsSinceReference() / 1000;
+}
+
+} // namespace
+
+bool Watchdog::startApp(const QString &program, const QStringList &arguments)
+{
+    m_startTimeSec = monotonicSeconds();
+    m_process.start(program, arguments, QIODevice::ReadWrite);
+    const bool started = m_process.waitForStarted(startTimeoutMs);
+    if (!started) {
+        ::syslog(LOG_ERR, "Error occured during process startup, code: %d\n",
+                 static_cast<int>(m_process.error()));
+    }
+    m_logProcessor->write(
+        QStringLiteral("\n\n%1 Watchdog: %2 \n")
+            .arg(pynxLocalTimeDateString(), QStringLiteral("Starting app: ") + program));
+    return started;
+}
+
+void Watchdog::processFinished(int exitCode, QProcess::ExitStatus exitStatus)
+{
+    const qint64 uptimeSec = monotonicSeconds() - m_startTimeSec;
+    if (!m_rotateOnly)
+        killStrayProcesses();
+    Q_ASSERT(m_logProcessor);
+    m_logProcessor->flushOutput();
+    countExit(uptimeSec);
+
+    if (m_singleRun) {
+        QCoreApplication::exit(terminationRequested != 0 ? 0 : exitCode);
+        return;
+    }
+    ::syslog(LOG_NOTICE, "Restarting process: exit code:%d, exist status:%d, uptime:%s\n", exitCode,
+             static_cast<int>(exitStatus),
+             uptimeString(static_cast<int>(uptimeSec)).toUtf8().constData());
+    QTimer::singleShot(restartDelayMs, this, &Watchdog::processRestart);
+}
+
+void Watchdog::processRestart() { startApp(m_appPath, m_appArgs); }
+
+// The third exit since the supervisor started reboots the board, however long the application ran,
+// and no later one does. That follows from the accumulated run time: it starts as a null time, a
+// null time stays null whatever is added to it, and it compares as shorter than any other. Devices
+// in the field rely on it, so the arithmetic is to stay that of QTime.
+void Watchdog::countExit(qint64 uptimeSec)
+{
+    const QTime criticalRunTime = QTime(0, 0, 0, 0).addSecs(criticalRunTimeSec);
+    m_exitCount += 1;
+    m_exitRunTime = m_exitRunTime.addSecs(static_cast<int>(uptimeSec));
+    if (!m_rotateOnly && m_exitCount == criticalExitCount && criticalRunTime > m_exitRunTime) {
+        writeErrorLine(QStringLiteral("Critical FW error, rebooting."));
+        rebootDevice();
+    }
+    if (m_exitRunTime > criticalRunTime) {
+        m_exitRunTime.setHMS(0, 0, 0, 0);
+        m_exitCount = 0;
+    }
+}
+
+void Watchdog::killStrayProcesses()
+{
+    QProcess::execute(QStringLiteral("killall"), {QStringLiteral("-9"), QStringLiteral("pYNX")});
+}
+
+void Watchdog::rebootDevice()
+{
+    QProcess::execute(QStringLiteral("reboot"), {QStringLiteral("-f")});
+}
+
+// Runs inside the signal handler, by design: a supervisor whose event loop is held up still passes
+// the signal on to the application at once.
+void Watchdog::onTerminationSignal(int /*signalNumber*/)
+{
+    terminationRequested = 1;
+    Q_ASSERT(theWatchdog->m_logProcessor);
+    theWatchdog->m_process.terminate();
+    theWatchdog->m_logProcessor->flushOutput();
+    QCoreApplication::quit();
+}
