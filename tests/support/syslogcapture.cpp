@@ -1,0 +1,51 @@
+// SPDX-FileCopyrightText: 2026 The watchdog developers
+// SPDX-License-Identifier: MIT
+#include "syslogcapture.h"
+
+#include <cstdarg>
+
+namespace {
+
+QVector<SyslogMessage> messages;
+SyslogIdentity identity;
+
+void capture(int priority, const char *format, va_list arguments)
+{
+    messages.append({priority, QString::vasprintf(format, arguments)});
+}
+
+} // namespace
+
+QVector<SyslogMessage> takeSyslogMessages()
+{
+    QVector<SyslogMessage> taken;
+    taken.swap(messages);
+    return taken;
+}
+
+SyslogIdentity syslogIdentity() { return identity; }
+
+// The C library's functions, in the test's own process; the second is what a fortified build calls.
+extern "C" {
+
+void syslog(int priority, const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    capture(priority, format, arguments);
+    va_end(arguments);
+}
+
+void __syslog_chk(int priority, int /*flag*/, const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    capture(priority, format, arguments);
+    va_end(arguments);
+}
+
+void openlog(const char *ident, int option, int facility)
+{
+    identity = {QString::fromUtf8(ident), option, facility};
+}
+}
