@@ -42,8 +42,7 @@ void printUsage()
         "Usage: watchdog executable [args] --app <app> [appargs]",
         "args:",
         "\t--logfileName absolute or relative path where the logs will be stored",
-        "\t--logfileSize maximal size of log file, size can be postfixed with 'k' for kB or 'M' "
-        "for MB",
+        "\t--logfileSize maximal size of log file, size can be postfixed with 'k' for kB or 'M' for MB",
         "\t--logfileSizeConf name of the configuration read from settings",
         "\t--logTime add current time in front of new line, if time in seconds changed",
         "\t--rotateOnly do not handle hw watchdog, system usage and reports",

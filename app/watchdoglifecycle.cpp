@@ -69,7 +69,10 @@ void Watchdog::processFinished(int exitCode, QProcess::ExitStatus exitStatus)
     QTimer::singleShot(restartDelayMs, this, &Watchdog::processRestart);
 }
 
-void Watchdog::processRestart() { startApp(m_appPath, m_appArgs); }
+void Watchdog::processRestart()
+{
+    startApp(m_appPath, m_appArgs);
+}
 
 // The third exit since the supervisor started reboots the board, however long the application ran,
 // and no later one does. That follows from the accumulated run time: it starts as a null time, a

@@ -63,9 +63,15 @@ void LogProcessor::write(const QByteArray &chunk)
     m_atLineStart = chunk.endsWith('\n');
 }
 
-void LogProcessor::write(const QString &text) { write(text.toUtf8()); }
+void LogProcessor::write(const QString &text)
+{
+    write(text.toUtf8());
+}
 
-void LogProcessor::enableReports() { m_reportsEnabled = true; }
+void LogProcessor::enableReports()
+{
+    m_reportsEnabled = true;
+}
 
 void LogProcessor::flushOutput()
 {

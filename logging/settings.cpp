@@ -11,7 +11,7 @@
 QVariant readSettings(const QString &name)
 {
     const QString dir = QCoreApplication::applicationDirPath() + QLatin1Char('/');
-    const QVariant site = readSettingsFile(dir + QStringLiteral("settings/") + name);
+    QVariant site = readSettingsFile(dir + QStringLiteral("settings/") + name);
     if (!site.isNull())
         return site;
     return readSettingsFile(dir + QStringLiteral("settings-default/") + name);
@@ -55,7 +55,7 @@ qint32 parseSize(const QString &text)
         factor = 1048576;
     // The last character goes whatever it was: a number without a suffix loses its last digit.
     // Existing command lines and documents are written for that, so it must stay.
-    const int number = lower.left(lower.size() - 1).toInt();
+    const int number = lower.leftRef(lower.size() - 1).toInt();
     // Unsigned, because the product has to wrap.
     return static_cast<qint32>(factor * static_cast<quint32>(number));
 }

@@ -50,7 +50,7 @@ private:
 class PynxWatchdogWatchProcess
 {
 public:
-    explicit PynxWatchdogWatchProcess(const PynxHash &hash);
+    explicit PynxWatchdogWatchProcess(PynxHash hash);
 
     QString name() const;
     QVariantList arguments() const;
@@ -68,7 +68,7 @@ private:
 class PynxWatchdogReportsConfig
 {
 public:
-    explicit PynxWatchdogReportsConfig(const PynxHash &hash);
+    explicit PynxWatchdogReportsConfig(PynxHash hash);
 
     QString uploadPath() const;
     QString uploadFilePrefix() const;
@@ -81,7 +81,7 @@ private:
 class PynxSystemLogReportConfig
 {
 public:
-    explicit PynxSystemLogReportConfig(const PynxHash &hash);
+    explicit PynxSystemLogReportConfig(PynxHash hash);
 
     QVariantList files() const;
 

@@ -12,9 +12,13 @@
 
 #include <utility>
 
-CMPath::CMPath(QString base) : m_base(std::move(base)) { }
+CMPath::CMPath(QString base) : m_base(std::move(base))
+{ }
 
-QString CMPath::base() const { return m_base; }
+QString CMPath::base() const
+{
+    return m_base;
+}
 
 CMPath PynxWatchdogWatchProcessListPath()
 {
@@ -46,11 +50,16 @@ CMPath PynxSystemManagerLogFilesSizeConfigPath()
     return CMPath(QStringLiteral("SystemManagerLogFilesSizeConfig.json"));
 }
 
-PynxHash::PynxHash(QVariantHash values) : m_values(std::move(values)) { }
+PynxHash::PynxHash(QVariantHash values) : m_values(std::move(values))
+{ }
 
-QVariant PynxHash::value(const QString &name) const { return m_values.value(name); }
+QVariant PynxHash::value(const QString &name) const
+{
+    return m_values.value(name);
+}
 
-PynxWatchdogWatchProcess::PynxWatchdogWatchProcess(const PynxHash &hash) : m_hash(hash) { }
+PynxWatchdogWatchProcess::PynxWatchdogWatchProcess(PynxHash hash) : m_hash(std::move(hash))
+{ }
 
 QString PynxWatchdogWatchProcess::name() const
 {
@@ -87,7 +96,8 @@ QString PynxWatchdogWatchProcess::logFile() const
     return m_hash.value(QStringLiteral("logFile")).toString();
 }
 
-PynxWatchdogReportsConfig::PynxWatchdogReportsConfig(const PynxHash &hash) : m_hash(hash) { }
+PynxWatchdogReportsConfig::PynxWatchdogReportsConfig(PynxHash hash) : m_hash(std::move(hash))
+{ }
 
 QString PynxWatchdogReportsConfig::uploadPath() const
 {
@@ -99,7 +109,8 @@ QString PynxWatchdogReportsConfig::uploadFilePrefix() const
     return m_hash.value(QStringLiteral("uploadFilePrefix")).toString();
 }
 
-PynxSystemLogReportConfig::PynxSystemLogReportConfig(const PynxHash &hash) : m_hash(hash) { }
+PynxSystemLogReportConfig::PynxSystemLogReportConfig(PynxHash hash) : m_hash(std::move(hash))
+{ }
 
 QVariantList PynxSystemLogReportConfig::files() const
 {
@@ -153,7 +164,8 @@ PynxLogger *PynxLogger::instance()
 
 // The stand-in's logger writes nothing, so there is nothing to switch off. Not static: the SDK
 // switches off the one object that instance() returns.
-void PynxLogger::disable() { } // NOLINT(readability-convert-member-functions-to-static)
+void PynxLogger::disable()
+{ } // NOLINT(readability-convert-member-functions-to-static)
 
 QString pynxLocalTimeDateString()
 {

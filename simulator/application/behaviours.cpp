@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "behaviours.h"
 
-#include <dirent.h>
+#include <fcntl.h>
 #include <grp.h>
 #include <pthread.h>
 #include <sys/prctl.h>
@@ -49,7 +49,10 @@ std::string take(Arguments &arguments)
     return value;
 }
 
-long long takeNumber(Arguments &arguments) { return std::stoll(take(arguments)); }
+long long takeNumber(Arguments &arguments)
+{
+    return std::stoll(take(arguments));
+}
 
 // "\n", "\r", "\0" and "\\" in a text from the command line.
 std::string unescape(const std::string &text)
@@ -114,14 +117,11 @@ void printIdentity()
 
 void printDescriptors()
 {
-    DIR *directory = ::opendir("/proc/self/fd");
     std::vector<int> descriptors;
-    while (const dirent *entry = directory != nullptr ? ::readdir(directory) : nullptr) {
-        if (entry->d_name[0] != '.' && std::atoi(entry->d_name) != ::dirfd(directory))
-            descriptors.push_back(std::atoi(entry->d_name));
+    for (int descriptor = 0; descriptor < 1024; ++descriptor) {
+        if (::fcntl(descriptor, F_GETFD) != -1)
+            descriptors.push_back(descriptor);
     }
-    ::closedir(directory);
-    std::sort(descriptors.begin(), descriptors.end());
     std::string text = "descriptors";
     for (const int descriptor : descriptors)
         text += ' ' + std::to_string(descriptor);

@@ -11,7 +11,10 @@ StandInTools::StandInTools() : m_path(qgetenv("PATH"))
     qputenv("PATH", QFile::encodeName(m_directory.path()));
 }
 
-StandInTools::~StandInTools() { qputenv("PATH", m_path); }
+StandInTools::~StandInTools()
+{
+    qputenv("PATH", m_path);
+}
 
 void StandInTools::add(const QString &name, const QString &script)
 {
@@ -29,7 +32,10 @@ void StandInTools::add(const QString &name, const QString &script)
     tool.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
 }
 
-void StandInTools::remove(const QString &name) { QFile::remove(m_directory.filePath(name)); }
+void StandInTools::remove(const QString &name)
+{
+    QFile::remove(m_directory.filePath(name));
+}
 
 QStringList StandInTools::calls() const
 {
@@ -39,6 +45,12 @@ QStringList StandInTools::calls() const
     return QString::fromUtf8(record.readAll()).split(QLatin1Char('\n'), QString::SkipEmptyParts);
 }
 
-void StandInTools::clear() { QFile::remove(recordPath()); }
+void StandInTools::clear()
+{
+    QFile::remove(recordPath());
+}
 
-QString StandInTools::recordPath() const { return m_directory.filePath(QStringLiteral(".calls")); }
+QString StandInTools::recordPath() const
+{
+    return m_directory.filePath(QStringLiteral(".calls"));
+}

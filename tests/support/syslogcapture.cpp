@@ -6,12 +6,21 @@
 
 namespace {
 
-QVector<SyslogMessage> messages;
-SyslogIdentity identity;
+QVector<SyslogMessage> &messages()
+{
+    static QVector<SyslogMessage> all;
+    return all;
+}
+
+SyslogIdentity &identity()
+{
+    static SyslogIdentity last;
+    return last;
+}
 
 void capture(int priority, const char *format, va_list arguments)
 {
-    messages.append({priority, QString::vasprintf(format, arguments)});
+    messages().append({priority, QString::vasprintf(format, arguments)});
 }
 
 } // namespace
@@ -19,11 +28,14 @@ void capture(int priority, const char *format, va_list arguments)
 QVector<SyslogMessage> takeSyslogMessages()
 {
     QVector<SyslogMessage> taken;
-    taken.swap(messages);
+    taken.swap(messages());
     return taken;
 }
 
-SyslogIdentity syslogIdentity() { return identity; }
+SyslogIdentity syslogIdentity()
+{
+    return identity();
+}
 
 // The C library's functions, in the test's own process; the second is what a fortified build calls.
 extern "C" {
@@ -36,6 +48,7 @@ void syslog(int priority, const char *format, ...)
     va_end(arguments);
 }
 
+// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 void __syslog_chk(int priority, int /*flag*/, const char *format, ...)
 {
     va_list arguments;
@@ -46,6 +59,6 @@ void __syslog_chk(int priority, int /*flag*/, const char *format, ...)
 
 void openlog(const char *ident, int option, int facility)
 {
-    identity = {QString::fromUtf8(ident), option, facility};
+    identity() = {QString::fromUtf8(ident), option, facility};
 }
 }
