@@ -16,3 +16,10 @@ Watchdog::Watchdog(QObject *parent) : QObject(parent)
     checkedConnect(&m_process, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,
                    &Watchdog::processFinished);
 }
+
+Watchdog::~Watchdog()
+{
+    // The child's destructor tells of the end that it brings about; the slot would find the members
+    // that are destroyed before it gone.
+    disconnect(&m_process, nullptr, this, nullptr);
+}

@@ -25,6 +25,12 @@ public:
     /** Opens the system log. @p parent may be null. */
     explicit Watchdog(QObject *parent);
 
+    /** Kills an application that still runs. The program itself never gets here. */
+    ~Watchdog() override;
+
+    Watchdog(const Watchdog &) = delete;
+    Watchdog &operator=(const Watchdog &) = delete;
+
     /**
      * Sets the supervisor up from the program's @p arguments, its own name first, and starts the
      * application. Call it once. Returns 0 when the event loop is to run, otherwise the exit status
