@@ -42,8 +42,6 @@ class Configuration:
     tools: dict[str, str] = field(default_factory=dict)
     read_only_root: bool = False
     watchdog_device: bool = True
-    watchdog_library: str = ""
-    watchdog_timeout: int = 60
     watchdog_maximum: int = 3600
     directories: list[str] = field(default_factory=lambda: list(DEFAULT_DIRECTORIES))
     spaces: dict[str, int] = field(default_factory=dict)

@@ -6,22 +6,27 @@ from __future__ import annotations
 
 import io
 import json
+import os
 import re
+import select
+import shlex
 import shutil
-import signal as signals
+import signal
+import tempfile
 import time
 from collections.abc import Mapping, Sequence
 from pathlib import Path
 from typing import Any
 
-from simulator import control, paths
-from simulator.account import SIMULATOR, SUPERVISOR, AccountReader, Event
+from simulator import control, paths, root
+from simulator.account import BOOT_LOADER, SIMULATOR, AccountReader, Event
 from simulator.boot_loader import BootState
 from simulator.configuration import (
     DEFAULT_DIRECTORIES, PROGRAM, PROGRAM_DIRECTORY, Bind, Configuration, size_in_bytes)
 from simulator.errors import SimulatorError
 from simulator.launcher import Box
 from simulator.processes import Process
+from simulator.tools import Behaviour
 
 DEFAULT_TIMEOUT = 60.0
 """Seconds to wait for an event; generous, because a loaded machine is no reason to fail."""
@@ -86,14 +91,16 @@ class Device:
         self._settings = dict(settings or {})
         self._settings_default = dict(settings_default or {})
         self._boot_state = boot_state
+        self._binds = list(binds)
+        self._library = Path(watchdog_library) if watchdog_library else None
         self._configuration = Configuration(
             directory=str(self.directory), arguments=list(arguments), tools=dict(tools or {}),
             read_only_root=read_only_root, watchdog_device=watchdog_device,
-            watchdog_library=str(watchdog_library or ""), watchdog_maximum=watchdog_maximum,
+            watchdog_maximum=watchdog_maximum,
             directories=list(directories),
             spaces={place: size_in_bytes(size) for place, size in (spaces or {}).items()},
             environment=dict(environment or {}), bad_boots=bad_boots, boots=boots,
-            binds=list(binds), stdin=stdin, working_directory=working_directory)
+            stdin=stdin, working_directory=working_directory)
         self._box: Box | None = None
         self._account = AccountReader(self.directory / paths.ACCOUNT)
         self._events: list[Event] = []
@@ -109,25 +116,49 @@ class Device:
 
     def start(self) -> None:
         """Build the box and boot the board; SimulatorError with the reason if that fails."""
-        raise NotImplementedError
+        if self._box is not None:
+            raise SimulatorError("the device is running already")
+        self._check()
+        self._prepare_directory()
+        self._account.read_new()  # of an earlier life of this device directory
+        root.make_mount_points(self._configuration)
+        box = Box(self.directory)
+        try:
+            box.request("ping")
+        except SimulatorError:
+            box.stop()
+            root.remove_mount_points(self._configuration)
+            raise
+        self._box = box
 
     def stop(self) -> None:
         """Switch the board off; nothing of it is left running or mounted. May be called again."""
-        raise NotImplementedError
+        if self._box is None:
+            return
+        box, self._box = self._box, None
+        box.stop()
+        root.remove_mount_points(self._configuration)
+        self._read_account()
 
     def reset(self, reason: str = "reset button") -> None:
         """Reset the board as a pressed button does: everything dies at once, then it boots."""
-        raise NotImplementedError
+        self._request("reset", reason=reason)
+
+    @property
+    def is_running(self) -> bool:
+        """Whether the board is switched on."""
+        return self._box is not None
 
     # -- what happened -------------------------------------------------------------------------
 
     def events(self, source: str | None = None, text: str | re.Pattern[str] | None = None,
                **fields: Any) -> list[Event]:
         """The events so far, all or those that match; see `wait_for` for what matches."""
-        raise NotImplementedError
+        self._read_account()
+        return [event for event in self._events if _matches(event, source, text, fields)]
 
-    def wait_for(self, source: str, text: str | re.Pattern[str] | None = None, *, count: int = 1,
-                 after: Event | None = None, timeout: float = DEFAULT_TIMEOUT,
+    def wait_for(self, source: str | None, text: str | re.Pattern[str] | None = None, *,
+                 count: int = 1, after: Event | None = None, timeout: float = DEFAULT_TIMEOUT,
                  **fields: Any) -> Event:
         """The count-th event of `source` that matches, later in the account than `after`.
 
@@ -136,49 +167,84 @@ class Device:
         SimulatorError with the end of the account when `timeout` seconds pass, and at once when
         the simulation has ended without such an event.
         """
-        raise NotImplementedError
+        deadline = time.monotonic() + timeout
+        position = after.index + 1 if after else 0
+        while True:
+            self._read_account()
+            ended = any(event.get("end") for event in self._events)
+            for event in self._events[position:]:
+                position = event.index + 1
+                if _matches(event, source, text, fields):
+                    count -= 1
+                if count == 0:
+                    return event
+            remaining = deadline - time.monotonic()
+            if ended or remaining <= 0 or self._box is None:
+                wanted = f"{count} more of source={source!r} text={text!r} {fields or ''}"
+                why = f"within {timeout} s" if remaining <= 0 else "before the end of the simulation"
+                raise SimulatorError(f"not {why}: {wanted}\nThe account ends with:\n{self.tail()}")
+            if not self._box.wait_for_ring(remaining):
+                raise self._box.failure()
+
+    def wait_for_news(self, seconds: float) -> list[Event]:
+        """The events recorded since the last look; waits at most `seconds` for the first."""
+        news = self._read_account()
+        if not news and self._box is not None:
+            if not self._box.wait_for_ring(seconds):
+                raise self._box.failure()
+            news = self._read_account()
+        return news
 
     def wait_supervisor_exit(self, *, after: Event | None = None,
                              timeout: float = DEFAULT_TIMEOUT) -> int:
         """The supervisor's exit status when it ends by itself; minus the number for a signal."""
-        raise NotImplementedError
+        event = self.wait_for(SIMULATOR, "supervisor ended by itself", after=after, timeout=timeout)
+        return int(event["status"])
 
     def wait_end(self, timeout: float = DEFAULT_TIMEOUT) -> Event:
         """The event with which the simulation ends by itself; its field "end" says why.
 
         "supervisor" (with "status"), "fallback", or "boots" when the last allowed boot is over.
         """
-        raise NotImplementedError
+        return self.wait_for(SIMULATOR, "the simulation ends", timeout=timeout)
 
     @property
     def boots(self) -> int:
         """How often the board has booted."""
-        raise NotImplementedError
+        return len(self.events(BOOT_LOADER, starts=True))
 
     @property
     def stdout(self) -> bytes:
         """Everything that the supervisor has written to standard output, over all boots."""
-        raise NotImplementedError
+        return (self.directory / paths.SUPERVISOR_STDOUT).read_bytes()
 
     @property
     def stderr(self) -> bytes:
         """Everything that the supervisor has written to standard error, over all boots."""
-        raise NotImplementedError
+        return (self.directory / paths.SUPERVISOR_STDERR).read_bytes()
 
     @property
     def boot_state(self) -> BootState:
         """The boot loader's flags and environment as they are now."""
-        raise NotImplementedError
+        return BootState.load(self.directory / paths.BOOT_LOADER)
+
+    def tail(self, lines: int = _TAIL) -> str:
+        """The end of the account, for messages."""
+        self._read_account()
+        return "\n".join(map(str, self._events[-lines:]))
 
     # -- files ---------------------------------------------------------------------------------
 
     def host_path(self, path: str) -> Path:
         """Where on the host `path` of the box lies: below /tmp, /home/root or /supervisor."""
-        raise NotImplementedError
+        for place, name in paths.KEPT_DIRECTORIES.items():
+            if path == place or path.startswith(place + "/"):
+                return self.directory / name / path[len(place):].lstrip("/")
+        raise SimulatorError(f"{path} of the box does not lie in the device directory")
 
     def open(self, path: str) -> io.BufferedReader:
         """Open a file of the box for reading, wherever in the box it lies; OSError as open()."""
-        raise NotImplementedError
+        return open(self._request("open", path=path).descriptors[0], "rb")
 
     def read(self, path: str) -> bytes:
         """The content of a file of the box."""
@@ -189,31 +255,185 @@ class Device:
 
     def processes(self) -> list[Process]:
         """The processes of the box, without its PID 1."""
-        raise NotImplementedError
+        return self._processes()[0]
 
     def supervisor(self) -> Process:
         """The supervisor's process; SimulatorError when it is not running."""
-        raise NotImplementedError
+        listed, pid = self._processes()
+        for process in listed:
+            if process.pid == pid:
+                return process
+        raise SimulatorError("the supervisor is not running")
 
-    def application(self, timeout: float = DEFAULT_TIMEOUT) -> Process:
-        """The application's process: waits until the supervisor has one (again)."""
-        raise NotImplementedError
+    def application(self, *, unlike: Process | None = None,
+                    timeout: float = DEFAULT_TIMEOUT) -> Process:
+        """The application's process: waits until the supervisor has one, one `unlike` another.
+
+        It is the supervisor's child whose command line names what follows --app.
+        """
+        deadline = time.monotonic() + timeout
+        while True:
+            listed, pid = self._processes()
+            for process in listed:
+                if (process.ppid == pid and pid and process.state != "Z"
+                        and self._application_path() in process.command_line[:3]
+                        and (unlike is None or process.pid != unlike.pid)):
+                    return process
+            if time.monotonic() > deadline:
+                raise SimulatorError(f"the application is not running\n{self.tail()}")
+            time.sleep(_POLL_INTERVAL)
 
     def signal(self, target: int | str, number: int) -> None:
         """Send a signal to "supervisor", "application", a number, or all processes of a name."""
-        raise NotImplementedError
+        if isinstance(target, int):
+            pids = [target]
+        elif target == "supervisor":
+            pids = [self.supervisor().pid]
+        elif target == "application":
+            pids = [self.application().pid]
+        else:
+            pids = [process.pid for process in self.processes() if process.comm == target]
+            if not pids:
+                raise SimulatorError(f"no process is called {target}")
+        for pid in pids:
+            self._request("signal", pid=pid, number=int(number))
 
-    def run(self, command: Sequence[str], *, input: bytes = b"",  # pylint: disable=redefined-builtin
+    def run(self, command: Sequence[str], *, stdin: bytes = b"",
             timeout: float = DEFAULT_TIMEOUT) -> control.Completed:
         """Run a command in the box, as root and with the supervisor's environment."""
-        raise NotImplementedError
+        report_fd, boards_report_fd = os.pipe()
+        try:
+            with tempfile.TemporaryFile() as given, tempfile.TemporaryFile() as out, \
+                    tempfile.TemporaryFile() as err:
+                given.write(stdin)
+                given.seek(0)
+                try:
+                    answer = self._request(
+                        "run", (given.fileno(), out.fileno(), err.fileno(), boards_report_fd),
+                        arguments=list(command))
+                finally:
+                    os.close(boards_report_fd)
+                if not select.select([report_fd], [], [], timeout)[0]:
+                    self._request("signal", pid=answer.values["pid"], number=int(signal.SIGKILL))
+                    raise SimulatorError(f"{shlex.join(command)} did not end within {timeout} s")
+                status = int(os.read(report_fd, 16))
+                out.seek(0)
+                err.seek(0)
+                return control.Completed(status, out.read(), err.read())
+        finally:
+            os.close(report_fd)
 
     # -- changes while it runs -----------------------------------------------------------------
 
     def set_tool(self, name: str, behaviour: str) -> None:
         """Change what a stand-in tool does from its next call on."""
-        raise NotImplementedError
+        self._request("set_tool", name=name, behaviour=behaviour)
 
     def set_read_only_root(self, read_only: bool) -> None:
         """Make /home/root read-only as a failing file system would, or writable again."""
-        raise NotImplementedError
+        self._request("set_read_only_root", read_only=read_only)
+
+    # -- the inside ----------------------------------------------------------------------------
+
+    def _check(self) -> None:
+        configuration = self._configuration
+        if not os.access(self.program, os.X_OK) or self.program.is_dir():
+            raise SimulatorError(f"the supervisor's program cannot be executed: {self.program}")
+        if configuration.stdin not in ("null", "closed"):
+            raise SimulatorError(f"stdin is 'null' or 'closed', not '{configuration.stdin}'")
+        for name, behaviour in configuration.tools.items():
+            Behaviour.parse(name, behaviour)
+        for place in configuration.spaces:
+            if not os.path.isabs(place):
+                raise SimulatorError(f"a small file system needs an absolute path, not '{place}'")
+
+    def _prepare_directory(self) -> None:
+        configuration = self._configuration
+        for place, mode in (("/tmp", 0o1777), ("/home/root", 0o755), ("/supervisor", 0o755)):
+            path = self.host_path(place)
+            path.mkdir(parents=True, exist_ok=True)
+            path.chmod(mode)
+        for name in (paths.SUPERVISOR_STDOUT, paths.SUPERVISOR_STDERR):
+            (self.directory / name).touch()
+        if self._boot_state is not None:
+            (self.directory / paths.BOOT_LOADER).write_text(self._boot_state.to_json(),
+                                                            encoding="utf-8")
+        factory = _documents(self.program.parent / "settings-default")
+        _write_documents(self.host_path(PROGRAM_DIRECTORY + "/settings-default"),
+                         {**factory, **self._settings_default})
+        _write_documents(self.host_path(PROGRAM_DIRECTORY + "/settings"), self._settings)
+        configuration.binds = [*self._binds, Bind(str(self.program), PROGRAM)]
+        if configuration.watchdog_device:
+            configuration.binds.append(Bind(str(self._find_library()), paths.WATCHDOG_LIBRARY))
+        application = self._application_path()
+        if os.path.isabs(application) and os.path.exists(application):
+            configuration.binds += _binds_for(application, configuration.binds)
+        configuration.save(self.directory / paths.CONFIGURATION)
+
+    def _find_library(self) -> Path:
+        wanted = self._library or self.program.parent / "simulator" / "libwatchdogdevice.so"
+        if not wanted.is_file():
+            raise SimulatorError(f"the watchdog device's library is missing: {wanted}; build the "
+                                 "project, or name the library")
+        return wanted.resolve()
+
+    def _application_path(self) -> str:
+        arguments = self._configuration.arguments
+        place = arguments.index("--app") + 1 if "--app" in arguments else len(arguments)
+        return arguments[place] if place < len(arguments) else ""
+
+    def _request(self, command: str, descriptors: tuple[int, ...] = (),
+                 **values: Any) -> control.Answer:
+        if self._box is None:
+            raise SimulatorError("the device is switched off")
+        return self._box.request(command, descriptors, **values)
+
+    def _processes(self) -> tuple[list[Process], int]:
+        values = self._request("processes").values
+        return [Process(**entry) for entry in values["processes"]], values["supervisor"]
+
+    def _read_account(self) -> list[Event]:
+        news = self._account.read_new()
+        self._events += news
+        return news
+
+
+def _matches(event: Event, source: str | None, text: str | re.Pattern[str] | None,
+             fields: Mapping[str, Any]) -> bool:
+    if source is not None and event.source != source:
+        return False
+    if isinstance(text, re.Pattern):
+        if not text.search(event.text):
+            return False
+    elif text is not None and text not in event.text:
+        return False
+    return all(name in event.fields and event.fields[name] == value
+               for name, value in fields.items())
+
+
+def _documents(directory: Path) -> dict[str, bytes]:
+    if not directory.is_dir():
+        return {}
+    return {entry.name: entry.read_bytes() for entry in directory.iterdir() if entry.is_file()}
+
+
+def _write_documents(directory: Path, documents: Mapping[str, Any]) -> None:
+    shutil.rmtree(directory, ignore_errors=True)
+    directory.mkdir(parents=True)
+    for name, content in documents.items():
+        if content is not None:
+            data = content if isinstance(content, bytes) else json.dumps(content).encode()
+            (directory / name).write_bytes(data)
+
+
+def _binds_for(application: str, binds: Sequence[Bind]) -> list[Bind]:
+    """What makes an application visible that lies where the box has its own directory.
+
+    It comes with its neighbours, which it may need, unless it lies directly in that directory.
+    """
+    if not root.is_replaced(application) or any(
+            application == bind.target or application.startswith(bind.target + "/")
+            for bind in binds):
+        return []
+    directory = os.path.dirname(application)
+    return [Bind(application if root.is_own_place(directory) else directory)]

@@ -1,0 +1,290 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""The board: PID 1 of the box.
+
+It is the boot loader, the system logger, the watchdog device and the tools' other end, and it
+starts the supervisor. One thread, one loop; nothing here waits for anything but the next event.
+"""
+
+from __future__ import annotations
+
+import errno
+import os
+import selectors
+import shutil
+import signal
+import socket
+import subprocess
+import time
+from collections.abc import Iterable
+from dataclasses import asdict
+from typing import Any
+
+from simulator import boot_loader, commands, control, kernel, paths, processes, supervisor
+from simulator.account import BOOT_LOADER, SIMULATOR, WATCHDOG_DEVICE, AccountWriter
+from simulator.configuration import Configuration
+from simulator.device_directory import DeviceDirectory
+from simulator.system_log import SystemLogServer
+from simulator.tools import TOOLS, Outcome, ToolServer
+from simulator.watchdog_driver import Driver
+from simulator.watchdog_server import WatchdogServer
+
+_COMMAND_DIRECTORIES = ("/usr/local/sbin", "/usr/local/bin", "/usr/sbin", "/usr/bin", "/sbin",
+                        "/bin")
+_VOLATILE = ("/run", "/dev/shm")
+
+
+class Board:
+    """From power-on to power-off."""
+
+    def __init__(self, configuration: Configuration, directory: DeviceDirectory,
+                 log: AccountWriter, connection: socket.socket) -> None:
+        self._configuration = configuration
+        self._directory = directory
+        self._account = log
+        self._selector = selectors.DefaultSelector()
+        self._reset_reason = ""
+        self._ended = False
+        self._powered = True
+        self._runs: dict[int, tuple[subprocess.Popen[bytes], int]] = {}
+        os.makedirs(paths.RUN, exist_ok=True)
+        link_commands()
+        self._driver = Driver(configuration.watchdog_maximum)
+        self._watchdog = WatchdogServer(self._selector, log, self._driver)
+        self._system_log = SystemLogServer(self._selector, log)
+        self._tools = ToolServer(self._selector, log, {
+            "reboot": self._reboot,
+            "killall": commands.killall,
+            "sfuflags": self._sfuflags,
+            "fw_setenv": self._fw_setenv,
+        }, configuration.tools)
+        self._supervisor = supervisor.Supervisor(configuration, (
+            supervisor.Channel("stdout", directory.append_to(paths.SUPERVISOR_STDOUT),
+                               self._selector, log),
+            supervisor.Channel("stderr", directory.append_to(paths.SUPERVISOR_STDERR),
+                               self._selector, log)), log)
+        self._control = control.Server(self._selector, connection, {
+            "ping": lambda request, descriptors: None,
+            "stop": self._stop,
+            "reset": self._press_reset,
+            "processes": self._list_processes,
+            "signal": self._signal,
+            "open": self._open,
+            "run": self._run,
+            "set_tool": self._set_tool,
+            "set_read_only_root": self._set_read_only_root,
+        }, self._power_off)
+        if configuration.read_only_root:
+            kernel.set_read_only("/home/root", True)
+
+    def run(self) -> None:
+        """Boot, and go on until the power is switched off."""
+        self._notice_ended_children()
+        supervisor.limit_capabilities()
+        self._boot()
+        while self._powered:
+            for key, _ in self._selector.select(self._seconds_to_expiry()):
+                key.data()
+            self._check_watchdog()
+            if self._reset_reason:
+                self._reset()
+        self._kill_everything()
+
+    # -- boot and reset ------------------------------------------------------------------------
+
+    def _boot(self) -> None:
+        self._account.boot += 1
+        state = self._directory.load_boot_state()
+        decision = boot_loader.decide(state, self._configuration.bad_boots)
+        self._directory.save_boot_state(state)
+        self._account.record(BOOT_LOADER, decision.text, fail=state.fail,
+                             boot_count=state.boot_count, starts=decision.boots)
+        if not decision.boots:
+            self._end("fallback", "the simulation ends: the board would run its fallback system")
+            return
+        try:
+            for place in self._configuration.directories:
+                os.makedirs(place, exist_ok=True)
+            self._supervisor.start()
+        except OSError as error:
+            self._end("supervisor", f"the supervisor cannot be started: {error}", status=127)
+
+    def _reset(self) -> None:
+        reason, self._reset_reason = self._reset_reason, ""
+        self._account.record(SIMULATOR, f"board reset: {reason}", reset=reason)
+        self._kill_everything()
+        self._supervisor.forget()
+        self._system_log.drain()
+        self._tools.drop_connections()
+        self._watchdog.drop_connections()
+        self._driver.reset(by_expiry=reason == WATCHDOG_DEVICE)
+        for place in _VOLATILE:
+            _empty(place, keep=paths.RUN)
+        if self._ended:
+            return
+        if self._account.boot == self._configuration.boots:
+            self._end("boots", f"the simulation ends after boot {self._account.boot}, as wanted")
+        else:
+            self._boot()
+
+    def _end(self, why: str, text: str, **fields: Any) -> None:
+        self._ended = True
+        self._account.record(SIMULATOR, text, end=why, **fields)
+
+    def _kill_everything(self) -> None:
+        while True:
+            try:
+                os.kill(-1, signal.SIGKILL)
+            except ProcessLookupError:
+                pass  # only this process is left, and perhaps children to wait for
+            try:
+                self._reap(*os.waitpid(-1, 0), by_reset=True)
+            except ChildProcessError:
+                return
+
+    # -- the watchdog device -------------------------------------------------------------------
+
+    def _seconds_to_expiry(self) -> float | None:
+        deadline = self._driver.deadline
+        return None if deadline is None else max(0.0, deadline - time.monotonic())
+
+    def _check_watchdog(self) -> None:
+        if self._seconds_to_expiry() != 0.0:
+            return
+        seconds = time.monotonic() - self._driver.last_feed
+        self._account.record(
+            WATCHDOG_DEVICE, f"expired: last fed {seconds:.1f} s ago, the limit was "
+            f"{self._driver.timeout} s", operation="expired", since_feed=seconds,
+            timeout=self._driver.timeout)
+        self._reset_reason = WATCHDOG_DEVICE
+
+    # -- children ------------------------------------------------------------------------------
+
+    def _notice_ended_children(self) -> None:
+        read_fd, write_fd = os.pipe()
+        os.set_blocking(read_fd, False)
+        os.set_blocking(write_fd, False)
+        signal.signal(signal.SIGCHLD, lambda number, frame: None)
+        signal.set_wakeup_fd(write_fd, warn_on_full_buffer=False)
+        self._selector.register(read_fd, selectors.EVENT_READ, lambda: self._reap_all(read_fd))
+
+    def _reap_all(self, wakeup_fd: int) -> None:
+        os.read(wakeup_fd, 4096)
+        while True:
+            try:
+                pid, status = os.waitpid(-1, os.WNOHANG)
+            except ChildProcessError:
+                return
+            if pid == 0:
+                return
+            self._reap(pid, status)
+
+    def _reap(self, pid: int, wait_status: int, by_reset: bool = False) -> None:
+        status = os.waitstatus_to_exitcode(wait_status)
+        if pid in self._runs:
+            process, report_fd = self._runs.pop(pid)
+            process.returncode = status
+            os.write(report_fd, str(status).encode())
+            os.close(report_fd)
+        elif pid == self._supervisor.pid and not by_reset:
+            self._supervisor_ended(status)
+
+    def _supervisor_ended(self, status: int) -> None:
+        self._supervisor.ended(status)
+        self._system_log.drain()
+        self._watchdog.drain()
+        how = f"exit status {status}" if status >= 0 else f"signal {_signal_name(-status)}"
+        self._account.record(SIMULATOR, f"supervisor ended by itself: {how}", status=status)
+        seconds = self._seconds_to_expiry()
+        if seconds is None:
+            self._end("supervisor", f"the simulation ends: supervisor ended, {how}", status=status)
+        else:
+            self._account.record(SIMULATOR, "the watchdog device goes on counting down: reset in "
+                                 f"{seconds:.1f} s")
+
+    # -- tools ---------------------------------------------------------------------------------
+
+    def _reboot(self, arguments: list[str]) -> Outcome:
+        self._reset_reason = "reboot"
+        return Outcome(None, "resets the board")
+
+    def _sfuflags(self, arguments: list[str]) -> Outcome:
+        state = self._directory.load_boot_state()
+        outcome = commands.sfuflags(state, arguments)
+        self._directory.save_boot_state(state)
+        return outcome
+
+    def _fw_setenv(self, arguments: list[str]) -> Outcome:
+        state = self._directory.load_boot_state()
+        outcome = commands.fw_setenv(state, arguments)
+        self._directory.save_boot_state(state)
+        return outcome
+
+    # -- requests ------------------------------------------------------------------------------
+
+    def _power_off(self) -> None:
+        self._powered = False
+
+    def _stop(self, request: dict[str, Any], descriptors: list[int]) -> None:
+        self._account.record(SIMULATOR, "switched off")
+        self._power_off()
+
+    def _press_reset(self, request: dict[str, Any], descriptors: list[int]) -> None:
+        self._reset_reason = request["reason"]
+
+    def _list_processes(self, request: dict[str, Any], descriptors: list[int]) -> control.Answer:
+        listed = [asdict(process) for process in processes.list_processes() if process.pid != 1]
+        return control.Answer({"processes": listed, "supervisor": self._supervisor.pid}, [])
+
+    def _signal(self, request: dict[str, Any], descriptors: list[int]) -> None:
+        os.kill(request["pid"], request["number"])
+
+    def _open(self, request: dict[str, Any], descriptors: list[int]) -> control.Answer:
+        return control.Answer({}, [os.open(request["path"], os.O_RDONLY | os.O_NONBLOCK)])
+
+    def _run(self, request: dict[str, Any], descriptors: list[int]) -> control.Answer:
+        stdin, stdout, stderr, report = descriptors
+        process = subprocess.Popen(
+            request["arguments"], stdin=stdin, stdout=stdout, stderr=stderr, start_new_session=True,
+            env=supervisor.board_environment(self._configuration), cwd="/")
+        self._runs[process.pid] = (process, os.dup(report))
+        return control.Answer({"pid": process.pid}, [])
+
+    def _set_tool(self, request: dict[str, Any], descriptors: list[int]) -> None:
+        self._tools.set_behaviour(request["name"], request["behaviour"])
+
+    def _set_read_only_root(self, request: dict[str, Any], descriptors: list[int]) -> None:
+        kernel.set_read_only("/home/root", request["read_only"])
+
+
+def link_commands(directories: Iterable[str] = _COMMAND_DIRECTORIES) -> None:
+    """Make a directory of links to all commands of the host that are not stood in for.
+
+    With it in the search path in place of the host's own directories, a tool told to be absent is
+    really not found.
+    """
+    os.mkdir(paths.COMMANDS)
+    for directory in directories:
+        if not os.path.isdir(directory):
+            continue
+        for name in os.listdir(directory):
+            place = f"{paths.COMMANDS}/{name}"
+            if name not in TOOLS and not os.path.lexists(place):
+                os.symlink(f"{directory}/{name}", place)
+
+
+def _signal_name(number: int) -> str:
+    try:
+        return signal.Signals(number).name
+    except ValueError:
+        return str(number)
+
+
+def _empty(directory: str, keep: str) -> None:
+    for entry in os.scandir(directory):
+        if entry.path == keep:
+            continue
+        if entry.is_dir(follow_symlinks=False):
+            shutil.rmtree(entry.path, ignore_errors=True)
+        else:
+            os.unlink(entry.path)

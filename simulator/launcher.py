@@ -1,0 +1,85 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""Starts a box from the outer process and ends it again."""
+
+from __future__ import annotations
+
+import fcntl
+import os
+import select
+import socket
+import subprocess
+import sys
+from pathlib import Path
+from typing import Any
+
+from simulator import control, paths
+from simulator.errors import SimulatorError
+
+_PACKAGE_PARENT = str(Path(__file__).resolve().parent.parent)
+_STOPS_WITHIN = 60.0
+
+
+class Box:
+    """A running box. Its lifeline is held by this process alone, so it never outlives it."""
+
+    def __init__(self, directory: Path) -> None:
+        self._log = directory / paths.SIMULATOR_LOG
+        self._lock_fd = _lock(directory)
+        ours, boards = socket.socketpair(socket.AF_UNIX, socket.SOCK_SEQPACKET)
+        lifeline_fd, self._lifeline_fd = os.pipe()
+        self.doorbell_fd, doorbell_fd = os.pipe()
+        os.set_blocking(self.doorbell_fd, False)
+        inherited = (boards.fileno(), doorbell_fd, lifeline_fd)
+        with self._log.open("wb") as log:
+            self._process = subprocess.Popen(
+                [sys.executable, "-m", "simulator.box", str(directory), *map(str, inherited)],
+                stdin=subprocess.DEVNULL, stdout=log, stderr=log, pass_fds=inherited, cwd="/",
+                start_new_session=True, env={**os.environ, "PYTHONPATH": _PACKAGE_PARENT,
+                                             "PYTHONDONTWRITEBYTECODE": "1"})
+        boards.close()
+        os.close(doorbell_fd)
+        os.close(lifeline_fd)
+        self._client = control.Client(ours)
+
+    def request(self, command: str, descriptors: tuple[int, ...] = (),
+                **values: Any) -> control.Answer:
+        """Ask the board for something; SimulatorError with its last words when it is gone."""
+        try:
+            return self._client.request(command, descriptors, **values)
+        except EOFError:
+            raise self.failure() from None
+
+    def wait_for_ring(self, seconds: float) -> bool:
+        """Wait until the account has grown; False when the board is gone instead."""
+        if not select.select([self.doorbell_fd], [], [], seconds)[0]:
+            return True
+        return os.read(self.doorbell_fd, 4096) != b""
+
+    def failure(self) -> SimulatorError:
+        """Why the board is gone, as far as it has said."""
+        said = self._log.read_text(encoding="utf-8", errors="replace").strip()
+        return SimulatorError(said or "the simulated board has ended without saying why")
+
+    def stop(self) -> None:
+        """Switch the board off; when this returns, nothing of the box is left."""
+        try:
+            self._client.request("stop")
+            self._process.wait(_STOPS_WITHIN)
+        except (EOFError, SimulatorError, subprocess.TimeoutExpired):
+            pass  # the cut lifeline ends a board that is stuck
+        os.close(self._lifeline_fd)
+        self._process.wait()
+        self._client.close()
+        os.close(self.doorbell_fd)
+        os.close(self._lock_fd)
+
+
+def _lock(directory: Path) -> int:
+    descriptor = os.open(directory, os.O_RDONLY | os.O_DIRECTORY)
+    try:
+        fcntl.flock(descriptor, fcntl.LOCK_EX | fcntl.LOCK_NB)
+    except BlockingIOError:
+        os.close(descriptor)
+        raise SimulatorError(f"another simulated device is running in {directory}") from None
+    return descriptor
