@@ -18,7 +18,7 @@ from collections.abc import Mapping, Sequence
 from pathlib import Path
 from typing import Any
 
-from simulator import control, paths, root
+from simulator import control, leftovers, paths, root
 from simulator.account import BOOT_LOADER, SIMULATOR, AccountReader, Event
 from simulator.boot_loader import BootState
 from simulator.configuration import (
@@ -102,6 +102,7 @@ class Device:
             environment=dict(environment or {}), bad_boots=bad_boots, boots=boots,
             stdin=stdin, working_directory=working_directory)
         self._box: Box | None = None
+        self.namespaces: frozenset[str] = frozenset()
         self._account = AccountReader(self.directory / paths.ACCOUNT)
         self._events: list[Event] = []
 
@@ -129,6 +130,7 @@ class Device:
             box.stop()
             root.remove_mount_points(self._configuration)
             raise
+        self.namespaces = leftovers.namespaces_of(box.pid)
         self._box = box
 
     def stop(self) -> None:

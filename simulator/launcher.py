@@ -37,6 +37,7 @@ class Box:
                 stdin=subprocess.DEVNULL, stdout=log, stderr=log, pass_fds=inherited, cwd="/",
                 start_new_session=True, env={**os.environ, "PYTHONPATH": _PACKAGE_PARENT,
                                              "PYTHONDONTWRITEBYTECODE": "1"})
+        self.pid = self._process.pid
         boards.close()
         os.close(doorbell_fd)
         os.close(lifeline_fd)

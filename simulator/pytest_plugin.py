@@ -1,0 +1,80 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""Simulated devices for pytest: the fixture `device`, and the build that the tests are for."""
+
+from __future__ import annotations
+
+from collections.abc import Iterator
+from pathlib import Path
+from typing import Any, Protocol
+
+import pytest
+
+from simulator import leftovers
+from simulator.device import Device
+
+_ROOT = Path(__file__).resolve().parent.parent
+_DEVICES = pytest.StashKey[list[Device]]()
+
+
+class DeviceFactory(Protocol):
+    """Makes a device in a directory of the test, and switches it on unless told otherwise."""
+
+    def __call__(self, program: Path | str | None = None, arguments: Any = (), *,
+                 start: bool = True, **options: Any) -> Device: ...
+
+
+def pytest_addoption(parser: pytest.Parser) -> None:
+    """--build-dir: where the programs under test are."""
+    parser.addoption("--build-dir", default="build/debug", metavar="DIR",
+                     help="build tree of the programs under test (default: %(default)s)")
+
+
+@pytest.fixture(scope="session")
+def build_directory(pytestconfig: pytest.Config) -> Path:
+    """The build tree that the tests are for."""
+    directory = _ROOT / str(pytestconfig.getoption("--build-dir"))
+    if not (directory / "simulator" / "libwatchdogdevice.so").exists():
+        pytest.exit(f"{directory} holds no build of this project: build it first, or name another "
+                    "with --build-dir", returncode=4)
+    return directory
+
+
+@pytest.fixture
+def device(request: pytest.FixtureRequest, tmp_path: Path,
+           build_directory: Path) -> Iterator[DeviceFactory]:
+    """A factory of devices: device(program, arguments, **what `Device` takes).
+
+    Without a program it is the supervisor of the build. All devices are switched off after the
+    test, and the test fails if anything of one is left.
+    """
+    made: list[Device] = []
+    request.node.stash[_DEVICES] = made
+
+    def make(program: Path | str | None = None, arguments: Any = (), *, start: bool = True,
+             **options: Any) -> Device:
+        options.setdefault("directory", tmp_path / f"device-{len(made) + 1}")
+        options.setdefault("watchdog_library",
+                           build_directory / "simulator" / "libwatchdogdevice.so")
+        board = Device(program or build_directory / "watchdog", arguments=arguments, **options)
+        made.append(board)
+        if start:
+            board.start()
+        return board
+
+    yield make
+    for board in made:
+        board.stop()
+    left = [f"{board.directory}: {what}" for board in made
+            for what in leftovers.find(board.namespaces, board.directory)]
+    assert not left, f"a device has left something behind: {left}"
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item: pytest.Item) -> Iterator[None]:
+    """Show the account of the devices with a test that has failed."""
+    outcome = yield
+    report = outcome.get_result()  # type: ignore[attr-defined]
+    if report.when == "call" and report.failed:
+        for board in item.stash.get(_DEVICES, []):
+            report.sections.append((f"account of {board.directory}", board.tail()))
