@@ -102,7 +102,7 @@ class Device:
             environment=dict(environment or {}), bad_boots=bad_boots, boots=boots,
             stdin=stdin, working_directory=working_directory)
         self._box: Box | None = None
-        self.namespaces: frozenset[str] = frozenset()
+        self._namespaces: leftovers.BoxNamespaces | None = None
         self._account = AccountReader(self.directory / paths.ACCOUNT)
         self._events: list[Event] = []
 
@@ -130,7 +130,7 @@ class Device:
             box.stop()
             root.remove_mount_points(self._configuration)
             raise
-        self.namespaces = leftovers.namespaces_of(box.pid)
+        self._namespaces = leftovers.BoxNamespaces(box.pid)
         self._box = box
 
     def stop(self) -> None:
@@ -141,6 +141,15 @@ class Device:
         box.stop()
         root.remove_mount_points(self._configuration)
         self._read_account()
+
+    def left_behind(self) -> list[str]:
+        """What is still there of the board after `stop`, in words; ask once."""
+        if self._namespaces is None:
+            return []
+        found = [f"process {pid}" for pid in self._namespaces.processes()]
+        self._namespaces.close()
+        self._namespaces = None
+        return found + [f"mount {point}" for point in leftovers.mounts_below(self.directory)]
 
     def reset(self, reason: str = "reset button") -> None:
         """Reset the board as a pressed button does: everything dies at once, then it boots."""

@@ -10,7 +10,6 @@ from typing import Any, Protocol
 
 import pytest
 
-from simulator import leftovers
 from simulator.device import Device
 
 _ROOT = Path(__file__).resolve().parent.parent
@@ -65,8 +64,7 @@ def device(request: pytest.FixtureRequest, tmp_path: Path,
     yield make
     for board in made:
         board.stop()
-    left = [f"{board.directory}: {what}" for board in made
-            for what in leftovers.find(board.namespaces, board.directory)]
+    left = [f"{board.directory}: {what}" for board in made for what in board.left_behind()]
     assert not left, f"a device has left something behind: {left}"
 
 
