@@ -1,0 +1,41 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""The real program on simulated devices."""
+
+from __future__ import annotations
+
+from collections.abc import Sequence
+from pathlib import Path
+from typing import Any, Protocol
+
+import pytest
+
+from logs import LOG
+from simulator.device import Device
+
+
+class Board(Protocol):
+    """Switches on a device whose supervisor runs the sample application with these behaviours."""
+
+    def __call__(self, *behaviours: str, options: Sequence[str] = (), log_size: str = "1M",
+                 application: Sequence[str] | None = None, **device_options: Any) -> Device: ...
+
+
+@pytest.fixture
+def sample(build_directory: Path) -> str:
+    """The sample application's path, which is the same in the device."""
+    return str(build_directory / "simulator" / "application" / "sample-application")
+
+
+@pytest.fixture
+def board(device: Any, sample: str) -> Board:
+    """board("exit", "5", options=["--rotateOnly"]): a running device, logging to LOG."""
+
+    def make(*behaviours: str, options: Sequence[str] = (), log_size: str = "1M",
+             application: Sequence[str] | None = None, **device_options: Any) -> Device:
+        arguments = ["--logfileName", LOG, "--logfileSize", log_size, *options, "--app",
+                     *(application or [sample, *behaviours])]
+        running: Device = device(arguments=arguments, **device_options)
+        return running
+
+    return make

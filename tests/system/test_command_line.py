@@ -1,0 +1,125 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""The command line, and how the program ends when it cannot start."""
+
+from __future__ import annotations
+
+import signal
+
+from logs import LOG, OLD_LOG, content
+from waiting import wait_until
+
+USAGE = (
+    b"Usage: watchdog executable [args] --app <app> [appargs]\n"
+    b"args:\n"
+    b"\t--logfileName absolute or relative path where the logs will be stored\n"
+    b"\t--logfileSize maximal size of log file, size can be postfixed with 'k' for kB or 'M' for MB\n"
+    b"\t--logfileSizeConf name of the configuration read from settings\n"
+    b"\t--logTime add current time in front of new line, if time in seconds changed\n"
+    b"\t--rotateOnly do not handle hw watchdog, system usage and reports\n"
+    b"\t--singleRun do not restart app on finish\n"
+    b"\t--user run application as the specified user\n"
+    b"app: name or path to executed application\n"
+    b"appargs: arguments for executed application\n"
+)
+
+START_FAILURE = "Error occured during process startup, code: 0"
+
+
+def sizes(**entries):
+    """The log-files-size document."""
+    return {"SystemManagerLogFilesSizeConfig.json": {"value": {"type": "sizes", "sizes": entries}}}
+
+
+def test_without_arguments_it_prints_the_usage_and_ends_with_1(device):
+    running = device()
+    assert running.wait_supervisor_exit() == 1
+    assert running.stderr == USAGE
+    assert running.stdout == b""
+
+
+def test_without_application_it_prints_nothing_and_logs_the_failed_start(device):
+    running = device(arguments=["--singleRun"])
+    assert running.wait_supervisor_exit() == 1
+    assert running.stderr == b""
+    entry = running.wait_for("system log", START_FAILURE)
+    assert (entry["priority"], entry["ident"]) == ("err", "pynx_watchdog")
+
+
+def test_an_option_without_its_value_ends_the_scan(device):
+    running = device(arguments=["--singleRun", "--app"])
+    assert running.wait_supervisor_exit() == 1
+    running.wait_for("system log", START_FAILURE)
+
+
+def test_unknown_words_before_the_application_are_ignored(board):
+    running = board("print", "here\\n", options=["--what", "ever", "--singleRun", "--rotateOnly"])
+    assert running.wait_supervisor_exit() == 0
+    assert b"here\n" in content(running)
+
+
+def test_what_follows_the_application_belongs_to_it(board):
+    running = board("arguments", "--singleRun", "-v", "--app", options=["--rotateOnly"])
+    # The supervisor itself is not in single-run mode: it starts the application again.
+    running.wait_for("system log", "Restarting process", count=2)
+    assert b"argument: --singleRun\nargument: -v\nargument: --app\n" in content(running)
+
+
+def test_a_log_that_cannot_be_opened_ends_the_start(device, sample):
+    running = device(arguments=["--logfileName", "/nowhere/x.log", "--logfileSize", "1k",
+                                "--app", sample, "print", "started\\n"])
+    assert running.wait_supervisor_exit() == 1
+    assert running.stderr == b"Can't open file : /nowhere/x.log\n"
+    assert not running.events("system log")
+
+
+def test_an_empty_size_aborts_the_program(device, sample):
+    running = device(arguments=["--logfileSize", "", "--app", sample, "wait"])
+    assert running.wait_supervisor_exit() == -signal.SIGABRT
+    assert b"ASSERT" in running.stderr
+
+
+def rotated_size(running):
+    """How large the log had become when it was rotated for the first time."""
+    path = running.host_path(OLD_LOG)
+    wait_until(path.exists, "the log is rotated")
+    return path.stat().st_size
+
+
+def test_a_size_without_suffix_loses_its_last_digit(board):
+    # 30000 is a limit of 3000 bytes: the log of 100-byte lines must be rotated at it.
+    running = board("sleep", "0.2", "flood", "3000", "1000", "wait", options=["--rotateOnly"],
+                    log_size="30000")
+    assert 3000 <= rotated_size(running) < 30000
+
+
+def test_the_size_may_come_from_the_settings(board):
+    running = board("flood", "8000", "100", "wait", log_size="1M",
+                    options=["--rotateOnly", "--logfileSizeConf", "small"],
+                    settings=sizes(small="4k", default="1M"))
+    assert 4096 <= rotated_size(running) < 1 << 20
+
+
+def test_the_later_size_wins(board):
+    running = board("flood", "8000", "100", "print", "end\\n", "wait", log_size="1k",
+                    options=["--logfileSizeConf", "small", "--rotateOnly", "--logfileSize", "1M"],
+                    settings=sizes(small="4k"))
+    wait_until(lambda: content(running).endswith(b"end\n"), "all is in the log")
+    assert not running.host_path(OLD_LOG).exists()
+
+
+def test_the_factory_settings_serve_where_the_site_has_none(board):
+    running = board("flood", "8000", "100", "wait", log_size="1M",
+                    options=["--rotateOnly", "--logfileSizeConf", "unknown"],
+                    settings={"SystemManagerLogFilesSizeConfig.json": b"not JSON"},
+                    settings_default=sizes(default="4k"))
+    assert 4096 <= rotated_size(running) < 1 << 20
+
+
+def test_no_size_anywhere_means_no_log_file(board):
+    running = board("print", "shown\\n", options=["--rotateOnly", "--singleRun", "--logfileSizeConf",
+                                                 "unknown"],
+                    settings_default=sizes(known="4k"))
+    assert running.wait_supervisor_exit() == 0
+    assert not running.host_path(LOG).exists()
+    assert b"shown\n" in running.stdout

@@ -1,0 +1,141 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""The application's start, end, restart, and the reboot on its third end."""
+
+from __future__ import annotations
+
+import re
+import signal
+
+import pytest
+
+from logs import LOG, OLD_LOG, content
+from waiting import wait_until
+
+CRITICAL = b"Critical FW error, rebooting.\n"
+KILLALL = "killall -9 pYNX"
+REBOOT = "reboot -f"
+
+
+def starts(running) -> int:
+    """How often the log says that the application was started, in both generations."""
+    return sum(running.host_path(path).read_bytes().count(b" Watchdog: Starting app: ")
+               for path in (LOG, OLD_LOG) if running.host_path(path).exists())
+
+
+def notices(running) -> list[str]:
+    return [event.text for event in running.events("system log", "Restarting process")]
+
+
+def test_the_start_is_written_into_the_log(board, sample):
+    running = board("print", "hello\\n", "wait")
+    wait_until(lambda: b"hello" in content(running), "the application's first line")
+    line = re.compile(rb"\n\n\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} Watchdog: Starting app: "
+                      + re.escape(sample.encode()) + rb" \nhello\n")
+    assert line.fullmatch(content(running))
+
+
+def test_an_exit_with_a_code_is_noted_and_the_application_started_again(board):
+    running = board("exit", "5")
+    notice = running.wait_for("system log", "Restarting process")
+    assert notice.text == "Restarting process: exit code:5, exist status:0, uptime:0 sec"
+    assert (notice["priority"], notice["ident"]) == ("notice", "pynx_watchdog")
+    again = running.wait_for("system log", "Restarting process", after=notice)
+    assert again.monotonic - notice.monotonic >= 1.0
+    assert starts(running) >= 2
+
+
+def test_an_application_killed_from_outside_is_started_again(board):
+    running = board("wait")
+    first = running.application()
+    running.signal("application", signal.SIGKILL)
+    notice = running.wait_for("system log", "Restarting process")
+    assert notice.text.startswith("Restarting process: exit code:9, exist status:1, uptime:")
+    second = running.application(unlike=first)
+    assert second.pid != first.pid
+    assert not running.events("tool", REBOOT)
+
+
+def test_a_crash_is_noted_as_one(board):
+    running = board("signal", str(int(signal.SIGSEGV)))
+    notice = running.wait_for("system log", "Restarting process")
+    assert notice.text == "Restarting process: exit code:11, exist status:1, uptime:0 sec"
+
+
+def test_stray_processes_of_the_application_are_killed(board):
+    running = board("name", "pYNX", "grandchild", "3600", "name", "main", "sleep", "0.5", "exit", "0")
+    # A grandchild takes a name of its own; one that keeps the application's is what is left behind.
+    call = running.wait_for("tool", KILLALL)
+    assert call["arguments"] == ["-9", "pYNX"]
+
+
+def test_a_process_named_pynx_does_not_survive_the_exit(board):
+    running = board(application=["/bin/sh", "-c",
+                                 "cp /bin/sleep /tmp/pYNX; /tmp/pYNX 3600 & sleep 0.2; exit 0"],
+                    options=["--singleRun"], watchdog_device=False)
+    call = running.wait_for("tool", KILLALL)
+    assert call["status"] == 0  # there was one to kill
+    assert running.wait_supervisor_exit() == 0
+
+
+def test_the_third_exit_reboots_the_board_which_starts_again(board):
+    running = board("exit", "0", bad_boots=2)
+    reboot = running.wait_for("tool", REBOOT)
+    assert reboot["arguments"] == ["-f"]
+    assert running.stderr.count(CRITICAL) == 1
+    assert len(running.events("tool", KILLALL)) == 3
+    # Two restarts were noted; the third exit ends in the reboot before its notice.
+    assert len(notices(running)) == 2
+    running.wait_for("boot loader", starts=True, count=2)
+    running.wait_for("tool", REBOOT, count=2)
+    assert (running.boot_state.fail, running.boot_state.boot_count) == (1, 2)  # nobody cleared them
+
+
+@pytest.mark.parametrize("behaviour", ["return", "fail", "absent"])
+def test_where_the_reboot_comes_back_the_application_goes_on_and_no_later_exit_reboots(
+        board, behaviour):
+    running = board("exit", "0", tools={"reboot": behaviour})
+    running.wait_for("system log", "Restarting process", count=5)
+    assert running.stderr.count(CRITICAL) == 1
+    assert len(running.events("tool", REBOOT)) == (0 if behaviour == "absent" else 1)
+    assert running.boots == 1
+
+
+@pytest.mark.parametrize("behaviour", ["fail", "absent"])
+def test_a_failing_killall_is_ignored(board, behaviour):
+    running = board("exit", "0", tools={"killall": behaviour})
+    running.wait_for("system log", "Restarting process", count=2)
+    # Only the tool itself may have said something; the supervisor has not.
+    assert running.stderr.replace(b"killall: failed\n", b"") == b""
+
+
+def test_rotate_only_restarts_without_any_tool_or_device(board):
+    running = board("exit", "1", options=["--rotateOnly"])
+    running.wait_for("system log", "Restarting process", count=5)
+    assert not running.events("tool")
+    assert not running.events("watchdog device", "open")
+    assert CRITICAL not in running.stderr
+
+
+@pytest.mark.parametrize("program", ["/nowhere/application", "/etc/passwd", "/usr"],
+                         ids=["missing", "not executable", "a directory"])
+def test_what_cannot_be_executed_ends_like_an_application_that_fails_at_once(board, program):
+    running = board(application=[program], bad_boots=1)
+    running.wait_for("tool", REBOOT)
+    texts = notices(running)
+    assert texts == ["Restarting process: exit code:255, exist status:0, uptime:0 sec"] * 2
+    assert not running.events("system log", "Error occured during process startup")
+
+
+def test_what_cannot_be_executed_gives_255_in_single_run_mode(board):
+    running = board(application=["/nowhere/application"], options=["--singleRun", "--rotateOnly"])
+    assert running.wait_supervisor_exit() == 255
+
+
+def test_the_application_never_sees_the_end_of_its_input(board):
+    running = board("print", "reading\\n", "cat", "print", "ended\\n", options=["--rotateOnly"])
+    wait_until(lambda: b"reading" in content(running), "the application reads")
+    # A second line from elsewhere gives it the time to see an end if there were one.
+    running.run(["sh", "-c", "sleep 0.5"])
+    assert b"ended" not in content(running)
+    assert not notices(running)

@@ -1,0 +1,186 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""The application's log: completeness, rotation, time lines, and a file system that fails."""
+
+from __future__ import annotations
+
+import re
+import signal
+
+import pytest
+
+from logs import LOG, OLD_LOG, content
+from waiting import wait_until
+
+TIME_LINE = re.compile(rb"-- Time: [A-Z][a-z]{2} [A-Z][a-z]{2} \d{1,2} \d\d:\d\d:\d\d \d{4} GMT\n")
+
+
+def test_output_reaches_the_file_without_an_end_or_a_full_buffer(board):
+    running = board("print", "short\\n", "wait", options=["--rotateOnly"])
+    wait_until(lambda: content(running).endswith(b"short\n"), "the flush")
+
+
+def test_ten_megabytes_on_each_channel_at_once_and_nothing_is_lost(board):
+    running = board("flood-both", "10000000", "4096", log_size="100M",
+                    options=["--singleRun", "--rotateOnly"])
+    assert running.wait_supervisor_exit() == 0
+    # Chunks of both channels end at any byte and interleave, so that a line may be cut in two:
+    # counted are the bytes, and every line that is whole must follow its predecessor.
+    written = content(running).split(b" \n", 1)[1]
+    assert len(written) == 20_000_000
+    for channel in (b"out", b"err"):
+        numbers = [int(n) for n in re.findall(rb"^%s (\d+) \.+$" % channel, written, re.M)]
+        assert len(numbers) > 50_000
+        assert numbers == sorted(numbers)
+
+
+def test_one_channel_is_complete_and_in_order(board):
+    running = board("flood", "10000000", "1000", log_size="100M",
+                    options=["--singleRun", "--rotateOnly"])
+    assert running.wait_supervisor_exit() == 0
+    lines = content(running).split(b" \n", 1)[1].splitlines()
+    assert [int(line.split()[1]) for line in lines] == list(range(100_000))
+
+
+def test_one_old_generation_is_kept_and_both_hold_the_unbroken_end(board):
+    running = board("flood", "5000000", "1000", log_size="256k",
+                    options=["--singleRun", "--rotateOnly"])
+    assert running.wait_supervisor_exit() == 0
+    kept = content(running, OLD_LOG) + content(running)
+    numbers = [int(n) for n in re.findall(rb"^out (\d+) \.+$", kept, re.M)]
+    assert numbers == list(range(numbers[0], 50_000))
+    assert len(content(running, OLD_LOG)) >= 256 * 1024
+    assert sorted(p.name for p in running.host_path("/tmp/log").iterdir()) == [
+        "application.log", "application.log.0"]
+
+
+def test_an_existing_log_is_continued_and_counted(board, tmp_path):
+    running = board("wait", options=["--rotateOnly"])
+    running.host_path("/tmp/old.log").write_bytes(b"x" * 900)
+    sample = running.application().command_line[0]
+    arguments = ["--logfileName", "/tmp/old.log", "--logfileSize", "1k"]
+    done = running.run(["/supervisor/watchdog", "--singleRun", "--rotateOnly", *arguments,
+                        "--app", sample, "print", "y" * 200])
+    assert done.status == 0
+    old = running.host_path("/tmp/old.log.0").read_bytes()
+    assert old.startswith(b"x" * 900 + b"\n\n") and old.endswith(b"y" * 200)
+    assert running.host_path("/tmp/old.log").read_bytes() == b""
+
+
+def test_time_lines(board):
+    running = board("print", "one\\ntwo\\n", "sleep", "2.1", "error", "three\\n", "wait",
+                    options=["--rotateOnly", "--logTime"])
+    wait_until(lambda: b"three" in content(running), "the last line")
+    log = content(running)
+    assert TIME_LINE.match(log)
+    assert len(TIME_LINE.findall(log)) >= 2
+    # One in front of a chunk, not of each of its lines; the second has changed before "three".
+    assert b"one\ntwo\n" in log
+    assert re.search(TIME_LINE.pattern + rb"three\n$", log)
+
+
+def test_without_a_log_file_everything_is_echoed(device, sample):
+    running = device(arguments=["--rotateOnly", "--singleRun", "--logTime", "--app", sample,
+                                "print", "to the console\\n", "error", "this too\\n"])
+    assert running.wait_supervisor_exit() == 0
+    assert b" Watchdog: Starting app: " in running.stdout
+    assert b"to the console\n" in running.stdout and b"this too\n" in running.stdout
+    assert b"-- Time:" not in running.stdout
+    assert running.stderr == b""
+
+
+def test_a_rename_that_fails_ends_the_file_and_echoes_the_rest(board):
+    running = board("sleep", "0.5", "flood", "4000", "4000", "print", "echoed\\n",
+                    log_size="2k", options=["--rotateOnly", "--singleRun"])
+    running.host_path(OLD_LOG).mkdir()
+    (running.host_path(OLD_LOG) / "occupied").touch()
+    assert running.wait_supervisor_exit() == 0
+    assert running.stderr == f"Can't rename file from:{LOG} to:{LOG}.0\n".encode()
+    assert b"out 0 " in content(running)
+    assert running.stdout.endswith(b"echoed\n") or b"out 39 " in content(running)
+
+
+def test_a_log_removed_from_outside_ends_in_the_same_way(board):
+    running = board("print", "first\\n", "wait", log_size="1M", options=["--rotateOnly"])
+    wait_until(lambda: b"first" in content(running), "the first line")
+    running.host_path(LOG).unlink()
+    # The restart's own line and the application's fill the limit of a second supervisor in time:
+    sample = running.application().command_line[0]
+    done = running.run(["sh", "-c",
+                        "(sleep 0.3; rm /tmp/gone.log) & /supervisor/watchdog --singleRun "
+                        "--rotateOnly --logfileName /tmp/gone.log --logfileSize 1k --app "
+                        f"{sample} print 'a\\n' sleep 1 flood 2000 2000 sleep 0.3 print 'echoed\\n'"])
+    assert done.status == 0
+    assert done.stderr == b"Can't rename file from:/tmp/gone.log to:/tmp/gone.log.0\n"
+    assert done.stdout == b"echoed\n"
+    assert not running.host_path("/tmp/gone.log").exists()
+
+
+def test_a_full_file_system_loses_text_but_never_the_application(board):
+    running = board("wait", options=["--rotateOnly"], spaces={"/tmp/small": "256k"})
+    sample = running.application().command_line[0]
+    done = running.run(["/supervisor/watchdog", "--singleRun", "--rotateOnly", "--logTime",
+                        "--logfileName", "/tmp/small/full.log", "--logfileSize", "1M", "--app",
+                        sample, "flood", "900000", "4000", "print", "still here\\n", "exit", "7"])
+    assert done.status == 7
+    assert done.stderr == b""
+    # The lost bytes were counted as well: not yet at the limit, so there is no old generation.
+    assert running.run(["ls", "/tmp/small"]).stdout == b"full.log\n"
+
+
+def test_lost_bytes_count_so_that_rotation_frees_the_space_again(board):
+    # The first generation fills the file system, the second finds no room, the third gets that of
+    # the first.
+    running = board("wait", options=["--rotateOnly"], spaces={"/tmp/small": "256k"})
+    sample = running.application().command_line[0]
+    done = running.run(["/supervisor/watchdog", "--singleRun", "--rotateOnly", "--logfileName",
+                        "/tmp/small/full.log", "--logfileSize", "300k", "--app", sample,
+                        "flood", "700000", "4000", "sleep", "0.5", "print", "the end\\n"])
+    assert done.status == 0
+    assert done.stderr == b""
+    files = running.run(["sh", "-c", "ls /tmp/small; tail -n 1 /tmp/small/full.log"]).stdout
+    assert files == b"full.log\nfull.log.0\nthe end\n"
+
+
+def test_logging_goes_on_when_space_returns(board):
+    running = board("wait", options=["--rotateOnly"], spaces={"/tmp/small": "256k"})
+    sample = running.application().command_line[0]
+    done = running.run(["sh", "-c",
+                        "head -c 250k /dev/zero >/tmp/small/filler; (sleep 1; rm /tmp/small/filler) & "
+                        "/supervisor/watchdog --singleRun --rotateOnly --logfileName "
+                        "/tmp/small/full.log --logfileSize 1M --app "
+                        f"{sample} flood 100000 4000 sleep 2 print 'space again\\n' sleep 0.5 print 'more\\n' "
+                        "sleep 0.5; cat /tmp/small/full.log"])
+    assert done.status == 0
+    # What was held back is written first; from then on the log goes on as before.
+    assert b"space again\n" in done.stdout
+
+
+def test_markers_do_nothing_without_reporting(board):
+    running = board("print", "==Report file:/etc/hostname==name\\n==Report==other\\n",
+                    options=["--singleRun", "--rotateOnly"])
+    assert running.wait_supervisor_exit() == 0
+    assert b"==Report file:/etc/hostname==name\n==Report==other\n" in content(running)
+    assert not list(running.host_path("/tmp/upload").iterdir())
+
+
+def test_what_a_grandchild_prints_after_the_end_is_lost(board):
+    running = board("grandchild", "1", "print", "parent ends\\n", options=["--rotateOnly"])
+    running.wait_for("system log", "Restarting process")
+    first = running.wait_for("system log", "Restarting process", count=3)
+    assert first
+    assert b"grandchild was here" not in content(running)
+
+
+def test_the_log_survives_restarts_in_one_file(board):
+    running = board("print", "again\\n", options=["--rotateOnly"])
+    running.wait_for("system log", "Restarting process", count=3)
+    assert content(running).count(b"again\n") == 3
+
+
+def test_a_supervisor_that_is_killed_has_its_log_up_to_the_last_flush(board):
+    running = board("print", "kept\\n", "wait", options=["--rotateOnly"])
+    wait_until(lambda: b"kept\n" in content(running), "the flush")
+    running.signal("supervisor", signal.SIGKILL)
+    assert running.wait_supervisor_exit() == -signal.SIGKILL
+    assert content(running).endswith(b"kept\n")

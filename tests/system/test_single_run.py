@@ -1,0 +1,126 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""Single-run mode: the supervisor ends with its application, or with a termination signal."""
+
+from __future__ import annotations
+
+import signal
+
+import pytest
+
+from logs import content
+from waiting import wait_until
+
+TERMINATION = [signal.SIGINT, signal.SIGQUIT, signal.SIGTERM]
+
+# Qt turns the event loop with glib's where it has it; a device's Qt usually has not.
+DISPATCHERS = pytest.mark.parametrize("environment", [{}, {"QT_NO_GLIB": "1"}],
+                                      ids=["glib", "Qt's own loop"])
+
+
+def started(running):
+    """Waits until the application has said that it is ready."""
+    wait_until(lambda: b"ready\n" in content(running), "the application is ready")
+
+
+@pytest.mark.parametrize("behaviour, status", [
+    (("exit", "0"), 0), (("exit", "42"), 42), (("signal", "9"), 9), (("signal", "11"), 11)])
+def test_the_exit_status_is_the_applications(board, behaviour, status):
+    running = board(*behaviour, options=["--singleRun"], watchdog_device=False)
+    assert running.wait_supervisor_exit() == status
+    assert not running.events("system log", "Restarting process")
+    assert running.events("tool", "killall -9 pYNX")
+
+
+def test_one_exit_never_reboots(board):
+    running = board("exit", "1", options=["--singleRun"], watchdog_device=False)
+    assert running.wait_supervisor_exit() == 1
+    assert not running.events("tool", "reboot")
+
+
+@DISPATCHERS
+@pytest.mark.parametrize("number", TERMINATION)
+def test_a_termination_signal_ends_both_and_the_status_is_0(board, number, environment):
+    running = board("on-term", "15", "print", "ready\\n", "wait",
+                    options=["--singleRun", "--rotateOnly"], environment=environment)
+    started(running)
+    running.signal("supervisor", number)
+    assert running.wait_supervisor_exit() == 0
+
+
+@DISPATCHERS
+def test_the_status_is_0_however_the_applications_end_falls(board, sample, environment):
+    running = board("wait", options=["--rotateOnly"], environment=environment)
+    script = f"""
+    for i in $(seq 40); do
+        /supervisor/watchdog --singleRun --rotateOnly --app {sample} name ready wait >/tmp/out &
+        until pgrep -P $! -x ready >/tmp/pid; do sleep 0.005; done
+        kill -TERM $!; wait $!; echo $?
+    done"""
+    done = running.run(["bash", "-c", script], timeout=120)
+    assert done.stdout.split() == [b"0"] * 40
+
+
+def test_a_signal_right_after_the_start_is_not_lost(board, sample):
+    running = board("wait", options=["--rotateOnly"])
+    script = f"""
+    for i in $(seq 60); do
+        /supervisor/watchdog --singleRun --rotateOnly --app {sample} ignore-term name straggler wait >/tmp/out &
+        sleep 0.0$((i % 6))$((i % 10)); kill -TERM $!; wait $!; echo $?
+    done; pkill -KILL straggler"""
+    done = running.run(["bash", "-c", script], timeout=240)
+    statuses = done.stdout.split()
+    assert len(statuses) == 60
+    # 0, or the default action where the program had not come to arming the signals yet.
+    assert set(statuses) <= {b"0", b"143"}
+
+
+def test_the_applications_last_words_are_in_the_log(board):
+    running = board("on-term", "3", "print", "ready\\n", "wait",
+                    options=["--singleRun"], watchdog_device=False)
+    started(running)
+    running.signal("application", signal.SIGTERM)
+    assert running.wait_supervisor_exit() == 3
+    assert content(running).endswith(b"ready\nterminated\n")
+
+
+def catches_sigterm(running) -> bool:
+    """Whether the supervisor has a handler for SIGTERM now."""
+    status = running.run(["cat", f"/proc/{running.supervisor().pid}/status"]).stdout.decode()
+    caught = int(next(line for line in status.splitlines() if line.startswith("SigCgt:")).split()[1], 16)
+    return bool(caught >> (signal.SIGTERM - 1) & 1)
+
+
+def test_a_second_signal_ends_the_supervisor_at_once(board):
+    # A hanging killall holds up the event loop, so that the first signal cannot take effect.
+    running = board("exit", "0", options=["--singleRun"], tools={"killall": "hang"},
+                    watchdog_device=False)
+    running.wait_for("tool", "killall")
+    assert catches_sigterm(running)
+    running.signal("supervisor", signal.SIGTERM)
+    wait_until(lambda: not catches_sigterm(running), "the first signal is handled")
+    assert not running.events("simulator", "supervisor ended")
+    running.signal("supervisor", signal.SIGTERM)
+    assert running.wait_supervisor_exit() == -signal.SIGTERM
+
+
+def test_the_supervisor_ends_when_its_parent_dies(board, sample):
+    running = board("wait", options=["--rotateOnly"])
+    script = (f"/supervisor/watchdog --singleRun --rotateOnly --app {sample} name orphan wait "
+              ">/tmp/out & until pgrep -x orphan >/tmp/pid; do sleep 0.01; done; sleep 0.3")
+    assert running.run(["sh", "-c", script]).status == 0
+    wait_until(lambda: not [p for p in running.processes() if p.comm == "orphan"],
+               "the application of the supervisor whose parent died is gone")
+
+
+def test_without_single_run_a_signal_just_ends_the_supervisor(board):
+    running = board("print", "ready\\n", "wait", options=["--rotateOnly"])
+    started(running)
+    running.signal("supervisor", signal.SIGTERM)
+    assert running.wait_supervisor_exit() == -signal.SIGTERM
+
+
+def test_the_application_starts_with_the_signals_untouched(board):
+    running = board("signals", options=["--singleRun", "--rotateOnly"])
+    assert running.wait_supervisor_exit() == 0
+    assert content(running).endswith(b"\nsignals\n")
