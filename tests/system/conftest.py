@@ -27,6 +27,12 @@ def sample(build_directory: Path) -> str:
     return str(build_directory / "simulator" / "application" / "sample-application")
 
 
+@pytest.fixture(scope="session")
+def sanitized(build_directory: Path) -> bool:
+    """Whether the program is built with a sanitizer, which keeps freed memory back."""
+    return b"libasan.so" in (build_directory / "watchdog").read_bytes()
+
+
 @pytest.fixture
 def board(device: Any, sample: str) -> Board:
     """board("exit", "5", options=["--rotateOnly"]): a running device, logging to LOG."""

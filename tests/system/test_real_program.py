@@ -1,0 +1,69 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""The main job on a program that was written without it in mind: busybox's web server."""
+
+from __future__ import annotations
+
+import os
+import shutil
+import signal
+import urllib.error
+import urllib.request
+
+import pytest
+
+from logs import OLD_LOG, content
+from waiting import wait_until
+
+BUSYBOX = shutil.which("busybox")
+
+
+@pytest.fixture
+def address() -> str:
+    """An address of the loopback network for this test process alone."""
+    pid = os.getpid()
+    return f"127.{128 + (pid >> 16)}.{pid >> 8 & 255}.{pid & 255}:8080"
+
+
+def ask(address: str) -> bool:
+    """Whether the web server answers, if only to say that there is no such page."""
+    try:
+        urllib.request.urlopen(f"http://{address}/no-such-page", timeout=10)
+    except urllib.error.HTTPError:
+        return True
+    except OSError:
+        return False
+    return True
+
+
+@pytest.mark.skipif(BUSYBOX is None, reason="busybox is not installed")
+def test_a_web_server_is_logged_restarted_and_rebooted(board, address):
+    running = board(application=[BUSYBOX, "httpd", "-f", "-vv", "-p", address], log_size="2k",
+                    bad_boots=2)
+
+    # What it prints is in the log.
+    wait_until(lambda: ask(address), "the web server answers")
+    wait_until(lambda: b"response:404" in content(running), "its line is in the log")
+
+    # The log is rotated at the limit.
+    def filled() -> bool:
+        return ask(address) and content(running, OLD_LOG) != b""
+    wait_until(filled, "the log is rotated")
+    assert len(content(running, OLD_LOG)) >= 2048
+
+    # Killed from outside, it is started again.
+    killed = running.application()
+    running.signal(killed.pid, signal.SIGKILL)
+    running.wait_for("system log", "Restarting process: exit code:9, exist status:1")
+    again = running.application(unlike=killed)
+    wait_until(lambda: ask(address), "the restarted web server answers")
+
+    # On the third exit the board is rebooted, and the web server runs again after that.
+    running.signal(again.pid, signal.SIGTERM)
+    running.wait_for("system log", "Restarting process: exit code:15, exist status:1")
+    third = running.application(unlike=again)
+    running.signal(third.pid, signal.SIGKILL)
+    running.wait_for("tool", "reboot -f")
+    assert b"Critical FW error, rebooting.\n" in running.stderr
+    running.wait_for("boot loader", starts=True, count=2)
+    wait_until(lambda: ask(address), "the web server answers after the reboot")
