@@ -16,21 +16,18 @@ import signal
 import socket
 import subprocess
 import time
-from collections.abc import Iterable
 from dataclasses import asdict
 from typing import Any
 
 from simulator import boot_loader, commands, control, kernel, paths, processes, supervisor
 from simulator.account import BOOT_LOADER, SIMULATOR, WATCHDOG_DEVICE, AccountWriter
-from simulator.configuration import Configuration
+from simulator.configuration import COMMAND_PATH, Configuration
 from simulator.device_directory import DeviceDirectory
 from simulator.system_log import SystemLogServer
 from simulator.tools import TOOLS, Outcome, ToolServer
 from simulator.watchdog_driver import Driver
 from simulator.watchdog_server import WatchdogServer
 
-_COMMAND_DIRECTORIES = ("/usr/local/sbin", "/usr/local/bin", "/usr/sbin", "/usr/bin", "/sbin",
-                        "/bin")
 _VOLATILE = ("/run", "/dev/shm")
 
 
@@ -257,14 +254,14 @@ class Board:
         kernel.set_read_only("/home/root", request["read_only"])
 
 
-def link_commands(directories: Iterable[str] = _COMMAND_DIRECTORIES) -> None:
+def link_commands() -> None:
     """Make a directory of links to all commands of the host that are not stood in for.
 
     With it in the search path in place of the host's own directories, a tool told to be absent is
     really not found.
     """
     os.mkdir(paths.COMMANDS)
-    for directory in directories:
+    for directory in COMMAND_PATH.split(":"):
         if not os.path.isdir(directory):
             continue
         for name in os.listdir(directory):

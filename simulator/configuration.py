@@ -14,6 +14,7 @@ from simulator.errors import SimulatorError
 
 PROGRAM_DIRECTORY = "/supervisor"
 PROGRAM = PROGRAM_DIRECTORY + "/watchdog"
+COMMAND_PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
 DEFAULT_DIRECTORIES = ("/tmp/log", "/tmp/upload")
 
 _SIZE = re.compile(r"([1-9][0-9]*)([kKmMgG]?)")

@@ -76,6 +76,15 @@ class Box:
         os.close(self._lock_fd)
 
 
+def is_in_use(directory: Path) -> bool:
+    """Whether a box is running on this device directory."""
+    try:
+        os.close(_lock(directory))
+    except SimulatorError:
+        return True
+    return False
+
+
 def _lock(directory: Path) -> int:
     descriptor = os.open(directory, os.O_RDONLY | os.O_DIRECTORY)
     try:

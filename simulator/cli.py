@@ -1,0 +1,136 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""What ./simulate does once the project is built."""
+
+from __future__ import annotations
+
+import argparse
+import os
+import shutil
+import signal
+import sys
+import time
+from pathlib import Path
+from types import FrameType
+
+from simulator import options as command_line
+from simulator import paths, summary
+from simulator.account import Event
+from simulator.device import Device
+from simulator.display import Display
+from simulator.errors import SimulatorError
+from simulator.follow import LogFollower
+from simulator.launcher import is_in_use
+
+_LOOKS_APART = 0.25
+_FALLBACK = 3
+_FAILED = 125
+
+
+def main(arguments: list[str]) -> int:
+    """Run a simulation as the command line says; returns the exit status."""
+    options = command_line.parse(arguments)
+    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+        signal.signal(number, _interrupt)
+    try:
+        _prepare_directory(options.directory, options.keep)
+        return _simulate(options, Display(sys.stdout))
+    except KeyboardInterrupt:
+        return 0
+    except (SimulatorError, OSError) as error:
+        print(f"simulate: {error}", file=sys.stderr)
+        return _FAILED
+
+
+def _interrupt(number: int, frame: FrameType | None) -> None:
+    # Once is enough: what follows is the orderly end, which a second Ctrl-C must not cut short.
+    for each in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+        signal.signal(each, signal.SIG_IGN)
+    raise KeyboardInterrupt
+
+
+def _simulate(options: argparse.Namespace, display: Display) -> int:
+    device = Device(
+        options.build / "watchdog", options.directory, command_line.supervisor_arguments(options),
+        settings=options.settings, tools=options.tools, read_only_root=options.read_only_root,
+        watchdog_device=not options.no_watchdog_device, spaces=options.spaces,
+        bad_boots=options.bad_boots, boots=options.boots, binds=options.binds)
+    _introduce(options, display)
+    log_path = os.path.join("/", options.logfileName or command_line.DEFAULT_LOG)
+    follower = LogFollower(lambda: device.open(log_path))
+    end: Event | None = None
+    try:
+        device.start()
+        try:
+            end = _watch(device, follower, display, options.seconds)
+        except KeyboardInterrupt:
+            display.text("")
+        display.show_log(*follower.poll())
+    finally:
+        device.stop()
+        follower.close()
+    for event in device.wait_for_news(0):
+        display.show(event)
+    display.text("")
+    for line in summary.summarise(device.events(), device.boot_state, device.directory):
+        display.text(line)
+    return _exit_status(end)
+
+
+def _watch(device: Device, follower: LogFollower, display: Display,
+           seconds: float | None) -> Event | None:
+    """Show what happens; returns the event that ended the simulation, or None at the time limit."""
+    limit = None if seconds is None else time.monotonic() + seconds
+    while limit is None or time.monotonic() < limit:
+        for event in device.wait_for_news(_LOOKS_APART):
+            display.show(event)
+            if event.get("end"):
+                return event
+        display.show_log(*follower.poll())
+    return None
+
+
+def _introduce(options: argparse.Namespace, display: Display) -> None:
+    display.text(f"Application: {' '.join(options.application)}")
+    display.text(f"Device directory: {options.directory} (/tmp of the board is tmp/ there)")
+    for bind in options.binds:
+        display.text(f"Shown to the application, read-only: {bind.source}")
+    if options.user is not None and os.geteuid() != 0:
+        display.text("Note: an ordinary user's simulator has one account only; --user will fail to "
+                     "switch, as it does for a supervisor without rights.")
+    display.text("Ctrl-C ends the simulation.\n")
+
+
+def _exit_status(end: Event | None) -> int:
+    if end is None or end["end"] == "boots":
+        return 0
+    if end["end"] == "fallback":
+        return _FALLBACK
+    status = int(end["status"])
+    return status if status >= 0 else 128 - status
+
+
+def _prepare_directory(directory: Path, keep: bool) -> None:
+    """Make room for a fresh device, keeping the last one; never touch what is not one of ours."""
+    if not directory.exists():
+        directory.mkdir(parents=True)
+    elif not any(directory.iterdir()):
+        return
+    elif not (directory / paths.CONFIGURATION).exists():
+        raise SimulatorError(f"{directory} holds something else than a simulated device; it was "
+                             "left as it is. Name another directory with --device-dir")
+    elif not keep:
+        _move_aside(directory)
+
+
+def _move_aside(directory: Path) -> None:
+    if is_in_use(directory):
+        raise SimulatorError(f"another simulated device is running in {directory}")
+    old = directory.with_name(directory.name + ".old")
+    if old.exists():
+        if not (old / paths.CONFIGURATION).exists():
+            raise SimulatorError(f"{old} is in the way and holds something else than a simulated "
+                                 "device; it was left as it is")
+        shutil.rmtree(old)
+    directory.rename(old)
+    directory.mkdir()

@@ -1,0 +1,64 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""The account on the terminal: one line an event."""
+
+from __future__ import annotations
+
+import os
+import time
+from typing import TextIO
+
+from simulator import account
+from simulator.account import Event
+
+APPLICATION_LOG = "application log"
+
+_COLOURS = {
+    account.BOOT_LOADER: "35",
+    account.SUPERVISOR: "33",
+    account.SYSTEM_LOG: "36",
+    account.TOOL: "34",
+    account.WATCHDOG_DEVICE: "32",
+    account.SIMULATOR: "1",
+    APPLICATION_LOG: "37",
+}
+_ALARM = "31"
+_WIDTH = max(map(len, _COLOURS))
+
+
+class Display:
+    """Writes lines with the time and the source in columns; in colour on a terminal only."""
+
+    def __init__(self, stream: TextIO) -> None:
+        self._stream = stream
+        self._colour = stream.isatty() and not os.environ.get("NO_COLOR")
+
+    def show(self, event: Event) -> None:
+        """One event."""
+        alarm = bool(event.get("reset") or event.get("end") or event.get("operation") == "expired")
+        mark = f"{event['priority']}: " if event.source == account.SYSTEM_LOG else ""
+        self._line(event.wall, event.source, mark + event.text, alarm)
+
+    def show_log(self, lines: list[str], left_out: int) -> None:
+        """New lines of the application's log."""
+        for line in lines:
+            self._line(time.time(), APPLICATION_LOG, line)
+        if left_out:
+            self._line(time.time(), APPLICATION_LOG, f"… {left_out} lines not shown")
+
+    def text(self, text: str) -> None:
+        """Words that belong to no event."""
+        print(text, file=self._stream, flush=True)
+
+    def _line(self, wall: float, source: str, text: str, alarm: bool = False) -> None:
+        clock = time.strftime("%H:%M:%S", time.localtime(wall)) + f".{int(wall * 1000) % 1000:03}"
+        name = f"{source:{_WIDTH}}"
+        if self._colour:
+            name = f"\033[{_ALARM if alarm else _COLOURS[source]}m{name}\033[0m"
+        print(f"{clock}  {name}  {_printable(text)}", file=self._stream, flush=True)
+
+
+def _printable(text: str) -> str:
+    # What an application prints must not be able to steer the terminal of whoever looks on.
+    return "".join(character if character.isprintable() or character == "\t"
+                   else character.encode("unicode_escape").decode() for character in text)

@@ -1,0 +1,219 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""The command line of ./simulate."""
+
+from __future__ import annotations
+
+import argparse
+import os
+import re
+import shutil
+from pathlib import Path
+from typing import Any, NoReturn
+
+from simulator import root
+from simulator.configuration import COMMAND_PATH, Bind, size_in_bytes
+from simulator.errors import SimulatorError
+from simulator.tools import Behaviour
+
+DEFAULT_LOG = "/tmp/log/application.log"
+DEFAULT_LOG_SIZE = "64k"
+DEFAULT_DIRECTORY = "simulated-device"
+USAGE_ERROR = 2
+
+_ROOT = Path(__file__).resolve().parent.parent
+_DURATION = re.compile(r"([0-9]+(?:\.[0-9]+)?)([smh]?)")
+_DURATION_UNITS = {"": 1, "s": 1, "m": 60, "h": 3600}
+
+_USAGE = "./simulate [OPTION]... [APPLICATION [ARGUMENT]...]"
+_EPILOG = """\
+Without an application the sample one runs. APPLICATION is a path, or a command of this machine.
+All of this machine's file system is visible on the board, read-only; /tmp, /home/root, /run and
+/dev are the board's own.
+
+examples:
+  ./simulate                                      the sample application
+  ./simulate ./build/my-application --port 80     your application with its arguments
+  ./simulate --tool reboot=return /bin/false      what if the third exit does not reboot?
+  ./simulate --read-only-root                     a root file system that has failed
+  ./simulate --tool sfuflags=hang                 a flag tool that never ends
+  ./simulate --space /tmp/log=64k                 a file system that fills up
+  ./simulate --no-watchdog-device --singleRun sh -c 'echo hello; exit 5'
+
+exit status:
+  0      ended by Ctrl-C, by --duration or by --boots
+  2      wrong usage, nothing was started
+  3      the boot loader gave up and would start the fallback system
+  125    the simulated device could not be built, or failed
+  other  the supervisor ended by itself, and so did its exit status: 128 + N for signal N. As on a
+         real board this ends the simulation only while the watchdog device is not armed.
+"""
+
+
+class _Parser(argparse.ArgumentParser):
+    def error(self, message: str) -> NoReturn:
+        self.exit(USAGE_ERROR, f"simulate: {message}\nTry './simulate --help'.\n")
+
+
+class _PassOn(argparse.Action):
+    """Keeps an option for the supervisor, in the order given, since there the last one wins."""
+
+    def __call__(self, parser: argparse.ArgumentParser, namespace: argparse.Namespace,
+                 values: Any, option_string: str | None = None) -> None:
+        setattr(namespace, self.dest, values)
+        words = [option_string or "", *([] if isinstance(values, list) else [values])]
+        namespace.passed_on = [*namespace.passed_on, *words]
+
+
+def parse(arguments: list[str]) -> argparse.Namespace:
+    """Read and check the command line; ends the program with a message where it is wrong.
+
+    Everything that can be checked without a build is checked here, so that it is said at once.
+    """
+    parser = _make_parser()
+    options = parser.parse_args(arguments, argparse.Namespace(passed_on=[]))
+    try:
+        options.tools = dict(_tool(text) for text in options.tool)
+        options.spaces = dict(_space(text) for text in options.space)
+        options.settings = _settings(options.settings)
+        options.seconds = _duration(options.duration)
+        options.directory = _device_directory(options.device_dir)
+        if options.boots < 0 or options.bad_boots < 1:
+            raise SimulatorError("--boots takes a number from 0, --bad-boots one from 1")
+        options.build = (_ROOT / options.build_dir).resolve()
+        given = options.application or [str(
+            options.build / "simulator" / "application" / "sample-application")]
+        options.sample = not options.application
+        options.application = [given[0] if options.sample else _application(given[0]), *given[1:]]
+        options.binds = [Bind(argument) for argument in options.application[1:]
+                         if root.is_replaced(argument) and os.path.isfile(argument)]
+    except SimulatorError as error:
+        parser.error(str(error))
+    return options
+
+
+def supervisor_arguments(options: argparse.Namespace) -> list[str]:
+    """The supervisor's own command line."""
+    arguments = list(options.passed_on)
+    if options.logfileName is None:
+        arguments += ["--logfileName", DEFAULT_LOG]
+    if options.logfileSize is None and options.logfileSizeConf is None:
+        arguments += ["--logfileSize", DEFAULT_LOG_SIZE]
+    return [*arguments, "--app", *options.application]
+
+
+def _make_parser() -> argparse.ArgumentParser:
+    parser = _Parser(prog="simulate", usage=_USAGE, epilog=_EPILOG, allow_abbrev=False,
+                     add_help=False, formatter_class=argparse.RawDescriptionHelpFormatter,
+                     description="Builds the supervisor and runs it with an application on a "
+                                 "simulated device. Shows what happens until Ctrl-C.")
+    own = parser.add_argument_group("the supervisor's options, passed on")
+    own.add_argument("--logfileName", metavar="PATH", action=_PassOn,
+                     help=f"log of the application (default: {DEFAULT_LOG})")
+    own.add_argument("--logfileSize", metavar="SIZE", action=_PassOn,
+                     help=f"its largest size, with k or M (default: {DEFAULT_LOG_SIZE})")
+    own.add_argument("--logfileSizeConf", metavar="NAME", action=_PassOn,
+                     help="look its size up in the settings")
+    own.add_argument("--logTime", nargs=0, action=_PassOn, help="add time lines to the log")
+    own.add_argument("--rotateOnly", nargs=0, action=_PassOn,
+                     help="only keep the log: no watchdog device, load, reports or flags")
+    own.add_argument("--singleRun", nargs=0, action=_PassOn, help="end with the application")
+    own.add_argument("--user", metavar="NAME", action=_PassOn,
+                     help="account to run the application as; it takes a simulator started by "
+                          "root to really switch accounts")
+    board = parser.add_argument_group("the board")
+    board.add_argument("--settings", metavar="FILE|DIR", action="append", default=[],
+                       help="settings document, or a directory of *.json, for the supervisor's "
+                            "directory 'settings'; may be repeated")
+    board.add_argument("--tool", metavar="NAME=BEHAVIOUR", action="append", default=[],
+                       help="what reboot, killall, sfuflags or fw_setenv does: normal, fail, "
+                            "fail=STATUS, hang, absent, for reboot also return (do nothing); "
+                            "may be repeated")
+    board.add_argument("--read-only-root", action="store_true",
+                       help="/home/root cannot be written to")
+    board.add_argument("--no-watchdog-device", action="store_true",
+                       help="there is no /dev/watchdog")
+    board.add_argument("--bad-boots", metavar="N", type=int, default=3,
+                       help="boots without cleared flags before the boot loader starts the "
+                            "fallback system (default: %(default)s)")
+    board.add_argument("--space", metavar="DIR=SIZE", action="append", default=[],
+                       help="a file system of its own, such as /tmp/log=64k; may be repeated")
+    run = parser.add_argument_group("the simulation")
+    run.add_argument("--duration", metavar="TIME",
+                     help="end after so many seconds; also 5m, 2h")
+    run.add_argument("--boots", metavar="N", type=int, default=0, help="end after so many boots")
+    run.add_argument("--device-dir", metavar="DIR", default=DEFAULT_DIRECTORY,
+                     help="where the board's files, the logs and the account lie "
+                          "(default: %(default)s)")
+    keep = run.add_mutually_exclusive_group()
+    keep.add_argument("--fresh", action="store_true",
+                      help="start with a new device (default); the last one is kept as DIR.old")
+    keep.add_argument("--keep", action="store_true",
+                      help="go on with the device in DIR: same files, same boot flags")
+    run.add_argument("--build-dir", metavar="DIR", default="build/release",
+                     help="build to run, within the project (default: %(default)s)")
+    run.add_argument("-h", "--help", action="help", help="show this and end")
+    parser.add_argument("application", nargs=argparse.REMAINDER, help=argparse.SUPPRESS)
+    return parser
+
+
+def _application(name: str) -> str:
+    if "/" not in name:
+        if shutil.which(name, path=COMMAND_PATH):
+            return name
+        hint = f"; did you mean ./{name} ?" if os.path.isfile(name) else ""
+        raise SimulatorError(f"there is no such command: {name}{hint}")
+    path = os.path.abspath(name)
+    if not os.path.exists(path):
+        raise SimulatorError(f"there is no such application: {name}")
+    if os.path.isdir(path):
+        raise SimulatorError(f"the application is a directory: {name}")
+    if not os.access(path, os.X_OK):
+        raise SimulatorError(f"the application is not executable: {name}")
+    return path
+
+
+def _tool(text: str) -> tuple[str, str]:
+    name, _, behaviour = text.partition("=")
+    Behaviour.parse(name, behaviour)
+    return name, behaviour
+
+
+def _space(text: str) -> tuple[str, int]:
+    place, separator, size = text.partition("=")
+    if not separator or not os.path.isabs(place):
+        raise SimulatorError(f"--space takes an absolute directory and a size, such as "
+                             f"/tmp/log=64k, not '{text}'")
+    return os.path.normpath(place), size_in_bytes(size)
+
+
+def _settings(paths: list[str]) -> dict[str, bytes]:
+    documents: dict[str, bytes] = {}
+    for name in paths:
+        path = Path(name)
+        if not path.exists():
+            raise SimulatorError(f"there are no such settings: {name}")
+        files = sorted(path.glob("*.json")) if path.is_dir() else [path]
+        if not files:
+            raise SimulatorError(f"there is no *.json in {name}")
+        try:
+            documents.update((file.name, file.read_bytes()) for file in files)
+        except OSError as error:
+            raise SimulatorError(f"cannot read {error.filename}: {error.strerror}") from error
+    return documents
+
+
+def _duration(text: str | None) -> float | None:
+    if text is None:
+        return None
+    match = _DURATION.fullmatch(text)
+    if match is None:
+        raise SimulatorError(f"--duration takes a time such as 30, 5m or 2h, not '{text}'")
+    return float(match[1]) * _DURATION_UNITS[match[2]]
+
+
+def _device_directory(name: str) -> Path:
+    path = Path(name).resolve()
+    if path.exists() and not path.is_dir():
+        raise SimulatorError(f"the device directory is not a directory: {name}")
+    return path
