@@ -7,5 +7,6 @@ from simulator.boot_loader import BootState
 from simulator.configuration import Bind
 from simulator.device import Device
 from simulator.errors import SimulatorError
+from simulator.waiting import wait_until
 
-__all__ = ["Bind", "BootState", "Device", "Event", "SimulatorError"]
+__all__ = ["Bind", "BootState", "Device", "Event", "SimulatorError", "wait_until"]

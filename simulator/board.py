@@ -104,7 +104,9 @@ class Board:
                 os.makedirs(place, exist_ok=True)
             self._supervisor.start()
         except OSError as error:
-            self._end("supervisor", f"the supervisor cannot be started: {error}", status=127)
+            self._end("supervisor",
+                      f"the simulation ends: the supervisor cannot be started: {error}",
+                      status=127)
 
     def _reset(self) -> None:
         reason, self._reset_reason = self._reset_reason, ""
@@ -194,7 +196,8 @@ class Board:
         self._account.record(SIMULATOR, f"supervisor ended by itself: {how}", status=status)
         seconds = self._seconds_to_expiry()
         if seconds is None:
-            self._end("supervisor", f"the simulation ends: supervisor ended, {how}", status=status)
+            self._end("supervisor",
+                      f"the simulation ends: supervisor ended, {how}", status=status)
         else:
             self._account.record(SIMULATOR, "the watchdog device goes on counting down: reset in "
                                  f"{seconds:.1f} s")

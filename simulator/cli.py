@@ -30,26 +30,27 @@ _FAILED = 125
 def main(arguments: list[str]) -> int:
     """Run a simulation as the command line says; returns the exit status."""
     options = command_line.parse(arguments)
-    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
-        signal.signal(number, _interrupt)
     try:
         _prepare_directory(options.directory, options.keep)
-        return _simulate(options, Display(sys.stdout))
-    except KeyboardInterrupt:
-        return 0
+        return _simulate(options, Display(sys.stdout), _Interrupt())
     except (SimulatorError, OSError) as error:
         print(f"simulate: {error}", file=sys.stderr)
         return _FAILED
 
 
-def _interrupt(number: int, frame: FrameType | None) -> None:
-    # Once is enough: what follows is the orderly end, which a second Ctrl-C must not cut short.
-    for each in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
-        signal.signal(each, signal.SIG_IGN)
-    raise KeyboardInterrupt
+class _Interrupt:
+    """Notes Ctrl-C and its kin, so that the simulation comes to an orderly end with a summary."""
+
+    def __init__(self) -> None:
+        self.came = False
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+            signal.signal(number, self._note)
+
+    def _note(self, number: int, frame: FrameType | None) -> None:
+        self.came = True
 
 
-def _simulate(options: argparse.Namespace, display: Display) -> int:
+def _simulate(options: argparse.Namespace, display: Display, interrupt: _Interrupt) -> int:
     device = Device(
         options.build / "watchdog", options.directory, command_line.supervisor_arguments(options),
         settings=options.settings, tools=options.tools, read_only_root=options.read_only_root,
@@ -58,13 +59,9 @@ def _simulate(options: argparse.Namespace, display: Display) -> int:
     _introduce(options, display)
     log_path = os.path.join("/", options.logfileName or command_line.DEFAULT_LOG)
     follower = LogFollower(lambda: device.open(log_path))
-    end: Event | None = None
     try:
         device.start()
-        try:
-            end = _watch(device, follower, display, options.seconds)
-        except KeyboardInterrupt:
-            display.text("")
+        end = _watch(device, follower, display, interrupt, options.seconds)
         display.show_log(*follower.poll())
     finally:
         device.stop()
@@ -77,11 +74,11 @@ def _simulate(options: argparse.Namespace, display: Display) -> int:
     return _exit_status(end)
 
 
-def _watch(device: Device, follower: LogFollower, display: Display,
+def _watch(device: Device, follower: LogFollower, display: Display, interrupt: _Interrupt,
            seconds: float | None) -> Event | None:
-    """Show what happens; returns the event that ended the simulation, or None at the time limit."""
+    """Show what happens; returns the event that ended the simulation, None if it was cut short."""
     limit = None if seconds is None else time.monotonic() + seconds
-    while limit is None or time.monotonic() < limit:
+    while not interrupt.came and (limit is None or time.monotonic() < limit):
         for event in device.wait_for_news(_LOOKS_APART):
             display.show(event)
             if event.get("end"):

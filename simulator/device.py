@@ -18,20 +18,18 @@ from collections.abc import Mapping, Sequence
 from pathlib import Path
 from typing import Any
 
-from simulator import control, leftovers, paths, root
+from simulator import control, paths, root
 from simulator.account import BOOT_LOADER, SIMULATOR, AccountReader, Event
 from simulator.boot_loader import BootState
 from simulator.configuration import (
     DEFAULT_DIRECTORIES, PROGRAM, PROGRAM_DIRECTORY, Bind, Configuration, size_in_bytes)
 from simulator.errors import SimulatorError
 from simulator.launcher import Box
+from simulator.leftovers import Trace
 from simulator.processes import Process
 from simulator.tools import Behaviour
+from simulator.waiting import DEFAULT_TIMEOUT, wait_until
 
-DEFAULT_TIMEOUT = 60.0
-"""Seconds to wait for an event; generous, because a loaded machine is no reason to fail."""
-
-_POLL_INTERVAL = 0.02
 _TAIL = 60
 
 
@@ -102,7 +100,8 @@ class Device:
             environment=dict(environment or {}), bad_boots=bad_boots, boots=boots,
             stdin=stdin, working_directory=working_directory)
         self._box: Box | None = None
-        self._namespaces: leftovers.BoxNamespaces | None = None
+        self.trace: Trace | None = None
+        """Finds remains of the device; the caller closes it. While the device runs it finds all."""
         self._account = AccountReader(self.directory / paths.ACCOUNT)
         self._events: list[Event] = []
 
@@ -121,7 +120,8 @@ class Device:
             raise SimulatorError("the device is running already")
         self._check()
         self._prepare_directory()
-        self._account.read_new()  # of an earlier life of this device directory
+        if not self._events:
+            self._account.skip()
         root.make_mount_points(self._configuration)
         box = Box(self.directory)
         try:
@@ -130,7 +130,7 @@ class Device:
             box.stop()
             root.remove_mount_points(self._configuration)
             raise
-        self._namespaces = leftovers.BoxNamespaces(box.pid)
+        self.trace = Trace(box.pid, self.directory)
         self._box = box
 
     def stop(self) -> None:
@@ -282,17 +282,16 @@ class Device:
 
         It is the supervisor's child whose command line names what follows --app.
         """
-        deadline = time.monotonic() + timeout
-        while True:
+        def look() -> Process | None:
             listed, pid = self._processes()
-            for process in listed:
-                if (process.ppid == pid and pid and process.state != "Z"
-                        and self._application_path() in process.command_line[:3]
-                        and (unlike is None or process.pid != unlike.pid)):
-                    return process
-            if time.monotonic() > deadline:
-                raise SimulatorError(f"the application is not running\n{self.tail()}")
-            time.sleep(_POLL_INTERVAL)
+            return next((process for process in listed
+                         if pid and process.ppid == pid and process.state != "Z"
+                         and self._application_path() in process.command_line[:3]
+                         and (unlike is None or process.pid != unlike.pid)), None)
+
+        found = wait_until(look, "an application's process", timeout)
+        assert found is not None
+        return found
 
     def signal(self, target: int | str, number: int) -> None:
         """Send a signal to "supervisor", "application", a number, or all processes of a name."""
@@ -326,6 +325,7 @@ class Device:
                     os.close(boards_report_fd)
                 if not select.select([report_fd], [], [], timeout)[0]:
                     self._request("signal", pid=answer.values["pid"], number=int(signal.SIGKILL))
+                    os.read(report_fd, 16)  # so that it is gone when the caller hears of it
                     raise SimulatorError(f"{shlex.join(command)} did not end within {timeout} s")
                 status = int(os.read(report_fd, 16))
                 out.seek(0)

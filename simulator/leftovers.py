@@ -8,39 +8,35 @@ import os
 from pathlib import Path
 
 
-class BoxNamespaces:
-    """The namespaces that the process `box_pid` has made for its box.
+class Trace:
+    """Remembers a box, to look for remains of it afterwards.
 
-    They are held open: the kernel gives the number of a namespace that is gone to the next one, so
-    that without it the processes of another box would be taken for those of this one.
+    It holds the box' process namespace open, because the kernel gives the number of one that is
+    gone to the next, which may be that of another box. An empty one holds nothing else up.
     """
 
-    def __init__(self, box_pid: int) -> None:
-        self._descriptors = [os.open(f"/proc/{box_pid}/ns/{kind}", os.O_RDONLY)
-                             for kind in ("mnt", "pid_for_children", "ipc", "uts")]
-        self._numbers = {os.fstat(descriptor).st_ino for descriptor in self._descriptors}
+    def __init__(self, box_pid: int, directory: Path) -> None:
+        self._directory = directory
+        self._namespace_fd = os.open(f"/proc/{box_pid}/ns/pid_for_children", os.O_RDONLY)
 
-    def processes(self) -> list[int]:
-        """The processes, seen from here, that live in one of them."""
-        return [int(entry.name) for entry in Path("/proc").iterdir()
-                if entry.name.isdecimal() and not self._numbers.isdisjoint(_namespaces(entry))]
+    def remains(self) -> list[str]:
+        """Processes of the box, and mounts of the host below the device directory."""
+        namespace = os.fstat(self._namespace_fd)
+        found = [f"process {process.name}" for process in Path("/proc").iterdir()
+                 if process.name.isdecimal() and _lives_in(process, namespace)]
+        for line in Path("/proc/self/mountinfo").read_text(encoding="utf-8").splitlines():
+            mount_point = line.split()[4]
+            if Path(mount_point).is_relative_to(self._directory):
+                found.append(f"mount {mount_point}")
+        return found
 
     def close(self) -> None:
-        """Let the kernel have them."""
-        for descriptor in self._descriptors:
-            os.close(descriptor)
-        self._descriptors.clear()
+        """Let the kernel forget the box."""
+        os.close(self._namespace_fd)
 
 
-def mounts_below(directory: Path) -> list[str]:
-    """The mount points of the host that lie in `directory`."""
-    lines = Path("/proc/self/mountinfo").read_text(encoding="utf-8").splitlines()
-    mount_points = [line.split()[4] for line in lines]
-    return [point for point in mount_points if Path(point).is_relative_to(directory)]
-
-
-def _namespaces(process: Path) -> set[int]:
+def _lives_in(process: Path, namespace: os.stat_result) -> bool:
     try:
-        return {(process / "ns" / kind).stat().st_ino for kind in ("mnt", "pid", "ipc", "uts")}
+        return os.path.samestat(os.stat(process / "ns" / "pid"), namespace)
     except (FileNotFoundError, ProcessLookupError, PermissionError):
-        return set()  # it has just ended, or belongs to somebody else
+        return False  # it has just ended, or belongs to somebody else

@@ -62,10 +62,13 @@ def device(request: pytest.FixtureRequest, tmp_path: Path,
         return board
 
     yield make
+    remains: list[str] = []
     for board in made:
         board.stop()
-    left = [f"{board.directory}: {what}" for board in made for what in board.left_behind()]
-    assert not left, f"a device has left something behind: {left}"
+        if board.trace is not None:
+            remains += board.trace.remains()
+            board.trace.close()
+    assert not remains, f"a device has left something behind: {remains}"
 
 
 @pytest.hookimpl(hookwrapper=True)

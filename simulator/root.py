@@ -49,7 +49,7 @@ def step(what: str) -> Iterator[None]:
     try:
         yield
     except OSError as error:
-        subject = f" ({error.filename})" if error.filename else ""
+        subject = f" ({error.filename.removeprefix(NEW_ROOT)})" if error.filename else ""
         raise SimulatorError(f"cannot {what}: {error.strerror}{subject}") from error
 
 
@@ -115,7 +115,7 @@ def remove_mount_points(configuration: Configuration) -> None:
         try:
             if point.is_file() and point.stat().st_size == 0:
                 point.unlink()
-            while point.parent.parent != Path(configuration.directory):
+            while point.parent != Path(configuration.directory):
                 if point.is_dir():
                     point.rmdir()
                 point = point.parent

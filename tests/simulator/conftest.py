@@ -1,0 +1,32 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""Stand-ins for the supervisor: the simulator's tests do not depend on the real one."""
+
+from __future__ import annotations
+
+import itertools
+from collections.abc import Callable
+from pathlib import Path
+
+import pytest
+
+WAIT = "exec sleep infinity"
+
+
+@pytest.fixture
+def script(tmp_path: Path) -> Callable[[str], Path]:
+    """Makes an executable shell script of the lines given."""
+    numbers = itertools.count(1)
+
+    def make(text: str, name: str = "") -> Path:
+        path = tmp_path / (name or f"program-{next(numbers)}")
+        path.write_text("#!/bin/sh\n" + text + "\n", encoding="utf-8")
+        path.chmod(0o755)
+        return path
+    return make
+
+
+@pytest.fixture
+def feeder(build_directory: Path) -> Path:
+    """A program in C that uses the watchdog device as its arguments say."""
+    return build_directory / "simulator" / "watchdogfeeder"

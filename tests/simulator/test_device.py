@@ -1,0 +1,245 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""The device in the hand of a test."""
+
+import re
+import signal
+import time
+
+import pytest
+
+from simulator import BootState, SimulatorError, wait_until
+
+from conftest import WAIT
+
+
+def test_output_is_kept_byte_for_byte_and_channels_apart(device, script) -> None:
+    board = device(script(r"printf 'one\ntwo \377\0 end'; printf 'err\n\nlast' >&2"))
+    board.wait_end()
+    assert board.stdout == b"one\ntwo \xff\0 end"
+    assert board.stderr == b"err\n\nlast"
+    lines = [(event["stream"], event.text) for event in board.events("supervisor")]
+    assert [text for stream, text in lines if stream == "stdout"] == ["one", "two \\xff\0 end"]
+    assert [text for stream, text in lines if stream == "stderr"] == ["err", "", "last"]
+
+
+def test_a_flood_arrives_whole(device, script) -> None:
+    board = device(script("seq 1 20000"))
+    board.wait_end()
+    assert board.stdout == b"".join(b"%d\n" % number for number in range(1, 20001))
+    assert len(board.events("supervisor")) == 20000
+
+
+@pytest.mark.parametrize(("end", "status"), [("exit 0", 0), ("exit 42", 42), ("kill -9 $$", -9)])
+def test_the_supervisors_end_is_told(device, script, end: str, status: int) -> None:
+    board = device(script(end))
+    assert board.wait_supervisor_exit() == status
+    event = board.wait_end()
+    assert (event["end"], event["status"]) == ("supervisor", status)
+
+
+def test_waiting_ends_at_once_when_the_simulation_has_ended(device, script) -> None:
+    board = device(script("echo only; exit 3"))
+    with pytest.raises(SimulatorError, match="(?s)before the end of the simulation.*only"):
+        board.wait_for("supervisor", "never", timeout=600)
+
+
+def test_waiting_shows_the_account_when_it_takes_too_long(device, script) -> None:
+    board = device(script("echo something else; " + WAIT))
+    board.wait_for("supervisor", "something else")
+    before = time.monotonic()
+    with pytest.raises(SimulatorError, match="(?s)within 0.2 s.*something else"):
+        board.wait_for("supervisor", "never", timeout=0.2)
+    assert time.monotonic() - before >= 0.2
+
+
+def test_what_matches(device, script) -> None:
+    board = device(script("echo abc; echo abd; echo abe; echo xyz >&2; " + WAIT))
+    second = board.wait_for("supervisor", "ab", count=2)
+    assert second.text == "abd"
+    assert board.wait_for("supervisor", re.compile("^a.*[c-e]$"), after=second).text == "abe"
+    assert board.wait_for("supervisor", stream="stderr").text == "xyz"
+    assert [event.text for event in board.events("supervisor", "ab")] == ["abc", "abd", "abe"]
+    assert board.events("supervisor", "ab", stream="stderr") == []
+    assert board.events("supervisor", nothing=None) == []
+
+
+def test_events_carry_the_boot_and_clocks_that_only_grow(device, script) -> None:
+    board = device(script("[ -e /tmp/again ] && " + WAIT + "\ntouch /tmp/again; reboot -f"))
+    board.wait_for("simulator", "supervisor started", count=2)
+    events = board.events()
+    assert [event["boot"] for event in board.events("boot loader")] == [1, 2]
+    assert [event.index for event in events] == list(range(len(events)))
+    assert all(first.monotonic <= second.monotonic for first, second in zip(events, events[1:]))
+
+
+def test_a_command_in_the_box(device, script) -> None:
+    board = device(script(WAIT), environment={"GREETING": "hello"})
+    completed = board.run(["sh", "-c", "cat; echo $GREETING; echo err >&2; exit 5"], stdin=b"in ")
+    assert (completed.status, completed.stdout, completed.stderr) == (5, b"in hello\n", b"err\n")
+    assert board.run(["sh", "-c", "kill -15 $$"]).status == -15
+    with pytest.raises(FileNotFoundError):
+        board.run(["no-such-command"])
+
+
+def test_a_command_that_takes_too_long_is_ended(device, script) -> None:
+    board = device(script(WAIT))
+    with pytest.raises(SimulatorError, match="did not end within"):
+        board.run(["sleep", "600"], timeout=0.1)
+    assert [process.comm for process in board.processes() if process.state != "Z"] == ["sleep"]
+
+
+def test_processes_and_signals(device, script) -> None:
+    board = device(script("while true; do sleep 600; done"), ["--app", "sleep"])
+    first = board.application()
+    assert first.ppid == board.supervisor().pid and first.command_line == ["sleep", "600"]
+    board.signal("application", signal.SIGKILL)
+    second = board.application(unlike=first)
+    assert second.pid != first.pid
+    board.signal("sleep", signal.SIGTERM)
+    board.application(unlike=second)
+    board.signal("supervisor", signal.SIGKILL)
+    assert board.wait_supervisor_exit() == -9
+    with pytest.raises(SimulatorError):
+        board.supervisor()
+    with pytest.raises(SimulatorError):
+        board.signal("nobody", signal.SIGTERM)
+
+
+def test_orphans_are_waited_for(device, script) -> None:
+    board = device(script("(true & true & true &) ; sleep 0; echo done; " + WAIT))
+    board.wait_for("supervisor", "done")
+    wait_until(lambda: not any(process.state == "Z" for process in board.processes()),
+               "no process that nobody has waited for")
+
+
+def test_settings_lie_beside_the_program(device, script, tmp_path) -> None:
+    factory = tmp_path / "settings-default"
+    factory.mkdir()
+    (factory / "kept.json").write_text("1", encoding="utf-8")
+    (factory / "replaced.json").write_text("1", encoding="utf-8")
+    (factory / "removed.json").write_text("1", encoding="utf-8")
+    board = device(script('cd "${0%/*}"; echo "$0"; grep -r "" settings settings-default | sort'),
+                   settings={"own.json": {"value": [1, 2]}, "raw.json": b"{not json"},
+                   settings_default={"replaced.json": True, "removed.json": None})
+    board.wait_end()
+    assert board.stdout.decode().splitlines() == [
+        "/supervisor/watchdog",
+        "settings-default/kept.json:1",
+        "settings-default/replaced.json:true",
+        'settings/own.json:{"value": [1, 2]}',
+        "settings/raw.json:{not json",
+    ]
+    assert (factory / "removed.json").exists()
+
+
+def test_the_reset_button_kills_everything_and_boots(device, script) -> None:
+    board = device(script("setsid sleep 601 & sleep 602 & touch /run/volatile; echo up; " + WAIT))
+    board.wait_for("supervisor", "up")
+    old = {process.pid for process in board.processes()}
+    board.reset("power cut")
+    board.wait_for("supervisor", "up", count=2)
+    assert board.events("simulator", reset="power cut")
+    assert old.isdisjoint(process.pid for process in board.processes())
+
+
+def test_a_reset_clears_what_is_volatile_and_keeps_tmp(device, script) -> None:
+    board = device(script("echo see $(ls /run /dev/shm /tmp); touch /run/a /tmp/b /dev/shm/c; "
+                          "echo booted; " + WAIT))
+    board.wait_for("supervisor", "booted")
+    board.reset()
+    board.wait_for("supervisor", "booted", count=2)
+    seen = board.events("supervisor", "see")[1].text.split()
+    assert "b" in seen and not {"a", "c"} & set(seen)
+
+
+def test_too_many_bad_boots_end_in_the_fallback(device, script) -> None:
+    board = device(script("reboot -f"), bad_boots=2)
+    end = board.wait_end()
+    assert end["end"] == "fallback"
+    assert board.boots == 2
+    assert "the fallback system would start now" in board.events("boot loader")[-1].text
+    assert board.processes() == []
+
+
+def test_cleared_flags_let_it_boot_for_ever(device, script) -> None:
+    board = device(script("sfuflags -f fail -v 0; sfuflags -f boot_count -v 0; reboot -f"),
+                   bad_boots=1, boots=4)
+    assert board.wait_end()["end"] == "boots"
+    assert board.boots == 4
+
+
+def test_a_used_directory_goes_on_where_it_was_left(device, script, tmp_path) -> None:
+    place = tmp_path / "the device"
+    first = device(script("touch /tmp/log/left; echo up; " + WAIT), directory=place)
+    first.wait_for("supervisor", "up")
+    first.stop()
+    second = device(script("ls /tmp/log; " + WAIT), directory=place)
+    second.wait_for("supervisor", "left")
+    assert second.boot_state.boot_count == 2
+    assert len(second.events("boot loader")) == 1
+
+
+def test_the_boot_loaders_state_can_be_given(device, script) -> None:
+    board = device(script(WAIT), boot_state=BootState(fail=1, boot_count=3))
+    assert board.wait_end()["end"] == "fallback"
+
+
+def test_a_directory_is_one_devices_at_a_time(device, script, tmp_path) -> None:
+    device(script(WAIT), directory=tmp_path / "one")
+    with pytest.raises(SimulatorError, match="another simulated device is running in"):
+        device(script(WAIT), directory=tmp_path / "one")
+
+
+def test_two_devices_do_not_disturb_one_another(device, script) -> None:
+    one = device(script("logger -t me one; fw_setenv board one; echo one > /tmp/file; echo up; " + WAIT))
+    two = device(script("logger -t me two; fw_setenv board two; echo two > /tmp/file; echo up; " + WAIT))
+    for board, name in ((one, "one"), (two, "two")):
+        board.wait_for("supervisor", "up")
+        assert [event.text for event in board.events("system log")] == [name]
+        assert board.boot_state.environment["board"] == name
+        assert board.read("/tmp/file").decode() == name + "\n"
+    one.stop()
+    assert two.run(["true"]).status == 0
+    assert not two.events("simulator", "switched off")
+
+
+def test_a_closed_standard_input(device, script) -> None:
+    board = device(script("[ -e /proc/$$/fd/0 ] || echo closed"), stdin="closed")
+    board.wait_end()
+    assert board.stdout == b"closed\n"
+
+
+@pytest.mark.parametrize(("options", "message"), [
+    ({"tools": {"reboot": "explode"}}, "no behaviour"),
+    ({"spaces": {"/tmp/x": "many"}}, "not a size"),
+    ({"spaces": {"tmp": "1M"}}, "absolute"),
+    ({"stdin": "open"}, "stdin"),
+    ({"watchdog_library": "/none.so"}, "library is missing"),
+])
+def test_what_makes_no_sense_is_refused(device, script, options, message: str) -> None:
+    with pytest.raises(SimulatorError, match=message):
+        device(script(WAIT), **options)
+
+
+def test_a_program_that_is_none_is_refused(device, tmp_path) -> None:
+    (tmp_path / "text").write_text("no program", encoding="utf-8")
+    for path in (tmp_path / "text", tmp_path / "none", tmp_path):
+        with pytest.raises(SimulatorError, match="cannot be executed"):
+            device(path)
+
+
+def test_a_program_that_the_kernel_refuses_ends_the_simulation(device, tmp_path) -> None:
+    program = tmp_path / "program"
+    program.write_bytes(b"\x7fELF, but not really")
+    program.chmod(0o755)
+    board = device(program)
+    end = board.wait_end()
+    assert (end["end"], end["status"]) == ("supervisor", 127)
+    assert "Exec format error" in end.text
+
+
+def test_a_device_that_is_off_says_so(device, script) -> None:
+    board = device(script(WAIT), start=False)
+    with pytest.raises(SimulatorError, match="switched off"):
+        board.processes()

@@ -1,0 +1,171 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""What the box keeps from the host, and what it shows."""
+
+import os
+import subprocess
+from pathlib import Path
+
+import pytest
+
+from simulator import Bind, SimulatorError
+
+from conftest import WAIT
+
+
+def shell(board, command: str) -> tuple[int, str]:
+    completed = board.run(["sh", "-c", command])
+    return completed.status, completed.stdout.decode()
+
+
+@pytest.mark.parametrize("place", ["/etc", "/usr/bin", "/var/tmp", "/root", "/", "/home"])
+def test_the_hosts_files_cannot_be_changed(device, script, place: str) -> None:
+    board = device(script(WAIT))
+    assert shell(board, f"echo x > {place}/simulator-was-here")[0] != 0
+    assert not Path(place, "simulator-was-here").exists()
+
+
+def test_a_file_of_the_host_is_shown_but_not_writable(device, script, request) -> None:
+    board = device(script(WAIT))
+    place = Path(__file__)
+    assert board.read(str(place)) == place.read_bytes()
+    assert shell(board, f"echo >> {place}")[0] != 0
+
+
+def test_nothing_in_the_box_can_mount_or_make_devices(device, script) -> None:
+    board = device(script(WAIT))
+    assert shell(board, "mount -o remount,rw /usr")[0] != 0
+    assert shell(board, "mount -t tmpfs none /mnt")[0] != 0
+    assert shell(board, "umount /usr")[0] != 0
+    assert shell(board, "mknod /tmp/disk b 8 0")[0] != 0
+    assert shell(board, "echo h > /proc/sysrq-trigger; cat /proc/sysrq-trigger")[1] == ""
+    assert shell(board, "echo x > /proc/sys/kernel/domainname")[0] != 0
+    assert shell(board, "ls /proc/1/root/")[0] != 0
+
+
+def test_the_hosts_processes_are_not_there(device, script) -> None:
+    board = device(script(WAIT))
+    numbers = shell(board, "cd /proc && echo [0-9]*")[1].split()
+    assert "1" in numbers and len(numbers) <= 3
+    assert shell(board, f"kill -0 {os.getpid() + 100000}")[0] != 0
+
+
+def test_the_box_has_a_name_of_its_own(device, script) -> None:
+    board = device(script(WAIT))
+    assert shell(board, "uname -n") == (0, "simulated-device\n")
+    assert os.uname().nodename != "simulated-device"
+
+
+def test_devices_are_the_harmless_ones(device, script) -> None:
+    board = device(script(WAIT))
+    names = shell(board, "ls /dev")[1].split()
+    assert set(names) == {"fd", "full", "log", "null", "ptmx", "pts", "random", "shm", "stderr",
+                          "stdin", "stdout", "tty", "urandom", "zero"}
+    assert shell(board, "echo gone > /dev/null && head -c 3 /dev/zero | wc -c") == (0, "3\n")
+
+
+def test_the_boards_places_lie_in_the_device_directory(device, script) -> None:
+    board = device(script("echo 1 > /tmp/log/a; echo 2 > /home/root/b; echo done; " + WAIT))
+    board.wait_for("supervisor", "done")
+    assert board.host_path("/tmp/log/a").read_bytes() == b"1\n" == board.read("/tmp/log/a")
+    assert board.host_path("/home/root/b").read_bytes() == b"2\n" == board.read("/home/root/b")
+    with pytest.raises(SimulatorError):
+        board.host_path("/etc/passwd")
+    with pytest.raises(FileNotFoundError):
+        board.read("/tmp/log/none")
+
+
+def test_the_hosts_tmp_is_not_the_boards(device, script, tmp_path) -> None:
+    (tmp_path / "seen").touch()
+    board = device(script(WAIT))
+    assert shell(board, "ls -A /tmp")[1].split() == ["log", "upload"]
+
+
+def test_an_application_below_a_replaced_directory_runs_with_its_neighbours(
+        device, script, tmp_path) -> None:
+    application = tmp_path / "application" / "start"
+    application.parent.mkdir()
+    (application.parent / "neighbour").write_text("seen", encoding="utf-8")
+    application.write_text('#!/bin/sh\ncat "${0%/*}/neighbour"; echo x > "$0"', encoding="utf-8")
+    application.chmod(0o755)
+    board = device(script('shift; "$@"'), ["--app", str(application)])
+    board.wait_end()
+    assert board.stdout == b"seen"
+    assert b"Read-only file system" in board.stderr
+    board.stop()
+    assert application.read_text(encoding="utf-8").startswith("#!/bin/sh")
+    assert sorted(path.name for path in board.host_path("/tmp").iterdir()) == ["log", "upload"]
+
+
+def test_binds_are_read_only_unless_writable(device, script, tmp_path) -> None:
+    for name in ("one", "two"):
+        (tmp_path / name).mkdir()
+    board = device(script(WAIT), binds=[Bind(str(tmp_path / "one"), "/run/one"),
+                                        Bind(str(tmp_path / "two"), "/tmp/deep/two", True)])
+    assert shell(board, "echo x > /run/one/file")[0] != 0
+    assert shell(board, "echo x > /tmp/deep/two/file")[0] == 0
+    assert (tmp_path / "two" / "file").read_text(encoding="utf-8") == "x\n"
+
+
+def test_a_bind_for_which_there_is_no_place_is_refused(device, script, tmp_path) -> None:
+    with pytest.raises(SimulatorError, match="/usr/none/such of the box: Read-only file system"):
+        device(script(WAIT), binds=[Bind(str(tmp_path), "/usr/none/such")])
+
+
+def test_read_only_root_from_the_start_and_later(device, script) -> None:
+    board = device(script(WAIT), read_only_root=True)
+    assert shell(board, "echo x > /home/root/ro-test")[0] != 0
+    board.set_read_only_root(False)
+    assert shell(board, "echo x > /home/root/ro-test")[0] == 0
+    board.set_read_only_root(True)
+    assert shell(board, "rm /home/root/ro-test")[0] != 0
+    assert board.host_path("/home/root/ro-test").exists()
+
+
+def test_a_small_file_system_fills_up(device, script) -> None:
+    board = device(script(WAIT), spaces={"/tmp/log": "64k"})
+    status, _ = shell(board, "head -c 100000 /dev/zero > /tmp/log/file")
+    assert status != 0
+    assert len(board.read("/tmp/log/file")) == 64 << 10
+    assert shell(board, "head -c 100000 /dev/zero > /tmp/other")[0] == 0
+
+
+def test_mounts_of_the_box_do_not_show_on_the_host(device, script) -> None:
+    before = Path("/proc/self/mountinfo").read_text(encoding="utf-8")
+    board = device(script(WAIT), spaces={"/tmp/log": "64k"})
+    assert board.processes()
+    assert Path("/proc/self/mountinfo").read_text(encoding="utf-8") == before
+
+
+def test_it_works_in_a_plain_chroot(device, script, tmp_path, build_directory) -> None:
+    """In a root directory that is no mount point, as a build root made for another system is."""
+    if os.geteuid() != 0:
+        pytest.skip("chroot needs root")
+    project = Path(__file__).resolve().parents[2]
+    inner = tmp_path / "inner.py"
+    inner.write_text(
+        "import sys\n"
+        f"sys.path.insert(0, {str(project)!r})\n"
+        "from simulator import Device\n"
+        "with Device('/tmp/program', '/tmp/device', watchdog_device=False) as board:\n"
+        "    print(board.wait_end()['status'], board.stdout)\n", encoding="utf-8")
+    program = script("cat /proc/1/comm; exit 4")
+    new_root = tmp_path / "root"
+    # The mounts below are made in a mount namespace of this one command and end with it.
+    commands = f"""
+        set -e
+        mkdir {new_root}
+        for place in usr etc proc sys dev tmp {project.parts[1]}; do mkdir -p {new_root}/$place; done
+        for link in bin sbin lib lib64; do
+            if [ -L /$link ]; then cp -P /$link {new_root}/; fi
+        done
+        for place in usr etc proc sys dev {project.parts[1]}; do
+            mount --rbind /$place {new_root}/$place
+        done
+        cp {inner} {program} {new_root}/tmp/
+        chroot {new_root} /usr/bin/python3 -B /tmp/inner.py
+    """
+    completed = subprocess.run(["unshare", "--mount", "sh", "-c", commands], capture_output=True,
+                               check=False, timeout=120)
+    assert completed.stderr == b""
+    assert completed.stdout == b"4 b'python3\\n'\n"

@@ -1,0 +1,81 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""Nothing of a box outlives it, however it ends."""
+
+import os
+import signal
+import subprocess
+import sys
+from pathlib import Path
+
+import pytest
+
+from simulator import Bind, SimulatorError, wait_until
+from simulator.leftovers import Trace
+
+from conftest import WAIT
+
+_PROJECT = Path(__file__).resolve().parents[2]
+_BUSY = "trap '' TERM HUP INT; setsid sleep 601 & sleep 602 & echo up; " + WAIT
+
+
+def wait_until_gone(trace: Trace) -> None:
+    wait_until(lambda: not trace.remains(), "nothing left of the box")
+
+
+def test_a_running_box_is_seen(device, script) -> None:
+    board = device(script(_BUSY))
+    board.wait_for("supervisor", "up")
+    trace = board.trace
+    assert len(trace.remains()) == 4  # PID 1, the program and its two children
+
+
+def test_nothing_is_left_after_stop(device, script) -> None:
+    board = device(script(_BUSY))
+    board.wait_for("supervisor", "up")
+    trace = board.trace
+    board.stop()
+    assert trace.remains() == []
+    board.stop()  # a second time does no harm
+    assert board.events("simulator", "switched off")
+
+
+@pytest.mark.parametrize("number", [signal.SIGKILL, signal.SIGTERM])
+def test_nothing_is_left_when_the_outer_process_is_killed(script, tmp_path, number) -> None:
+    outer = subprocess.Popen(
+        [sys.executable, "-B", "-c", f"""
+import os, sys
+sys.path.insert(0, {str(_PROJECT)!r})
+from simulator import Device
+device = Device({str(script(_BUSY))!r}, {str(tmp_path / 'device')!r}, watchdog_device=False)
+device.start()
+device.wait_for("supervisor", "up")
+print(device._box.pid, flush=True)
+os.read(0, 1)
+"""], stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+    assert outer.stdout is not None
+    trace = Trace(int(outer.stdout.readline()), tmp_path)
+    assert len(trace.remains()) == 4
+    outer.send_signal(number)
+    outer.communicate()
+    wait_until_gone(trace)
+    trace.close()
+
+
+def test_nothing_is_left_when_the_holder_of_the_box_is_killed(device, script) -> None:
+    board = device(script(_BUSY))
+    board.wait_for("supervisor", "up")
+    trace = board.trace
+    os.kill(board._box.pid, signal.SIGKILL)
+    wait_until_gone(trace)
+    with pytest.raises(SimulatorError):
+        board.processes()
+
+
+def test_a_failed_start_leaves_nothing(device, script, tmp_path) -> None:
+    before = Path("/proc/self/mountinfo").read_text(encoding="utf-8")
+    board = device(script(WAIT), binds=[Bind("/nowhere")], start=False)
+    with pytest.raises(SimulatorError, match="cannot make /nowhere visible in the box"):
+        board.start()
+    assert not board.is_running
+    assert Path("/proc/self/mountinfo").read_text(encoding="utf-8") == before

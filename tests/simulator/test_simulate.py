@@ -1,0 +1,252 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""The command line of ./simulate and what it shows."""
+
+import os
+import pty
+import signal
+import subprocess
+import sys
+from pathlib import Path
+
+import pytest
+
+from simulator import options, wait_until
+
+_PROJECT = Path(__file__).resolve().parents[2]
+_CLOCK = r"[0-9]{2}:[0-9]{2}:[0-9]{2}\.[0-9]{3}"
+
+
+@pytest.fixture
+def build(tmp_path, script, build_directory) -> Path:
+    """A build tree whose supervisor is a script: it does what its test wrote into `act`."""
+    tree = tmp_path / "build"
+    (tree / "simulator").mkdir(parents=True)
+    for name in ("libwatchdogdevice.so", "watchdogfeeder"):
+        (tree / "simulator" / name).symlink_to(build_directory / "simulator" / name)
+    script('echo "arguments: $*"; while [ "$1" != --app ]; do shift; done; shift; "$@"',
+           "build/watchdog")
+    return tree
+
+
+@pytest.fixture
+def simulate(tmp_path, build):
+    """Starts what ./simulate starts after the build, in a directory of the test."""
+    started = []
+
+    def start(*arguments: str, **keywords) -> subprocess.Popen[bytes]:
+        keywords.setdefault("stdout", subprocess.PIPE)
+        process = subprocess.Popen(
+            [sys.executable, "-B", "-P", "-m", "simulator", "--build-dir", str(build), *arguments],
+            cwd=tmp_path, env={**os.environ, "PYTHONPATH": str(_PROJECT)},
+            stderr=subprocess.PIPE, stdin=subprocess.DEVNULL, **keywords)
+        started.append(process)
+        return process
+
+    yield start
+    for process in started:
+        process.kill()
+        process.communicate()
+
+
+def outcome(process: subprocess.Popen[bytes]) -> tuple[int, str, str]:
+    out, err = process.communicate(timeout=120)
+    return process.returncode, (out or b"").decode(), err.decode()
+
+
+@pytest.mark.parametrize(("arguments", "message"), [
+    (["--unknown"], "unrecognized arguments: --unknown"),
+    (["--user"], "argument --user: expected one argument"),
+    (["./none"], "there is no such application: ./none"),
+    (["none"], "there is no such command: none"),
+    (["text"], "there is no such command: text; did you mean ./text ?"),
+    (["./text"], "the application is not executable: ./text"),
+    (["."], "there is no such command: ."),
+    (["./"], "the application is a directory: ./"),
+    (["--tool", "reboot"], "'' is no behaviour of reboot"),
+    (["--tool", "halt=hang"], "there is no tool 'halt'"),
+    (["--tool", "killall=return"], "'return' is no behaviour of killall"),
+    (["--space", "/tmp/log"], "--space takes an absolute directory and a size"),
+    (["--space", "/tmp/log=0"], "'0' is not a size"),
+    (["--settings", "none.json"], "there are no such settings: none.json"),
+    (["--settings", "empty"], "there is no *.json in empty"),
+    (["--duration", "soon"], "--duration takes a time"),
+    (["--bad-boots", "0"], "--boots takes a number from 0, --bad-boots one from 1"),
+    (["--bad-boots", "x"], "invalid int value: 'x'"),
+    (["--device-dir", "text"], "the device directory is not a directory: text"),
+    (["--keep", "--fresh"], "not allowed with"),
+])
+def test_wrong_usage_is_told_and_nothing_is_done(simulate, tmp_path, arguments, message) -> None:
+    (tmp_path / "text").write_text("no program", encoding="utf-8")
+    (tmp_path / "empty").mkdir()
+    before = sorted(tmp_path.iterdir())
+    status, out, err = outcome(simulate(*arguments))
+    assert status == 2
+    assert message in err and err.startswith("simulate: ")
+    assert out == ""
+    assert sorted(tmp_path.iterdir()) == before
+
+
+def test_help_is_shown_before_any_build() -> None:
+    completed = subprocess.run([_PROJECT / "simulate", "--help"], capture_output=True, check=False)
+    assert completed.returncode == 0
+    assert b"examples:" in completed.stdout and b"exit status:" in completed.stdout
+
+
+def test_wrong_usage_is_told_before_any_build() -> None:
+    completed = subprocess.run([_PROJECT / "simulate", "--no-such-option"], capture_output=True,
+                               check=False)
+    assert completed.returncode == 2
+    assert b"unrecognized arguments: --no-such-option" in completed.stderr
+
+
+def test_the_supervisors_options_are_passed_on_in_their_order() -> None:
+    given = options.parse(["--logfileSizeConf", "name", "--logTime", "--logfileSize", "1M",
+                           "--user", "nobody", "true", "--logTime"])
+    assert options.supervisor_arguments(given) == [
+        "--logfileSizeConf", "name", "--logTime", "--logfileSize", "1M", "--user", "nobody",
+        "--logfileName", "/tmp/log/application.log", "--app", "true", "--logTime"]
+
+
+def test_without_options_there_is_a_log_of_64_k() -> None:
+    assert options.supervisor_arguments(options.parse(["true"])) == [
+        "--logfileName", "/tmp/log/application.log", "--logfileSize", "64k", "--app", "true"]
+
+
+def test_a_relative_application_is_made_absolute(tmp_path, script, monkeypatch) -> None:
+    script("true", "application")
+    monkeypatch.chdir(tmp_path)
+    assert options.parse(["./application", "./argument"]).application == [
+        str(tmp_path / "application"), "./argument"]
+
+
+def test_the_supervisors_end_is_shown_and_is_the_exit_status(simulate, script) -> None:
+    script("echo said; echo logged > /tmp/log/application.log; logger -p user.err -t me hi; exit 7",
+           "application")
+    status, out, err = outcome(simulate("--singleRun", "./application", "one", "two"))
+    assert (status, err) == (7, "")
+    import re
+    for source, text in (
+            ("boot loader", "last boot good; sets fail=1 boot_count=1 and starts the system"),
+            ("supervisor", "said"), ("system log", "err: hi"), ("application log", "logged"),
+            ("simulator", "supervisor ended by itself: exit status 7")):
+        assert re.search(f"^{_CLOCK}  {source:15}  {re.escape(text)}$", out, re.MULTILINE), out
+    assert "arguments: --singleRun " in out and "/application one two" in out
+    assert "\033" not in out
+
+
+def test_a_signal_as_exit_status(simulate, script) -> None:
+    script("kill -15 $PPID; sleep 600", "application")
+    assert outcome(simulate("./application"))[0] == 128 + 15
+
+
+def test_the_fallback_as_exit_status(simulate, script) -> None:
+    script("reboot -f", "application")
+    status, out, _ = outcome(simulate("--bad-boots", "1", "./application"))
+    assert status == 3
+    assert "the fallback system would start now" in out
+    assert "\nboots            1, resets by reboot (1)\n" in out
+
+
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
+def test_an_interrupted_simulation_ends_with_a_summary(simulate, script, tmp_path, number) -> None:
+    script("sfuflags -f fail -v 0; touch /tmp/upload/main-1.tar.gz; exec sleep 600", "application")
+    process = simulate("./application")
+    place = tmp_path / "simulated-device"
+    wait_until((place / "tmp" / "upload" / "main-1.tar.gz").exists, "the application's file")
+    process.send_signal(number)
+    status, out, err = outcome(process)
+    assert (status, err) == (0, "")
+    summary = out[out.index("\ntime "):]
+    assert "tools called     sfuflags (1)\n" in summary
+    assert "boot flags       fail=0 boot_count=1, boot environment update_url_cache\n" in summary
+    assert f"account          {place}/account.jsonl\n" in summary
+    assert f"{place}/tmp/upload/main-1.tar.gz (0 bytes)\n" in summary
+
+
+def test_a_time_limit(simulate, script) -> None:
+    script("exec sleep 600", "application")
+    status, out, err = outcome(simulate("--duration", "1", "./application"))
+    assert (status, err) == (0, "")
+    seconds = float(out[out.index("\ntime "):].split()[1])
+    assert 0.5 <= seconds < 30
+
+
+def test_the_last_device_is_kept_and_only_that(simulate, script, tmp_path) -> None:
+    script('touch "/tmp/log/$1"', "application")
+    place = tmp_path / "simulated-device"
+    for name in ("one", "two", "three"):
+        assert outcome(simulate("./application", name))[0] == 0
+    assert os.listdir(place / "tmp" / "log") == ["three"]
+    assert os.listdir(tmp_path / "simulated-device.old" / "tmp" / "log") == ["two"]
+    assert outcome(simulate("--keep", "./application", "four"))[0] == 0
+    assert sorted(os.listdir(place / "tmp" / "log")) == ["four", "three"]
+
+
+@pytest.mark.parametrize("name", ["simulated-device", "simulated-device.old"])
+def test_a_directory_of_somebody_else_is_left_alone(simulate, script, tmp_path, name) -> None:
+    script("true", "application")
+    if name.endswith(".old"):
+        assert outcome(simulate("./application"))[0] == 0
+    (tmp_path / name).mkdir()
+    (tmp_path / name / "thesis").write_text("all of it", encoding="utf-8")
+    status, _, err = outcome(simulate("./application"))
+    assert status == 125 and "something else than a simulated device" in err
+    assert (tmp_path / name / "thesis").read_text(encoding="utf-8") == "all of it"
+
+
+def test_a_running_device_is_left_alone(simulate, script, tmp_path) -> None:
+    script("exec sleep 600", "application")
+    simulate("./application", stdout=subprocess.DEVNULL)
+    wait_until((tmp_path / "simulated-device" / "tmp" / "log").is_dir, "the device directory")
+    status, _, err = outcome(simulate("true"))
+    assert status == 125 and "another simulated device is running in" in err
+
+
+def test_settings_from_a_file_and_a_directory(simulate, script, tmp_path) -> None:
+    (tmp_path / "a.json").write_text("1", encoding="utf-8")
+    (tmp_path / "more").mkdir()
+    (tmp_path / "more" / "b.json").write_text("2", encoding="utf-8")
+    script('cd /supervisor/settings && grep -r "" . | sort', "application")
+    _, out, _ = outcome(simulate("--settings", "a.json", "--settings", "more", "./application"))
+    assert "./a.json:1\n" in out and "./b.json:2\n" in out
+
+
+def test_a_file_argument_below_tmp_is_shown(simulate, script, tmp_path) -> None:
+    (tmp_path / "data").write_text("seen it", encoding="utf-8")
+    script('cat "$1"', "application")
+    _, out, _ = outcome(simulate("./application", str(tmp_path / "data")))
+    assert f"Shown to the application, read-only: {tmp_path}/data" in out
+    assert "seen it" in out
+
+
+def test_a_missing_build_is_told(simulate, build, script) -> None:
+    (build / "watchdog").unlink()
+    status, _, err = outcome(simulate("true"))
+    assert status == 125 and "the supervisor's program cannot be executed" in err
+
+
+@pytest.mark.parametrize("colour", [True, False])
+def test_colour_on_a_terminal_unless_unwanted(simulate, script, monkeypatch, colour: bool) -> None:
+    if colour:
+        monkeypatch.delenv("NO_COLOR", raising=False)
+    else:
+        monkeypatch.setenv("NO_COLOR", "1")
+    script("printf 'a\\033[2Jb\\n'", "application")
+    master, slave = pty.openpty()
+    process = simulate("./application", stdout=slave)
+    os.close(slave)
+    shown = b""
+    while data := _read(master):
+        shown += data
+    os.close(master)
+    assert outcome(process)[0] == 0
+    assert (b"\033[" in shown) == colour
+    assert b"a\\x1b[2Jb" in shown  # what a program prints does not steer the terminal
+
+
+def _read(master: int) -> bytes:
+    try:
+        return os.read(master, 4096)
+    except OSError:
+        return b""  # the last one who wrote to the terminal is gone

@@ -1,0 +1,171 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""The stand-in tools: every behaviour, and what they do to the board."""
+
+import pytest
+
+from simulator import BootState, SimulatorError, wait_until
+from simulator.commands import fw_setenv, sfuflags
+from simulator.tools import TOOLS, Behaviour
+
+from conftest import WAIT
+
+
+def call(board, *command: str) -> int:
+    return board.run(["sh", "-c", '"$@"', "sh", *command]).status
+
+
+@pytest.mark.parametrize(("text", "behaviour"), [
+    ("normal", Behaviour("normal")), ("fail", Behaviour("fail", 1)),
+    ("fail=7", Behaviour("fail", 7)), ("hang", Behaviour("hang")),
+    ("absent", Behaviour("absent")), ("return", Behaviour("return"))])
+def test_behaviours_by_name(text: str, behaviour: Behaviour) -> None:
+    assert Behaviour.parse("reboot", text) == behaviour
+
+
+@pytest.mark.parametrize(("tool", "text"), [
+    ("reboot", ""), ("reboot", "explode"), ("reboot", "fail="), ("reboot", "fail=0"),
+    ("reboot", "fail=256"), ("reboot", "hang=1"), ("killall", "return"), ("init", "normal")])
+def test_what_is_no_behaviour_is_refused(tool: str, text: str) -> None:
+    with pytest.raises(SimulatorError):
+        Behaviour.parse(tool, text)
+
+
+def test_a_call_is_recorded_with_its_arguments_caller_and_outcome(device, script) -> None:
+    board = device(script("sfuflags -f fail -v 0; " + WAIT))
+    event = board.wait_for("tool", tool="sfuflags")
+    assert event["arguments"] == ["-f", "fail", "-v", "0"]
+    assert event["caller"] == "watchdog"
+    assert (event["behaviour"], event["status"]) == ("normal", 0)
+
+
+def test_arguments_arrive_as_they_are(device, script) -> None:
+    board = device(script(WAIT))
+    board.run(["fw_setenv", "name", "", "two words", "ümlaut", "line\nbreak"])
+    assert board.wait_for("tool")["arguments"] == [
+        "name", "", "two words", "ümlaut", "line\nbreak"]
+
+
+@pytest.mark.parametrize("tool", TOOLS)
+def test_a_failing_tool_has_the_wanted_status_and_does_nothing(device, script, tool: str) -> None:
+    board = device(script(WAIT), tools={tool: "fail=9"})
+    completed = board.run([tool, "-f", "fail", "-v", "0"])
+    assert (completed.status, completed.stderr) == (9, f"{tool}: failed\n".encode())
+    event = board.wait_for("tool", tool=tool)
+    assert (event["behaviour"], event["status"]) == ("fail", 9)
+    assert board.boots == 1 and board.boot_state.fail == 1
+
+
+@pytest.mark.parametrize("tool", TOOLS)
+def test_a_hanging_tool_stays_until_it_is_killed(device, script, tool: str) -> None:
+    board = device(script(f"{tool} -x & wait; echo over; " + WAIT), tools={tool: "hang"})
+    event = board.wait_for("tool", tool=tool)
+    assert (event["behaviour"], event["status"]) == ("hang", None)
+    assert not board.events("supervisor", "over")
+    board.signal(event["pid"], 9)
+    board.wait_for("simulator", "was ended", ended_call=f"{tool} -x")
+    board.wait_for("supervisor", "over")
+
+
+@pytest.mark.parametrize("tool", TOOLS)
+def test_an_absent_tool_is_not_found_even_if_the_host_has_one(device, script, tool: str) -> None:
+    board = device(script(WAIT), tools={tool: "absent"})
+    assert board.run(["sh", "-c", f"command -v {tool}; {tool} -f"]).status == 127
+    assert not board.events("tool")
+    board.set_tool(tool, "fail")
+    assert call(board, tool) == 1
+    board.set_tool(tool, "absent")
+    assert call(board, tool) == 127
+
+
+def test_reboot_resets_the_board_and_never_returns(device, script) -> None:
+    board = device(script("echo up; [ -e /tmp/again ] && " + WAIT + "\n"
+                          "touch /tmp/again; reboot -f; echo returned; " + WAIT))
+    board.wait_for("supervisor", "up", count=2)
+    assert board.boots == 2
+    assert board.events("simulator", reset="reboot")
+    assert not board.events("supervisor", "returned")
+    assert board.events("tool")[0]["status"] is None
+
+
+def test_reboot_told_to_return_does_nothing(device, script) -> None:
+    board = device(script("reboot -f; echo returned $?; " + WAIT), tools={"reboot": "return"})
+    board.wait_for("supervisor", "returned 0")
+    assert board.events("tool")[0]["behaviour"] == "return"
+    assert board.boots == 1
+
+
+def test_killall_kills_by_name_and_only_in_the_box(device, script) -> None:
+    board = device(script("cp /bin/sleep /tmp/pYNX\n/tmp/pYNX 600 & /tmp/pYNX 600 &\n" + WAIT))
+    other = device(script("cp /bin/sleep /tmp/pYNX\n/tmp/pYNX 600 & echo up; wait"))
+    other.wait_for("supervisor", "up")
+    wait_for_processes(board, "pYNX", 2)
+    wait_for_processes(other, "pYNX", 1)
+    assert call(board, "killall", "-9", "pYNX") == 0
+    assert board.wait_for("tool")["arguments"] == ["-9", "pYNX"]
+    wait_for_processes(board, "pYNX", 0)
+    wait_for_processes(other, "pYNX", 1)
+
+
+def wait_for_processes(board, name: str, count: int) -> None:
+    def look() -> bool:
+        running = [process for process in board.processes()
+                   if process.comm == name and process.state != "Z"]
+        return len(running) == count
+    wait_until(look, f"{count} processes called {name}")
+
+
+def test_killall_says_when_there_is_no_such_process(device, script) -> None:
+    board = device(script(WAIT))
+    completed = board.run(["killall", "-9", "pYNX"])
+    assert (completed.status, completed.stderr) == (1, b"pYNX: no process found\n")
+    assert board.run(["killall", "-q", "pYNX"]).stderr == b""
+
+
+def test_a_fifteen_byte_name_is_all_that_a_process_has(device, script) -> None:
+    board = device(script("cp /bin/sleep /tmp/application-with-a-long-name\n"
+                          "/tmp/application-with-a-long-name 600 &\n" + WAIT))
+    wait_for_processes(board, "application-wit", 1)
+    assert call(board, "killall", "application-with-a-long-name") == 0
+    wait_for_processes(board, "application-wit", 0)
+
+
+def test_sfuflags_clears_the_flags_of_the_boot_loader(device, script) -> None:
+    board = device(script(WAIT))
+    assert (board.boot_state.fail, board.boot_state.boot_count) == (1, 1)
+    assert call(board, "sfuflags", "-f", "fail", "-v", "0") == 0
+    assert call(board, "sfuflags", "-f", "boot_count", "-v", "0") == 0
+    assert board.boot_state.cleared
+
+
+def test_fw_setenv_deletes_and_sets(device, script) -> None:
+    board = device(script(WAIT))
+    assert "update_url_cache" in board.boot_state.environment
+    assert call(board, "fw_setenv", "update_url_cache") == 0
+    assert call(board, "fw_setenv", "other", "a", "value") == 0
+    assert board.boot_state.environment == {"other": "a value"}
+
+
+@pytest.mark.parametrize("arguments", [
+    [], ["-f"], ["-f", "fail"], ["-f", "fail", "-v", "x"], ["-f", "fail", "-v", "-1"],
+    ["-f", "none", "-v", "0"], ["-v", "0", "-f", "fail"]])
+def test_sfuflags_refuses_what_it_does_not_know(arguments: list[str]) -> None:
+    state = BootState(fail=1, boot_count=1)
+    outcome = sfuflags(state, arguments)
+    assert outcome.status == 1 and outcome.message
+    assert state == BootState(fail=1, boot_count=1)
+
+
+@pytest.mark.parametrize("arguments", [[], ["-x"], ["-x", "y"]])
+def test_fw_setenv_refuses_what_it_does_not_know(arguments: list[str]) -> None:
+    state = BootState()
+    assert fw_setenv(state, arguments).status == 1
+    assert state == BootState()
+
+
+def test_the_application_may_call_the_tools_under_any_account(device, script) -> None:
+    board = device(script(WAIT))
+    if board.run(["setpriv", "--reuid=65534", "true"]).status != 0:
+        pytest.skip("an ordinary user's box has one account only")
+    assert call(board, "setpriv", "--reuid=65534", "--clear-groups",
+                "fw_setenv", "update_url_cache") == 0
