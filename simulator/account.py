@@ -31,9 +31,9 @@ class Event:
     """One record of the account.
 
     `monotonic` is the host's CLOCK_MONOTONIC in seconds; differences of it are what a test may rely
-    on. Further facts (the arguments of a tool, the name of an ioctl) are in `fields`; `event["name"]`
-    is short for `event.fields["name"]`. Every event has the field "boot", the number of the boot it
-    belongs to, counted from 1.
+    on. Further facts (the arguments of a tool, the name of an ioctl) are in `fields`, for which
+    `event["name"]` is short. Every event has the field "boot", the number of the boot it belongs
+    to, counted from 1.
     """
 
     index: int

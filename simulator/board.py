@@ -8,27 +8,23 @@ starts the supervisor. One thread, one loop; nothing here waits for anything but
 
 from __future__ import annotations
 
-import errno
 import os
 import selectors
-import shutil
 import signal
 import socket
-import subprocess
 import time
 from dataclasses import asdict
 from typing import Any
 
-from simulator import boot_loader, commands, control, kernel, paths, processes, supervisor
+from simulator import (
+    boot_loader, commands, control, kernel, paths, places, processes, runs, supervisor)
 from simulator.account import BOOT_LOADER, SIMULATOR, WATCHDOG_DEVICE, AccountWriter
-from simulator.configuration import COMMAND_PATH, Configuration
+from simulator.configuration import Configuration
 from simulator.device_directory import DeviceDirectory
 from simulator.system_log import SystemLogServer
-from simulator.tools import TOOLS, Outcome, ToolServer
+from simulator.tools import Outcome, ToolServer
 from simulator.watchdog_driver import Driver
 from simulator.watchdog_server import WatchdogServer
-
-_VOLATILE = ("/run", "/dev/shm")
 
 
 class Board:
@@ -43,9 +39,9 @@ class Board:
         self._reset_reason = ""
         self._ended = False
         self._powered = True
-        self._runs: dict[int, tuple[subprocess.Popen[bytes], int]] = {}
+        self._runs = runs.Runs()
         os.makedirs(paths.RUN, exist_ok=True)
-        link_commands()
+        places.link_commands()
         self._driver = Driver(configuration.watchdog_maximum)
         self._watchdog = WatchdogServer(self._selector, log, self._driver)
         self._system_log = SystemLogServer(self._selector, log)
@@ -117,8 +113,7 @@ class Board:
         self._tools.drop_connections()
         self._watchdog.drop_connections()
         self._driver.reset(by_expiry=reason == WATCHDOG_DEVICE)
-        for place in _VOLATILE:
-            _empty(place, keep=paths.RUN)
+        places.empty_volatile()
         if self._ended:
             return
         if self._account.boot == self._configuration.boots:
@@ -180,12 +175,9 @@ class Board:
 
     def _reap(self, pid: int, wait_status: int, by_reset: bool = False) -> None:
         status = os.waitstatus_to_exitcode(wait_status)
-        if pid in self._runs:
-            process, report_fd = self._runs.pop(pid)
-            process.returncode = status
-            os.write(report_fd, str(status).encode())
-            os.close(report_fd)
-        elif pid == self._supervisor.pid and not by_reset:
+        if self._runs.ended(pid, status):
+            return
+        if pid == self._supervisor.pid and not by_reset:
             self._supervisor_ended(status)
 
     def _supervisor_ended(self, status: int) -> None:
@@ -243,12 +235,9 @@ class Board:
         return control.Answer({}, [os.open(request["path"], os.O_RDONLY | os.O_NONBLOCK)])
 
     def _run(self, request: dict[str, Any], descriptors: list[int]) -> control.Answer:
-        stdin, stdout, stderr, report = descriptors
-        process = subprocess.Popen(
-            request["arguments"], stdin=stdin, stdout=stdout, stderr=stderr, start_new_session=True,
-            env=supervisor.board_environment(self._configuration), cwd="/")
-        self._runs[process.pid] = (process, os.dup(report))
-        return control.Answer({"pid": process.pid}, [])
+        environment = supervisor.board_environment(self._configuration)
+        return control.Answer(
+            {"pid": self._runs.start(request["arguments"], environment, descriptors)}, [])
 
     def _set_tool(self, request: dict[str, Any], descriptors: list[int]) -> None:
         self._tools.set_behaviour(request["name"], request["behaviour"])
@@ -257,34 +246,8 @@ class Board:
         kernel.set_read_only("/home/root", request["read_only"])
 
 
-def link_commands() -> None:
-    """Make a directory of links to all commands of the host that are not stood in for.
-
-    With it in the search path in place of the host's own directories, a tool told to be absent is
-    really not found.
-    """
-    os.mkdir(paths.COMMANDS)
-    for directory in COMMAND_PATH.split(":"):
-        if not os.path.isdir(directory):
-            continue
-        for name in os.listdir(directory):
-            place = f"{paths.COMMANDS}/{name}"
-            if name not in TOOLS and not os.path.lexists(place):
-                os.symlink(f"{directory}/{name}", place)
-
-
 def _signal_name(number: int) -> str:
     try:
         return signal.Signals(number).name
     except ValueError:
         return str(number)
-
-
-def _empty(directory: str, keep: str) -> None:
-    for entry in os.scandir(directory):
-        if entry.path == keep:
-            continue
-        if entry.is_dir(follow_symlinks=False):
-            shutil.rmtree(entry.path, ignore_errors=True)
-        else:
-            os.unlink(entry.path)

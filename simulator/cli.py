@@ -79,11 +79,13 @@ def _watch(device: Device, follower: LogFollower, display: Display, interrupt: _
     """Show what happens; returns the event that ended the simulation, None if it was cut short."""
     limit = None if seconds is None else time.monotonic() + seconds
     while not interrupt.came and (limit is None or time.monotonic() < limit):
-        for event in device.wait_for_news(_LOOKS_APART):
+        news = device.wait_for_news(_LOOKS_APART)
+        for event in news:
             display.show(event)
+        display.show_log(*follower.poll())
+        for event in news:
             if event.get("end"):
                 return event
-        display.show_log(*follower.poll())
     return None
 
 

@@ -18,7 +18,7 @@ _USAGE = 1
 
 def killall(arguments: list[str]) -> Outcome:
     """Send a signal to all processes with one of the names given."""
-    number = signal.SIGTERM
+    number = int(signal.SIGTERM)
     quiet = False
     names: list[str] = []
     for argument in arguments:
@@ -38,7 +38,7 @@ def killall(arguments: list[str]) -> Outcome:
     message = "" if quiet else "".join(f"{name}: no process found\n" for name in missing)
     total = sum(killed.values())
     return Outcome(1 if missing else 0,
-                   f"signal {int(number)} to {total} process{'' if total == 1 else 'es'}", message)
+                   f"signal {number} to {total} process{'' if total == 1 else 'es'}", message)
 
 
 def _kill_all_of(name: str, number: int) -> int:

@@ -71,5 +71,5 @@ def size_in_bytes(text: str | int) -> int:
         return text
     match = _SIZE.fullmatch(text)
     if match is None:
-        raise SimulatorError(f"'{text}' is not a size: give a number of bytes, with k, M or G if wanted")
+        raise SimulatorError(f"'{text}' is not a size: give a number of bytes, or of k, M or G")
     return int(match[1]) * _UNITS[match[2].lower()]

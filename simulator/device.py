@@ -5,32 +5,27 @@
 from __future__ import annotations
 
 import io
-import json
 import os
-import re
 import select
 import shlex
-import shutil
 import signal
 import tempfile
-import time
 from collections.abc import Mapping, Sequence
 from pathlib import Path
 from typing import Any
 
-from simulator import control, paths, root
-from simulator.account import BOOT_LOADER, SIMULATOR, AccountReader, Event
+from simulator import control, paths, preparation, root
+from simulator.account import BOOT_LOADER, SIMULATOR, Event
 from simulator.boot_loader import BootState
 from simulator.configuration import (
-    DEFAULT_DIRECTORIES, PROGRAM, PROGRAM_DIRECTORY, Bind, Configuration, size_in_bytes)
+    DEFAULT_DIRECTORIES, PROGRAM, Bind, Configuration, size_in_bytes)
 from simulator.errors import SimulatorError
+from simulator.history import History, Text
 from simulator.launcher import Box
 from simulator.leftovers import Trace
 from simulator.processes import Process
 from simulator.tools import Behaviour
 from simulator.waiting import DEFAULT_TIMEOUT, wait_until
-
-_TAIL = 60
 
 
 class Device:
@@ -102,8 +97,7 @@ class Device:
         self._box: Box | None = None
         self.trace: Trace | None = None
         """Finds remains of the device; the caller closes it. While the device runs it finds all."""
-        self._account = AccountReader(self.directory / paths.ACCOUNT)
-        self._events: list[Event] = []
+        self._history = History(self.directory / paths.ACCOUNT, self._wait_for_news)
 
     # -- power ---------------------------------------------------------------------------------
 
@@ -120,9 +114,7 @@ class Device:
             raise SimulatorError("the device is running already")
         self._check()
         self._prepare_directory()
-        if not self._events:
-            self._account.skip()
-        root.make_mount_points(self._configuration)
+        self._history.begin()
         box = Box(self.directory)
         try:
             box.request("ping")
@@ -140,7 +132,6 @@ class Device:
         box, self._box = self._box, None
         box.stop()
         root.remove_mount_points(self._configuration)
-        self._read_account()
 
     def left_behind(self) -> list[str]:
         """What is still there of the board after `stop`, in words; ask once."""
@@ -162,13 +153,12 @@ class Device:
 
     # -- what happened -------------------------------------------------------------------------
 
-    def events(self, source: str | None = None, text: str | re.Pattern[str] | None = None,
+    def events(self, source: str | None = None, text: Text = None,
                **fields: Any) -> list[Event]:
         """The events so far, all or those that match; see `wait_for` for what matches."""
-        self._read_account()
-        return [event for event in self._events if _matches(event, source, text, fields)]
+        return self._history.events(source, text, fields)
 
-    def wait_for(self, source: str | None, text: str | re.Pattern[str] | None = None, *,
+    def wait_for(self, source: str | None, text: Text = None, *,
                  count: int = 1, after: Event | None = None, timeout: float = DEFAULT_TIMEOUT,
                  **fields: Any) -> Event:
         """The count-th event of `source` that matches, later in the account than `after`.
@@ -178,32 +168,14 @@ class Device:
         SimulatorError with the end of the account when `timeout` seconds pass, and at once when
         the simulation has ended without such an event.
         """
-        deadline = time.monotonic() + timeout
-        position = after.index + 1 if after else 0
-        while True:
-            self._read_account()
-            ended = any(event.get("end") for event in self._events)
-            for event in self._events[position:]:
-                position = event.index + 1
-                if _matches(event, source, text, fields):
-                    count -= 1
-                if count == 0:
-                    return event
-            remaining = deadline - time.monotonic()
-            if ended or remaining <= 0 or self._box is None:
-                wanted = f"{count} more of source={source!r} text={text!r} {fields or ''}"
-                why = f"within {timeout} s" if remaining <= 0 else "before the end of the simulation"
-                raise SimulatorError(f"not {why}: {wanted}\nThe account ends with:\n{self.tail()}")
-            if not self._box.wait_for_ring(remaining):
-                raise self._box.failure()
+        return self._history.wait_for(source, text, fields, count, after, timeout)
 
     def wait_for_news(self, seconds: float) -> list[Event]:
         """The events recorded since the last look; waits at most `seconds` for the first."""
-        news = self._read_account()
-        if not news and self._box is not None:
-            if not self._box.wait_for_ring(seconds):
-                raise self._box.failure()
-            news = self._read_account()
+        news = self._history.read()
+        if not news:
+            self._wait_for_news(seconds)
+            news = self._history.read()
         return news
 
     def wait_supervisor_exit(self, *, after: Event | None = None,
@@ -239,10 +211,9 @@ class Device:
         """The boot loader's flags and environment as they are now."""
         return BootState.load(self.directory / paths.BOOT_LOADER)
 
-    def tail(self, lines: int = _TAIL) -> str:
+    def tail(self, lines: int = 60) -> str:
         """The end of the account, for messages."""
-        self._read_account()
-        return "\n".join(map(str, self._events[-lines:]))
+        return self._history.tail(lines)
 
     # -- files ---------------------------------------------------------------------------------
 
@@ -360,26 +331,20 @@ class Device:
 
     def _prepare_directory(self) -> None:
         configuration = self._configuration
-        for place, mode in (("/tmp", 0o1777), ("/home/root", 0o755), ("/supervisor", 0o755)):
-            path = self.host_path(place)
-            path.mkdir(parents=True, exist_ok=True)
-            path.chmod(mode)
-        for name in (paths.SUPERVISOR_STDOUT, paths.SUPERVISOR_STDERR):
-            (self.directory / name).touch()
+        preparation.make_places(self.directory)
+        preparation.write_settings(self.directory, self.program, self._settings,
+                                   self._settings_default)
         if self._boot_state is not None:
             (self.directory / paths.BOOT_LOADER).write_text(self._boot_state.to_json(),
                                                             encoding="utf-8")
-        factory = _documents(self.program.parent / "settings-default")
-        _write_documents(self.host_path(PROGRAM_DIRECTORY + "/settings-default"),
-                         {**factory, **self._settings_default})
-        _write_documents(self.host_path(PROGRAM_DIRECTORY + "/settings"), self._settings)
         configuration.binds = [*self._binds, Bind(str(self.program), PROGRAM)]
         if configuration.watchdog_device:
             configuration.binds.append(Bind(str(self._find_library()), paths.WATCHDOG_LIBRARY))
         application = self._application_path()
         if os.path.isabs(application) and os.path.exists(application):
-            configuration.binds += _binds_for(application, configuration.binds)
+            configuration.binds += preparation.binds_for(application, configuration.binds)
         configuration.save(self.directory / paths.CONFIGURATION)
+        root.make_mount_points(configuration)
 
     def _find_library(self) -> Path:
         wanted = self._library or self.program.parent / "simulator" / "libwatchdogdevice.so"
@@ -403,48 +368,9 @@ class Device:
         values = self._request("processes").values
         return [Process(**entry) for entry in values["processes"]], values["supervisor"]
 
-    def _read_account(self) -> list[Event]:
-        news = self._account.read_new()
-        self._events += news
-        return news
-
-
-def _matches(event: Event, source: str | None, text: str | re.Pattern[str] | None,
-             fields: Mapping[str, Any]) -> bool:
-    if source is not None and event.source != source:
-        return False
-    if isinstance(text, re.Pattern):
-        if not text.search(event.text):
+    def _wait_for_news(self, seconds: float) -> bool:
+        if self._box is None:
             return False
-    elif text is not None and text not in event.text:
-        return False
-    return all(name in event.fields and event.fields[name] == value
-               for name, value in fields.items())
-
-
-def _documents(directory: Path) -> dict[str, bytes]:
-    if not directory.is_dir():
-        return {}
-    return {entry.name: entry.read_bytes() for entry in directory.iterdir() if entry.is_file()}
-
-
-def _write_documents(directory: Path, documents: Mapping[str, Any]) -> None:
-    shutil.rmtree(directory, ignore_errors=True)
-    directory.mkdir(parents=True)
-    for name, content in documents.items():
-        if content is not None:
-            data = content if isinstance(content, bytes) else json.dumps(content).encode()
-            (directory / name).write_bytes(data)
-
-
-def _binds_for(application: str, binds: Sequence[Bind]) -> list[Bind]:
-    """What makes an application visible that lies where the box has its own directory.
-
-    It comes with its neighbours, which it may need, unless it lies directly in that directory.
-    """
-    if not root.is_replaced(application) or any(
-            application == bind.target or application.startswith(bind.target + "/")
-            for bind in binds):
-        return []
-    directory = os.path.dirname(application)
-    return [Bind(application if root.is_own_place(directory) else directory)]
+        if not self._box.wait_for_ring(seconds):
+            raise self._box.failure()
+        return True

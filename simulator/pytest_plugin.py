@@ -71,7 +71,7 @@ def device(request: pytest.FixtureRequest, tmp_path: Path,
     assert not remains, f"a device has left something behind: {remains}"
 
 
-@pytest.hookimpl(hookwrapper=True)
+@pytest.hookimpl(hookwrapper=True)  # type: ignore[misc]
 def pytest_runtest_makereport(item: pytest.Item) -> Iterator[None]:
     """Show the account of the devices with a test that has failed."""
     outcome = yield

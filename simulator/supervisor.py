@@ -7,7 +7,6 @@ from __future__ import annotations
 import os
 import selectors
 import subprocess
-from collections.abc import Callable
 
 from simulator import account, kernel, paths
 from simulator.configuration import PROGRAM, Configuration

@@ -78,7 +78,7 @@ class Driver:
             self.last_feed = now
 
     def close(self, now: float) -> None:
-        """The last descriptor is closed: disarms after the magic character, else feeds once more."""
+        """The last descriptor is closed: disarms after the magic character, else feeds again."""
         self.is_open = False
         if self._may_close:
             self.armed = False

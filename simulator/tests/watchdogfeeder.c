@@ -3,12 +3,17 @@
  *
  * For the tests of the simulated watchdog device: carries out the steps named on its command line.
  *
- *   open       open the device            timeout N  set the time-out to N s, print what was granted
- *   get        print the time-out         feed N     feed N times, 0.2 s apart
- *   options N  set options                magic      write the magic character
- *   close      close the descriptor       environment print LD_PRELOAD
- *   cat PATH   print a file               wait       wait for ever
- *   exec …     execute a command
+ *   open         open the device
+ *   timeout N    set the time-out to N s, print what was granted
+ *   get          print the time-out
+ *   feed N       feed N times, 0.2 s apart
+ *   options N    set options
+ *   magic        write the magic character
+ *   close        close the descriptor
+ *   environment  print LD_PRELOAD
+ *   cat PATH     print a file
+ *   wait         wait for ever
+ *   exec …       execute a command
  *
  * A step that fails prints its name and the reason to standard error and ends the program with 1.
  */

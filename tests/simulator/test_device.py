@@ -40,7 +40,7 @@ def test_the_supervisors_end_is_told(device, script, end: str, status: int) -> N
 
 def test_waiting_ends_at_once_when_the_simulation_has_ended(device, script) -> None:
     board = device(script("echo only; exit 3"))
-    with pytest.raises(SimulatorError, match="(?s)before the end of the simulation.*only"):
+    with pytest.raises(SimulatorError, match="(?s)the simulation has ended before.*only"):
         board.wait_for("supervisor", "never", timeout=600)
 
 
@@ -192,8 +192,9 @@ def test_a_directory_is_one_devices_at_a_time(device, script, tmp_path) -> None:
 
 
 def test_two_devices_do_not_disturb_one_another(device, script) -> None:
-    one = device(script("logger -t me one; fw_setenv board one; echo one > /tmp/file; echo up; " + WAIT))
-    two = device(script("logger -t me two; fw_setenv board two; echo two > /tmp/file; echo up; " + WAIT))
+    one, two = (device(script(f"logger -t me {name}; fw_setenv board {name}; "
+                              f"echo {name} > /tmp/file; echo up; {WAIT}"))
+                for name in ("one", "two"))
     for board, name in ((one, "one"), (two, "two")):
         board.wait_for("supervisor", "up")
         assert [event.text for event in board.events("system log")] == [name]

@@ -3,7 +3,6 @@
 """What the box keeps from the host, and what it shows."""
 
 import os
-import subprocess
 from pathlib import Path
 
 import pytest
@@ -135,37 +134,3 @@ def test_mounts_of_the_box_do_not_show_on_the_host(device, script) -> None:
     board = device(script(WAIT), spaces={"/tmp/log": "64k"})
     assert board.processes()
     assert Path("/proc/self/mountinfo").read_text(encoding="utf-8") == before
-
-
-def test_it_works_in_a_plain_chroot(device, script, tmp_path, build_directory) -> None:
-    """In a root directory that is no mount point, as a build root made for another system is."""
-    if os.geteuid() != 0:
-        pytest.skip("chroot needs root")
-    project = Path(__file__).resolve().parents[2]
-    inner = tmp_path / "inner.py"
-    inner.write_text(
-        "import sys\n"
-        f"sys.path.insert(0, {str(project)!r})\n"
-        "from simulator import Device\n"
-        "with Device('/tmp/program', '/tmp/device', watchdog_device=False) as board:\n"
-        "    print(board.wait_end()['status'], board.stdout)\n", encoding="utf-8")
-    program = script("cat /proc/1/comm; exit 4")
-    new_root = tmp_path / "root"
-    # The mounts below are made in a mount namespace of this one command and end with it.
-    commands = f"""
-        set -e
-        mkdir {new_root}
-        for place in usr etc proc sys dev tmp {project.parts[1]}; do mkdir -p {new_root}/$place; done
-        for link in bin sbin lib lib64; do
-            if [ -L /$link ]; then cp -P /$link {new_root}/; fi
-        done
-        for place in usr etc proc sys dev {project.parts[1]}; do
-            mount --rbind /$place {new_root}/$place
-        done
-        cp {inner} {program} {new_root}/tmp/
-        chroot {new_root} /usr/bin/python3 -B /tmp/inner.py
-    """
-    completed = subprocess.run(["unshare", "--mount", "sh", "-c", commands], capture_output=True,
-                               check=False, timeout=120)
-    assert completed.stderr == b""
-    assert completed.stdout == b"4 b'python3\\n'\n"

@@ -1,0 +1,89 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""What has happened on a device, as one asks for it: by source, text and fields, now or later."""
+
+from __future__ import annotations
+
+import re
+import time
+from collections.abc import Callable, Mapping
+from pathlib import Path
+from typing import Any
+
+from simulator.account import AccountReader, Event
+from simulator.errors import SimulatorError
+
+_TAIL = 60
+
+Text = str | re.Pattern[str] | None
+
+
+class History:
+    """The events of one device, from when it is looked at first.
+
+    `wait_for_news` waits at most the given seconds for the account to grow; it returns False when
+    that cannot happen any more.
+    """
+
+    def __init__(self, account: Path, wait_for_news: Callable[[float], bool]) -> None:
+        self._reader = AccountReader(account)
+        self._wait_for_news = wait_for_news
+        self._events: list[Event] = []
+
+    def begin(self) -> None:
+        """Leave out what an earlier life of the device has recorded."""
+        if not self._events:
+            self._reader.skip()
+
+    def read(self) -> list[Event]:
+        """Take in what is new, and return it."""
+        news = self._reader.read_new()
+        self._events += news
+        return news
+
+    def events(self, source: str | None, text: Text, fields: Mapping[str, Any]) -> list[Event]:
+        """The events so far that match."""
+        self.read()
+        return [event for event in self._events if _matches(event, source, text, fields)]
+
+    def wait_for(self, source: str | None, text: Text, fields: Mapping[str, Any], count: int,
+                 after: Event | None, timeout: float) -> Event:
+        """The count-th event after `after` that matches; see `Device.wait_for`."""
+        deadline = time.monotonic() + timeout
+        position = after.index + 1 if after else 0
+        can_come = True
+        while True:
+            self.read()
+            for event in self._events[position:]:
+                position = event.index + 1
+                count -= _matches(event, source, text, fields)
+                if count == 0:
+                    return event
+            wanted = f"{count} more of source={source!r} text={text!r} {fields or ''}"
+            if not can_come or any(event.get("end") for event in self._events):
+                raise self._missing(f"the simulation has ended before: {wanted}")
+            remaining = deadline - time.monotonic()
+            if remaining <= 0:
+                raise self._missing(f"not within {timeout} s: {wanted}")
+            can_come = self._wait_for_news(remaining)
+
+    def tail(self, lines: int = _TAIL) -> str:
+        """The end of the account, for messages."""
+        self.read()
+        return "\n".join(map(str, self._events[-lines:]))
+
+    def _missing(self, what: str) -> SimulatorError:
+        return SimulatorError(f"{what}\nThe account ends with:\n{self.tail()}")
+
+
+def _matches(event: Event, source: str | None, text: Text,
+             fields: Mapping[str, Any]) -> bool:
+    if source is not None and event.source != source:
+        return False
+    if isinstance(text, re.Pattern):
+        if not text.search(event.text):
+            return False
+    elif text is not None and text not in event.text:
+        return False
+    return all(name in event.fields and event.fields[name] == value
+               for name, value in fields.items())
