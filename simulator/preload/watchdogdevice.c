@@ -27,13 +27,15 @@
 #define BOARD "/run/simulator/watchdog"
 #define IOCTL_TYPE 'W'
 
-struct request {
+struct request
+{
     char mark[8]; /* tells a request from bytes that the program writes */
     uint32_t ioctl;
     int32_t value;
 };
 
-struct answer {
+struct answer
+{
     int32_t error;
     int32_t value;
 };
