@@ -133,15 +133,6 @@ class Device:
         box.stop()
         root.remove_mount_points(self._configuration)
 
-    def left_behind(self) -> list[str]:
-        """What is still there of the board after `stop`, in words; ask once."""
-        if self._namespaces is None:
-            return []
-        found = [f"process {pid}" for pid in self._namespaces.processes()]
-        self._namespaces.close()
-        self._namespaces = None
-        return found + [f"mount {point}" for point in leftovers.mounts_below(self.directory)]
-
     def reset(self, reason: str = "reset button") -> None:
         """Reset the board as a pressed button does: everything dies at once, then it boots."""
         self._request("reset", reason=reason)
