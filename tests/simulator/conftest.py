@@ -10,8 +10,6 @@ from pathlib import Path
 
 import pytest
 
-WAIT = "exec sleep infinity"
-
 
 @pytest.fixture
 def script(tmp_path: Path) -> Callable[[str], Path]:

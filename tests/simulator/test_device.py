@@ -10,7 +10,7 @@ import pytest
 
 from simulator import BootState, SimulatorError, wait_until
 
-from conftest import WAIT
+from standin import WAIT
 
 
 def test_output_is_kept_byte_for_byte_and_channels_apart(device, script) -> None:

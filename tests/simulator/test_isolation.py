@@ -9,7 +9,7 @@ import pytest
 
 from simulator import Bind, SimulatorError
 
-from conftest import WAIT
+from standin import WAIT
 
 
 def shell(board, command: str) -> tuple[int, str]:

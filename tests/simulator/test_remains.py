@@ -13,7 +13,7 @@ import pytest
 from simulator import Bind, SimulatorError, wait_until
 from simulator.leftovers import Trace
 
-from conftest import WAIT
+from standin import WAIT
 
 _PROJECT = Path(__file__).resolve().parents[2]
 _BUSY = "trap '' TERM HUP INT; setsid sleep 601 & sleep 602 & echo up; " + WAIT

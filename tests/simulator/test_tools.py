@@ -8,7 +8,7 @@ from simulator import BootState, SimulatorError, wait_until
 from simulator.commands import fw_setenv, sfuflags
 from simulator.tools import TOOLS, Behaviour
 
-from conftest import WAIT
+from standin import WAIT
 
 
 def call(board, *command: str) -> int:
