@@ -33,9 +33,11 @@ def main(arguments: list[str]) -> int:
     try:
         _prepare_directory(options.directory, options.keep)
         return _simulate(options, Display(sys.stdout), _Interrupt())
-    except (SimulatorError, OSError) as error:
+    except SimulatorError as error:
         print(f"simulate: {error}", file=sys.stderr)
-        return _FAILED
+    except OSError as error:
+        print(f"simulate: {error.filename}: {error.strerror}", file=sys.stderr)
+    return _FAILED
 
 
 class _Interrupt:
@@ -53,7 +55,7 @@ class _Interrupt:
 def _simulate(options: argparse.Namespace, display: Display, interrupt: _Interrupt) -> int:
     device = Device(
         options.build / "watchdog", options.directory, command_line.supervisor_arguments(options),
-        settings=options.settings, tools=options.tools, read_only_root=options.read_only_root,
+        settings=options.settings or None, tools=options.tools, read_only_root=options.read_only_root,
         watchdog_device=not options.no_watchdog_device, spaces=options.spaces,
         bad_boots=options.bad_boots, boots=options.boots, binds=options.binds)
     _introduce(options, display)

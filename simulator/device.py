@@ -42,6 +42,7 @@ class Device:
     settings, settings_default
         Documents for the two directories beside the executable, by file name: bytes are written as
         they are, None means that there is no such document, everything else is written as JSON.
+        Without `settings` the directory stays as it is, which on a new device is empty.
         `settings_default` starts from the directory of that name beside `program`.
     tools
         Behaviour by tool: "normal", "fail", "fail=N", "hang", "absent", for reboot also "return".
@@ -81,7 +82,7 @@ class Device:
                  working_directory: str = "/") -> None:
         self.directory = Path(directory).resolve()
         self.program = Path(program).resolve()
-        self._settings = dict(settings or {})
+        self._settings = None if settings is None else dict(settings)
         self._settings_default = dict(settings_default or {})
         self._boot_state = boot_state
         self._binds = list(binds)

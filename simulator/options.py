@@ -16,6 +16,7 @@ from simulator.configuration import COMMAND_PATH, Bind, size_in_bytes
 from simulator.errors import SimulatorError
 from simulator.tools import Behaviour
 
+SAMPLE = "sample-application"
 DEFAULT_LOG = "/tmp/log/application.log"
 DEFAULT_LOG_SIZE = "64k"
 DEFAULT_DIRECTORY = "simulated-device"
@@ -27,12 +28,14 @@ _DURATION_UNITS = {"": 1, "s": 1, "m": 60, "h": 3600}
 
 _USAGE = "./simulate [OPTION]... [APPLICATION [ARGUMENT]...]"
 _EPILOG = """\
-Without an application the sample one runs. APPLICATION is a path, or a command of this machine.
+APPLICATION is a path, a command of this machine, or sample-application, which also runs without an
+application given and tells what it can do when told to do nonsense.
 All of this machine's file system is visible on the board, read-only; /tmp, /home/root, /run and
 /dev are the board's own.
 
 examples:
   ./simulate                                      the sample application
+  ./simulate sample-application sleep 3 signal 11 the same, told to crash after 3 s
   ./simulate ./build/my-application --port 80     your application with its arguments
   ./simulate --tool reboot=return /bin/false      what if the third exit does not reboot?
   ./simulate --read-only-root                     a root file system that has failed
@@ -81,10 +84,9 @@ def parse(arguments: list[str]) -> argparse.Namespace:
         if options.boots < 0 or options.bad_boots < 1:
             raise SimulatorError("--boots takes a number from 0, --bad-boots one from 1")
         options.build = (_ROOT / options.build_dir).resolve()
-        given = options.application or [str(
-            options.build / "simulator" / "application" / "sample-application")]
-        options.sample = not options.application
-        options.application = [given[0] if options.sample else _application(given[0]), *given[1:]]
+        name, *values = options.application or [SAMPLE]
+        sample = options.build / "simulator" / "application" / SAMPLE
+        options.application = [str(sample) if name == SAMPLE else _application(name), *values]
         options.binds = [Bind(argument) for argument in options.application[1:]
                          if root.is_replaced(argument) and os.path.isfile(argument)]
     except SimulatorError as error:
@@ -137,7 +139,8 @@ def _make_parser() -> argparse.ArgumentParser:
                        help="boots without cleared flags before the boot loader starts the "
                             "fallback system (default: %(default)s)")
     board.add_argument("--space", metavar="DIR=SIZE", action="append", default=[],
-                       help="a file system of its own, such as /tmp/log=64k; may be repeated")
+                       help="a file system of its own, such as /tmp/log=64k, gone with the board; may "
+                            "be repeated")
     run = parser.add_argument_group("the simulation")
     run.add_argument("--duration", metavar="TIME",
                      help="end after so many seconds; also 5m, 2h")

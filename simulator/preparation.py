@@ -27,16 +27,19 @@ def make_places(directory: Path) -> None:
         (directory / name).touch()
 
 
-def write_settings(directory: Path, program: Path, settings: Mapping[str, Any],
+def write_settings(directory: Path, program: Path, settings: Mapping[str, Any] | None,
                    changes: Mapping[str, Any]) -> None:
     """Write the documents beside the board's program: the factory's with `changes`, and `settings`.
 
-    Bytes are written as they are, None stands for no document, all else is written as JSON.
+    Bytes are written as they are, None stands for no document, all else is written as JSON. What an
+    earlier life of the device has as settings is kept when there are none to replace it.
     """
     target = directory / paths.KEPT_DIRECTORIES[PROGRAM_DIRECTORY]
     factory = _documents(program.parent / "settings-default")
     _write_documents(target / "settings-default", {**factory, **changes})
-    _write_documents(target / "settings", settings)
+    if settings is not None:
+        _write_documents(target / "settings", settings)
+    (target / "settings").mkdir(exist_ok=True)
 
 
 def _documents(directory: Path) -> dict[str, bytes]:

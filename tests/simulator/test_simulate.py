@@ -212,6 +212,25 @@ def test_settings_from_a_file_and_a_directory(simulate, script, tmp_path) -> Non
     assert "./a.json:1\n" in out and "./b.json:2\n" in out
 
 
+def test_a_device_that_is_kept_keeps_its_settings(simulate, script, tmp_path) -> None:
+    (tmp_path / "a.json").write_text("1", encoding="utf-8")
+    (tmp_path / "b.json").write_text("2", encoding="utf-8")
+    script("ls /supervisor/settings", "application")
+    kept = tmp_path / "simulated-device" / "supervisor" / "settings"
+    for arguments, documents in ((["--settings", "a.json"], ["a.json"]), (["--keep"], ["a.json"]),
+                                 (["--keep", "--settings", "b.json"], ["b.json"]), ([], [])):
+        _, out, _ = outcome(simulate(*arguments, "./application"))
+        assert [name for name in ("a.json", "b.json") if f"  {name}\n" in out] == documents
+        assert os.listdir(kept) == documents
+
+
+def test_the_sample_application_by_name(simulate, build, script) -> None:
+    (build / "simulator" / "application").mkdir()
+    script('echo "sample: $*"', "build/simulator/application/sample-application")
+    assert "sample: exit 5\n" in outcome(simulate("sample-application", "exit", "5"))[1]
+    assert "sample: \n" in outcome(simulate())[1]
+
+
 def test_a_file_argument_below_tmp_is_shown(simulate, script, tmp_path) -> None:
     (tmp_path / "data").write_text("seen it", encoding="utf-8")
     script('cat "$1"', "application")
