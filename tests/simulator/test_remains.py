@@ -40,8 +40,8 @@ def test_nothing_is_left_after_stop(device, script) -> None:
     assert board.events("simulator", "switched off")
 
 
-@pytest.mark.parametrize("number", [signal.SIGKILL, signal.SIGTERM])
-def test_nothing_is_left_when_the_outer_process_is_killed(script, tmp_path, number) -> None:
+def start_in_another_process(script, tmp_path) -> tuple[subprocess.Popen[bytes], int]:
+    """A process that holds a running device, and the number of the process that holds the box."""
     outer = subprocess.Popen(
         [sys.executable, "-B", "-c", f"""
 import os, sys
@@ -54,9 +54,26 @@ print(device._box.pid, flush=True)
 os.read(0, 1)
 """], stdin=subprocess.PIPE, stdout=subprocess.PIPE)
     assert outer.stdout is not None
-    trace = Trace(int(outer.stdout.readline()), tmp_path)
+    return outer, int(outer.stdout.readline())
+
+
+@pytest.mark.parametrize("number", [signal.SIGKILL, signal.SIGTERM])
+def test_nothing_is_left_when_the_outer_process_is_killed(script, tmp_path, number) -> None:
+    outer, holder = start_in_another_process(script, tmp_path)
+    trace = Trace(holder, tmp_path)
     assert len(trace.remains()) == 4
     outer.send_signal(number)
+    outer.communicate()
+    wait_until_gone(trace)
+    trace.close()
+
+
+def test_nothing_is_left_even_if_the_board_is_stuck(script, tmp_path) -> None:
+    outer, holder = start_in_another_process(script, tmp_path)
+    trace = Trace(holder, tmp_path)
+    board = int(Path(f"/proc/{holder}/task/{holder}/children").read_text(encoding="ascii"))
+    os.kill(board, signal.SIGSTOP)
+    outer.kill()
     outer.communicate()
     wait_until_gone(trace)
     trace.close()
