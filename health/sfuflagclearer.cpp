@@ -1,0 +1,74 @@
+// SPDX-FileCopyrightText: 2026 The watchdog developers
+// SPDX-License-Identifier: MIT
+#include "health/sfuflagclearer.h"
+
+#include "common/checkedconnect.h"
+#include "common/errorline.h"
+
+#include <QFile>
+#include <QProcess>
+#include <QStringList>
+
+#include <syslog.h>
+
+#include <utility>
+
+SfuFlagClearer::SfuFlagClearer(int intervalMs, QString markerPath, int toolTimeoutMs)
+    : m_markerPath(std::move(markerPath)), m_toolTimeoutMs(toolTimeoutMs)
+{
+    m_clearTimer.setInterval(intervalMs);
+    m_clearTimer.setSingleShot(true);
+    checkedConnect(&m_clearTimer, &QTimer::timeout, this, &SfuFlagClearer::on_clearTimer_timeout);
+}
+
+void SfuFlagClearer::start()
+{
+    if (!m_cleared)
+        m_clearTimer.start();
+}
+
+void SfuFlagClearer::stop()
+{
+    m_clearTimer.stop();
+}
+
+void SfuFlagClearer::on_clearTimer_timeout()
+{
+    if (!isFileSystemWritable())
+        rebootFromReadOnlySystem();
+    else if (clearFlag(QStringLiteral("fail")) && clearFlag(QStringLiteral("boot_count")))
+        m_cleared = true;
+}
+
+// Whatever keeps the marker from being made or removed counts as read-only, also a missing
+// directory: a board in such a state is not worth going on with.
+bool SfuFlagClearer::isFileSystemWritable() const
+{
+    QFile marker(m_markerPath);
+    return marker.open(QIODevice::ReadWrite) && marker.remove();
+}
+
+bool SfuFlagClearer::clearFlag(const QString &flag) const
+{
+    const QStringList arguments =
+        QStringLiteral("-f %1 -v 0").arg(flag).split(QLatin1Char(' '), QString::SkipEmptyParts);
+    QProcess tool;
+    tool.start(QStringLiteral("sfuflags"), arguments, QIODevice::ReadWrite);
+    if (tool.waitForFinished(m_toolTimeoutMs) && tool.exitCode() == 0)
+        return true;
+    ::syslog(LOG_ERR, "Error occured during process startup, code: %d\n",
+             static_cast<int>(tool.error()));
+    return false;
+}
+
+void SfuFlagClearer::rebootFromReadOnlySystem() const
+{
+    writeErrorLine(QStringLiteral("Detected filesystem in read-only mode. Rebooting"));
+    // A name without a value deletes the variable. A tool that overruns its time is not killed
+    // before the reboot was tried: half a boot environment is worse than an old one.
+    QProcess environmentTool;
+    environmentTool.start(QStringLiteral("fw_setenv"), {QStringLiteral("update_url_cache")},
+                          QIODevice::ReadWrite);
+    environmentTool.waitForFinished(m_toolTimeoutMs);
+    QProcess::execute(QStringLiteral("reboot"), {QStringLiteral("-f")});
+}

@@ -1,0 +1,108 @@
+// SPDX-FileCopyrightText: 2026 The watchdog developers
+// SPDX-License-Identifier: MIT
+#include "health/systemloadlogger.h"
+
+#include "common/checkedconnect.h"
+#include "common/errorline.h"
+
+#include <QFile>
+#include <QPair>
+#include <QProcess>
+#include <QTextStream>
+#include <QTimer>
+#include <QVector>
+
+#include <unistd.h>
+
+#include <utility>
+
+namespace {
+
+constexpr int snapshotsKept = 3;
+
+using Command = QPair<QString, QStringList>; // program, arguments
+
+const QVector<Command> &snapshotCommands()
+{
+    static const QVector<Command> commands = {
+        {QStringLiteral("sh"),
+         {QStringLiteral("-c"), QStringLiteral("COLUMNS=115 top -b -n1 | head -n 50")}},
+        {QStringLiteral("free"), {}},
+    };
+    return commands;
+}
+
+QByteArray outputOf(const Command &command, int timeoutMs)
+{
+    QProcess process;
+    process.start(command.first, command.second, QIODevice::ReadWrite);
+    process.waitForFinished(timeoutMs);
+    return process.readAll(); // also of a command that hangs: what it has said may tell why
+}
+
+} // namespace
+
+// The timer has no parent and is not deleted with the logger, which itself is there until the
+// process ends.
+SystemLoadLogger::SystemLoadLogger(QString filePath, QObject *parent, int commandTimeoutMs)
+    : QObject(parent), m_filePath(std::move(filePath)), m_timer(new QTimer(nullptr)),
+      m_commandTimeoutMs(commandTimeoutMs)
+{
+    checkedConnect(m_timer, &QTimer::timeout, this, &SystemLoadLogger::on_timer_timeout);
+}
+
+void SystemLoadLogger::start(int msec)
+{
+    m_timer->start(msec);
+}
+
+void SystemLoadLogger::stop()
+{
+    m_timer->stop();
+}
+
+QString SystemLoadLogger::copyLoadFile()
+{
+    if (!QFile::exists(m_filePath))
+        return QString();
+    QString copy = m_filePath + QStringLiteral(".load");
+    QFile::copy(m_filePath, copy);
+    return copy;
+}
+
+void SystemLoadLogger::on_timer_timeout()
+{
+    // As a C string: a snapshot ends at its first NUL byte.
+    m_snapshots.append(QString::fromUtf8(takeSnapshot().constData()));
+    if (m_snapshots.size() > snapshotsKept)
+        m_snapshots.removeFirst();
+    writeSnapshots();
+}
+
+QByteArray SystemLoadLogger::takeSnapshot() const
+{
+    QByteArray snapshot;
+    for (const Command &command : snapshotCommands())
+        snapshot += outputOf(command, m_commandTimeoutMs) + '\n';
+    return snapshot;
+}
+
+void SystemLoadLogger::writeSnapshots() const
+{
+    QFile file(m_filePath);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Text)) {
+        writeErrorLine(QStringLiteral("Cannot open file : %1 : err : %2 ")
+                           .arg(m_filePath, file.errorString()));
+    }
+    // No return above, on purpose: a file that is not open takes what follows and drops it.
+    QTextStream stream(&file);
+    stream.setCodec("UTF-8"); // the default is the locale's, which on a device is often plain C
+    for (const QString &snapshot : m_snapshots)
+        stream << snapshot;
+    // The stream holds its text back, up to 16 KiB of it, until the file closes, so fsync makes the
+    // truncation durable and not the text. Keep the order: with the stream flushed first, every
+    // round would have the main loop wait until the text is on the storage.
+    file.flush();
+    ::fsync(file.handle());
+    file.close();
+}
