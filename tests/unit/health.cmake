@@ -1,0 +1,3 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+unit_test(tst_hwwatchdog watchdog_health)
