@@ -1,3 +1,4 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
 unit_test(tst_hwwatchdog watchdog_health)
+unit_test(tst_memoryusage watchdog_health)
