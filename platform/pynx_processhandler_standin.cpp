@@ -1,0 +1,111 @@
+// SPDX-FileCopyrightText: 2026 The watchdog developers
+// SPDX-License-Identifier: MIT
+#include "platform/pynx_processhandler.h"
+
+#include "common/checkedconnect.h"
+
+#include <QByteArray>
+#include <QProcess>
+#include <QSet>
+#include <QString>
+#include <QStringList>
+
+#include <utility>
+
+namespace {
+
+using FinishedSignal = void (QProcess::*)(int, QProcess::ExitStatus);
+
+constexpr int startFailedCode = -1;
+constexpr int crashedCode = -2;
+
+// One command, from its start until it has handed its result over; then it deletes itself.
+class AsyncCommand : public QObject
+{
+public:
+    AsyncCommand(PynxProcessHandler::CompletionCallback completed,
+                 PynxProcessHandler::OutputCallback output);
+
+    void start(const QString &program, const QStringList &arguments);
+
+private:
+    void readOutput();
+    void processError(QProcess::ProcessError error);
+    void processFinished(int exitCode, QProcess::ExitStatus exitStatus);
+    void complete(int resultCode);
+
+    QProcess m_process;
+    PynxProcessHandler::CompletionCallback m_completed;
+    PynxProcessHandler::OutputCallback m_output;
+};
+
+// The commands on their way. Never destroyed, since that would kill those which outlive the
+// program.
+QSet<AsyncCommand *> &commands()
+{
+    static auto *const all = new QSet<AsyncCommand *>;
+    return *all;
+}
+
+AsyncCommand::AsyncCommand(PynxProcessHandler::CompletionCallback completed,
+                           PynxProcessHandler::OutputCallback output)
+    : m_completed(std::move(completed)), m_output(std::move(output))
+{
+    commands().insert(this);
+    m_process.setStandardInputFile(QProcess::nullDevice());
+    if (m_output) {
+        m_process.setProcessChannelMode(QProcess::MergedChannels);
+        checkedConnect(&m_process, &QProcess::readyReadStandardOutput, this,
+                       &AsyncCommand::readOutput);
+    } else {
+        m_process.setStandardOutputFile(QProcess::nullDevice());
+        m_process.setStandardErrorFile(QProcess::nullDevice());
+    }
+    checkedConnect(&m_process, static_cast<FinishedSignal>(&QProcess::finished), this,
+                   &AsyncCommand::processFinished);
+    // Queued, because a start can fail inside QProcess::start().
+    checkedConnect(&m_process, &QProcess::errorOccurred, this, &AsyncCommand::processError,
+                   Qt::QueuedConnection);
+}
+
+void AsyncCommand::start(const QString &program, const QStringList &arguments)
+{
+    m_process.start(program, arguments);
+}
+
+void AsyncCommand::readOutput()
+{
+    m_output(m_process.readAllStandardOutput());
+}
+
+void AsyncCommand::processError(QProcess::ProcessError error)
+{
+    // A failed start emits no finished(); every other error of a process that ends does.
+    if (error == QProcess::FailedToStart)
+        complete(startFailedCode);
+}
+
+void AsyncCommand::processFinished(int exitCode, QProcess::ExitStatus exitStatus)
+{
+    complete(exitStatus == QProcess::NormalExit ? exitCode : crashedCode);
+}
+
+void AsyncCommand::complete(int resultCode)
+{
+    // QProcess reports some failed starts twice.
+    if (!commands().remove(this))
+        return;
+    deleteLater();
+    if (m_completed)
+        m_completed({resultCode});
+}
+
+} // namespace
+
+void PynxProcessHandler::startAsync(const QString &program, const QStringList &arguments,
+                                    int /*number*/, const CompletionCallback &completed,
+                                    const OutputCallback &output, bool /*flag*/)
+{
+    auto *command = new AsyncCommand(completed, output);
+    command->start(program, arguments);
+}
