@@ -1,0 +1,140 @@
+// SPDX-FileCopyrightText: 2026 The watchdog developers
+// SPDX-License-Identifier: MIT
+#include "report/reporter.h"
+
+#include "common/errorline.h"
+#include "platform/pynx_processhandler.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QPointer>
+#include <QRegExp>
+#include <QSet>
+#include <QTimer>
+
+#include <utility>
+
+namespace {
+
+constexpr qint32 maxReportsPerName = 5;
+constexpr qint64 minIntervalMs = 30000;
+constexpr int handlerNumber = 1000; // with the flag, as the maker's process handler is to be called
+constexpr bool handlerFlag = true;
+
+// Group and others may write, so that the component that collects archives can remove them.
+void createUploadDirectory(const QString &path)
+{
+    if (QDir(path).exists() || !QDir().mkpath(path))
+        return;
+    QFile::setPermissions(
+        path, QFile::permissions(path) | QFileDevice::WriteGroup | QFileDevice::WriteOther);
+}
+
+QString fileNamePart(QString name)
+{
+    return name.replace(QRegExp(QStringLiteral("[^\\w-]")), QStringLiteral("_"));
+}
+
+void finishArchive(const QString &temporaryPath, const QString &finalPath,
+                   const PynxProcessHandlerResult &result)
+{
+    if (result.resultCode == 0)
+        QFile::rename(temporaryPath, finalPath);
+    else
+        writeErrorLine(QStringLiteral("Failed to generate report"));
+}
+
+} // namespace
+
+Reporter::Reporter(QStringList files, QString uploadPath, QString uploadFilePrefix, Clock clock,
+                   int delayMs)
+    : m_files(std::move(files)), m_uploadPath(std::move(uploadPath)),
+      m_uploadFilePrefix(std::move(uploadFilePrefix)), m_clock(std::move(clock)), m_delayMs(delayMs)
+{
+    createUploadDirectory(m_uploadPath);
+}
+
+void Reporter::requestReport(const QStringList &extraFiles, const QString &name)
+{
+    if (!name.isEmpty() && !accept(name))
+        return;
+    // The timer has no receiver and outlives this object, hence the guard.
+    const QPointer<Reporter> guard(this);
+    const auto report = [guard, extraFiles, name] {
+        if (guard.isNull())
+            return;
+        guard->m_files += extraFiles;
+        guard->createReport(guard->m_files, name);
+    };
+    QTimer::singleShot(m_delayMs, Qt::CoarseTimer, report); // clazy:exclude=connect-3arg-lambda
+}
+
+void Reporter::createReport(const QStringList &files, const QString &name)
+{
+    const QString base = m_uploadFilePrefix + QLatin1Char('-') + fileNamePart(name)
+        + QLatin1Char('-') + QString::number(nextTimeStamp());
+    const QString temporaryPath = m_uploadPath + QStringLiteral("/tmp_") + base;
+    const QString finalPath = m_uploadPath + QLatin1Char('/') + base + QStringLiteral(".tar.gz");
+
+    if (!QFile::permissions(m_uploadPath).testFlag(QFileDevice::WriteOther)) {
+        writeErrorLine(
+            QStringLiteral("Upload path doesn't allow non ROOT user to remove the report"));
+    }
+
+    QStringList arguments = {QStringLiteral("czhf"), temporaryPath};
+    const int ownArguments = arguments.size();
+    const QSet<QString> filesOnce = files.toSet();
+    for (const QString &file : filesOnce) {
+        if (QFile::exists(file))
+            arguments.append(file);
+    }
+    if (arguments.size() == ownArguments)
+        return;
+
+    const auto completed = [temporaryPath, finalPath](const PynxProcessHandlerResult &result) {
+        finishArchive(temporaryPath, finalPath, result);
+    };
+    PynxProcessHandler::startAsync(QStringLiteral("tar"), arguments, handlerNumber, completed,
+                                   PynxProcessHandler::OutputCallback(), handlerFlag);
+}
+
+void Reporter::clearHistory()
+{
+    m_history.clear();
+}
+
+qint64 Reporter::monotonicMs()
+{
+    QElapsedTimer timer;
+    timer.start();
+    return timer.msecsSinceReference();
+}
+
+bool Reporter::accept(const QString &name)
+{
+    HistoryRecord &record = m_history[name];
+    if (record.count >= maxReportsPerName)
+        return false;
+    // A new record says 0, so that nothing is accepted within the clock's first 30 s either. That
+    // is required, though a board that has just been restarted may then miss its first report.
+    const qint64 nowMs = m_clock();
+    if (nowMs - record.lastMs < minIntervalMs)
+        return false;
+    record.count += 1;
+    record.lastMs = nowMs;
+    return true;
+}
+
+// The current time, moved on where an archive has it already: coarse timers fire together, so that
+// reports with names that look alike in a file name can be made within one millisecond. Only what
+// was made just now counts, for the system's clock may be set back.
+qint64 Reporter::nextTimeStamp()
+{
+    constexpr qint64 justNowMs = 1000;
+    const qint64 nowMs = QDateTime::currentMSecsSinceEpoch();
+    const bool taken = nowMs <= m_lastTimeStamp && m_lastTimeStamp - nowMs < justNowMs;
+    m_lastTimeStamp = taken ? m_lastTimeStamp + 1 : nowMs;
+    return m_lastTimeStamp;
+}
