@@ -13,7 +13,8 @@ Watchdog::Watchdog(QObject *parent) : QObject(parent)
 {
     ::openlog("pynx_watchdog", 0, LOG_USER);
     PynxLogger::instance()->disable();
-    checkedConnect(&m_process, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,
+    using Finished = void (QProcess::*)(int, QProcess::ExitStatus);
+    checkedConnect(&m_process, static_cast<Finished>(&QProcess::finished), this,
                    &Watchdog::processFinished);
 }
 
