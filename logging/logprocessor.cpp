@@ -52,14 +52,13 @@ bool LogProcessor::open()
 
 void LogProcessor::write(const QByteArray &chunk)
 {
-    if (m_file.handle() != -1) {
-        if (m_logTime)
-            writeTimeStamp();
+    if (m_logTime && isLogging())
+        writeTimeStamp();
+    // Asked again, since the time line may have brought a rotation that failed.
+    if (isLogging())
         writeData(chunk);
-    } else {
-        // As a C string: a chunk is echoed up to its first NUL byte.
-        std::fputs(chunk.constData(), stdout);
-    }
+    else
+        std::fputs(chunk.constData(), stdout); // as a C string: up to its first NUL byte
     m_atLineStart = chunk.endsWith('\n');
 }
 
@@ -86,7 +85,7 @@ void LogProcessor::flushOutput()
 void LogProcessor::on_flushTimer_timeout()
 {
     // Qt warns on standard error when a file that is not open is flushed.
-    if (m_file.isOpen())
+    if (isLogging())
         m_file.flush();
 }
 
@@ -98,6 +97,11 @@ void LogProcessor::on_process_readyReadStandardOutput()
 void LogProcessor::on_process_readyReadStandardError()
 {
     processOutput(m_process->readAllStandardError());
+}
+
+bool LogProcessor::isLogging() const
+{
+    return m_file.handle() != -1;
 }
 
 void LogProcessor::processOutput(const QByteArray &chunk)
