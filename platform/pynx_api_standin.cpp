@@ -162,10 +162,9 @@ PynxLogger *PynxLogger::instance()
     return &logger;
 }
 
-// The stand-in's logger writes nothing, so there is nothing to switch off. Not static: the SDK
-// switches off the one object that instance() returns.
+// The stand-in's logger writes nothing, so there is nothing to switch off.
 void PynxLogger::disable()
-{ } // NOLINT(readability-convert-member-functions-to-static)
+{ }
 
 QString pynxLocalTimeDateString()
 {
