@@ -41,10 +41,13 @@ void restoreDefaultActions()
 void handleSignal(int number)
 {
     restoreDefaultActions();
-    if (::getpid() == armedProcess)
+    if (::getpid() == armedProcess) {
         armedHandler(number);
-    else
-        ::raise(number); // a child before its exec: it must not touch its copy of our state
+    } else {
+        // A child before its exec: it must not touch its copy of our state. Not raise(): where the
+        // fork went round the C library, that one may still take the thread for its parent's.
+        ::kill(::getpid(), number);
+    }
 }
 
 } // namespace

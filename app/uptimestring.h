@@ -5,7 +5,7 @@
 class QString;
 
 /**
- * @p seconds as text for a log line: "1 days 2 hours 0 min 5 sec". Days and minutes are left out
- * when they are 0, hours together with their minutes; units are never made singular.
+ * @p seconds as text for a log line: "1 days 2 hours 0 min 5 sec". Days and hours are left out when
+ * they are 0, minutes when they and the hours are; units are never made singular.
  */
 QString uptimeString(int seconds);
