@@ -3,4 +3,5 @@
 unit_test(tst_uptimestring watchdog_app)
 unit_test(tst_commandline watchdog_app)
 unit_test(tst_pynxprocess watchdog_app)
+unit_test(tst_terminationsignals watchdog_app)
 unit_test(tst_watchdog watchdog_app test_syslog_capture)
