@@ -33,6 +33,8 @@ void UptimeStringTest::text_data()
     QTest::newRow("all of them") << 90061 << QStringLiteral("1 days 1 hours 1 min 1 sec");
     QTest::newRow("many days") << 864000 << QStringLiteral("10 days 0 sec");
     QTest::newRow("largest") << 2147483647 << QStringLiteral("24855 days 3 hours 14 min 7 sec");
+    QTest::newRow("signed: each part towards zero")
+        << -90061 << QStringLiteral("-1 days -1 hours -1 min -1 sec");
 }
 
 void UptimeStringTest::text()
