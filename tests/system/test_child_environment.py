@@ -46,7 +46,7 @@ def test_the_application_runs_as_the_user_with_its_groups(board):
 
 def test_an_unknown_user_is_said_and_the_application_runs_as_before(board):
     running = board("identity", options=["--singleRun", "--rotateOnly", "--user", "no-such-account"])
-    assert f"uid 0 euid 0".encode() in log_of(running)
+    assert b"uid 0 euid 0 " in log_of(running)
     assert running.stderr == b"Failed to get info about user: no-such-account\n"
 
 

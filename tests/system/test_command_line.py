@@ -4,7 +4,10 @@
 
 from __future__ import annotations
 
+import os
 import signal
+
+import pytest
 
 from logs import LOG, OLD_LOG, content
 from waiting import wait_until
@@ -46,9 +49,29 @@ def test_without_application_it_prints_nothing_and_logs_the_failed_start(device)
     assert (entry["priority"], entry["ident"]) == ("err", "pynx_watchdog")
 
 
-def test_an_option_without_its_value_ends_the_scan(device):
-    running = device(arguments=["--singleRun", "--app"])
+def test_an_empty_application_fails_to_start_as_well(device):
+    running = device(arguments=["--singleRun", "--app", ""])
     assert running.wait_supervisor_exit() == 1
+    running.wait_for("system log", START_FAILURE)
+
+
+@pytest.mark.parametrize("option", ["--logfileName", "--logfileSize", "--logfileSizeConf", "--user",
+                                    "--app"])
+def test_an_option_without_its_value_ends_the_scan(device, option):
+    running = device(arguments=["--singleRun", option])
+    assert running.wait_supervisor_exit() == 1
+    assert running.stderr == b""
+    running.wait_for("system log", START_FAILURE)
+
+
+@pytest.mark.skipif(os.geteuid() != 0, reason="only root can switch to another account")
+def test_a_fork_that_fails_is_a_failed_start(board, sample):
+    running = board("wait", options=["--rotateOnly"])
+    done = running.run(["setpriv", "--reuid=4711", "--clear-groups", "prlimit", "--nproc=1",
+                        "/supervisor/watchdog", "--singleRun", "--rotateOnly", "--app", sample,
+                        "print", "started\\n"])
+    assert done.status == 1
+    assert b"started" not in done.stdout.split(b"Starting app", 1)[1]
     running.wait_for("system log", START_FAILURE)
 
 

@@ -4,6 +4,7 @@
 
 from __future__ import annotations
 
+import re
 import signal
 
 import pytest
@@ -44,8 +45,28 @@ def test_a_termination_signal_ends_both_and_the_status_is_0(board, number, envir
     running = board("on-term", "15", "print", "ready\\n", "wait",
                     options=["--singleRun", "--rotateOnly"], environment=environment)
     started(running)
+    application = running.application().pid
     running.signal("supervisor", number)
     assert running.wait_supervisor_exit() == 0
+    wait_until(lambda: application not in [process.pid for process in running.processes()],
+               "the application has ended too")
+
+
+@DISPATCHERS
+@pytest.mark.parametrize("options", [[], ["--rotateOnly"]], ids=["all", "rotate-only"])
+def test_the_interrupt_key_ends_both_and_the_status_is_0(board, sample, options, environment):
+    # A terminal sends it to the whole group: to the application too, and to a tool that runs.
+    running = board("wait", options=["--rotateOnly"], environment=environment,
+                    watchdog_device=False)
+    script = f"""
+    set -m
+    for i in $(seq 20); do
+        /supervisor/watchdog --singleRun {' '.join(options)} --app {sample} name ready wait >/tmp/out &
+        until pgrep -P $! -x ready >/tmp/pid; do sleep 0.005; done
+        kill -INT -$!; wait $!; echo $?
+    done"""
+    done = running.run(["bash", "-c", script], timeout=120)
+    assert done.stdout.split() == [b"0"] * 20
 
 
 @DISPATCHERS
@@ -107,7 +128,7 @@ def test_a_second_signal_ends_the_supervisor_at_once(board):
 def test_the_supervisor_ends_when_its_parent_dies(board, sample):
     running = board("wait", options=["--rotateOnly"])
     script = (f"/supervisor/watchdog --singleRun --rotateOnly --app {sample} name orphan wait "
-              ">/tmp/out & until pgrep -x orphan >/tmp/pid; do sleep 0.01; done; sleep 0.3")
+              ">/tmp/out & until pgrep -x orphan >/tmp/pid; do sleep 0.01; done")
     assert running.run(["sh", "-c", script]).status == 0
     wait_until(lambda: not [p for p in running.processes() if p.comm == "orphan"],
                "the application of the supervisor whose parent died is gone")
@@ -121,6 +142,11 @@ def test_without_single_run_a_signal_just_ends_the_supervisor(board):
 
 
 def test_the_application_starts_with_the_signals_untouched(board):
-    running = board("signals", options=["--singleRun", "--rotateOnly"])
+    running = board(application=["/bin/grep", "-E", "^Sig(Blk|Ign)", "/proc/self/status"],
+                    options=["--singleRun", "--rotateOnly"])
     assert running.wait_supervisor_exit() == 0
-    assert content(running).endswith(b"\nsignals\n")
+    blocked, ignored = (int(mask, 16) for mask in
+                        re.findall(rb"^Sig...:\t([0-9a-f]+)$", content(running), re.M))
+    assert blocked == 0
+    # What the tests themselves were started with may be ignored, by nohup for instance.
+    assert not any(ignored >> (number - 1) & 1 for number in [*TERMINATION, signal.SIGPIPE])
