@@ -1,0 +1,23 @@
+// SPDX-FileCopyrightText: 2026 The watchdog developers
+// SPDX-License-Identifier: MIT
+#include "app/allocator.h"
+
+#include <QtGlobal>
+
+#include <malloc.h>
+
+namespace {
+
+// Several chunks of output. This is a limit, not a reserve: what was never used takes no memory.
+constexpr int keptBytes = 1024 * 1024;
+
+} // namespace
+
+void keepFreedHeap()
+{
+#ifdef M_TRIM_THRESHOLD
+    ::mallopt(M_TRIM_THRESHOLD, keptBytes);
+#else
+    Q_UNUSED(keptBytes) // a C library without the setting: logging only costs more
+#endif
+}
