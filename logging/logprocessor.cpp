@@ -21,6 +21,18 @@ void reportCannotOpen(const QString &fileName)
     writeErrorLine(QStringLiteral("Can't open file : ") + fileName);
 }
 
+// All that readAllStandardOutput() or readAllStandardError() would return and, like these, leaves
+// the read channel as it was: a termination signal's flushOutput() may come in between. But a read
+// of exactly what there is hands over the process's own buffer, where these copy it.
+QByteArray takeOutput(QProcess *process, QProcess::ProcessChannel channel)
+{
+    const QProcess::ProcessChannel current = process->readChannel();
+    process->setReadChannel(channel);
+    const QByteArray chunk = process->read(process->bytesAvailable());
+    process->setReadChannel(current);
+    return chunk;
+}
+
 } // namespace
 
 LogProcessor::LogProcessor(QProcess *process, const QString &fileName, quint32 maxSize,
@@ -91,12 +103,12 @@ void LogProcessor::on_flushTimer_timeout()
 
 void LogProcessor::on_process_readyReadStandardOutput()
 {
-    processOutput(m_process->readAllStandardOutput());
+    processOutput(takeOutput(m_process, QProcess::StandardOutput));
 }
 
 void LogProcessor::on_process_readyReadStandardError()
 {
-    processOutput(m_process->readAllStandardError());
+    processOutput(takeOutput(m_process, QProcess::StandardError));
 }
 
 bool LogProcessor::isLogging() const
