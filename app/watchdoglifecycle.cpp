@@ -5,6 +5,7 @@
 #include "app/uptimestring.h"
 #include "app/watchdog.h"
 #include "common/errorline.h"
+#include "common/processerror.h"
 #include "platform/pynx_api.h"
 
 #include <QCoreApplication>
@@ -40,10 +41,8 @@ bool Watchdog::startApp(const QString &program, const QStringList &arguments)
     m_startTimeSec = monotonicSeconds();
     m_process.start(program, arguments, QIODevice::ReadWrite);
     const bool started = m_process.waitForStarted(startTimeoutMs);
-    if (!started) {
-        ::syslog(LOG_ERR, "Error occured during process startup, code: %d\n",
-                 static_cast<int>(m_process.error()));
-    }
+    if (!started)
+        logProcessError(m_process.error());
     m_logProcessor->write(
         QStringLiteral("\n\n%1 Watchdog: %2 \n")
             .arg(pynxLocalTimeDateString(), QStringLiteral("Starting app: ") + program));

@@ -4,18 +4,18 @@
 
 #include "common/checkedconnect.h"
 #include "common/errorline.h"
+#include "common/processerror.h"
 
 #include <QFile>
 #include <QProcess>
 #include <QStringList>
-
-#include <syslog.h>
 
 #include <utility>
 
 SfuFlagClearer::SfuFlagClearer(int intervalMs, QString markerPath, int toolTimeoutMs)
     : m_markerPath(std::move(markerPath)), m_toolTimeoutMs(toolTimeoutMs)
 {
+    m_clearTimer.setTimerType(Qt::PreciseTimer); // a coarse one may be 5 % early
     m_clearTimer.setInterval(intervalMs);
     m_clearTimer.setSingleShot(true);
     checkedConnect(&m_clearTimer, &QTimer::timeout, this, &SfuFlagClearer::on_clearTimer_timeout);
@@ -56,8 +56,7 @@ bool SfuFlagClearer::clearFlag(const QString &flag) const
     tool.start(QStringLiteral("sfuflags"), arguments, QIODevice::ReadWrite);
     if (tool.waitForFinished(m_toolTimeoutMs) && tool.exitCode() == 0)
         return true;
-    ::syslog(LOG_ERR, "Error occured during process startup, code: %d\n",
-             static_cast<int>(tool.error()));
+    logProcessError(tool.error());
     return false;
 }
 

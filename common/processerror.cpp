@@ -1,0 +1,10 @@
+// SPDX-FileCopyrightText: 2026 The watchdog developers
+// SPDX-License-Identifier: MIT
+#include "common/processerror.h"
+
+#include <syslog.h>
+
+void logProcessError(QProcess::ProcessError error)
+{
+    ::syslog(LOG_ERR, "Error occured during process startup, code: %d\n", static_cast<int>(error));
+}
