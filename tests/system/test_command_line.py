@@ -10,7 +10,7 @@ import signal
 import pytest
 
 from logs import LOG, OLD_LOG, content
-from waiting import wait_until
+from simulator import wait_until
 
 USAGE = (
     b"Usage: watchdog executable [args] --app <app> [appargs]\n"

@@ -11,7 +11,7 @@ from datetime import datetime, timedelta
 import pytest
 
 from logs import LOG, OLD_LOG, content
-from waiting import wait_until
+from simulator import wait_until
 
 CRITICAL = b"Critical FW error, rebooting.\n"
 KILLALL = "killall -9 pYNX"

@@ -10,7 +10,7 @@ import signal
 import pytest
 
 from logs import LOG, OLD_LOG, content
-from waiting import wait_until
+from simulator import wait_until
 
 TIME_LINE = re.compile(rb"-- Time: [A-Z][a-z]{2} [A-Z][a-z]{2} \d{1,2} \d\d:\d\d:\d\d \d{4} GMT\n")
 

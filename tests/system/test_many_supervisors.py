@@ -4,7 +4,7 @@
 
 from __future__ import annotations
 
-from waiting import wait_until
+from simulator import wait_until
 
 SUPERVISORS = 40
 EXITS = 25

@@ -13,7 +13,7 @@ import urllib.request
 import pytest
 
 from logs import OLD_LOG, content
-from waiting import wait_until
+from simulator import wait_until
 
 BUSYBOX = shutil.which("busybox")
 

@@ -10,7 +10,7 @@ import signal
 import pytest
 
 from logs import content
-from waiting import wait_until
+from simulator import wait_until
 
 TERMINATION = [signal.SIGINT, signal.SIGQUIT, signal.SIGTERM]
 
