@@ -24,9 +24,13 @@ def test_nothing_grows_with_restarts(board, sample, sanitized):
         return [log.read_bytes().count(b"Starting app") if log.exists() else 0 for log in logs]
 
     def resources() -> dict[int, tuple[int, int, int]]:
-        """By supervisor: descriptors, threads, private memory in kB; while no application runs."""
+        """By supervisor: descriptors, threads, private memory in kB.
+
+        All of them are the board's own children by now; a child that one of them has forked and
+        that has not yet become its application is not.
+        """
         script = """
-            for pid in $(pgrep -x watchdog); do
+            for pid in $(pgrep -P 1 -x watchdog); do
                 echo $pid $(ls /proc/$pid/fd | wc -l) $(ls /proc/$pid/task | wc -l) \\
                     $(awk '/^Private_Dirty/ {print $2}' /proc/$pid/smaps_rollup)
             done"""
