@@ -42,7 +42,9 @@ def test_one_exit_never_reboots(board):
 @DISPATCHERS
 @pytest.mark.parametrize("number", TERMINATION)
 def test_a_termination_signal_ends_both_and_the_status_is_0(board, number, environment):
-    running = board("on-term", "15", "print", "ready\\n", "wait",
+    # Whatever the supervisor gets, the application is told by SIGTERM.
+    script = "trap 'touch /tmp/log/told; exit 15' TERM; echo ready; while :; do sleep 0.02; done"
+    running = board(application=["/bin/sh", "-c", script],
                     options=["--singleRun", "--rotateOnly"], environment=environment)
     started(running)
     application = running.application().pid
@@ -50,6 +52,7 @@ def test_a_termination_signal_ends_both_and_the_status_is_0(board, number, envir
     assert running.wait_supervisor_exit() == 0
     wait_until(lambda: application not in [process.pid for process in running.processes()],
                "the application has ended too")
+    assert running.host_path("/tmp/log/told").exists()
 
 
 @DISPATCHERS
