@@ -81,6 +81,8 @@ void CommandLineTest::options_data()
         "name= size=0 time=0 rotate=0 single=0 user=--app app= args=");
     row("the later value wins", "--user a --user b --app prog",
         "name= size=0 time=0 rotate=0 single=0 user=b app=prog args=");
+    row("the later size wins", "--logfileSize 1k --logfileSize 2k --app prog",
+        "name= size=2048 time=0 rotate=0 single=0 user= app=prog args=");
     row("without --app nothing is the application's", "--singleRun prog -v",
         "name= size=0 time=0 rotate=0 single=1 user= app= args=");
     row("--app without a value", "--logTime --app",
