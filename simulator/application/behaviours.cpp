@@ -128,23 +128,6 @@ void printDescriptors()
     writeText(STDOUT_FILENO, text + '\n');
 }
 
-// The termination signals this process holds back or ignores; none in a well-started application.
-void printSignals()
-{
-    std::string text = "signals";
-    sigset_t blocked;
-    ::sigprocmask(SIG_BLOCK, nullptr, &blocked);
-    for (const int number : {SIGINT, SIGQUIT, SIGTERM}) {
-        struct sigaction action = {};
-        ::sigaction(number, nullptr, &action);
-        if (sigismember(&blocked, number) == 1)
-            text += " blocked " + std::to_string(number);
-        if (action.sa_handler != SIG_DFL)
-            text += " caught " + std::to_string(number);
-    }
-    writeText(STDOUT_FILENO, text + '\n');
-}
-
 int exitCodeOnTerm = 0;
 
 void exitOnTerm(int /*number*/)
@@ -258,8 +241,6 @@ const std::vector<Behaviour> &behaviours()
          }},
         {"identity", "", "print the user and group ids", [](Arguments &) { printIdentity(); }},
         {"descriptors", "", "print the open descriptors", [](Arguments &) { printDescriptors(); }},
-        {"signals", "", "print which termination signals are blocked or caught",
-         [](Arguments &) { printSignals(); }},
         {"arguments", "…", "print all that follows, one to a line",
          [](Arguments &a) {
              while (!a.empty())
