@@ -1,0 +1,161 @@
+// SPDX-FileCopyrightText: 2026 The watchdog developers
+// SPDX-License-Identifier: MIT
+#include "load/statline.h"
+#include "load/systemloadstat.h"
+#include "load/textfile.h"
+
+#include <QFile>
+#include <QSet>
+
+#include <cstdio>
+#include <iterator>
+#include <memory>
+#include <numeric>
+
+#include <dirent.h>
+#include <fcntl.h>
+
+namespace {
+
+struct DirectoryCloser
+{
+    void operator()(DIR *directory) const { ::closedir(directory); }
+};
+
+using Directory = std::unique_ptr<DIR, DirectoryCloser>;
+
+Directory openDirectory(const QString &path)
+{
+    return Directory(::opendir(path.toUtf8().constData()));
+}
+
+// The name of the next entry that is a process or thread id, or null at the end.
+const char *nextId(const Directory &directory)
+{
+    while (const dirent *entry = ::readdir(directory.get())) {
+        if (entry->d_name[0] >= '0' && entry->d_name[0] <= '9')
+            return entry->d_name;
+    }
+    return nullptr;
+}
+
+} // namespace
+
+int SystemLoadStat::readCpuTotal(quint64 &total) const
+{
+    // "e" keeps the descriptor from the children that the other thread may start at this moment.
+    FILE *file = std::fopen((m_procRoot + QStringLiteral("/stat")).toUtf8().constData(), "re");
+    if (file == nullptr)
+        return -1;
+    // Without a buffer of its own the stream would ask for the file's block size and allocate one.
+    char buffer[1024];
+    std::setvbuf(file, buffer, _IOFBF, sizeof buffer);
+    // User, nice, system, idle, iowait, irq, softirq, steal, guest and guest_nice. The guests' time
+    // is in user and nice already; that it counts twice is part of what a load is here.
+    unsigned long times[10] = {};
+    // Older kernels have fewer of them, so a missing number is no error.
+    // NOLINTNEXTLINE(cert-err34-c)
+    const int count = std::fscanf(file, "%*s %lu %lu %lu %lu %lu %lu %lu %lu %lu %lu", &times[0],
+                                  &times[1], &times[2], &times[3], &times[4], &times[5], &times[6],
+                                  &times[7], &times[8], &times[9]);
+    std::fclose(file);
+    if (count == EOF)
+        return -1;
+    total = std::accumulate(std::begin(times), std::end(times), quint64(0));
+    return 0;
+}
+
+int SystemLoadStat::readStatFile(const QString &path, StatRecord &record) const
+{
+    return readStatFileAt(AT_FDCWD, path.toUtf8().constData(), record);
+}
+
+int SystemLoadStat::readStatFileAt(int directory, const char *path, StatRecord &record) const
+{
+    record = StatRecord();
+    FileText text;
+    // Empty is what remains to be read of a process that ended after the file was opened.
+    if (!readTextFile(directory, path, text) || text.isEmpty())
+        return -1;
+    record = StatLine(text.constData(), text.size()).record();
+    return 0;
+}
+
+int SystemLoadStat::readProcessSample(int pid, bool readThreads, ProcessSample &sample) const
+{
+    quint64 cpuTotal = 0;
+    if (const int result = readCpuTotal(cpuTotal); result < 0)
+        return result;
+    sample.cpuTotal = cpuTotal;
+
+    StatRecord process;
+    const QString directory = m_procRoot + QLatin1Char('/') + QString::number(pid);
+    if (const int result = readStatFile(directory + QStringLiteral("/stat"), process); result < 0)
+        return result;
+    static_cast<StatRecord &>(sample) = process;
+
+    return readThreads ? readThreadsOf(pid, sample.threads) : 0;
+}
+
+int SystemLoadStat::readThreadsOf(int pid, QHash<int, StatRecord> &threads) const
+{
+    const Directory directory =
+        openDirectory(QStringLiteral("%1/%2/task").arg(m_procRoot, QString::number(pid)));
+    if (!directory)
+        return -1;
+    while (const char *id = nextId(directory)) {
+        StatRecord thread;
+        const QByteArray path = QByteArray(id) + "/stat";
+        if (readStatFileAt(::dirfd(directory.get()), path.constData(), thread) < 0)
+            return -1;
+        threads.insert(thread.pid, thread);
+    }
+    return 0;
+}
+
+int SystemLoadStat::pidIfNameMatches(const QString &path, const QString &name) const
+{
+    return pidIfNameMatchesAt(AT_FDCWD, path.toUtf8().constData(), name);
+}
+
+int SystemLoadStat::pidIfNameMatchesAt(int directory, const char *path, const QString &name) const
+{
+    FileText text;
+    if (!readTextFile(directory, path, text))
+        return -1;
+    const StatLine line(text.constData(), text.size());
+    return line.name().trimmed() == name ? line.pid() : 0;
+}
+
+bool SystemLoadStat::argsMatch(const QString &path, const QStringList &args) const
+{
+    if (args.isEmpty())
+        return true;
+    QFile file(path);
+    // A process whose arguments are kept from this one is taken for the one that is meant.
+    if (!file.open(QIODevice::ReadOnly))
+        return true;
+    QSet<QString> missing = args.toSet();
+    const QList<QByteArray> elements = file.readAll().split('\0');
+    for (const QByteArray &element : elements)
+        missing.remove(QString::fromUtf8(element));
+    return missing.isEmpty();
+}
+
+int SystemLoadStat::findPidByNameAndArgs(const QString &name, const QStringList &args) const
+{
+    const Directory directory = openDirectory(m_procRoot);
+    if (!directory)
+        return 0;
+    while (const char *id = nextId(directory)) {
+        const QByteArray path = QByteArray(id) + "/stat";
+        const int pid = pidIfNameMatchesAt(::dirfd(directory.get()), path.constData(), name);
+        if (pid < 1)
+            continue;
+        const QString commandLine =
+            QStringLiteral("%1/%2/cmdline").arg(m_procRoot, QLatin1String(id));
+        if (argsMatch(commandLine, args))
+            return pid;
+    }
+    return 0;
+}

@@ -1,0 +1,136 @@
+// SPDX-FileCopyrightText: 2026 The watchdog developers
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "load/statrecord.h"
+#include "load/timeprefix.h"
+#include "load/watchentry.h"
+
+#include <QHash>
+#include <QObject>
+#include <QString>
+#include <QStringList>
+#include <QTimer>
+
+/**
+ * Watches the CPU load of processes, found by name and arguments, and of their threads, once a
+ * second.
+ *
+ * It tells of a load that has reached its threshold on a number of consecutive ticks, with a block
+ * of lines ready for a log, and of a process that stays absent. It writes nothing itself.
+ *
+ * The object is constructed on the thread it is to live on, see NewQThread, and makes a real-time
+ * thread of it. Other threads reach it by calling its slots by name, queued; the functions of the
+ * process table are for that one thread too.
+ */
+class SystemLoadStat : public QObject
+{
+    Q_OBJECT
+
+public:
+    /** @param procRoot where the process file system lies; an absolute path */
+    explicit SystemLoadStat(QString procRoot = QStringLiteral("/proc"));
+
+    // The process table, read afresh at every call; nothing is kept and nothing printed.
+
+    /**
+     * Stores in @p total the time of all processors together since the machine's start, idle time
+     * included, in clock ticks. Returns 0, or -1 when it cannot be read; @p total is then left as
+     * it is.
+     */
+    int readCpuTotal(quint64 &total) const;
+
+    /**
+     * Reads the stat file at @p path, of a process or a thread, into @p record. Returns 0, or -1
+     * with a reset @p record when the file is not there or its process ends at that moment. A line
+     * that is not a stat line's length ends the program with a failed assertion.
+     */
+    int readStatFile(const QString &path, StatRecord &record) const;
+
+    /**
+     * Reads the machine-wide counter, the process @p pid and, with @p readThreads, its threads into
+     * @p sample, which is to be fresh. Returns 0, or a negative value when any of them cannot be
+     * read; @p sample then keeps what was read before.
+     */
+    int readProcessSample(int pid, bool readThreads, ProcessSample &sample) const;
+
+    /**
+     * The process id in the stat file at @p path when the command name in it, trimmed, is @p name;
+     * 0 when it is another, -1 when the file cannot be opened.
+     */
+    int pidIfNameMatches(const QString &path, const QString &name) const;
+
+    /**
+     * Whether the command line in the file at @p path holds each of @p args as one of its elements,
+     * the program included, in any order. One that cannot be opened matches.
+     */
+    bool argsMatch(const QString &path, const QStringList &args) const;
+
+    /** The first process listed that has this name and these arguments, or 0. */
+    int findPidByNameAndArgs(const QString &name, const QStringList &args) const;
+
+signals:
+    /** The process of the watch id @p id was at or over its threshold; @p data are lines for a log.
+     */
+    void cpuLoadExceed(int id, QStringList data);
+
+    /** The process of the watch id @p id has been absent for @p time seconds; once an absence. */
+    void notFound(int id, QString processName, QStringList args, int time);
+
+private slots:
+    void on_cpuLoadTimer_timeout();
+
+    /**
+     * Watches one more process and returns its watch id, which is never given again.
+     *
+     * @param processName its command name; the kernel keeps 15 bytes of one
+     * @param processArgs all of which its command line must hold
+     * @param period consecutive seconds at or over the threshold that make an alarm; with 0 or less
+     * every second makes one
+     * @param cpuLoad the threshold, in percent of all processors' time together
+     * @param readThreads whether an alarm also tells of the process's threads
+     * @param notFoundPeriod seconds after which an absence is told; 0 or less: never
+     */
+    int do_watchProcessLoad(QString processName, QStringList processArgs, int period, int cpuLoad,
+                            bool readThreads, int notFoundPeriod);
+
+    /** Ends the watching of @p id, known or not. */
+    void do_removeProcessLoad(int id);
+
+    /** Takes a first sample and starts the ticks. */
+    void do_start();
+
+    /** Stops the ticks; do_start() goes on with the counts as they are. */
+    void do_stop();
+
+private:
+    // What one tick is made of.
+    void takeSample(QHash<int, ProcessSample> &out);
+    void lookUp(int id, WatchEntry &entry);
+    void compareSamples(int id, const ProcessSample &current, const ProcessSample &previous);
+
+    // The process table.
+    int readStatFileAt(int directory, const char *path, StatRecord &record) const;
+    int readThreadsOf(int pid, QHash<int, StatRecord> &threads) const;
+    int pidIfNameMatchesAt(int directory, const char *path, const QString &name) const;
+
+    // The lines of an alarm.
+    QString headerLine(const ProcessSample &sample, const WatchEntry &entry);
+    QStringList loadLines(const ProcessSample &sample, double load);
+    QStringList threadLoadLines(const QHash<int, StatRecord> &current,
+                                const QHash<int, StatRecord> &previous, quint64 cpuTotal,
+                                int maxLines, double &total);
+    QString timePrefix();
+    static qint64 nowMs();
+
+    QTimer cpuLoadTimer;
+    int m_nextId = 0;
+    QHash<int, WatchEntry> m_watchList;
+    QHash<int, ProcessSample> m_previous;
+    QHash<int, ProcessSample> m_current;
+    QHash<int, ExceedState> m_exceeded;
+    qint64 m_lastTickMs = 0; // monotonic clock
+    qint64 m_elapsedMs = 0;  // between the last two ticks
+    TimePrefix m_timePrefix;
+    QString m_procRoot;
+};

@@ -1,0 +1,52 @@
+#!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""An independent reading of the load of one process and of its threads.
+
+processtimes.py PID: takes a first reading, then one more for every line on standard input, and
+prints the loads between the last two, in percent of all processors' time together, as one line of
+JSON: {"process": load, "threads": [{"name": name, "load": load}, ...]}. An empty object follows the
+first reading.
+"""
+
+import json
+import pathlib
+import sys
+
+
+def machine_ticks():
+    with open("/proc/stat", encoding="ascii") as stat:
+        return sum(map(int, stat.readline().split()[1:11]))
+
+
+def name_and_ticks(stat):
+    head, _, tail = stat.read_text().rpartition(")")
+    fields = tail.split()
+    return head.partition("(")[2], sum(map(int, fields[11:15]))
+
+
+def reading(process):
+    return (machine_ticks(), name_and_ticks(process / "stat")[1],
+            {task.name: name_and_ticks(task / "stat") for task in (process / "task").iterdir()})
+
+
+def loads(previous, current):
+    elapsed = current[0] - previous[0]
+    threads = []
+    for task, (name, ticks) in current[2].items():
+        if task in previous[2]:
+            threads.append({"name": name, "load": 100 * (ticks - previous[2][task][1]) / elapsed})
+    return {"process": 100 * (current[1] - previous[1]) / elapsed, "threads": threads}
+
+
+def main():
+    process = pathlib.Path("/proc", sys.argv[1])
+    previous = reading(process)
+    print(json.dumps({}), flush=True)
+    for _ in sys.stdin:
+        current = reading(process)
+        print(json.dumps(loads(previous, current)), flush=True)
+        previous = current
+
+
+main()
