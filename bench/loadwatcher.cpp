@@ -1,0 +1,51 @@
+// SPDX-FileCopyrightText: 2026 The watchdog developers
+// SPDX-License-Identifier: MIT
+//
+// Watches processes exactly as the supervisor does, until it is ended: the load watcher on a thread
+// of its own, which the one who measures finds by its name, and a main thread that takes the
+// alarms.
+#include "load/newqthread.h"
+#include "load/systemloadstat.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+
+namespace {
+
+// A load that no process makes, so that there is never an alarm; and one that each always makes.
+constexpr int unreachable = 1000;
+constexpr int alwaysReached = 0;
+
+constexpr int notFoundPeriod = 30;
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication app(argc, argv);
+    QCommandLineParser parser;
+    parser.addHelpOption();
+    const QCommandLineOption threads(QStringLiteral("threads"),
+                                     QStringLiteral("read the threads too"));
+    const QCommandLineOption alarm(QStringLiteral("alarm"),
+                                   QStringLiteral("raise an alarm at every tick"));
+    parser.addOptions({threads, alarm});
+    parser.addPositionalArgument(QStringLiteral("names"), QStringLiteral("processes to watch"));
+    parser.process(app);
+
+    SystemLoadStat *stat = NewQThread<SystemLoadStat>::create(QStringLiteral("SystemLoad"));
+    // What is done with an alarm does not count, but it must be taken over by the main thread.
+    QObject::connect(stat, &SystemLoadStat::cpuLoadExceed, &app, [](int, const QStringList &) {});
+
+    const QStringList names = parser.positionalArguments();
+    for (const QString &name : names) {
+        int id = -1;
+        QMetaObject::invokeMethod(stat, "do_watchProcessLoad", Qt::BlockingQueuedConnection,
+                                  Q_RETURN_ARG(int, id), Q_ARG(QString, name),
+                                  Q_ARG(QStringList, QStringList()), Q_ARG(int, 1),
+                                  Q_ARG(int, parser.isSet(alarm) ? alwaysReached : unreachable),
+                                  Q_ARG(bool, parser.isSet(threads)), Q_ARG(int, notFoundPeriod));
+    }
+    QMetaObject::invokeMethod(stat, "do_start");
+    return QCoreApplication::exec();
+}
