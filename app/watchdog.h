@@ -4,14 +4,30 @@
 
 #include "app/pynxprocess.h"
 #include "logging/logprocessor.h"
+#include "report/reporter.h"
 
+#include <QHash>
 #include <QObject>
 #include <QScopedPointer>
 #include <QString>
 #include <QStringList>
 #include <QTime>
+#include <QTimer>
 
+class HwWatchdog;
+class PynxWatchdogWatchProcess;
+class SfuFlagClearer;
+class SystemLoadLogger;
+class SystemLoadStat;
 struct CommandLine;
+
+/** What the supervisor knows of one watched process. */
+struct WatchedProcessInfo
+{
+    qint32 maxReports = 0;  ///< alarms that are logged before the watching ends
+    qint32 reportCount = 0; ///< alarms so far
+    QString logFile;        ///< from the watch list; carried along only
+};
 
 /**
  * The supervisor: starts the application, logs what it prints, restarts it and reboots the board
@@ -41,11 +57,24 @@ public:
 private slots:
     void processFinished(int exitCode, QProcess::ExitStatus exitStatus);
     void processRestart();
+    void on_logProcessor_reportString(const QString &fileName, const QString &str);
+    void on_stat_cpuLoadExceed(int id, const QStringList &data);
+    void on_stat_notFound(int id, const QString &name, const QStringList &args, int timeS);
+    void on_hwWatchdogTimer_timeout();
+    void on_memoryUsage_report();
 
 private:
     // The steps of init().
     void applyOptions(const CommandLine &options);
     bool openLog(const CommandLine &options);
+    void startHwWatchdog();
+    void startLoadStat();
+    void startMemoryReports();
+    void startReporter();
+    void watchProcesses();
+    void watchProcess(const PynxWatchdogWatchProcess &process);
+    void startFlagClearer();
+    void startLoadLogger();
 
     // The application's life cycle.
     bool startApp(const QString &program, const QStringList &arguments);
@@ -60,9 +89,19 @@ private:
     qint64 m_startTimeSec = 0; // monotonic clock, whole seconds
     QTime m_exitRunTime;       // null at first, and adding to a null time gives a null time
     qint32 m_exitCount = 0;
+    // Created once and never deleted: they live until the process ends. In rotate-only mode there
+    // are none.
+    SfuFlagClearer *m_flagClearer = nullptr;
+    SystemLoadLogger *m_loadLogger = nullptr;
+    HwWatchdog *m_hwWatchdog = nullptr;
+    QTimer m_hwWatchdogTimer;
+    SystemLoadStat *m_loadStat = nullptr; // lives in a thread of its own
+    QTimer m_memoryTimer;
+    QHash<int, WatchedProcessInfo> m_watched; // by watch id
     bool m_rotateOnly = false;
     bool m_singleRun = false;
     QScopedPointer<LogProcessor> m_logProcessor;
+    QScopedPointer<Reporter> m_reporter;
 };
 
 /** The process's one supervisor, for the signal handler; null until the entry point has made it. */

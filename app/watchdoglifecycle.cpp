@@ -6,6 +6,8 @@
 #include "app/watchdog.h"
 #include "common/errorline.h"
 #include "common/processerror.h"
+#include "health/sfuflagclearer.h"
+#include "health/systemloadlogger.h"
 #include "platform/pynx_api.h"
 
 #include <QCoreApplication>
@@ -46,6 +48,8 @@ bool Watchdog::startApp(const QString &program, const QStringList &arguments)
     m_logProcessor->write(
         QStringLiteral("\n\n%1 Watchdog: %2 \n")
             .arg(pynxLocalTimeDateString(), QStringLiteral("Starting app: ") + program));
+    if (!m_reporter.isNull())
+        m_reporter->clearHistory(); // every run of the application has reports of its own
     return started;
 }
 
@@ -56,7 +60,11 @@ void Watchdog::processFinished(int exitCode, QProcess::ExitStatus exitStatus)
         killStrayProcesses();
     Q_ASSERT(m_logProcessor);
     m_logProcessor->flushOutput();
+    if (m_flagClearer != nullptr)
+        m_flagClearer->stop();
     countExit(uptimeSec);
+    if (exitStatus == QProcess::CrashExit && !m_reporter.isNull())
+        m_reporter->requestReport({m_loadLogger->copyLoadFile()}, QStringLiteral("main"));
 
     if (m_singleRun) {
         QCoreApplication::exit(terminationRequested != 0 ? 0 : exitCode);
@@ -70,6 +78,8 @@ void Watchdog::processFinished(int exitCode, QProcess::ExitStatus exitStatus)
 
 void Watchdog::processRestart()
 {
+    if (m_flagClearer != nullptr)
+        m_flagClearer->start();
     startApp(m_appPath, m_appArgs);
 }
 

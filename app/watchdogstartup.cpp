@@ -5,6 +5,33 @@
 #include "app/commandline.h"
 #include "app/terminationsignals.h"
 #include "app/watchdog.h"
+#include "common/checkedconnect.h"
+#include "health/hwwatchdog.h"
+#include "health/sfuflagclearer.h"
+#include "health/systemloadlogger.h"
+#include "load/newqthread.h"
+#include "load/systemloadstat.h"
+#include "logging/settings.h"
+#include "platform/pynx_api.h"
+
+namespace {
+
+constexpr int hwWatchdogTimeoutSec = 30;
+constexpr int hwWatchdogFeedMs = 10000; // three feeds to a time-out
+constexpr int memoryReportMs = 180000;
+constexpr int notFoundPeriodSec = 30;
+constexpr int clearFlagsAfterMs = 10000;
+constexpr int snapshotMs = 10000;
+
+QStringList toStrings(const QVariantList &values)
+{
+    QStringList strings;
+    for (const QVariant &value : values)
+        strings.append(value.toString());
+    return strings;
+}
+
+} // namespace
 
 int Watchdog::init(const QStringList &arguments)
 {
@@ -25,6 +52,14 @@ int Watchdog::init(const QStringList &arguments)
     if (m_rotateOnly)
         return 0;
 
+    startHwWatchdog();
+    startLoadStat();
+    startMemoryReports();
+    startReporter();
+    watchProcesses();
+    startFlagClearer();
+    m_hwWatchdog->keepAlive(); // what came before may have taken its time
+    startLoadLogger();
     return 0;
 }
 
@@ -42,5 +77,78 @@ bool Watchdog::openLog(const CommandLine &options)
 {
     m_logProcessor.reset(
         new LogProcessor(&m_process, options.logFileName, options.logSize, options.logTime));
+    checkedConnect(m_logProcessor.data(), &LogProcessor::reportString, this,
+                   &Watchdog::on_logProcessor_reportString);
     return m_logProcessor->open();
+}
+
+void Watchdog::startHwWatchdog()
+{
+    m_hwWatchdog = new HwWatchdog(nullptr);
+    checkedConnect(&m_hwWatchdogTimer, &QTimer::timeout, this,
+                   &Watchdog::on_hwWatchdogTimer_timeout);
+    m_hwWatchdog->setTimeout(hwWatchdogTimeoutSec);
+    m_hwWatchdogTimer.start(hwWatchdogFeedMs);
+}
+
+void Watchdog::startLoadStat()
+{
+    m_loadStat = NewQThread<SystemLoadStat>::create(QStringLiteral("SystemLoad"));
+    checkedConnect(m_loadStat, &SystemLoadStat::cpuLoadExceed, this,
+                   &Watchdog::on_stat_cpuLoadExceed);
+    checkedConnect(m_loadStat, &SystemLoadStat::notFound, this, &Watchdog::on_stat_notFound);
+}
+
+void Watchdog::startMemoryReports()
+{
+    if (!readSettings(PynxWatchdogMemoryReportingConfPath().base()).toBool())
+        return;
+    checkedConnect(&m_memoryTimer, &QTimer::timeout, this, &Watchdog::on_memoryUsage_report);
+    m_memoryTimer.start(memoryReportMs);
+}
+
+void Watchdog::startReporter()
+{
+    if (!readSettings(PynxWatchdogAutomaticReportingPath().base()).toBool())
+        return;
+    const PynxSystemLogReportConfig content(
+        PynxHash(readSettings(PynxSystemManagerLogReportConfigPath().base()).toHash()));
+    const PynxWatchdogReportsConfig upload(
+        PynxHash(readSettings(PynxWatchdogAutomaticReportingConfPath().base()).toHash()));
+    m_reporter.reset(
+        new Reporter(toStrings(content.files()), upload.uploadPath(), upload.uploadFilePrefix()));
+    m_logProcessor->enableReports();
+}
+
+void Watchdog::watchProcesses()
+{
+    const QVariantList entries = readSettings(PynxWatchdogWatchProcessListPath().base()).toList();
+    for (const QVariant &entry : entries)
+        watchProcess(PynxWatchdogWatchProcess(PynxHash(entry.toHash())));
+    if (!entries.isEmpty())
+        QMetaObject::invokeMethod(m_loadStat, "do_start");
+}
+
+void Watchdog::watchProcess(const PynxWatchdogWatchProcess &process)
+{
+    int id = 0;
+    const bool watched = QMetaObject::invokeMethod(
+        m_loadStat, "do_watchProcessLoad", Qt::BlockingQueuedConnection, Q_RETURN_ARG(int, id),
+        Q_ARG(QString, process.name()), Q_ARG(QStringList, toStrings(process.arguments())),
+        Q_ARG(int, process.period()), Q_ARG(int, process.maxLoad()),
+        Q_ARG(bool, process.threadInfo()), Q_ARG(int, notFoundPeriodSec));
+    Q_ASSERT(watched);
+    m_watched.insert(id, {process.maxReports(), 0, process.logFile()});
+}
+
+void Watchdog::startFlagClearer()
+{
+    m_flagClearer = new SfuFlagClearer(clearFlagsAfterMs);
+    m_flagClearer->start();
+}
+
+void Watchdog::startLoadLogger()
+{
+    m_loadLogger = new SystemLoadLogger(QStringLiteral("/tmp/log/system"), nullptr);
+    m_loadLogger->start(snapshotMs);
 }
