@@ -15,7 +15,7 @@ from simulator.errors import SimulatorError
 PROGRAM_DIRECTORY = "/supervisor"
 PROGRAM = PROGRAM_DIRECTORY + "/watchdog"
 COMMAND_PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
-DEFAULT_DIRECTORIES = ("/tmp/log", "/tmp/upload")
+DEFAULT_DIRECTORIES = ("/tmp/log",)
 
 _SIZE = re.compile(r"([1-9][0-9]*)([kKmMgG]?)")
 _UNITS = {"": 1, "k": 1 << 10, "m": 1 << 20, "g": 1 << 30}

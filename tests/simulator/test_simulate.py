@@ -150,7 +150,8 @@ def test_the_fallback_as_exit_status(simulate, script) -> None:
 
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
 def test_an_interrupted_simulation_ends_with_a_summary(simulate, script, tmp_path, number) -> None:
-    script("sfuflags -f fail -v 0; touch /tmp/upload/main-1.tar.gz; exec sleep 600", "application")
+    script("sfuflags -f fail -v 0; mkdir /tmp/upload; touch /tmp/upload/main-1.tar.gz; "
+           "exec sleep 600", "application")
     process = simulate("./application")
     place = tmp_path / "simulated-device"
     wait_until((place / "tmp" / "upload" / "main-1.tar.gz").exists, "the application's file")

@@ -1,0 +1,196 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""The hardware watchdog, the boot flags, the snapshots and the memory report."""
+
+from __future__ import annotations
+
+import re
+import signal
+
+import pytest
+
+from logs import content
+from settings import memory_reporting
+from simulator.configuration import Bind
+from simulator import wait_until
+
+SNAPSHOTS = "/tmp/log/system"
+START_ERROR = "Error occured during process startup, code: "
+
+
+def operations(running):
+    """What the supervisor did with the watchdog device, in order."""
+    return [event.get("name") or event["operation"] for event in running.events("watchdog device")
+            if event.get("operation") in ("open", "ioctl", "close", "write")]
+
+
+def test_the_device_is_armed_and_fed_every_ten_seconds(board):
+    running = board("wait")
+    running.wait_for("watchdog device", "KEEPALIVE", count=4)
+    assert operations(running)[:6] == ["open", "WDIOC_SETTIMEOUT"] + ["WDIOC_KEEPALIVE"] * 4
+    assert running.events("watchdog device", "WDIOC_SETTIMEOUT")[0]["argument"] == 30
+    feeds = [event.monotonic for event in running.events("watchdog device", "KEEPALIVE")]
+    # The first comes at the end of the start, the next 10 s after the timer was started before it.
+    assert all(later - earlier > 9 for earlier, later in zip(feeds[1:], feeds[2:]))
+
+
+def test_an_application_that_does_not_start_leaves_the_device_alone(device):
+    running = device(arguments=["--logTime"])
+    assert running.wait_supervisor_exit() == 1
+    assert operations(running) == []
+
+
+def test_without_the_device_it_says_so_once_and_works_on(board):
+    running = board("print", "alive\\n", "wait", watchdog_device=False)
+    running.wait_for("tool", "sfuflags", count=2)  # ten seconds later
+    assert running.stderr.count(b"Watchdog device doesn't exist!!!\n") == 1
+    assert b"alive\n" in content(running)
+
+
+@pytest.mark.parametrize("number", [signal.SIGKILL, signal.SIGSTOP, signal.SIGABRT])
+def test_a_supervisor_that_is_gone_or_stopped_is_followed_by_a_reset(board, number):
+    running = board("wait", bad_boots=2)
+    fed = running.wait_for("watchdog device", "KEEPALIVE")
+    running.signal("supervisor", number)
+    again = running.wait_for("boot loader", starts=True, count=2, timeout=120)
+    assert again.monotonic - fed.monotonic >= 30
+    running.wait_for("watchdog device", "KEEPALIVE", after=again)
+    assert "write" not in operations(running)  # no magic close
+
+
+def test_a_supervisor_that_ends_does_nothing_to_the_device(board):
+    running = board("sleep", "1", "exit", "3", options=["--singleRun"])
+    running.wait_for("simulator", "supervisor ended")
+    assert operations(running)[:3] == ["open", "WDIOC_SETTIMEOUT", "WDIOC_KEEPALIVE"]
+    assert set(operations(running)[3:]) <= {"close"}  # the kernel's, at the process's end
+    running.wait_for("boot loader", starts=True, count=2, timeout=120)
+
+
+def test_the_application_does_not_inherit_the_device(board):
+    running = board("descriptors")
+    running.wait_for("system log", "Restarting process", count=2)
+    assert content(running).count(b"descriptors 0 1 2\n") == content(running).count(b"descriptors")
+
+
+def test_the_flags_are_cleared_once_the_application_has_stayed_up(board):
+    running = board("wait")
+    started = running.wait_for("simulator", "supervisor started")
+    fail = running.wait_for("tool", "sfuflags -f fail -v 0")
+    count = running.wait_for("tool", "sfuflags -f boot_count -v 0")
+    assert fail["arguments"] == ["-f", "fail", "-v", "0"]
+    assert count["arguments"] == ["-f", "boot_count", "-v", "0"]
+    assert fail.index < count.index and fail.monotonic - started.monotonic >= 10
+    assert (running.boot_state.fail, running.boot_state.boot_count) == (0, 0)
+    assert not running.host_path("/home/root/ro-test").exists()
+
+    # Once for all: not again after a restart.
+    running.signal("application", signal.SIGKILL)
+    restart = running.wait_for("system log", "Restarting process")
+    running.wait_for("watchdog device", "KEEPALIVE", after=restart, count=2)
+    assert len(running.events("tool", "sfuflags")) == 2
+
+
+def test_every_restart_begins_the_countdown_anew(board):
+    running = board(application=["/bin/sh", "-c",
+                                 "[ -e /tmp/again ] || { touch /tmp/again; sleep 5; exit; }; exec sleep 99"])
+    restart = running.wait_for("system log", "Restarting process")
+    cleared = running.wait_for("tool", "sfuflags")
+    assert cleared.monotonic - restart.monotonic >= 11  # the delay of the restart, and ten seconds
+
+
+@pytest.mark.parametrize("behaviour, code", [("fail", 5), ("fail=77", 5), ("absent", 0), ("hang", 2)])
+def test_a_flag_tool_that_does_not_work_is_told_and_tried_again_after_a_restart(
+        board, behaviour, code):
+    running = board("wait", tools={"sfuflags": behaviour})
+    told = running.wait_for("system log", START_ERROR)
+    assert told.text == f"{START_ERROR}{code}"
+    assert told["priority"] == "err"
+    assert len(running.events("tool", "sfuflags -f")) == (0 if behaviour == "absent" else 1)
+    assert running.boot_state.fail == 1
+
+    running.set_tool("sfuflags", "normal")
+    running.signal("application", signal.SIGKILL)
+    running.wait_for("tool", "sfuflags -f boot_count -v 0")
+    assert (running.boot_state.fail, running.boot_state.boot_count) == (0, 0)
+    assert len(running.events("system log", START_ERROR)) == 1
+
+
+def test_an_application_that_dies_too_early_for_several_boots_leads_to_the_fallback(board):
+    running = board("exit", "1", bad_boots=2)
+    end = running.wait_end(timeout=120)
+    assert end["end"] == "fallback"
+    assert running.boots == 2
+    assert not running.events("tool", "sfuflags")
+
+
+def test_a_read_only_root_is_told_and_the_board_rebooted(board):
+    running = board("wait", read_only_root=True, bad_boots=2)
+    reboot = running.wait_for("tool", "reboot -f")
+    assert running.stderr.count(b"Detected filesystem in read-only mode. Rebooting\n") == 1
+    dropped = running.wait_for("tool", "fw_setenv update_url_cache")
+    assert dropped["arguments"] == ["update_url_cache"]
+    assert dropped.index < reboot.index
+    assert not running.events("tool", "sfuflags")
+    assert "update_url_cache" not in running.boot_state.environment
+    running.wait_for("boot loader", starts=True, count=2)
+
+
+def test_a_root_that_turns_read_only_is_found_at_the_next_start(board):
+    running = board("wait", tools={"sfuflags": "fail"})
+    running.wait_for("system log", START_ERROR)
+    running.set_read_only_root(True)
+    running.signal("application", signal.SIGKILL)
+    running.wait_for("tool", "reboot -f")
+    assert b"Detected filesystem in read-only mode. Rebooting\n" in running.stderr
+
+
+def test_failing_tools_in_the_read_only_case_are_ignored(board):
+    running = board("wait", read_only_root=True, tools={"fw_setenv": "fail", "reboot": "fail"})
+    running.wait_for("tool", "reboot -f")
+    running.wait_for("watchdog device", "KEEPALIVE", count=3)
+    assert running.boots == 1
+
+
+def test_the_three_newest_snapshots_are_kept(board):
+    running = board("wait")
+    # The fourth round has pushed the first one out when the file has been written four times.
+    marks = []
+
+    def rounds() -> int:
+        text = content(running, SNAPSHOTS)
+        if text and (not marks or marks[-1] != text):
+            marks.append(text)
+        return len(marks)
+
+    wait_until(lambda: rounds() >= 5, "five versions of the file", timeout=120)
+    final = marks[-1]
+    pictures = re.split(rb"(?m)^(?=top - )", final)[1:]
+    assert len(pictures) == 3
+    for picture in pictures:
+        assert re.search(rb"(?m)^Mem: ", picture) and b"\n\n" in picture
+
+
+def test_a_missing_directory_of_the_snapshots_is_told_on_every_round(board):
+    running = board("wait", directories=(), options=["--logfileName", "/tmp/a.log"])
+    running.wait_for("supervisor", "Cannot open file", count=2)
+    line = b"Cannot open file : /tmp/log/system : err : No such file or directory \n"
+    assert running.stderr.count(line) >= 2
+
+
+def test_the_memory_report_comes_every_three_minutes(board):
+    running = board("wait", settings=memory_reporting(True))
+    line = re.compile(rb"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} == MEMORY USAGE == "
+                      rb"Free: \d+ kB, Buffers\+Cache: \d+ kB\n", re.M)
+    wait_until(lambda: line.search(content(running)), "the line", timeout=300)
+    feeds = running.events("watchdog device", "KEEPALIVE")
+    assert feeds[-1].monotonic - feeds[0].monotonic >= 170  # it was not there before its time
+
+
+def test_a_hanging_top_holds_up_the_feeding_until_the_board_is_reset(board, tmp_path):
+    # The wait for a command is as long as the device's time-out, so the reset is what is to come.
+    hanging = tmp_path / "top"
+    hanging.write_text("#!/bin/sh\nexec sleep 3600\n")
+    hanging.chmod(0o755)
+    running = board("wait", binds=[Bind(str(hanging), "/usr/bin/top")], bad_boots=2)
+    running.wait_for("watchdog device", "expired", timeout=120)
+    running.wait_for("boot loader", starts=True, count=2)

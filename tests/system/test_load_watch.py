@@ -1,0 +1,124 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""CPU load alarms and missing processes in the application's log."""
+
+from __future__ import annotations
+
+import os
+import re
+
+import pytest
+
+from logs import content
+from settings import watch_list
+from simulator import wait_until
+
+TIME = rb"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}"
+NUMBER = rb"[0-9.e+-]+"
+AS_ROOT = pytest.mark.skipif(os.geteuid() != 0, reason="real-time scheduling takes root")
+
+
+def watched(name, **fields):
+    """An entry of the watch list; alarms at any load at all unless told otherwise."""
+    return {"name": name, "period": 1, "maxLoad": 0, "maxReports": 100, **fields}
+
+
+def headers(running, load):
+    """How many alarms with this threshold are in the log."""
+    return len(re.findall(rb"^%s Process:\S* \(\d+\) cpu load is : %d for \d+ seconds $"
+                          % (TIME, load), content(running), re.M))
+
+
+def test_an_alarm_is_a_block_of_lines_with_the_busiest_threads(board):
+    running = board("name", "burner", "burn", "7", "5", "wait",
+                    settings=watch_list(watched("burner", period=2, threadInfo=True)))
+    group = (rb"%(time)s Time between two invocations:\d+ms\n"
+             rb"%(time)s burner cpu load:%(number)s%%\n"
+             rb"%(time)s burner total thread load:%(number)s%%\n"
+             rb"(?:%(time)s  thread name:burner(?:-\d)? load:%(number)s%%\n){5}"
+             ) % {b"time": TIME, b"number": NUMBER}
+    block = re.compile(TIME + rb" Process:burner \(\d+\) cpu load is : 0 for 2 seconds \n"
+                       + group + group)
+    wait_until(lambda: block.search(content(running)), "a whole alarm is in the log")
+
+
+def test_without_thread_info_an_alarm_has_no_thread_lines(board):
+    running = board("name", "burner", "burn", "1", "20", "wait",
+                    settings=watch_list(watched("burner")))
+    wait_until(lambda: headers(running, 0) >= 2, "alarms")
+    assert b"thread" not in content(running)
+
+
+def test_after_the_allowed_number_of_alarms_the_watching_ends(board):
+    running = board("name", "burner", "burn", "1", "60", "wait",
+                    settings=watch_list(watched("burner", maxLoad=0),
+                                        watched("burner", maxLoad=1, maxReports=2),
+                                        watched("burner", maxLoad=2, maxReports=0)))
+    # The first entry is the clock by which the others have had time for further alarms.
+    wait_until(lambda: headers(running, 0) >= 6, "six alarms of the unlimited entry")
+    assert headers(running, 1) == 2
+    assert headers(running, 2) == 0
+
+
+def test_arguments_tell_processes_of_one_name_apart(board):
+    running = board("name", "burner", "burn", "1", "20", "wait",
+                    settings=watch_list(watched("burner", arguments=["wait", "burn"], maxLoad=0),
+                                        watched("burner", arguments=["-x"], maxLoad=1)))
+    wait_until(lambda: headers(running, 0) >= 2, "alarms of the matching entry")
+    assert headers(running, 1) == 0
+
+
+def test_a_watched_process_that_ends_is_an_alarm_with_an_enormous_load(board):
+    running = board("name", "shortlived", "burn", "1", "50", "sleep", "4", "exit", "0",
+                    settings=watch_list(watched("shortlived", maxLoad=1000)))
+    found = wait_until(lambda: re.search(TIME + rb"  cpu load:(%s)%%\n" % NUMBER, content(running)),
+                       "the vanished process's line, without a name")
+    assert float(found[1]) > 1e6
+    assert re.search(TIME + rb" Process: \(0\) cpu load is : 1000 for 1 seconds \n",
+                     content(running))
+
+
+def test_a_process_that_does_not_appear_is_told_once_after_thirty_seconds(board):
+    running = board("wait", settings=watch_list(
+        watched("absent", arguments=["-d", "-v"]), watched("missing")))
+    started = running.wait_for("watchdog device", "opened")
+    with_arguments = b"Process absent with args [-d,-v] doesn't appear for 30 seconds\n"
+    without = b"Process missing with args [] doesn't appear for 30 seconds\n"
+    wait_until(lambda: with_arguments in content(running) and without in content(running),
+               "both are told", timeout=120)
+    feeds = running.events("watchdog device", "KEEPALIVE")
+    assert feeds[-1].monotonic - started.monotonic >= 19.9  # two whole feeds and more have passed
+    # Two more feeds are twenty more seconds without another line.
+    running.wait_for("watchdog device", "KEEPALIVE", after=feeds[-1], count=2)
+    assert content(running).count(b"doesn't appear") == 2
+
+
+def scheduling(running, pid):
+    """Policy and priority of each thread of a process, by the thread's name."""
+    script = f"""
+        for task in /proc/{pid}/task/*; do
+            echo "$(cat $task/comm) $(awk '{{print $(NF-11), $(NF-12)}}' $task/stat)"
+        done"""
+    lines = running.run(["sh", "-c", script]).stdout.decode().splitlines()
+    return dict(line.split(" ", 1) for line in lines)
+
+
+@AS_ROOT
+def test_only_the_watching_thread_is_scheduled_in_real_time(board):
+    running = board("name", "app", "print", "ready\\n", "wait")
+    running.wait_for("watchdog device", "KEEPALIVE")
+    supervisor = scheduling(running, running.supervisor().pid)
+    assert supervisor == {"watchdog": "0 0", "SystemLoad": "2 99"}  # SCHED_RR at the maximum
+    assert set(scheduling(running, running.application().pid).values()) == {"0 0"}
+    assert b"Cannot set priority" not in running.stderr
+
+
+@AS_ROOT
+def test_without_the_privilege_it_says_so_once_and_works_on(board, sample):
+    running = board("wait", options=["--rotateOnly"], settings=watch_list(watched("plain")))
+    done = running.run(["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups",
+                        "prlimit", "--rtprio=0:0", "/supervisor/watchdog", "--singleRun", "--app",
+                        sample, "name", "plain", "burn", "1", "30", "sleep", "5", "exit", "0"])
+    assert done.status == 0
+    assert done.stderr.count(b"Cannot set priority\n") == 1
+    assert b"plain cpu load:" in done.stdout
