@@ -77,7 +77,7 @@ def test_the_boards_places_lie_in_the_device_directory(device, script) -> None:
 def test_the_hosts_tmp_is_not_the_boards(device, script, tmp_path) -> None:
     (tmp_path / "seen").touch()
     board = device(script(WAIT))
-    assert shell(board, "ls -A /tmp")[1].split() == ["log", "upload"]
+    assert shell(board, "ls -A /tmp")[1].split() == ["log"]
 
 
 def test_an_application_below_a_replaced_directory_runs_with_its_neighbours(
@@ -93,7 +93,7 @@ def test_an_application_below_a_replaced_directory_runs_with_its_neighbours(
     assert b"Read-only file system" in board.stderr
     board.stop()
     assert application.read_text(encoding="utf-8").startswith("#!/bin/sh")
-    assert sorted(path.name for path in board.host_path("/tmp").iterdir()) == ["log", "upload"]
+    assert sorted(path.name for path in board.host_path("/tmp").iterdir()) == ["log"]
 
 
 def test_binds_are_read_only_unless_writable(device, script, tmp_path) -> None:
