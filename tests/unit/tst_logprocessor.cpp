@@ -254,6 +254,8 @@ private slots:
 
     void flushOutputTakesStandardOutputOnly();
     void flushOutputTakesStandardOutputTwice();
+    void flushOutputTakesManyPiecesAsOneChunk();
+    void flushOutputLeavesTheReadChannelAsItWas();
     void flushOutputFlushesAndStopsTheTimer();
     void flushOutputCanBringATimeLine();
     void flushOutputPutsWhatFollowsAtTheStartOfALine();
@@ -1013,6 +1015,40 @@ void LogProcessorTest::flushOutputTakesStandardOutputTwice()
     QVERIFY(log.open());
     log.flushOutput();
     QCOMPARE(readFile(m_fileName), june4Line + "out\n" + oneSecondLaterLine);
+}
+
+// What has come through the pipe in many reads is one chunk, so the rotation comes after all of it.
+void LogProcessorTest::flushOutputTakesManyPiecesAsOneChunk()
+{
+    constexpr int bytes = 300000;
+    QProcess application;
+    application.start(QStringLiteral(SAMPLE_APPLICATION),
+                      {QStringLiteral("flood"), QString::number(bytes), QStringLiteral("10000")});
+    QVERIFY(application.waitForFinished());
+
+    LogProcessor log(&application, m_fileName, bytes / 10, false);
+    QVERIFY(log.open());
+    log.flushOutput();
+    const QByteArray written = readFile(m_rotatedFileName);
+    QCOMPARE(written.size(), bytes);
+    QVERIFY(lineNumbers(written.split('\n'), "out") == upTo(bytes / 100));
+}
+
+// The handler of a termination signal flushes, perhaps in the middle of a read of standard error.
+void LogProcessorTest::flushOutputLeavesTheReadChannelAsItWas()
+{
+    QProcess application;
+    application.start(QStringLiteral(SAMPLE_APPLICATION),
+                      {QStringLiteral("print"), QStringLiteral("out\\n"), QStringLiteral("error"),
+                       QStringLiteral("err\\n")});
+    QVERIFY(application.waitForFinished());
+    application.setReadChannel(QProcess::StandardError);
+
+    LogProcessor log(&application, m_fileName, roomy, false);
+    QVERIFY(log.open());
+    log.flushOutput();
+    QCOMPARE(readFile(m_fileName), QByteArray("out\n"));
+    QCOMPARE(application.readChannel(), QProcess::StandardError);
 }
 
 void LogProcessorTest::flushOutputFlushesAndStopsTheTimer()
