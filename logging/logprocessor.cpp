@@ -28,7 +28,7 @@ QByteArray takeOutput(QProcess *process, QProcess::ProcessChannel channel)
 {
     const QProcess::ProcessChannel current = process->readChannel();
     process->setReadChannel(channel);
-    const QByteArray chunk = process->read(process->bytesAvailable());
+    QByteArray chunk = process->read(process->bytesAvailable());
     process->setReadChannel(current);
     return chunk;
 }
