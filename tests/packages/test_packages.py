@@ -12,7 +12,7 @@ from pathlib import Path
 
 import pytest
 
-from conftest import ROOT, SdkBuild, files_below, run
+from tools import ROOT, SdkBuild, files_below, run
 
 LIBRARY = "usr/lib/pynx-watchdog"
 SETTINGS = sorted(path.name for path in (ROOT / "settings-default").glob("*.json"))

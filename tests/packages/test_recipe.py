@@ -10,7 +10,7 @@ from fnmatch import fnmatch
 
 import pytest
 
-from conftest import ROOT, SdkBuild, files_below
+from tools import ROOT, SdkBuild, files_below
 
 # The tool's own values, as a recipe with systemd gets them.
 VARIABLES = {"PN": "pynx-watchdog", "BPN": "pynx-watchdog", "prefix": "/usr", "bindir": "/usr/bin",

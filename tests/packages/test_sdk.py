@@ -8,7 +8,7 @@ import re
 import subprocess
 from pathlib import Path
 
-from conftest import ROOT, SdkBuild, run
+from tools import ROOT, SdkBuild, run
 
 
 def test_the_libraries_of_the_prefix_are_linked(sdk_build: SdkBuild) -> None:
