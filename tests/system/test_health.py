@@ -10,7 +10,7 @@ import signal
 import pytest
 
 from logs import content
-from settings import memory_reporting
+from settings import memory_reporting, reporting, watch_list
 from simulator.configuration import Bind
 from simulator import wait_until
 
@@ -32,6 +32,36 @@ def test_the_device_is_armed_and_fed_every_ten_seconds(board):
     feeds = [event.monotonic for event in running.events("watchdog device", "KEEPALIVE")]
     # The first comes at the end of the start, the next 10 s after the timer was started before it.
     assert all(later - earlier > 9 for earlier, later in zip(feeds[1:], feeds[2:]))
+
+
+def test_start_up_takes_its_steps_in_their_order(board, build_directory):
+    recorder = "/tmp/startuprecorder.so"
+    library = build_directory / "tests" / "support" / "libstartuprecorder.so"
+    running = board("wait", environment={"LD_PRELOAD": recorder},
+                    binds=[Bind(str(library), recorder)],
+                    settings={**reporting([]), **memory_reporting(True),
+                              **watch_list({"name": "nobody", "period": 1})})
+    running.wait_for("supervisor", re.compile(r"start-up: .* timer 10000$"), count=2)
+    steps = [(float(step[1]), step[2]) for event in running.events("supervisor")
+             if (step := re.fullmatch(r"start-up: ([0-9.]+) (\w+ \d+)", event.text))]
+    # Told by the device while the supervisor waits for its answer, so the times can be compared.
+    steps += [(event.monotonic, event.get("name") or event["operation"])
+              for event in running.events("watchdog device")]
+    order = [what for _, what in sorted(steps)]
+    # The load watcher takes its first step when its thread comes to it, the log whenever it has
+    # something to write.
+    order = [what for what in order if what not in ("timer 1000", "countdown 200")]
+    expected = [
+        "process 0",
+        "open", "WDIOC_SETTIMEOUT", "timer 10000",
+        "thread 0",
+        "timer 180000",
+        "directory 0",
+        "countdown 10000",
+        "WDIOC_KEEPALIVE",
+        "timer 10000",
+    ]
+    assert order[:len(expected)] == expected
 
 
 def test_an_application_that_does_not_start_leaves_the_device_alone(device):
