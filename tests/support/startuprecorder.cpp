@@ -74,6 +74,21 @@ void QProcess::start(const QString &program, const QStringList &arguments, OpenM
         this, program, arguments, mode);
 }
 
+bool QProcess::waitForStarted(int msecs)
+{
+    record("wait", msecs);
+    return next<bool (*)(QProcess *, int)>("_ZN8QProcess14waitForStartedEi")(this, msecs);
+}
+
+void QTimer::singleShotImpl(int msec, Qt::TimerType timerType, const QObject *receiver,
+                            QtPrivate::QSlotObjectBase *slotObject)
+{
+    record("later", msec);
+    next<void (*)(int, Qt::TimerType, const QObject *, QtPrivate::QSlotObjectBase *)>(
+        "_ZN6QTimer14singleShotImplEiN2Qt9TimerTypeEPK7QObjectPN9QtPrivate15QSlotObjectBaseE")(
+        msec, timerType, receiver, slotObject);
+}
+
 bool QDir::mkpath(const QString &path) const
 {
     record("directory", 0);
