@@ -7,7 +7,8 @@
  * SIGINT, SIGQUIT and SIGTERM in single-run mode.
  *
  * They are held back from the moment they are armed until the event loop turns: its quit() is
- * forgotten when nothing runs yet, and the program would then not end. Main thread only.
+ * forgotten when nothing runs yet, and the program would then not end. A thread started meanwhile
+ * keeps them blocked for good, so the handler runs on the main thread. For the main thread only.
  */
 
 /**

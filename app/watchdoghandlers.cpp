@@ -25,7 +25,9 @@ void Watchdog::on_stat_cpuLoadExceed(int id, const QStringList &data)
     info.reportCount += 1;
     if (info.reportCount > info.maxReports) {
         // Not put back: alarms that are under way already find no record.
-        QMetaObject::invokeMethod(m_loadStat, "do_removeProcessLoad", Q_ARG(int, id));
+        const bool removed =
+            QMetaObject::invokeMethod(m_loadStat, "do_removeProcessLoad", Q_ARG(int, id));
+        Q_ASSERT(removed);
         return;
     }
     for (const QString &line : data)

@@ -125,8 +125,10 @@ void Watchdog::watchProcesses()
     const QVariantList entries = readSettings(PynxWatchdogWatchProcessListPath().base()).toList();
     for (const QVariant &entry : entries)
         watchProcess(PynxWatchdogWatchProcess(PynxHash(entry.toHash())));
-    if (!entries.isEmpty())
-        QMetaObject::invokeMethod(m_loadStat, "do_start");
+    if (entries.isEmpty())
+        return;
+    const bool started = QMetaObject::invokeMethod(m_loadStat, "do_start");
+    Q_ASSERT(started);
 }
 
 void Watchdog::watchProcess(const PynxWatchdogWatchProcess &process)

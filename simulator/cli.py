@@ -16,6 +16,7 @@ from types import FrameType
 from simulator import options as command_line
 from simulator import paths, summary
 from simulator.account import Event
+from simulator.archives import ArchiveFollower
 from simulator.device import Device
 from simulator.display import Display
 from simulator.errors import SimulatorError
@@ -61,10 +62,11 @@ def _simulate(options: argparse.Namespace, display: Display, interrupt: _Interru
     _introduce(options, display)
     log_path = os.path.join("/", options.logfileName or command_line.DEFAULT_LOG)
     follower = LogFollower(lambda: device.open(log_path))
+    archives = ArchiveFollower(device.directory)
     try:
         device.start()
-        end = _watch(device, follower, display, interrupt, options.seconds)
-        display.show_log(*follower.poll())
+        end = _watch(device, follower, archives, display, interrupt, options.seconds)
+        _show_files(follower, archives, display)
     finally:
         device.stop()
         follower.close()
@@ -76,19 +78,25 @@ def _simulate(options: argparse.Namespace, display: Display, interrupt: _Interru
     return _exit_status(end)
 
 
-def _watch(device: Device, follower: LogFollower, display: Display, interrupt: _Interrupt,
-           seconds: float | None) -> Event | None:
+def _watch(device: Device, follower: LogFollower, archives: ArchiveFollower, display: Display,
+           interrupt: _Interrupt, seconds: float | None) -> Event | None:
     """Show what happens; returns the event that ended the simulation, None if it was cut short."""
     limit = None if seconds is None else time.monotonic() + seconds
     while not interrupt.came and (limit is None or time.monotonic() < limit):
         news = device.wait_for_news(_LOOKS_APART)
         for event in news:
             display.show(event)
-        display.show_log(*follower.poll())
+        _show_files(follower, archives, display)
         for event in news:
             if event.get("end"):
                 return event
     return None
+
+
+def _show_files(follower: LogFollower, archives: ArchiveFollower, display: Display) -> None:
+    display.show_log(*follower.poll())
+    for archive in archives.poll():
+        display.show_archive(archive)
 
 
 def _introduce(options: argparse.Namespace, display: Display) -> None:

@@ -10,8 +10,10 @@ from typing import TextIO
 
 from simulator import account
 from simulator.account import Event
+from simulator.archives import Archive
 
 APPLICATION_LOG = "application log"
+REPORT_ARCHIVE = "report archive"
 
 _COLOURS = {
     account.BOOT_LOADER: "35",
@@ -21,6 +23,7 @@ _COLOURS = {
     account.WATCHDOG_DEVICE: "32",
     account.SIMULATOR: "1",
     APPLICATION_LOG: "37",
+    REPORT_ARCHIVE: "1;34",
 }
 _ALARM = "31"
 _WIDTH = max(map(len, _COLOURS))
@@ -45,6 +48,13 @@ class Display:
             self._line(time.time(), APPLICATION_LOG, line)
         if left_out:
             self._line(time.time(), APPLICATION_LOG, f"… {left_out} lines not shown")
+
+    def show_archive(self, archive: Archive) -> None:
+        """A report archive that has just been finished, and what it holds."""
+        now = time.time()
+        self._line(now, REPORT_ARCHIVE, f"{archive.path} ({archive.size} bytes)")
+        for line in archive.contents:
+            self._line(now, REPORT_ARCHIVE, f"  {line}")
 
     def text(self, text: str) -> None:
         """Words that belong to no event."""

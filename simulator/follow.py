@@ -10,7 +10,7 @@ from collections.abc import Callable
 
 from simulator.supervisor import LineSplitter
 
-LINES_AT_A_TIME = 20
+LINES_AT_A_TIME = 30  # an alarm of three seconds with its threads has 25
 
 
 class LogFollower:

@@ -5,6 +5,7 @@
 from __future__ import annotations
 
 import argparse
+import json
 import os
 import re
 import shutil
@@ -23,6 +24,9 @@ DEFAULT_DIRECTORY = "simulated-device"
 USAGE_ERROR = 2
 
 _ROOT = Path(__file__).resolve().parent.parent
+_LONGEST_NAME = 15  # TASK_COMM_LEN without its NUL
+_WATCH_TICKS = 3
+_WATCH_REPORTS = 5
 _DURATION = re.compile(r"([0-9]+(?:\.[0-9]+)?)([smh]?)")
 _DURATION_UNITS = {"": 1, "s": 1, "m": 60, "h": 3600}
 
@@ -38,6 +42,10 @@ examples:
   ./simulate sample-application sleep 3 signal 11 the same, told to crash after 3 s
   ./simulate ./build/my-application --port 80     your application with its arguments
   ./simulate --tool reboot=return /bin/false      what if the third exit does not reboot?
+  ./simulate --reports sample-application sleep 3 print '==Report==on request\n' sleep 10 signal 11
+                                                  report archives after a marker and after a crash
+  ./simulate --watch burner=20 sample-application name burner burn 4 50 wait
+                                                  load alarms with the busiest threads
   ./simulate --read-only-root                     a root file system that has failed
   ./simulate --tool sfuflags=hang                 a flag tool that never ends
   ./simulate --space /tmp/log=64k                 a file system that fills up
@@ -78,7 +86,7 @@ def parse(arguments: list[str]) -> argparse.Namespace:
     try:
         options.tools = dict(_tool(text) for text in options.tool)
         options.spaces = dict(_space(text) for text in options.space)
-        options.settings = _settings(options.settings)
+        options.settings = _with_documents(_settings(options.settings), options)
         options.seconds = _duration(options.duration)
         options.directory = _device_directory(options.device_dir)
         if options.boots < 0 or options.bad_boots < 1:
@@ -127,6 +135,14 @@ def _make_parser() -> argparse.ArgumentParser:
     board.add_argument("--settings", metavar="FILE|DIR", action="append", default=[],
                        help="settings document, or a directory of *.json, for the supervisor's "
                             "directory 'settings'; may be repeated")
+    board.add_argument("--reports", action="store_true",
+                       help="switch automatic reporting on, as the document "
+                            "WatchdogAutomaticReporting.json does")
+    board.add_argument("--watch", metavar="NAME=LOAD", action="append", default=[],
+                       help="write an alarm with the busiest threads into the application's log "
+                            "when process NAME takes at least LOAD percent of all processors for "
+                            f"{_WATCH_TICKS} s, as an entry of WatchdogWatchProcessList.json does; "
+                            "may be repeated")
     board.add_argument("--tool", metavar="NAME=BEHAVIOUR", action="append", default=[],
                        help="what reboot, killall, sfuflags or fw_setenv does: normal, fail, "
                             "fail=STATUS, hang, absent, for reboot also return (do nothing); "
@@ -204,6 +220,35 @@ def _settings(paths: list[str]) -> dict[str, bytes]:
         except OSError as error:
             raise SimulatorError(f"cannot read {error.filename}: {error.strerror}") from error
     return documents
+
+
+def _with_documents(documents: dict[str, bytes], options: argparse.Namespace) -> dict[str, bytes]:
+    """`documents` with those that stand for --reports and --watch."""
+    added: dict[str, Any] = {}
+    if options.reports:
+        added["WatchdogAutomaticReporting.json"] = True
+    if options.watch:
+        added["WatchdogWatchProcessList.json"] = [_watch_entry(text) for text in options.watch]
+    for name, payload in added.items():
+        if name in documents:
+            raise SimulatorError(f"{name} is among the settings given: --reports and --watch stand "
+                                 "for such a document")
+        envelope = {"value": {"type": "payload", "payload": payload}}
+        documents[name] = json.dumps(envelope).encode()
+    return documents
+
+
+def _watch_entry(text: str) -> dict[str, Any]:
+    name, _, load = text.rpartition("=")
+    if not name or not load.isascii() or not load.isdigit():
+        raise SimulatorError(f"--watch takes a process name and a load in percent, such as "
+                             f"burner=20, not '{text}'")
+    if len(name.encode()) > _LONGEST_NAME:
+        known = name.encode()[:_LONGEST_NAME].decode(errors="ignore")
+        raise SimulatorError(f"the kernel knows a process by the first {_LONGEST_NAME} bytes of "
+                             f"its name; did you mean --watch {known}={load} ?")
+    return {"name": name, "arguments": [], "period": _WATCH_TICKS, "maxLoad": int(load),
+            "threadInfo": True, "maxReports": _WATCH_REPORTS}
 
 
 def _duration(text: str | None) -> float | None:

@@ -21,7 +21,8 @@ def shell(board, command: str) -> tuple[int, str]:
 def test_the_hosts_files_cannot_be_changed(device, script, place: str) -> None:
     board = device(script(WAIT))
     assert shell(board, f"echo x > {place}/simulator-was-here")[0] != 0
-    assert not Path(place, "simulator-was-here").exists()
+    if os.access(place, os.X_OK):  # an ordinary user cannot look into /root
+        assert not Path(place, "simulator-was-here").exists()
 
 
 def test_a_file_of_the_host_is_shown_but_not_writable(device, script, request) -> None:

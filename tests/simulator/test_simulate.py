@@ -2,16 +2,20 @@
 # SPDX-License-Identifier: MIT
 """The command line of ./simulate and what it shows."""
 
+import json
 import os
 import pty
+import re
 import signal
 import subprocess
 import sys
+import tarfile
 from pathlib import Path
 
 import pytest
 
 from simulator import options, wait_until
+from simulator.archives import ArchiveFollower
 
 _PROJECT = Path(__file__).resolve().parents[2]
 _CLOCK = r"[0-9]{2}:[0-9]{2}:[0-9]{2}\.[0-9]{3}"
@@ -24,6 +28,7 @@ def build(tmp_path, script, build_directory) -> Path:
     (tree / "simulator").mkdir(parents=True)
     for name in ("libwatchdogdevice.so", "watchdogfeeder"):
         (tree / "simulator" / name).symlink_to(build_directory / "simulator" / name)
+    (tree / "settings-default").symlink_to(build_directory / "settings-default")
     script('echo "arguments: $*"; while [ "$1" != --app ]; do shift; done; shift; "$@"',
            "build/watchdog")
     return tree
@@ -70,6 +75,12 @@ def outcome(process: subprocess.Popen[bytes]) -> tuple[int, str, str]:
     (["--space", "/tmp/log=0"], "'0' is not a size"),
     (["--settings", "none.json"], "there are no such settings: none.json"),
     (["--settings", "empty"], "there is no *.json in empty"),
+    (["--settings", "WatchdogWatchProcessList.json", "--watch", "top=20"],
+     "WatchdogWatchProcessList.json is among the settings given"),
+    (["--watch", "burner"], "--watch takes a process name and a load in percent"),
+    (["--watch", "=20"], "--watch takes a process name and a load in percent"),
+    (["--watch", "burner=much"], "--watch takes a process name and a load in percent"),
+    (["--watch", "sample-application=5"], "did you mean --watch sample-applicat=5 ?"),
     (["--duration", "soon"], "--duration takes a time"),
     (["--bad-boots", "0"], "--boots takes a number from 0, --bad-boots one from 1"),
     (["--bad-boots", "x"], "invalid int value: 'x'"),
@@ -78,6 +89,7 @@ def outcome(process: subprocess.Popen[bytes]) -> tuple[int, str, str]:
 ])
 def test_wrong_usage_is_told_and_nothing_is_done(simulate, tmp_path, arguments, message) -> None:
     (tmp_path / "text").write_text("no program", encoding="utf-8")
+    (tmp_path / "WatchdogWatchProcessList.json").write_text("{}", encoding="utf-8")
     (tmp_path / "empty").mkdir()
     before = sorted(tmp_path.iterdir())
     status, out, err = outcome(simulate(*arguments))
@@ -125,7 +137,7 @@ def test_the_supervisors_end_is_shown_and_is_the_exit_status(simulate, script) -
            "application")
     status, out, err = outcome(simulate("--singleRun", "./application", "one", "two"))
     assert (status, err) == (7, "")
-    import re
+
     for source, text in (
             ("boot loader", "last boot good; sets fail=1 boot_count=1 and starts the system"),
             ("supervisor", "said"), ("system log", "err: hi"), ("application log", "logged"),
@@ -163,6 +175,59 @@ def test_an_interrupted_simulation_ends_with_a_summary(simulate, script, tmp_pat
     assert "boot flags       fail=0 boot_count=1, boot environment update_url_cache\n" in summary
     assert f"account          {place}/account.jsonl\n" in summary
     assert f"{place}/tmp/upload/main-1.tar.gz (0 bytes)\n" in summary
+
+
+def test_a_new_archive_is_shown_with_what_it_holds(simulate, script, tmp_path) -> None:
+    script("mkdir -p /tmp/upload; cd /tmp; printf 12345 > evidence; "
+           "tar czf upload/tmp_one.tar.gz evidence; cp upload/tmp_one.tar.gz upload/one.tar.gz; "
+           "echo nonsense > upload/two.tar.gz; exec sleep 600", "application")
+    place = tmp_path / "simulated-device" / "tmp" / "upload"
+    process = simulate("./application")
+    wait_until((place / "two.tar.gz").exists, "the second archive")
+    process.terminate()
+    shown = re.findall(f"^{_CLOCK}  report archive   (.*)$", outcome(process)[1], re.MULTILINE)
+    assert shown[0] == f"{place}/one.tar.gz ({(place / 'one.tar.gz').stat().st_size} bytes)"
+    assert shown[1] == "  evidence (5 bytes)"
+    assert shown[2] == f"{place}/two.tar.gz (9 bytes)"
+    assert shown[3].startswith("  cannot be read: ")
+    assert len(shown) == 4  # and not the one that is not finished
+
+
+def test_archives_of_an_earlier_simulation_are_not_shown_again(simulate, script, tmp_path) -> None:
+    script("mkdir -p /tmp/upload; cd /tmp; tar czf upload/$1.tar.gz log", "application")
+    arguments = ["--singleRun", "--no-watchdog-device", "--keep", "./application"]
+    assert "/first.tar.gz (" in outcome(simulate(*arguments, "first"))[1].partition("\ntime ")[0]
+    second = outcome(simulate(*arguments, "second"))[1].partition("\ntime ")[0]
+    assert "/second.tar.gz (" in second and "/first.tar.gz (" not in second
+
+
+def test_the_upload_directory_is_the_one_in_the_settings(tmp_path) -> None:
+    program = tmp_path / "supervisor"
+    for settings, path in (("settings-default", "/tmp/factory"), ("settings", "/home/root/mine")):
+        (program / settings).mkdir(parents=True)
+        document = {"value": {"type": "payload", "payload": {"uploadPath": path}}}
+        (program / settings / "WatchdogAutomaticReportingConf.json").write_text(
+            json.dumps(document), encoding="utf-8")
+    for name in ("tmp/factory", "home-root/mine"):
+        (tmp_path / name).mkdir(parents=True)
+    archives = ArchiveFollower(tmp_path)
+    for name in ("tmp/factory/a.tar.gz", "home-root/mine/b.tar.gz"):
+        with tarfile.open(tmp_path / name, "w:gz"):
+            pass
+    assert [(found.path.name, found.contents) for found in archives.poll()] == [
+        ("b.tar.gz", ["(no members)"])]
+    assert archives.poll() == []
+
+
+def test_reports_and_watch_stand_for_settings_documents() -> None:
+    given = options.parse(["--reports", "--watch", "a=b=20", "--watch", "top=0", "true"])
+    documents = {name: json.loads(data)["value"]["payload"]
+                 for name, data in given.settings.items()}
+    assert documents.keys() == {"WatchdogAutomaticReporting.json", "WatchdogWatchProcessList.json"}
+    assert documents["WatchdogAutomaticReporting.json"] is True
+    assert [(entry["name"], entry["maxLoad"], entry["threadInfo"])
+            for entry in documents["WatchdogWatchProcessList.json"]] == [
+        ("a=b", 20, True), ("top", 0, True)]
 
 
 def test_a_time_limit(simulate, script) -> None:

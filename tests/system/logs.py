@@ -16,3 +16,8 @@ def content(running: Device, path: str = LOG) -> bytes:
         return running.host_path(path).read_bytes()
     except FileNotFoundError:
         return b""
+
+
+def complaints(running: Device) -> bytes:
+    """What the supervisor has said on standard error, but for what it says without root's rights."""
+    return running.stderr.replace(b"Cannot set priority\n", b"")

@@ -6,11 +6,12 @@ from __future__ import annotations
 
 import re
 import signal
+import time
 
 import pytest
 
 from logs import content
-from settings import memory_reporting
+from settings import memory_reporting, reporting, watch_list
 from simulator.configuration import Bind
 from simulator import wait_until
 
@@ -32,6 +33,82 @@ def test_the_device_is_armed_and_fed_every_ten_seconds(board):
     feeds = [event.monotonic for event in running.events("watchdog device", "KEEPALIVE")]
     # The first comes at the end of the start, the next 10 s after the timer was started before it.
     assert all(later - earlier > 9 for earlier, later in zip(feeds[1:], feeds[2:]))
+
+
+@pytest.fixture
+def recorded(board, build_directory):
+    """recorded("wait", settings=…): a running device whose supervisor says what it starts."""
+    library = build_directory / "tests" / "support" / "libstartuprecorder.so"
+    place = "/tmp/startuprecorder.so"
+
+    def make(*behaviours, **options):
+        return board(*behaviours, environment={"LD_PRELOAD": place},
+                     binds=[Bind(str(library), place)], **options)
+
+    return make
+
+
+def step(text):
+    """What is to be waited for when this is started."""
+    return re.compile(rf"start-up: [0-9.]+ {text}$")
+
+
+def steps(running):
+    """What the supervisor has started so far, and what it did with the watchdog device, in order."""
+    taken = [(float(match[1]), match[2]) for event in running.events("supervisor")
+             if (match := re.fullmatch(r"start-up: ([0-9.]+) (\w+ \d+)", event.text))]
+    # Told by the device while the supervisor waits for its answer, so the times can be compared.
+    taken += [(event.monotonic, event.get("name") or event["operation"])
+              for event in running.events("watchdog device")]
+    return [what for _, what in sorted(taken)]
+
+
+def test_start_up_takes_its_steps_in_their_order(recorded):
+    running = recorded("wait", settings={**reporting([]), **memory_reporting(True),
+                                         **watch_list({"name": "nobody", "period": 1})})
+    running.wait_for("supervisor", step("timer 10000"), count=2)
+    running.wait_for("supervisor", step("timer 1000"))
+    # The load watcher takes its first step when its thread comes to it, the log whenever it has
+    # something to write.
+    order = [what for what in steps(running) if what not in ("timer 1000", "countdown 200")]
+    expected = [
+        "process 0", "wait 500",
+        "open", "WDIOC_SETTIMEOUT", "timer 10000",
+        "thread 0",
+        "timer 180000",
+        "directory 0",
+        "countdown 10000",
+        "WDIOC_KEEPALIVE",
+        "timer 10000",
+    ]
+    assert order[:len(expected)] == expected
+
+
+def test_without_anything_to_watch_the_load_watcher_rests(recorded):
+    running = recorded("wait", settings=watch_list())
+    running.wait_for("tool", "sfuflags")  # ten times as long as the watcher's second
+    assert "thread 0" in steps(running) and "timer 1000" not in steps(running)
+
+
+def test_the_application_is_started_again_a_second_after_its_end(recorded):
+    running = recorded("exit", "0", tools={"reboot": "return"})
+    running.wait_for("supervisor", step("later 1000"), count=2)
+    assert steps(running).count("countdown 10000") >= 2
+
+
+def test_the_countdown_stands_still_while_the_application_is_down(board):
+    # It runs out while the main loop waits for killall, and must not be found so afterwards.
+    running = board(application=["sh", "-c", "test -e /tmp/again && exec sleep 600; "
+                                             "touch /tmp/again; exec sleep 1"],
+                    tools={"killall": "hang"})
+    started = running.wait_for("watchdog device", "KEEPALIVE")
+    running.wait_for("tool", "killall")
+    wait_until(lambda: time.monotonic() > started.monotonic + 11, "the ten seconds are over")
+    running.set_tool("killall", "normal")
+    running.signal("killall", signal.SIGKILL)
+    down = running.wait_for("system log", "Restarting process")
+    cleared = running.wait_for("tool", "sfuflags")
+    assert cleared.monotonic - down.monotonic >= 10
 
 
 def test_an_application_that_does_not_start_leaves_the_device_alone(device):

@@ -60,6 +60,17 @@ def test_after_the_allowed_number_of_alarms_the_watching_ends(board):
     assert headers(running, 2) == 0
 
 
+def test_what_is_watched_no_more_is_not_missed_either(board, sample):
+    running = board(application=["sh", "-c", f"{sample} name burner burn 1 60 sleep 5 & "
+                                             f"{sample} name other sleep 8 & wait; exec sleep 600"],
+                    settings=watch_list(watched("burner"), watched("burner", maxReports=0),
+                                        watched("other", maxLoad=101)))
+    # The one that ended last is the clock: whoever misses the burner has said so by then.
+    wait_until(lambda: b"Process other with args [] doesn't appear for 30 seconds\n"
+               in content(running), "the other one is missed", timeout=120)
+    assert content(running).count(b"Process burner with args [] doesn't appear") == 1
+
+
 def test_arguments_tell_processes_of_one_name_apart(board):
     running = board("name", "burner", "burn", "1", "20", "wait",
                     settings=watch_list(watched("burner", arguments=["wait", "burn"], maxLoad=0),

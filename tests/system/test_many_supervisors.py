@@ -38,10 +38,10 @@ def test_nothing_grows_with_restarts(board, sample, sanitized):
         rows = [[int(word) for word in line.split()] for line in lines if len(line.split()) == 4]
         return {pid: (descriptors, threads, memory) for pid, descriptors, threads, memory in rows}
 
-    wait_until(lambda: min(starts()) >= WARM_UP, "everything that is made once is made", timeout=300)
+    wait_until(lambda: min(starts()) >= WARM_UP, "everything that is made once is made", timeout=600)
     before = resources()
     assert len(before) == SUPERVISORS + 1
-    wait_until(lambda: min(starts()) >= WARM_UP + EXITS, "all have seen their exits", timeout=600)
+    wait_until(lambda: min(starts()) >= WARM_UP + EXITS, "all have seen their exits", timeout=900)
     after = resources()
     assert after.keys() == before.keys()
 

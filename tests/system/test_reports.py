@@ -12,11 +12,12 @@ import tarfile
 
 import pytest
 
-from logs import LOG, content
+from logs import LOG, complaints, content
 from settings import reporting
 from simulator import Bind, wait_until
 
 UPLOAD = "/tmp/upload"
+SNAPSHOTS = "/tmp/log/system"
 NAME = re.compile(r"report-(?P<name>.*)-(?P<time>\d{13})\.tar\.gz")
 
 
@@ -75,8 +76,9 @@ def test_an_upload_directory_that_others_cannot_write_to_is_told_and_left_as_it_
     running = board("print", "==Report==told\\n", "wait", directories=("/tmp/log", "/tmp/strict"),
                     settings=reporting([LOG], upload_path="/tmp/strict"))
     wait_until(lambda: uploads(running, directory="/tmp/strict"), "the archive")
-    line = b"Upload path doesn't allow non ROOT user to remove the report\n"
-    assert running.stderr.count(line) == 1
+    line = "Upload path doesn't allow non ROOT user to remove the report"
+    running.wait_for("supervisor", re.compile(f"^{line}$"))
+    assert len(running.events("supervisor", line)) == 1
     assert running.host_path("/tmp/strict").stat().st_mode & 0o002 == 0
 
 
@@ -145,7 +147,7 @@ def test_without_any_file_nothing_is_made_and_nothing_said(board):
                     settings=reporting(["/nowhere/at/all"]))
     wait_until(lambda: b"over\n" in content(running), "more than the delay has passed")
     assert not uploads(running, "*")
-    assert running.stderr == b""
+    assert complaints(running) == b""
 
 
 def test_a_crash_makes_a_report_with_the_frozen_snapshot(board):
@@ -237,3 +239,33 @@ def test_the_temporary_name_until_success(board, tmp_path):
     running.host_path("/tmp/go-on").touch()
     assert archive(running, "slow").keys() == {LOG}
     assert not uploads(running, "tmp_*")
+
+
+def crashes_at_the_third_time():
+    """An application that exits twice and then crashes."""
+    return ["sh", "-c", "echo >>/tmp/runs; [ $(wc -l </tmp/runs) -lt 3 ] || kill -SEGV $$; exit 0"]
+
+
+def test_after_an_exit_nothing_is_kept_for_a_report(board):
+    running = board(application=crashes_at_the_third_time(), settings=reporting([LOG]),
+                    tools={"reboot": "return"})
+    running.host_path(SNAPSHOTS).write_text("of this moment")
+    running.wait_for("system log", "Restarting process: exit code:0, exist status:0", count=2)
+    assert not running.host_path(SNAPSHOTS + ".load").exists()
+    running.wait_for("system log", "Restarting process: exit code:11, exist status:1")
+    assert running.host_path(SNAPSHOTS + ".load").read_text() == "of this moment"
+
+
+def test_the_third_end_reboots_before_it_reports(board):
+    running = board(application=crashes_at_the_third_time(), settings=reporting([LOG]),
+                    tools={"reboot": "hang"})
+    running.host_path(SNAPSHOTS).write_text("of this moment")
+    running.wait_for("tool", "reboot -f")
+    assert not running.host_path(SNAPSHOTS + ".load").exists()
+
+
+def test_a_request_ends_the_line_in_which_it_comes(board):
+    running = board("print", "begun ==Report==now", "sleep", "1.5", "print", "and ended\\n", "wait",
+                    options=["--logTime"], settings=reporting([LOG]))
+    wait_until(lambda: b"and ended\n" in content(running), "the rest of the line")
+    assert re.search(rb"begun ==Report==now-- Time: [^\n]*\nand ended\n", content(running))

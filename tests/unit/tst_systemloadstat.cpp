@@ -30,6 +30,8 @@ private slots:
 
     void thresholdIsInclusive_data();
     void thresholdIsInclusive();
+    void thresholdMeetsTheRoundedLoad_data();
+    void thresholdMeetsTheRoundedLoad();
     void loadThatIsNotANumberNeverQualifies();
     void infiniteLoadQualifies();
 
@@ -223,6 +225,29 @@ void SystemLoadStatTest::thresholdIsInclusive_data()
     QTest::newRow("negative threshold, idle") << -1 << 0LL << true;
     QTest::newRow("beyond what can be") << 101 << 200LL << false;
     QTest::newRow("highest threshold") << std::numeric_limits<int>::max() << 200LL << false;
+}
+
+// A share is divided before it becomes a percentage, in double: what that makes of it decides.
+void SystemLoadStatTest::thresholdMeetsTheRoundedLoad_data()
+{
+    QTest::addColumn<int>("percent");
+    QTest::addColumn<bool>("exceeds");
+
+    QTest::newRow("rounded down") << 29 << false;
+    QTest::newRow("rounded down, more") << 57 << false;
+    QTest::newRow("rounded up") << 28 << true;
+    QTest::newRow("exact") << 30 << true;
+}
+
+void SystemLoadStatTest::thresholdMeetsTheRoundedLoad()
+{
+    QFETCH(int, percent);
+    LoadMachine machine;
+    machine.proc.setProcess(10, "daemon", {0, 0, 0, 0});
+    machine.watch(daemonName(), 1, percent);
+    machine.start();
+    machine.tickAt(1100, percent); // so many of a hundred
+    QTEST(machine.alarms.size() == 1, "exceeds");
 }
 
 void SystemLoadStatTest::thresholdIsInclusive()

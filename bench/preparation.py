@@ -1,0 +1,31 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""What every benchmark does first: install what is missing and build what it measures."""
+
+import os
+import pathlib
+import subprocess
+import sys
+
+PROJECT = pathlib.Path(__file__).resolve().parents[1]
+PRESET = "release"
+BUILD = PROJECT / "build" / PRESET
+
+
+def fail(message):
+    """Ends the benchmark with a message that begins with its name."""
+    sys.exit(f"{pathlib.Path(sys.argv[0]).name}: {message}")
+
+
+def build(*targets):
+    """Installs the packages, builds the targets of the release preset, fails where it cannot."""
+    if subprocess.call([PROJECT / "scripts/install-dependencies", "simulate", "bench"]) != 0:
+        fail("what it needs is not there")
+    for command in (["cmake", "--preset", PRESET, "-DWATCHDOG_BENCH=ON"],
+                    ["cmake", "--build", "--preset", PRESET, "--parallel", str(os.cpu_count()),
+                     "--target", *targets]):
+        done = subprocess.run(command, cwd=PROJECT, stdout=subprocess.PIPE,
+                              stderr=subprocess.STDOUT, text=True, check=False)
+        if done.returncode != 0:
+            print(done.stdout, file=sys.stderr)
+            fail(f"{' '.join(command)} failed; what it said is above")
