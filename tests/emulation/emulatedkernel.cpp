@@ -1,0 +1,42 @@
+// SPDX-FileCopyrightText: 2026 The watchdog developers
+// SPDX-License-Identifier: MIT
+//
+// Makes QProcess work under qemu's emulation of a process before its version 8.
+//
+// QProcess asks the kernel whether it can wait for a process descriptor, and then has its
+// children's descriptors made together with them. This emulation passes the question on but ignores
+// the wish: QProcess then watches a descriptor of an undefined number, and never hears of its
+// child's end. With the question answered as an older kernel does, it goes another way, which
+// works.
+#include <dlfcn.h>
+#include <sys/syscall.h>
+
+#include <cerrno>
+#include <cstdarg>
+
+namespace {
+
+constexpr long waitForDescriptor = 3; // P_PIDFD, which older headers lack
+
+} // namespace
+
+// The C library's function, for every caller in the test's own process.
+extern "C" long syscall(long number, ...)
+{
+    using Syscall = long (*)(long, ...);
+    static const auto next = reinterpret_cast<Syscall>(::dlsym(RTLD_NEXT, "syscall"));
+
+    long arguments[6];
+    va_list given;
+    va_start(given, number);
+    for (long &argument : arguments)
+        argument = va_arg(given, long);
+    va_end(given);
+
+    if (number == SYS_waitid && arguments[0] == waitForDescriptor) {
+        errno = EINVAL;
+        return -1;
+    }
+    return next(number, arguments[0], arguments[1], arguments[2], arguments[3], arguments[4],
+                arguments[5]);
+}

@@ -1,0 +1,62 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""What scripts/build-packages has built, and what `cmake --install` lays down."""
+
+from __future__ import annotations
+
+import os
+from collections.abc import Callable
+from pathlib import Path
+
+import pytest
+
+from tools import ROOT, SdkBuild, run
+
+
+@pytest.fixture(scope="session")
+def version() -> str:
+    """The project's version, from the one place that has it."""
+    for line in (ROOT / "CMakeLists.txt").read_text(encoding="utf-8").splitlines():
+        if line.startswith("project("):
+            words = line.split()
+            return words[words.index("VERSION") + 1]
+    raise AssertionError("CMakeLists.txt names no version")
+
+
+@pytest.fixture(scope="session")
+def packages(version: str) -> dict[str, Path]:
+    """The package of each architecture."""
+    directory = ROOT / "build" / "packages"
+    found = {name: directory / f"pynx-watchdog_{version}_{name}.deb" for name in ("amd64", "arm64")}
+    for path in found.values():
+        if not path.exists():
+            pytest.exit(f"{path} is missing: run scripts/build-packages first", returncode=4)
+    return found
+
+
+@pytest.fixture
+def unpacked(packages: dict[str, Path], tmp_path: Path) -> Callable[[str], Path]:
+    """unpacked("arm64"): a directory that holds what that package lays down."""
+    def unpack(architecture: str) -> Path:
+        directory = tmp_path / architecture
+        run("dpkg-deb", "--extract", packages[architecture], directory)
+        return directory
+    return unpack
+
+
+@pytest.fixture(scope="session")
+def sdk_build(tmp_path_factory: pytest.TempPathFactory) -> SdkBuild:
+    """The project built with a mock SDK, for the places that the packages and the recipe use."""
+    def build(source: Path, prefix: Path | str, *options: str) -> Path:
+        tree = tmp_path_factory.mktemp("build")
+        run("cmake", "-S", source, "-B", tree, f"-DCMAKE_INSTALL_PREFIX={prefix}", *options)
+        run("cmake", "--build", tree, "--parallel", str(os.cpu_count()))
+        return tree
+
+    sdk = tmp_path_factory.mktemp("sdk")
+    run("cmake", "--install", build(Path(__file__).parent / "mocksdk", sdk))
+    tree = build(ROOT, "/usr", f"-DPYNX_SDK_ROOT={sdk}", "-DBUILD_TESTING=OFF",
+                 "-DCMAKE_INSTALL_LIBDIR=lib", "-DWATCHDOG_SYSTEMD_UNIT_DIR=/lib/systemd/system")
+    root = tmp_path_factory.mktemp("root")
+    run("cmake", "--install", tree, environment={"DESTDIR": str(root)})
+    return SdkBuild(sdk, tree, root)

@@ -1,0 +1,5 @@
+// SPDX-FileCopyrightText: 2026 The watchdog developers
+// SPDX-License-Identifier: MIT
+
+void pynxThrift()
+{ }

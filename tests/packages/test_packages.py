@@ -1,0 +1,193 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""The Debian packages: what is in them, and that they come and go without a trace."""
+
+from __future__ import annotations
+
+import os
+import re
+import stat
+from collections.abc import Callable
+from pathlib import Path
+
+import pytest
+
+from tools import ROOT, SdkBuild, files_below, run
+
+LIBRARY = "usr/lib/pynx-watchdog"
+SETTINGS = sorted(path.name for path in (ROOT / "settings-default").glob("*.json"))
+FILES = {
+    "etc/default/pynx-watchdog",
+    "lib/systemd/system/pynx-watchdog.service",
+    "usr/bin/pynx-watchdog",
+    f"{LIBRARY}/watchdog",
+    *(f"{LIBRARY}/settings-default/{name}" for name in SETTINGS),
+    "usr/lib/tmpfiles.d/pynx-watchdog.conf",
+    "usr/share/man/man5/pynx-watchdog-settings.5.gz",
+    "usr/share/man/man8/pynx-watchdog.8.gz",
+}
+DOCUMENTS = {f"usr/share/doc/pynx-watchdog/{name}"
+             for name in ("CHANGELOG.md", "changelog.gz", "copyright")}
+OVERRIDES = {"usr/share/lintian/overrides/pynx-watchdog"}
+
+# What Debian's package "watchdog" and its dependency lay down outside of their own documents.
+DEBIANS_WATCHDOG = {
+    "etc/init.d/watchdog", "etc/init.d/wd_keepalive", "etc/watchdog.conf", "etc/default/watchdog",
+    "lib/systemd/system/watchdog.service", "lib/systemd/system/wd_keepalive.service",
+    "usr/sbin/watchdog", "usr/sbin/wd_identify", "usr/sbin/wd_keepalive",
+    "usr/share/man/man5/watchdog.conf.5.gz", "usr/share/man/man8/watchdog.8.gz",
+    "usr/share/man/man8/wd_identify.8.gz", "usr/share/man/man8/wd_keepalive.8.gz",
+    "usr/share/lintian/overrides/watchdog",
+}
+MACHINES = {"amd64": "Advanced Micro Devices X86-64", "arm64": "AArch64"}
+both = pytest.mark.parametrize("architecture", MACHINES)
+
+
+def test_lintian_has_nothing_to_say() -> None:
+    changes = sorted((ROOT / "build" / "packages").glob("*.changes"))
+    assert len(changes) == 2
+    said = run("lintian", "--allow-root", "--pedantic", "--display-info",
+               "--fail-on", "error,warning,info,pedantic", *changes)
+    assert not said
+
+
+@both
+def test_files(unpacked: Callable[[str], Path], architecture: str) -> None:
+    assert set(files_below(unpacked(architecture))) == FILES | DOCUMENTS | OVERRIDES
+
+
+@both
+def test_what_can_be_executed(unpacked: Callable[[str], Path], architecture: str) -> None:
+    root = unpacked(architecture)
+    programs = {name for name, target in files_below(root).items()
+                if not target and os.access(root / name, os.X_OK, follow_symlinks=False)
+                and stat.S_IMODE((root / name).stat().st_mode) & 0o111}
+    assert programs == {f"{LIBRARY}/watchdog"}
+    assert (root / "usr/bin/pynx-watchdog").resolve() == root / LIBRARY / "watchdog"
+
+
+@both
+def test_machine(unpacked: Callable[[str], Path], architecture: str) -> None:
+    header = run("readelf", "--file-header", unpacked(architecture) / LIBRARY / "watchdog")
+    assert MACHINES[architecture] in header
+
+
+def test_nothing_collides_with_the_package_watchdog(unpacked: Callable[[str], Path]) -> None:
+    ours = set(files_below(unpacked("amd64")))
+    assert not ours & DEBIANS_WATCHDOG
+    # Nor does a program hide another one in PATH or a page another page.
+    names = {Path(name).name for name in DEBIANS_WATCHDOG}
+    assert not {Path(name).name for name in ours if not name.startswith(LIBRARY)} & names
+
+
+def test_dependencies_are_the_same_for_both(packages: dict[str, Path]) -> None:
+    depends = {name: run("dpkg-deb", "--field", path, "Depends") for name, path in packages.items()}
+    assert depends["arm64"] == depends["amd64"]
+    names = set(re.findall(r"(?:^|, )([^ ,\n]+)", depends["arm64"]))
+    assert names == {"libc6", "libgcc-s1", "libqt5core5a", "libstdc++6", "procps", "psmisc"}
+
+
+def test_the_package_holds_what_is_installed(unpacked: Callable[[str], Path],
+                                             sdk_build: SdkBuild) -> None:
+    installed = files_below(sdk_build.root)
+    packaged = files_below(unpacked("amd64"))
+    pages = {name: name.removesuffix(".gz") if "/man/" in name else name for name in packaged}
+    assert {pages[name]: target for name, target in packaged.items()
+            if name not in DOCUMENTS | OVERRIDES} == installed
+
+
+def _dpkg(root: Path, *arguments: str | Path) -> None:
+    # A root of its own, whose packages' scripts run outside of it and mind DPKG_ROOT.
+    run("dpkg", f"--root={root}", "--force-not-root", "--force-depends", "--force-architecture",
+        "--force-script-chrootless", f"--log={root}/log", *arguments)
+
+
+@pytest.fixture
+def empty_root(tmp_path: Path) -> Path:
+    root = tmp_path / "root"
+    (root / "var/lib/dpkg").mkdir(parents=True)
+    (root / "var/lib/dpkg/status").touch()
+    return root
+
+
+@pytest.mark.skipif(os.geteuid() != 0, reason="dpkg gives files to root")
+def test_it_installs_works_and_goes(packages: dict[str, Path], empty_root: Path) -> None:
+    def content() -> set[str]:
+        return {str(path.relative_to(empty_root)) for path in empty_root.rglob("*")
+                if not path.is_relative_to(empty_root / "var/lib/dpkg")} - {"log"}
+
+    machine = run("dpkg", "--print-architecture").strip()
+    before = content()
+    _dpkg(empty_root, "--install", packages[machine])
+    assert content() >= FILES
+
+    # The tests of the installed package, on this one; they leave the machine alone.
+    path = f"{empty_root}/usr/bin:{os.environ['PATH']}"
+    for test in ("rotate-only", "settings"):
+        directory = empty_root.parent / test
+        directory.mkdir()
+        run(ROOT / "debian/tests" / test,
+            environment={"PATH": path, "AUTOPKGTEST_TMP": str(directory)})
+
+    # Neither enabled nor started by its installation.
+    assert not list((empty_root / "etc").glob("systemd/system/*.wants/*"))
+
+    _dpkg(empty_root, "--purge", "pynx-watchdog")
+    # What systemd-tmpfiles has made for the running system is no part of the package.
+    assert content() - before <= {"tmp", "tmp/log", "var/lib/systemd",
+                                  "var/lib/systemd/deb-systemd-helper-enabled",
+                                  "var/lib/systemd/deb-systemd-helper-masked"}
+
+
+def test_directory_of_the_logs(unpacked: Callable[[str], Path]) -> None:
+    root = unpacked("amd64")
+    (root / "etc/passwd").write_text("root:x:0:0:root:/root:/bin/sh\n", encoding="ascii")
+    (root / "etc/group").write_text("root:x:0:\n", encoding="ascii")
+    run("systemd-tmpfiles", f"--root={root}", "--create", "pynx-watchdog.conf")
+    directory = (root / "tmp/log").stat()
+    assert stat.S_IMODE(directory.st_mode) == 0o755
+    assert directory.st_uid == 0
+
+
+def test_unit_is_sound(unpacked: Callable[[str], Path], tmp_path: Path) -> None:
+    root = unpacked("amd64")
+    unit = (root / "lib/systemd/system/pynx-watchdog.service").read_text("utf-8")
+    # The program where it lies here, so that systemd finds it.
+    copy = tmp_path / "pynx-watchdog.service"
+    copy.write_text(unit.replace(f"/{LIBRARY}/", f"{root}/{LIBRARY}/"), encoding="utf-8")
+    run("systemd-analyze", "verify", "--man=no", copy)
+    assert f"ExecStart=/{LIBRARY}/watchdog " in unit
+    assert "EnvironmentFile=-/etc/default/pynx-watchdog" in unit
+
+
+def test_version_is_stated_once(version: str, packages: dict[str, Path]) -> None:
+    assert run("dpkg-parsechangelog", "--show-field=Version", "--file",
+               ROOT / "debian/changelog") == f"{version}\n"
+    heads = re.findall(r"^## (\S+)", (ROOT / "CHANGELOG.md").read_text("utf-8"), re.MULTILINE)
+    assert heads[0] == version
+    for path in packages.values():
+        assert run("dpkg-deb", "--field", path, "Version") == f"{version}\n"
+
+
+@pytest.mark.parametrize("page", ["man8/pynx-watchdog.8", "man5/pynx-watchdog-settings.5"])
+def test_man_pages_are_well_formed(sdk_build: SdkBuild, version: str, page: str) -> None:
+    path = sdk_build.root / "usr/share/man" / page
+    warnings = run("sh", "-c", f"man --warnings --local-file {path} 2>&1 >/dev/null")
+    assert not warnings
+    shown = run("man", "--local-file", path, environment={"MANWIDTH": "80"})
+    assert f"pynx-watchdog {version}" in shown
+    assert "@" not in shown
+
+
+def test_man_page_names_every_option_and_no_other(sdk_build: SdkBuild) -> None:
+    path = sdk_build.root / "usr/share/man/man8/pynx-watchdog.8"
+    options = run("man", "--local-file", path).split("OPTIONS\n", 1)[1].split("\nTHE LOG", 1)[0]
+    named = set(re.findall(r"^ +(--\w+)", options, re.MULTILINE))
+    source = (ROOT / "app/commandline.cpp").read_text("utf-8")
+    assert named == set(re.findall(r'option == QLatin1String\("(--\w+)"\)', source))
+
+
+def test_man_page_describes_every_document(sdk_build: SdkBuild) -> None:
+    path = sdk_build.root / "usr/share/man/man5/pynx-watchdog-settings.5"
+    described = set(re.findall(r"^   (\w+\.json)$", run("man", "--local-file", path), re.MULTILINE))
+    assert described == set(SETTINGS)

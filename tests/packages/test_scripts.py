@@ -1,0 +1,77 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""What the scripts for boards say to a wrong command line, and what they leave alone."""
+
+from __future__ import annotations
+
+import os
+import subprocess
+from pathlib import Path
+
+import pytest
+
+from tools import ROOT
+
+SCRIPTS = ["build-packages", "prepare-arm64-sysroot", "with-arm64-programs"]
+
+
+def call(script: str, *arguments: str | Path, **environment: str) -> subprocess.CompletedProcess[str]:
+    return subprocess.run([ROOT / "scripts" / script, *arguments], capture_output=True, text=True,
+                          check=False, stdin=subprocess.DEVNULL, env={**os.environ, **environment})
+
+
+@pytest.mark.parametrize("script", SCRIPTS)
+def test_help(script: str) -> None:
+    result = call(script, "--help")
+    assert (result.returncode, result.stderr) == (0, "")
+    assert result.stdout.startswith(f"Usage: scripts/{script} ")
+
+
+@pytest.mark.parametrize(("script", "arguments", "message"), [
+    ("build-packages", ["mips"], "build-packages: unknown argument: mips"),
+    ("build-packages", ["--output"], "build-packages: --output needs a value"),
+    ("prepare-arm64-sysroot", ["here"], "prepare-arm64-sysroot: unknown argument: here"),
+    ("prepare-arm64-sysroot", ["--directory"], "prepare-arm64-sysroot: --directory needs a value"),
+    ("with-arm64-programs", [], "Usage: scripts/with-arm64-programs "),
+])
+def test_wrong_usage(script: str, arguments: list[str], message: str) -> None:
+    result = call(script, *arguments)
+    assert (result.returncode, result.stdout) == (2, "")
+    assert message in result.stderr
+
+
+def test_a_directory_of_somebody_else_is_left_alone(tmp_path: Path) -> None:
+    (tmp_path / "photographs").mkdir()
+    (tmp_path / "photographs/one").touch()
+    result = call("prepare-arm64-sysroot", "--directory", tmp_path / "photographs")
+    assert (result.returncode, result.stdout) == (2, "")
+    assert "holds something else than a sysroot" in result.stderr
+    assert [path.name for path in (tmp_path / "photographs").iterdir()] == ["one"]
+
+
+def test_a_sysroot_that_is_there_is_taken(tmp_path: Path) -> None:
+    (tmp_path / "sysroot/DEBIAN").mkdir(parents=True)
+    (tmp_path / "sysroot/DEBIAN/packages").touch()
+    # Without apt in PATH nothing could be fetched.
+    tools = tmp_path / "tools"
+    tools.mkdir()
+    for tool in ("bash", "dirname", "basename", "mkdir"):
+        (tools / tool).symlink_to(f"/usr/bin/{tool}")
+    result = call("prepare-arm64-sysroot", PYNX_ARM64_SYSROOT=str(tmp_path / "sysroot"),
+                  PATH=str(tools))
+    assert (result.returncode, result.stderr) == (0, "")
+    assert result.stdout == f"{tmp_path}/sysroot\n"
+
+
+def test_the_presets_need_a_sysroot(tmp_path: Path) -> None:
+    result = subprocess.run(["cmake", "-S", ROOT, "-B", tmp_path / "build", "-DCMAKE_TOOLCHAIN_FILE="
+                             f"{ROOT}/cmake/arm64-toolchain.cmake"], capture_output=True, text=True,
+                            check=False, env={**os.environ, "PYNX_ARM64_SYSROOT": "/nowhere"})
+    assert result.returncode != 0
+    assert "run scripts/prepare-arm64-sysroot first" in " ".join(result.stderr.split())
+
+
+def test_the_status_is_that_of_the_command() -> None:
+    if call("with-arm64-programs", "true").returncode == 125:
+        pytest.skip("this kernel or user cannot have an emulation of its own")
+    assert call("with-arm64-programs", "sh", "-c", "exit 7").returncode == 7
