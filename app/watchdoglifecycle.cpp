@@ -47,7 +47,8 @@ bool Watchdog::startApp(const QString &program, const QStringList &arguments)
         logProcessError(m_process.error());
     m_logProcessor->write(
         QStringLiteral("\n\n%1 Watchdog: %2 \n")
-            .arg(pynxLocalTimeDateString(), QStringLiteral("Starting app: ") + program));
+            .arg(pynxLocalTimeDateString())
+            .arg(QStringLiteral("Starting app: ") + program)); // clazy:exclude=qstring-arg
     if (!m_reporter.isNull())
         m_reporter->clearHistory(); // every run of the application has reports of its own
     return started;

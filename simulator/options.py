@@ -42,7 +42,7 @@ examples:
   ./simulate sample-application sleep 3 signal 11 the same, told to crash after 3 s
   ./simulate ./build/my-application --port 80     your application with its arguments
   ./simulate --tool reboot=return /bin/false      what if the third exit does not reboot?
-  ./simulate --reports sample-application sleep 3 print '==Report==on request\n' sleep 10 signal 11
+  ./simulate --reports sample-application sleep 3 print '==Report==on request\\n' sleep 10 signal 11
                                                   report archives after a marker and after a crash
   ./simulate --watch burner=20 sample-application name burner burn 4 50 wait
                                                   load alarms with the busiest threads
@@ -53,6 +53,7 @@ examples:
 
 exit status:
   0      ended by Ctrl-C, by --duration or by --boots
+  1      what it needs could not be installed or built
   2      wrong usage, nothing was started
   3      the boot loader gave up and would start the fallback system
   125    the simulated device could not be built, or failed
