@@ -31,6 +31,13 @@ WATCHDOG_SECONDS = 30
 """The time-out that the supervisor gives the watchdog device."""
 
 
+def supervise(*application: str, options: Sequence[str] = (), log: str = LOG,
+              log_size: str = "1M") -> list[str]:
+    """The supervisor's command line for an application: by default the sample, which then waits."""
+    return ["--logfileName", log, "--logfileSize", log_size, *options, "--app",
+            *(application or (SAMPLE, "wait"))]
+
+
 class Board:
     """A board in a directory, from power-on (`start`) to power-off (`stop`).
 
@@ -215,14 +222,14 @@ class Board:
 
     def supervisor(self) -> int:
         """The supervisor's process id."""
-        return int(self.check("pidof watchdog"))
+        return int(self.check("pgrep --oldest --exact pynx-watchdog"))
 
-    def application(self, unlike: int = 0) -> int:
+    def application(self, program: str = SAMPLE, unlike: int = 0) -> int:
         """The application's process id; waits for one that is not `unlike`."""
         def look() -> int:
-            words = self.run("pgrep -P $(pidof watchdog)").text.split()
-            return next((int(word) for word in words if int(word) != unlike and
-                         SAMPLE in self.run(f"cat /proc/{word}/cmdline").text), 0)
+            words = self.run("pgrep --parent $(pgrep --oldest --exact pynx-watchdog) "
+                             f"--full {program}").text.split()
+            return next((int(word) for word in words if int(word) != unlike), 0)
 
         return wait_until(look, "an application's process")
 

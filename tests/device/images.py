@@ -35,7 +35,6 @@ _ROOT_PACKAGES = ("busybox-static", "coreutils", "dash", "gzip", "libubootenv-to
 
 _BUSYBOX_BOOT = ("cat", "insmod", "mkdir", "mount", "sh", "sleep", "switch_root")
 _BUSYBOX_ROOT = ("awk", "fallocate", "grep", "hostname", "init", "logger", "mount",
-                 "pidof",
                  "poweroff", "reboot", "sed", "syslogd", "taskset", "umount")
 """Never `top`, `free`, `killall`, `tar` or `sh`: those are to be the real ones."""
 
