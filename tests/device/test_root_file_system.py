@@ -63,7 +63,7 @@ class TestReadOnlyFallback:
 
     def test_it_is_told_and_the_board_rebooted(self, board: Board):
         assert board.application()
-        board.check("touch /home/root/before")
+        board.check("touch /home/root/before && sync")
         board.check("echo 1 >/sys/fs/ext4/vdc/trigger_fs_error")
         assert board.run("touch /home/root/after").status != 0
         board.console.wait_for("Remounting filesystem read-only")

@@ -11,9 +11,9 @@ setenv variables fail boot_count bad_boots update_url_cache
 virtio dev 1
 virtio read ${scratch} 0 ${environment_blocks}
 if env import -c ${scratch} ${environment_size} ${variables}; then
-    echo boot loader: the environment is good
+    echo "boot loader: the environment is good"
 else
-    echo boot loader: the environment is unreadable, a fresh one is used
+    echo "boot loader: the environment is unreadable, a fresh one is used"
     setenv fail 0
     setenv boot_count 0
 fi
@@ -28,10 +28,10 @@ if test "${last}" = good || itest ${boots} <= ${bad_boots}; then
     setexpr boot_count ${boot_count} + 1
     env export -c -s ${environment_size} ${scratch} ${variables}
     virtio write ${scratch} 0 ${environment_blocks}
-    echo boot loader: last boot ${last}, sets fail=1 boot_count=${boot_count} and starts the system
+    echo "boot loader: last boot ${last}, sets fail=1 boot_count=${boot_count} and starts the system"
     setenv bootargs ${arguments} rdinit=/init
 else
-    echo boot loader: the flags were not cleared in ${boot_count} boots, more than ${bad_boots} are not allowed: the fallback system starts now
+    echo "boot loader: the flags were not cleared in ${boot_count} boots, more than ${bad_boots} are not allowed: the fallback system starts now"
     setenv bootargs ${arguments} rdinit=/fallback
 fi
 virtio dev 0
