@@ -54,6 +54,8 @@ class Board:
         Shell scripts by name that take the place of the board's tools of these names.
     root_options
         How the root file system is mounted.
+    at_start
+        Shell commands for every boot, run before the supervisor starts.
 
     Arguments, settings, tools and options can be changed, and are in force from the next boot on.
     """
@@ -61,10 +63,11 @@ class Board:
     def __init__(self, directory: Path, images: Images, arguments: Sequence[str], *,
                  settings: Mapping[str, Any] | None = None,
                  tools: Mapping[str, str] | None = None,
-                 root_options: str = "rw,errors=remount-ro") -> None:
+                 root_options: str = "rw,errors=remount-ro",
+                 at_start: str = "") -> None:
         self.directory = directory
         self._images = images
-        self._host = directory / "host"
+        self._host = directory / "host"  # the board sees it as /host
         for name in ("settings", "tools"):
             (self._host / name).mkdir(parents=True)
         self.console = Recording(directory / "console.log")
@@ -77,6 +80,7 @@ class Board:
         self._seen_boots = 0
         self.set_arguments(arguments)
         self.set_root_options(root_options)
+        (self._host / "at-start").write_text(at_start, encoding="utf-8")
         for name, value in (settings or {}).items():
             self.set_setting(name, value)
         for name, script in (tools or {}).items():

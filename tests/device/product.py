@@ -32,7 +32,11 @@ def build(directory: Path, package: Path | None = None) -> Product:
 
 
 def _build_package(directory: Path) -> Path:
-    raise ProductError("name a package with --package")
+    _run([str(PROJECT / "scripts/build-packages"), "--output", str(directory), "arm64"])
+    found = sorted(directory.glob("pynx-watchdog_*_arm64.deb"))
+    if len(found) != 1:
+        raise ProductError(f"one package is expected in {directory}, not {len(found)}")
+    return found[0]
 
 
 def _build_application(directory: Path) -> Path:
