@@ -225,14 +225,14 @@ class Board:
         return completed.output
 
     def supervisor(self) -> int:
-        """The supervisor's process id."""
-        return int(self.check("pgrep --oldest --exact pynx-watchdog"))
+        """The supervisor's process id; waits until there is one."""
+        return int(wait_until(lambda: self.run("pgrep --oldest --exact pynx-watchdog").text,
+                              "the supervisor's process"))
 
     def application(self, program: str = SAMPLE, unlike: int = 0) -> int:
         """The application's process id; waits for one that is not `unlike`."""
         def look() -> int:
-            words = self.run("pgrep --parent $(pgrep --oldest --exact pynx-watchdog) "
-                             f"--full {program}").text.split()
+            words = self.run(f"pgrep --parent {self.supervisor()} --full {program}").text.split()
             return next((int(word) for word in words if int(word) != unlike), 0)
 
         return wait_until(look, "an application's process")

@@ -16,7 +16,7 @@ import pytest
 
 import images as image_files
 import product
-from board import Board, supervise
+from board import EMULATOR, Board, supervise
 
 _RECORDS = product.PROJECT / "build" / "device"
 _RESULTS = _RECORDS / "results"
@@ -46,9 +46,16 @@ def pytest_addoption(parser: pytest.Parser) -> None:
 def pytest_configure(config: pytest.Config) -> None:
     """The longest scenarios name themselves; a run begins without the records of the last."""
     config.addinivalue_line("markers", "takes(seconds): about how long a class of tests takes")
-    if not hasattr(config, "workerinput"):
-        shutil.rmtree(_RECORDS, ignore_errors=True)
-        _RESULTS.mkdir(parents=True)
+    if hasattr(config, "workerinput"):
+        return
+    package = config.getoption("--package")
+    if package is not None and not package.is_file():
+        raise pytest.UsageError(f"there is no package {package}")
+    if shutil.which(EMULATOR) is None:
+        raise pytest.UsageError(f"{EMULATOR} is missing; scripts/install-dependencies device "
+                                "installs it")
+    shutil.rmtree(_RECORDS, ignore_errors=True)
+    _RESULTS.mkdir(parents=True)
 
 
 def pytest_collection_modifyitems(items: list[pytest.Item]) -> None:
@@ -73,13 +80,13 @@ def images(pytestconfig: pytest.Config, tmp_path_factory: pytest.TempPathFactory
             record.write_text(json.dumps(_build(pytestconfig)), encoding="utf-8")
     answer = json.loads(record.read_text(encoding="utf-8"))
     if "error" in answer:
-        pytest.exit(answer["error"], returncode=4)
+        pytest.fail(answer["error"], pytrace=False)
     return image_files.Images(**{name: Path(path) for name, path in answer.items()})
 
 
 def _build(config: pytest.Config) -> dict[str, str]:
     try:
-        made = product.build(_RECORDS / "product", config.getoption("--package"))
+        made = product.build(_RECORDS, config.getoption("--package"))
         built = image_files.build([made.package], made.application)
     except (product.ProductError, image_files.ImageError) as error:
         return {"error": f"no board can be built: {error}"}

@@ -30,8 +30,11 @@ _FLASH_ENVIRONMENT_BYTES = 0x40000
 _BLOCK_BYTES = 512
 
 _ROOT_PACKAGES = ("busybox-static", "coreutils", "dash", "gzip", "libubootenv-tool", "ncurses-base",
-                  "xz-utils")
-"""What every board has; the supervisor's package names what it needs beyond that."""
+                  "tar", "xz-utils")
+"""What every board has; the supervisor's package names what it needs beyond that.
+
+Tar, gzip, dash and coreutils are essential, so that no package of Debian's names them.
+"""
 
 _BUSYBOX_BOOT = ("cat", "insmod", "mkdir", "mount", "sh", "sleep", "switch_root")
 _BUSYBOX_ROOT = ("awk", "fallocate", "grep", "hostname", "init", "logger", "mount",

@@ -26,16 +26,18 @@ class Product:
 
 
 def build(directory: Path, package: Path | None = None) -> Product:
-    """Build both below `directory`, unless a ready `package` is given. Raises ProductError."""
-    directory.mkdir(parents=True, exist_ok=True)
-    return Product(package or _build_package(directory), _build_application(directory))
+    """Build the application in `directory`, and the package unless a ready one is given.
+
+    Raises ProductError.
+    """
+    return Product(package or _build_package(), _build_application(directory))
 
 
-def _build_package(directory: Path) -> Path:
-    _run([str(PROJECT / "scripts/build-packages"), "--output", str(directory), "arm64"])
-    found = sorted(directory.glob("pynx-watchdog_*_arm64.deb"))
+def _build_package() -> Path:
+    _run([str(PROJECT / "scripts/build-packages"), "arm64"])
+    found = sorted((PROJECT / "build/packages").glob("pynx-watchdog_*_arm64.deb"))
     if len(found) != 1:
-        raise ProductError(f"one package is expected in {directory}, not {len(found)}")
+        raise ProductError(f"one package for arm64 is expected in build/packages, not {len(found)}")
     return found[0]
 
 

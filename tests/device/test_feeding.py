@@ -38,7 +38,7 @@ class TestFeeding:
         assert "/dev/watchdog" not in board.check(listing.format(board.application()))
 
     def test_the_flags_are_cleared_after_ten_seconds(self, board: Board, measured):
-        assert board.flags == (1, 1)
+        assert "last boot good, sets fail=1 boot_count=1" in board.console.text()
         board.journal.wait_for("sfuflags: -f boot_count -v 0")
         wait_until(lambda: board.flags == (0, 0), "cleared flags")
         called = [float(time) for time in re.findall(r"sfuflags: .* at ([\d.]+) s",

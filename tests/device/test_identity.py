@@ -12,7 +12,7 @@ _USER, _GROUP, _GROUPS = "1000", "1000", {"20", "44", "1000"}  # as in the board
 
 
 @pytest.mark.takes(15)
-class TestUser:
+class TestIdentity:
     """The application runs as the user pynx."""
 
     @pytest.fixture(scope="class")
@@ -46,3 +46,11 @@ class TestUser:
         executable = board.check(f"readlink /proc/{board.supervisor()}/exe")
         assert executable == "/usr/lib/pynx-watchdog/watchdog"
         board.check("ls /usr/lib/pynx-watchdog/settings-default/WatchdogWatchProcessList.json")
+
+    def test_the_boards_tools_are_the_real_ones(self, board: Board):
+        paths = board.check("for tool in sh reboot killall top free tar gzip fw_setenv syslogd; "
+                            "do readlink -f $(command -v $tool); done")
+        assert [path.rpartition("/")[2] for path in paths.split()] == [
+            "dash", "busybox", "killall", "top", "free", "tar", "gzip", "fw_setenv", "busybox"]
+        assert "GNU tar" in board.check("tar --version")
+        assert "procps-ng" in board.check("top -v")

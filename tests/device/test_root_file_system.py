@@ -22,7 +22,7 @@ def _is_given_up(board: Board):
     board.wait_for_hardware(RESET)
     assert board.hardware() == [RESET]  # by the command, not by the watchdog device
     assert "update_url_cache" not in board.environment
-    assert "sfuflags" not in board.journal.text()
+    assert "sfuflags: -f" not in board.journal.text()
 
 
 def _recovers(board: Board):
@@ -59,14 +59,19 @@ class TestReadOnlyFallback:
 
     @pytest.fixture(scope="class")
     def board(self, new_board):
-        return new_board(supervise(log=_LOG))
+        # With a flag tool that fails at first the flags are still to be cleared when it happens;
+        # once they are, the root is not looked at any more.
+        return new_board(supervise(log=_LOG), tools={"sfuflags": "exit 1"})
 
     def test_it_is_told_and_the_board_rebooted(self, board: Board):
-        assert board.application()
+        board.journal.wait_for("Error occured during process startup, code: 5")
         board.check("touch /home/root/before && sync")
         board.check("echo 1 >/sys/fs/ext4/vdc/trigger_fs_error")
         assert board.run("touch /home/root/after").status != 0
         board.console.wait_for("Remounting filesystem read-only")
+        assert board.hardware() == []
+        board.mend_tool("sfuflags")
+        board.check(f"kill {board.application()}")
         _is_given_up(board)
 
     def test_the_next_boot_is_good(self, board: Board):
