@@ -53,4 +53,4 @@ class TestIdentity:
         assert [path.rpartition("/")[2] for path in paths.split()] == [
             "dash", "busybox", "killall", "top", "free", "tar", "gzip", "fw_setenv", "busybox"]
         assert "GNU tar" in board.check("tar --version")
-        assert "procps-ng" in board.check("top -v")
+        assert "procps-ng" in board.check("top -V")
