@@ -75,3 +75,20 @@ def test_the_status_is_that_of_the_command() -> None:
     if call("with-arm64-programs", "true").returncode == 125:
         pytest.skip("this kernel or user cannot have an emulation of its own")
     assert call("with-arm64-programs", "sh", "-c", "exit 7").returncode == 7
+
+
+@pytest.mark.parametrize(("apt_status", "status"), [(0, 0), (100, 1)])
+def test_checking_dependencies_installs_nothing(tmp_path: Path, apt_status: int,
+                                                status: int) -> None:
+    for tool, script in {
+            "dpkg-checkbuilddeps": "echo 'error: Unmet build dependencies: a-package' >&2; exit 1",
+            "apt-get": f'echo "$*" >>{tmp_path}/asked; exit {apt_status}',
+            "id": "echo 0"}.items():
+        (tmp_path / tool).write_text(f"#!/bin/sh\n{script}\n")
+        (tmp_path / tool).chmod(0o755)
+    result = call("install-dependencies", "--check", "device",
+                  PATH=f"{tmp_path}:{os.environ['PATH']}")
+    assert (result.returncode, result.stdout) == (status, "")
+    assert ("these packages cannot be had: a-package" in result.stderr) == (status != 0)
+    asked = (tmp_path / "asked").read_text().splitlines()
+    assert all("update" in line or "--simulate" in line for line in asked)

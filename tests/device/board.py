@@ -1,0 +1,275 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""A 64-bit Arm board with a hardware watchdog, emulated in software."""
+
+from __future__ import annotations
+
+import json
+import os
+import socket
+import subprocess
+from collections.abc import Mapping, Sequence
+from pathlib import Path
+from typing import Any
+
+import boot_environment
+import feeds
+from images import Images
+from qmp import RESET, WATCHDOG, HardwareEvent, Monitor
+from recording import Recording
+from remote_control import Completed, Greeting, RemoteControl
+from simulator import SimulatorError, wait_until
+
+EMULATOR = "qemu-system-aarch64"
+LOG = "/var/log/application/application.log"
+SAMPLE = "/usr/bin/sample-application"
+
+BOOT_TIMEOUT = 120.0
+"""Seconds for a board to come up; it takes less than ten, but machines can be busy."""
+
+WATCHDOG_SECONDS = 30
+"""The time-out that the supervisor gives the watchdog device."""
+
+
+def supervise(*application: str, options: Sequence[str] = (), log: str = LOG,
+              log_size: str = "1M") -> list[str]:
+    """The supervisor's command line for an application: by default the sample, which then waits."""
+    return ["--logfileName", log, "--logfileSize", log_size, *options, "--app",
+            *(application or (SAMPLE, "wait"))]
+
+
+class Board:
+    """A board in a directory, from power-on (`start`) to power-off (`stop`).
+
+    directory
+        Holds the records, all of them over all resets and power cycles: console.log, hardware (the
+        emulator's events), emulator.log, host/journal (the system log), host/feeds (what the kernel
+        saw of the watchdog device); and until `discard` the disks.
+    arguments
+        The supervisor's, with --app and what follows it.
+    settings
+        Documents by name for the directory "settings" beside the supervisor: what stands inside
+        the envelope, for example True or a list.
+    tools
+        Shell scripts by name that take the place of the board's tools of these names.
+    root_options
+        How the root file system is mounted.
+    at_start
+        Shell commands for every boot, run before the supervisor starts.
+
+    Arguments, settings, tools and options can be changed, and are in force from the next boot on.
+    """
+
+    def __init__(self, directory: Path, images: Images, arguments: Sequence[str], *,
+                 settings: Mapping[str, Any] | None = None,
+                 tools: Mapping[str, str] | None = None,
+                 root_options: str = "rw,errors=remount-ro",
+                 at_start: str = "") -> None:
+        self.directory = directory
+        self._images = images
+        self._host = directory / "host"  # the board sees it as /host
+        for name in ("settings", "tools"):
+            (self._host / name).mkdir(parents=True)
+        self.console = Recording(directory / "console.log")
+        self.journal = Recording(self._host / "journal")
+        self.monitor = Monitor(directory / "hardware")
+        self._environment_disk = directory / "environment.img"
+        self._root_disk = directory / "root.ext4"
+        self._emulator: subprocess.Popen[bytes] | None = None
+        self._control: RemoteControl | None = None
+        self._seen_boots = 0
+        self.set_arguments(arguments)
+        self.set_root_options(root_options)
+        (self._host / "at-start").write_text(at_start, encoding="utf-8")
+        for name, value in (settings or {}).items():
+            self.set_setting(name, value)
+        for name, script in (tools or {}).items():
+            self.set_tool(name, script)
+
+    # -- set-up ----------------------------------------------------------------------------------
+
+    def set_arguments(self, arguments: Sequence[str]) -> None:
+        """The supervisor's command line."""
+        (self._host / "supervisor").write_text("".join(f"{word}\n" for word in arguments),
+                                               encoding="utf-8")
+
+    def set_root_options(self, options: str) -> None:
+        """How the root file system is mounted."""
+        (self._host / "root-options").write_text(options, encoding="utf-8")
+
+    def set_setting(self, name: str, value: Any) -> None:
+        """A settings document beside the supervisor."""
+        (self._host / "settings" / f"{name}.json").write_text(
+            json.dumps({"value": {"type": "test", "test": value}}), encoding="utf-8")
+
+    def set_tool(self, name: str, script: str) -> None:
+        """A tool that takes the place of the board's own."""
+        file = self._host / "tools" / name
+        file.write_text(f"#!/bin/sh\n{script}\n", encoding="utf-8")
+        file.chmod(0o755)
+
+    def mend_tool(self, name: str) -> None:
+        """Give the board its own tool back, at once and from now on."""
+        (self._host / "tools" / name).unlink()
+        self.check(f"rm /run/tools/{name}")
+
+    # -- power -----------------------------------------------------------------------------------
+
+    def start(self) -> None:
+        """Switch the board on."""
+        if self._emulator is not None:
+            raise SimulatorError("the board is switched on already")
+        if not self._root_disk.exists():
+            _copy_sparse(self._images.root, self._root_disk)
+            self._environment_disk.write_bytes(boot_environment.pack(boot_environment.FRESH))
+        control, boards_control = socket.socketpair()
+        monitor, boards_monitor = socket.socketpair()
+        with boards_control, boards_monitor:
+            descriptors = (boards_control.fileno(), boards_monitor.fileno())
+            with (self.directory / "emulator.log").open("ab") as log:
+                self._emulator = subprocess.Popen(
+                    self._command(*descriptors), stdin=subprocess.DEVNULL, stdout=log, stderr=log,
+                    cwd=self.directory, pass_fds=descriptors)
+        self.monitor.note("power on")
+        self.monitor.attach(monitor)
+        self._control = RemoteControl(control)
+        self._seen_boots = 0
+
+    def power_cut(self) -> None:
+        """Take the power away; what the board had not handed over to its disks is lost."""
+        if self._emulator is None or self._control is None:
+            raise SimulatorError("the board is switched off already")
+        self._emulator.kill()
+        self._emulator.wait()
+        self.monitor.note("power cut")
+        self._control.close()
+        self._emulator = self._control = None
+
+    def stop(self) -> None:
+        """Switch the board off if it is on; nothing of it is left running."""
+        if self._emulator is not None:
+            self.power_cut()
+
+    def discard(self) -> None:
+        """Switch the board off and give its disks' space back; the records stay."""
+        self.stop()
+        for disk in (self._root_disk, self._environment_disk):
+            disk.unlink(missing_ok=True)
+
+    # -- what happens ----------------------------------------------------------------------------
+
+    def wait_until_up(self, timeout: float = BOOT_TIMEOUT) -> Greeting:
+        """Wait for the next time that the board comes up, counted from the last such wait."""
+        greeting = self._on().wait_for_greeting(self._seen_boots + 1, timeout)
+        self._seen_boots += 1
+        return greeting
+
+    @property
+    def mark(self) -> int:
+        """A position in the hardware's events, to look only at what comes later."""
+        return len(self.monitor.events)
+
+    def wait_for_hardware(self, name: str, after: int = 0, timeout: float = 90.0) -> HardwareEvent:
+        """The first event of the hardware of this name at or after the mark `after`."""
+        return self.monitor.wait_for(name, after, timeout)
+
+    def hardware(self, after: int = 0) -> list[str]:
+        """Names of the resets and expiries at or after the mark."""
+        return [event.name for event in self.monitor.events[after:]
+                if event.name in (RESET, WATCHDOG)]
+
+    @property
+    def boots(self) -> list[feeds.BootTrace]:
+        """What the kernel saw of the watchdog device, by boot."""
+        return feeds.parse(Recording(self._host / "feeds").text())
+
+    def wait_for_feeds(self, count: int, timeout: float) -> list[float]:
+        """Wait until this boot has seen so many feeds; their times on the board's clock."""
+        return wait_until(lambda: found if len(found := self.boots[-1].feeds) >= count else [],
+                          f"{count} feeds", timeout)
+
+    def board_time(self, host_time: float) -> float:
+        """A time of the host's monotonic clock on the running boot's monotonic clock."""
+        greeting = self._on().greetings[-1]
+        return greeting.board_time + host_time - greeting.host_time
+
+    @property
+    def environment(self) -> dict[str, str]:
+        """The boot loader's flags and variables as they are stored now."""
+        return boot_environment.unpack(
+            self._environment_disk.read_bytes()[:boot_environment.SIZE])
+
+    @property
+    def flags(self) -> tuple[int, int]:
+        """The boot flags "fail" and "boot_count"."""
+        return int(self.environment["fail"]), int(self.environment["boot_count"])
+
+    # -- on the board ----------------------------------------------------------------------------
+
+    def run(self, script: str, timeout: float = 60.0) -> Completed:
+        """Run a shell script as root."""
+        return self._on().run(script, timeout)
+
+    def check(self, script: str, timeout: float = 60.0) -> str:
+        """What a script wrote; SimulatorError when it fails."""
+        completed = self.run(script, timeout)
+        if completed.status != 0:
+            raise SimulatorError(f"exit status {completed.status} of {script}: {completed.text}")
+        return completed.text
+
+    def read(self, path: str) -> bytes:
+        """The content of a file."""
+        completed = self.run(f"cat '{path}'")
+        if completed.status != 0:
+            raise SimulatorError(completed.text)
+        return completed.output
+
+    def supervisor(self) -> int:
+        """The supervisor's process id; waits until there is one."""
+        return int(wait_until(lambda: self.run("pgrep --oldest --exact pynx-watchdog").text,
+                              "the supervisor's process"))
+
+    def application(self, program: str = SAMPLE, unlike: int = 0) -> int:
+        """The application's process id; waits for one that is not `unlike`."""
+        def look() -> int:
+            words = self.run(f"pgrep --parent {self.supervisor()} --full {program}").text.split()
+            return next((int(word) for word in words if int(word) != unlike), 0)
+
+        return wait_until(look, "an application's process")
+
+    def _on(self) -> RemoteControl:
+        if self._control is None:
+            raise SimulatorError("the board is switched off")
+        return self._control
+
+    def _command(self, control: int, monitor: int) -> list[str]:
+        """The emulator's command line; setpriv has it killed with whoever started it.
+
+        Always in software, whatever the machine offers: the board is to be the same everywhere.
+        """
+        def disk(name: str, file: Path, slot: int, options: str = "") -> list[str]:
+            # Without flushing, since a killed emulator loses nothing that the board handed over.
+            return ["-drive", f"if=none,id={name},format=raw,file={file},cache=unsafe{options}",
+                    "-device", f"virtio-blk-pci,drive={name},addr={slot:#x}"]
+
+        images = self._images
+        return [
+            "setpriv", "--pdeathsig", "KILL", EMULATOR, "-nodefaults", "-display", "none",
+            "-machine", "virt", "-accel", "tcg", "-cpu", "cortex-a53", "-smp", "2", "-m", "256",
+            "-drive", f"if=pflash,unit=0,format=raw,readonly=on,file={images.boot_loader}",
+            "-drive", f"if=pflash,unit=1,format=raw,readonly=on,file={images.boot_loader_settings}",
+            *disk("boot", images.boot, 4, ",readonly=on"),
+            *disk("environment", self._environment_disk, 5),
+            *disk("root", self._root_disk, 6),
+            "-device", "i6300esb,addr=0x7", "-action", "watchdog=reset",
+            "-fsdev", f"local,id=host,path={self._host},security_model=none",
+            "-device", "virtio-9p-pci,fsdev=host,mount_tag=host,addr=0x8",
+            "-device", "virtio-serial-pci,addr=0x9", "-chardev", f"socket,id=control,fd={control}",
+            "-device", "virtserialport,chardev=control,name=control",
+            "-chardev", "file,id=console,path=console.log,append=on", "-serial", "chardev:console",
+            "-chardev", f"socket,id=monitor,fd={monitor}", "-mon", "chardev=monitor,mode=control",
+        ]
+
+
+def _copy_sparse(source: Path, target: Path) -> None:
+    subprocess.run(["cp", "--sparse=always", os.fspath(source), os.fspath(target)], check=True)

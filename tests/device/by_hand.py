@@ -1,0 +1,80 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""A board to try things on: what is typed runs on it, and what it does is shown."""
+
+from __future__ import annotations
+
+import argparse
+import sys
+import tempfile
+import threading
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parent.parent.parent))
+
+import images
+import product
+from board import SAMPLE, Board, supervise
+from recording import Recording
+from remote_control import BoardGone
+from simulator import SimulatorError
+
+
+def main() -> int:
+    """Build and boot a board; end it at the end of the input."""
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--package", type=Path, help="the supervisor's package for arm64")
+    parser.add_argument("--root-options", default="rw,errors=remount-ro",
+                        help="how the root is mounted (default: %(default)s)")
+    parser.add_argument("application", nargs="*", default=[SAMPLE, "demonstrate"],
+                        help="what the supervisor runs (default: the sample application)")
+    options = parser.parse_args()
+    with tempfile.TemporaryDirectory(prefix="board-") as name:
+        directory = Path(name)
+        try:
+            made = product.build(directory, options.package)
+            board = Board(directory / "board", images.build([made.package], made.application),
+                          supervise(*options.application), root_options=options.root_options)
+        except (product.ProductError, images.ImageError) as error:
+            print(f"by_hand: no board can be built: {error}", file=sys.stderr)
+            return 1
+        try:
+            board.start()
+            ended = threading.Event()
+            for record in (board.console, board.journal):
+                threading.Thread(target=_show, args=(record, ended), daemon=True).start()
+            board.wait_until_up()
+            print(f"The board is up; its records are in {board.directory}. End with Ctrl-D.")
+            for line in sys.stdin:
+                _run(board, line)
+        except (KeyboardInterrupt, SimulatorError) as error:
+            print(error, file=sys.stderr)
+        finally:
+            ended.set()
+            board.stop()
+    return 0
+
+
+def _run(board: Board, line: str) -> None:
+    try:
+        completed = board.run(line)
+    except BoardGone as error:
+        print(error, file=sys.stderr)
+        board.wait_until_up()
+        return
+    sys.stdout.write(completed.output.decode(errors="replace"))
+    if completed.status != 0:
+        print(f"(exit status {completed.status})")
+
+
+def _show(record: Recording, ended: threading.Event) -> None:
+    shown = 0
+    while not ended.wait(0.2):
+        text = record.text(shown)
+        shown = record.mark
+        if text:
+            print(text, end="", flush=True)
+
+
+if __name__ == "__main__":
+    sys.exit(main())

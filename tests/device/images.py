@@ -1,0 +1,257 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""Builds what a board boots from: boot loader, kernel, initial RAM file system and root.
+
+All of it but the boards' own few scripts comes from Debian's packages. What was built once is kept
+in the cache as long as nothing that goes into it changes.
+"""
+
+from __future__ import annotations
+
+import fcntl
+import hashlib
+import os
+import re
+import shutil
+import subprocess
+import tempfile
+from collections.abc import Iterable, Iterator, Sequence
+from contextlib import contextmanager
+from dataclasses import dataclass
+from pathlib import Path
+
+import boot_environment
+import cpio
+from packages import PackageError, Packages
+
+_HERE = Path(__file__).resolve().parent
+_FLASH_BYTES = 64 << 20
+_FLASH_ENVIRONMENT_BYTES = 0x40000
+_BLOCK_BYTES = 512
+
+_ROOT_PACKAGES = ("busybox-static", "coreutils", "dash", "gzip", "libubootenv-tool", "ncurses-base",
+                  "tar", "xz-utils")
+"""What every board has; the supervisor's package names what it needs beyond that.
+
+Tar, gzip, dash and coreutils are essential, so that no package of Debian's names them.
+"""
+
+_BUSYBOX_BOOT = ("cat", "insmod", "mkdir", "mount", "sh", "sleep", "switch_root")
+_BUSYBOX_ROOT = ("awk", "fallocate", "grep", "hostname", "init", "logger", "mount",
+                 "poweroff", "reboot", "sed", "syslogd", "taskset", "umount")
+"""Never `top`, `free`, `killall`, `tar` or `sh`: those are to be the real ones."""
+
+_MODULES = ("virtio_pci", "virtio_blk", "crc32c_generic", "ext4", "virtio_console", "9pnet_virtio",
+            "9p", "i6300esb")
+
+_NOT_UNPACKED = ("./usr/share/doc", "./usr/share/man", "./usr/share/locale", "./usr/share/info",
+                 "./usr/share/lintian", "./usr/share/bug", "./usr/lib/*/gconv", "./lib/systemd")
+
+_KERNEL_ARGUMENTS = "console=ttyAMA0 cma=16M loglevel=5 panic=1"
+
+_ROOT_SIZE = "192M"
+
+
+class ImageError(Exception):
+    """An image cannot be built."""
+
+
+@dataclass(frozen=True)
+class Images:
+    """The files of one build; boards share them and must not write to them."""
+
+    boot_loader: Path
+    """Flash chip 0: U-Boot itself."""
+    boot_loader_settings: Path
+    """Flash chip 1: U-Boot's built-in environment, with the script that it runs."""
+    boot: Path
+    """Disk 0: kernel and initial RAM file system."""
+    root: Path
+    """Disk 2, of which every board takes a copy."""
+
+
+def cache_directory() -> Path:
+    """Where downloads and images are kept."""
+    base = os.environ.get("XDG_CACHE_HOME") or Path.home() / ".cache"
+    return Path(base) / "pynx-watchdog" / "device"
+
+
+def build(product: Sequence[Path], application: Path, cache: Path | None = None) -> Images:
+    """The images with the supervisor from the packages `product`, and the sample application.
+
+    Several processes may ask at once; one builds, the others wait for it. Raises ImageError.
+    """
+    cache = cache or cache_directory()
+    cache.mkdir(parents=True, exist_ok=True)
+    with _locked(cache / "lock"):
+        try:
+            packages = Packages(cache)
+            kernel = packages.kernel()
+            boot_loader = packages.download("u-boot-qemu")
+            root = packages.fetch(_ROOT_PACKAGES, product)
+        except PackageError as error:
+            raise ImageError(str(error)) from error
+        ingredients = [kernel, boot_loader, *root, application]
+        target = cache / f"images-{_fingerprint(ingredients)}"
+        if not target.exists():
+            for outdated in cache.glob("images-*"):
+                shutil.rmtree(outdated)
+            with tempfile.TemporaryDirectory(dir=cache) as workshop:
+                _build(Path(workshop), kernel, boot_loader, root, application)
+                finished = Path(workshop, "images")
+                finished.rename(target)
+    return Images(target / "u-boot.flash", target / "u-boot-settings.flash", target / "boot.ext2",
+                  target / "root.ext4")
+
+
+def _build(workshop: Path, kernel: Path, boot_loader: Path, root: Iterable[Path],
+           application: Path) -> None:
+    images = workshop / "images"
+    images.mkdir()
+    _make_flash(_unpack([boot_loader], workshop / "boot-loader"), images)
+    root_tree = _unpack(root, workshop / "root", skipped=_NOT_UNPACKED)
+    _complete_root(root_tree, application)
+    boot_tree = workshop / "boot"
+    boot_tree.mkdir()
+    kernel_tree = _unpack([kernel], workshop / "kernel")
+    shutil.copy(next(kernel_tree.glob("boot/vmlinuz-*")), boot_tree / "Image")
+    (boot_tree / "initrd").write_bytes(cpio.archive(
+        _ram_tree(workshop / "ram", kernel_tree, root_tree)))
+    _make_file_system("ext2", boot_tree, images / "boot.ext2", "48M")
+    _make_file_system("ext4", root_tree, images / "root.ext4", _ROOT_SIZE)
+
+
+def _make_flash(tree: Path, images: Path) -> None:
+    """The two flash chips: the program, and the environment that tells it what to do."""
+    program = (tree / "usr/lib/u-boot/qemu_arm64/u-boot.bin").read_bytes()
+    settings = boot_environment.pack({
+        "bootdelay": "0",
+        "bootcmd": _script((_HERE / "boot/boot-loader.cmd").read_text(encoding="utf-8")),
+        "arguments": _KERNEL_ARGUMENTS,
+        "environment_size": hex(boot_environment.SIZE),
+        "environment_blocks": f"{boot_environment.SIZE // _BLOCK_BYTES:x}",
+        "bad_boots": str(boot_environment.BAD_BOOTS),
+        "scratch": "0x40200000",
+        "kernel_addr_r": "0x40400000",
+        "ramdisk_addr_r": "0x44000000",
+        **dict.fromkeys(("stdin", "stdout", "stderr"), "serial"),
+    }, _FLASH_ENVIRONMENT_BYTES)
+    for name, content in (("u-boot.flash", program), ("u-boot-settings.flash", settings)):
+        (images / name).write_bytes(content)
+        os.truncate(images / name, _FLASH_BYTES)
+
+
+def _script(text: str) -> str:
+    """A script without its comments, which U-Boot would have to skip at every boot."""
+    return "\n".join(line for line in text.splitlines() if not line.startswith("#"))
+
+
+def _ram_tree(tree: Path, kernel_tree: Path, root_tree: Path) -> Path:
+    """The initial RAM file system: busybox, the drivers, and who mounts the root."""
+    for name in ("bin", "modules", "proc", "sys", "dev", "root"):
+        (tree / name).mkdir(parents=True)
+    shutil.copy(root_tree / "bin/busybox", tree / "bin/busybox")
+    for name in _BUSYBOX_BOOT:
+        (tree / "bin" / name).symlink_to("busybox")
+    for name in ("init", "fallback"):
+        shutil.copy(_HERE / "boot" / name, tree / name)
+    modules = _with_dependencies(kernel_tree)
+    for module in modules:
+        shutil.copy(module, tree / "modules")
+    (tree / "modules/order").write_text("".join(f"{module.name}\n" for module in modules),
+                                        encoding="utf-8")
+    return tree
+
+
+def _with_dependencies(kernel_tree: Path) -> list[Path]:
+    """The modules and what they depend on, in the order in which they can be loaded."""
+    files = {path.stem.replace("-", "_"): path for path in kernel_tree.rglob("*.ko")}
+    ordered: list[Path] = []
+
+    def add(name: str) -> None:
+        if name not in files:
+            raise ImageError(f"the kernel package has no module {name}")
+        found = re.search(rb"\0depends=([^\0]*)\0", files[name].read_bytes())
+        for needed in found[1].decode().split(",") if found and found[1] else ():
+            add(needed.replace("-", "_"))
+        if files[name] not in ordered:
+            ordered.append(files[name])
+
+    for name in _MODULES:
+        add(name)
+    return ordered
+
+
+def _complete_root(tree: Path, application: Path) -> None:
+    for name in ("proc", "sys", "dev", "host", "tmp", "run", "var/log/application", "home/root",
+                 "home/pynx", "root", "usr/lib/pynx-watchdog/settings"):
+        (tree / name).mkdir(parents=True, exist_ok=True)
+    for link, target in (("var/run", "../run"), ("var/lock", "../run/lock")):
+        if not (tree / link).is_symlink():
+            (tree / link).symlink_to(target)
+    for name in _BUSYBOX_ROOT:
+        link = tree / "usr/sbin" / name
+        if not any((tree / place / name).exists() for place in ("usr/bin", "usr/sbin")):
+            link.symlink_to("/bin/busybox")
+    shutil.copytree(_HERE / "root", tree, dirs_exist_ok=True)
+    # An application runs as another user there; whoever builds may have a strict umask.
+    for path in tree.rglob("*"):
+        if not path.is_symlink():
+            path.chmod(path.stat().st_mode | 0o444 | (0o111 if path.is_dir() else 0))
+    shutil.copy(application, tree / "usr/bin/sample-application")
+    (tree / "usr/bin/sample-application").chmod(0o755)
+
+
+def _unpack(packages: Iterable[Path], tree: Path, skipped: Sequence[str] = ()) -> Path:
+    for name in ("bin", "sbin", "lib"):
+        (tree / "usr" / name).mkdir(parents=True)
+        (tree / name).symlink_to(f"usr/{name}")
+    for package in packages:
+        with subprocess.Popen(["dpkg-deb", "--fsys-tarfile", package],
+                              stdout=subprocess.PIPE) as content:
+            _run(["tar", "--extract", "--keep-directory-symlink", "--no-same-owner",
+                  "--directory", str(tree), *(f"--exclude={name}" for name in skipped)],
+                 stdin=content.stdout)
+        if content.returncode != 0:
+            raise ImageError(f"{package} cannot be unpacked")
+    return tree
+
+
+def _make_file_system(kind: str, tree: Path, image: Path, size: str) -> None:
+    # For fakeroot everything belongs to root, as on the board.
+    _run(["fakeroot", "mke2fs", "-q", "-t", kind, "-E", "lazy_itable_init=0,lazy_journal_init=0",
+          "-d", str(tree), str(image), size])
+
+
+def _run(command: Sequence[str], stdin: object = subprocess.DEVNULL) -> None:
+    try:
+        result = subprocess.run(command, stdin=stdin, capture_output=True, check=False,  # type: ignore[call-overload]
+                                encoding="utf-8", errors="replace",
+                                env={**os.environ, "PATH": f"{os.environ['PATH']}:/usr/sbin:/sbin"})
+    except FileNotFoundError as error:
+        raise ImageError(f"{command[0]} is missing; scripts/install-dependencies device installs "
+                         "it") from error
+    if result.returncode != 0:
+        raise ImageError(f"{' '.join(command)}:\n{result.stderr[-2000:]}")
+
+
+def _fingerprint(ingredients: Iterable[Path]) -> str:
+    """Changes with everything that goes into the images."""
+    digest = hashlib.sha256()
+    own = [path for name in ("boot", "root") for path in sorted((_HERE / name).rglob("*"))]
+    own += [_HERE / name for name in ("images.py", "boot_environment.py", "cpio.py")]
+    for path in own:
+        if path.is_file():
+            digest.update(f"{path.relative_to(_HERE)} {path.stat().st_mode:o}".encode())
+            digest.update(path.read_bytes())
+    for path in ingredients:
+        digest.update(path.name.encode())
+        digest.update(path.read_bytes())
+    return digest.hexdigest()[:16]
+
+
+@contextmanager
+def _locked(path: Path) -> Iterator[None]:
+    with path.open("w") as file:
+        fcntl.flock(file, fcntl.LOCK_EX)
+        yield
