@@ -6,6 +6,7 @@ from __future__ import annotations
 
 import argparse
 import os
+import shlex
 import shutil
 import signal
 import sys
@@ -14,7 +15,7 @@ from pathlib import Path
 from types import FrameType
 
 from simulator import options as command_line
-from simulator import paths, summary
+from simulator import account, paths, summary
 from simulator.account import Event
 from simulator.archives import ArchiveFollower
 from simulator.device import Device
@@ -26,6 +27,7 @@ from simulator.launcher import is_in_use
 _LOOKS_APART = 0.25
 _FALLBACK = 3
 _FAILED = 125
+_STARTED_TOO_LATE = "Error occured during process startup, code: 2"
 
 
 def main(arguments: list[str]) -> int:
@@ -36,6 +38,10 @@ def main(arguments: list[str]) -> int:
         return _simulate(options, Display(sys.stdout), _Interrupt())
     except SimulatorError as error:
         print(f"simulate: {error}", file=sys.stderr)
+    except BrokenPipeError:
+        # Whoever read along has seen enough. What Python still holds must not come at its end.
+        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+        return 0
     except OSError as error:
         print(f"simulate: {error.filename}: {error.strerror}", file=sys.stderr)
     return _FAILED
@@ -89,8 +95,15 @@ def _watch(device: Device, follower: LogFollower, archives: ArchiveFollower, dis
         _show_files(follower, archives, display)
         for event in news:
             if event.get("end"):
+                _explain(event, device, display)
                 return event
     return None
+
+
+def _explain(end: Event, device: Device, display: Display) -> None:
+    if end["end"] == "supervisor" and device.events(account.SYSTEM_LOG, _STARTED_TOO_LATE):
+        display.text("Note: the application was not up within 500 ms, and at the first start that "
+                     "ends the supervisor. This machine may just be too busy: try again.")
 
 
 def _show_files(follower: LogFollower, archives: ArchiveFollower, display: Display) -> None:
@@ -100,13 +113,18 @@ def _show_files(follower: LogFollower, archives: ArchiveFollower, display: Displ
 
 
 def _introduce(options: argparse.Namespace, display: Display) -> None:
-    display.text(f"Application: {' '.join(options.application)}")
+    display.text(f"Application: {shlex.join(options.application)}")
     display.text(f"Device directory: {options.directory} (/tmp of the board is tmp/ there)")
     for bind in options.binds:
         display.text(f"Shown to the application, read-only: {bind.source}")
     if options.user is not None and os.geteuid() != 0:
         display.text("Note: an ordinary user's simulator has one account only; --user will fail to "
                      "switch, as it does for a supervisor without rights.")
+    for name in command_line.malformed(options.settings):
+        display.text(f"Note: {name} is no JSON; the supervisor passes it over in silence.")
+    if command_line.log_is_off(options):
+        display.text("Note: with this size there is no log. The application's output goes to the "
+                     "supervisor's standard output, in blocks.")
     display.text("Ctrl-C ends the simulation.\n")
 
 

@@ -47,7 +47,7 @@ class Display:
         for line in lines:
             self._line(time.time(), APPLICATION_LOG, line)
         if left_out:
-            self._line(time.time(), APPLICATION_LOG, f"… {left_out} lines not shown")
+            self._line(time.time(), APPLICATION_LOG, f"… at least {left_out} lines not shown")
 
     def show_archive(self, archive: Archive) -> None:
         """A report archive that has just been finished, and what it holds."""

@@ -91,5 +91,6 @@ def _lock(directory: Path) -> int:
         fcntl.flock(descriptor, fcntl.LOCK_EX | fcntl.LOCK_NB)
     except BlockingIOError:
         os.close(descriptor)
-        raise SimulatorError(f"another simulated device is running in {directory}") from None
+        raise SimulatorError(f"another simulated device is running in {directory}; name another "
+                             "directory with --device-dir") from None
     return descriptor

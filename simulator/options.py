@@ -44,7 +44,7 @@ examples:
   ./simulate --tool reboot=return /bin/false      what if the third exit does not reboot?
   ./simulate --reports sample-application sleep 3 print '==Report==on request\\n' sleep 10 signal 11
                                                   report archives after a marker and after a crash
-  ./simulate --watch burner=20 sample-application name burner burn 4 50 wait
+  ./simulate --watch burner=5 sample-application name burner burn 4 50 wait
                                                   load alarms with the busiest threads
   ./simulate --read-only-root                     a root file system that has failed
   ./simulate --tool sfuflags=hang                 a flag tool that never ends
@@ -65,6 +65,13 @@ exit status:
 class _Parser(argparse.ArgumentParser):
     def error(self, message: str) -> NoReturn:
         self.exit(USAGE_ERROR, f"simulate: {message}\nTry './simulate --help'.\n")
+
+
+class _WithoutApp(argparse.Action):
+    """Tells whoever knows the supervisor's own command line."""
+
+    def __call__(self, parser: argparse.ArgumentParser, *_: Any) -> None:
+        parser.error("the application comes last, without --app")
 
 
 class _PassOn(argparse.Action):
@@ -103,6 +110,17 @@ def parse(arguments: list[str]) -> argparse.Namespace:
     return options
 
 
+def malformed(documents: dict[str, bytes]) -> list[str]:
+    """The names of the documents that no parser will take."""
+    return [name for name, content in documents.items() if not _is_json(content)]
+
+
+def log_is_off(options: argparse.Namespace) -> bool:
+    """Whether the supervisor will take the size given for one of 0."""
+    size = options.logfileSize
+    return size is not None and not re.fullmatch(r"0*[1-9][0-9]*", size[:-1])
+
+
 def supervisor_arguments(options: argparse.Namespace) -> list[str]:
     """The supervisor's own command line."""
     arguments = list(options.passed_on)
@@ -138,11 +156,13 @@ def _make_parser() -> argparse.ArgumentParser:
                             "directory 'settings'; may be repeated")
     board.add_argument("--reports", action="store_true",
                        help="switch automatic reporting on, as the document "
-                            "WatchdogAutomaticReporting.json does")
+                            "WatchdogAutomaticReporting.json does; a real board makes no archive "
+                            "in the first 30 s after its boot")
     board.add_argument("--watch", metavar="NAME=LOAD", action="append", default=[],
                        help="write an alarm with the busiest threads into the application's log "
                             "when process NAME takes at least LOAD percent of all processors for "
                             f"{_WATCH_TICKS} s, as an entry of WatchdogWatchProcessList.json does; "
+                            "the first process of that name is watched, without its children; "
                             "may be repeated")
     board.add_argument("--tool", metavar="NAME=BEHAVIOUR", action="append", default=[],
                        help="what reboot, killall, sfuflags or fw_setenv does: normal, fail, "
@@ -161,7 +181,8 @@ def _make_parser() -> argparse.ArgumentParser:
     run = parser.add_argument_group("the simulation")
     run.add_argument("--duration", metavar="TIME",
                      help="end after so many seconds; also 5m, 2h")
-    run.add_argument("--boots", metavar="N", type=int, default=0, help="end after so many boots")
+    run.add_argument("--boots", metavar="N", type=int, default=0, 
+                     help="end after so many boots (default: 0, without limit)")
     run.add_argument("--device-dir", metavar="DIR", default=DEFAULT_DIRECTORY,
                      help="where the board's files, the logs and the account lie "
                           "(default: %(default)s)")
@@ -171,8 +192,9 @@ def _make_parser() -> argparse.ArgumentParser:
     keep.add_argument("--keep", action="store_true",
                       help="go on with the device in DIR: same files, same boot flags")
     run.add_argument("--build-dir", metavar="DIR", default="build/release",
-                     help="build to run, within the project (default: %(default)s)")
+                     help="build to run (default: %(default)s)")
     run.add_argument("-h", "--help", action="help", help="show this and end")
+    parser.add_argument("--app", nargs=0, action=_WithoutApp, help=argparse.SUPPRESS)
     parser.add_argument("application", nargs=argparse.REMAINDER, help=argparse.SUPPRESS)
     return parser
 
@@ -221,6 +243,14 @@ def _settings(paths: list[str]) -> dict[str, bytes]:
         except OSError as error:
             raise SimulatorError(f"cannot read {error.filename}: {error.strerror}") from error
     return documents
+
+
+def _is_json(content: bytes) -> bool:
+    try:
+        json.loads(content)
+    except ValueError:
+        return False
+    return True
 
 
 def _with_documents(documents: dict[str, bytes], options: argparse.Namespace) -> dict[str, bytes]:

@@ -45,7 +45,7 @@ def write_settings(directory: Path, program: Path, settings: Mapping[str, Any] |
 def _documents(directory: Path) -> dict[str, bytes]:
     if not directory.is_dir():
         return {}
-    return {entry.name: entry.read_bytes() for entry in directory.iterdir() if entry.is_file()}
+    return {entry.name: entry.read_bytes() for entry in directory.glob("*.json")}
 
 
 def _write_documents(directory: Path, documents: Mapping[str, Any]) -> None:

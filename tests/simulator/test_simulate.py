@@ -81,6 +81,7 @@ def outcome(process: subprocess.Popen[bytes]) -> tuple[int, str, str]:
     (["--watch", "=20"], "--watch takes a process name and a load in percent"),
     (["--watch", "burner=much"], "--watch takes a process name and a load in percent"),
     (["--watch", "sample-application=5"], "did you mean --watch sample-applicat=5 ?"),
+    (["--app", "/bin/true"], "the application comes last, without --app"),
     (["--duration", "soon"], "--duration takes a time"),
     (["--bad-boots", "0"], "--boots takes a number from 0, --bad-boots one from 1"),
     (["--bad-boots", "x"], "invalid int value: 'x'"),
@@ -228,6 +229,34 @@ def test_reports_and_watch_stand_for_settings_documents() -> None:
     assert [(entry["name"], entry["maxLoad"], entry["threadInfo"])
             for entry in documents["WatchdogWatchProcessList.json"]] == [
         ("a=b", 20, True), ("top", 0, True)]
+
+
+def test_notes_on_what_the_supervisor_will_not_say(simulate, script, tmp_path) -> None:
+    script("exit 0", "application")
+    (tmp_path / "bad.json").write_text("{bad", encoding="utf-8")
+    options_for_one_run = ["--singleRun", "--no-watchdog-device", "./application", "two words"]
+    _, out, _ = outcome(simulate("--settings", "bad.json", "--logfileSize", "huge",
+                                 *options_for_one_run))
+    assert "Note: bad.json is no JSON" in out and "Note: with this size there is no log" in out
+    assert "/application 'two words'\n" in out
+    _, out, _ = outcome(simulate("--logfileSize", "64k", *options_for_one_run))
+    assert "Note:" not in out
+
+
+def test_a_start_that_took_too_long_is_explained(simulate, script) -> None:
+    script("logger -p user.err -t me 'Error occured during process startup, code: 2'; kill $PPID; "
+           "exec sleep 600", "application")
+    _, out, _ = outcome(simulate("--no-watchdog-device", "./application"))
+    assert "Note: the application was not up within 500 ms" in out
+
+
+def test_a_reader_who_has_seen_enough_is_no_failure(simulate, script) -> None:
+    script("exec sleep 600", "application")
+    process = simulate("./application")
+    assert process.stdout.readline().startswith(b"Application:")
+    process.stdout.close()
+    assert process.wait(timeout=120) == 0
+    assert process.stderr.read() == b""
 
 
 def test_a_time_limit(simulate, script) -> None:
