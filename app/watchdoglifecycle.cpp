@@ -45,10 +45,9 @@ bool Watchdog::startApp(const QString &program, const QStringList &arguments)
     const bool started = m_process.waitForStarted(startTimeoutMs);
     if (!started)
         logProcessError(m_process.error());
-    m_logProcessor->write(
-        QStringLiteral("\n\n%1 Watchdog: %2 \n")
-            .arg(pynxLocalTimeDateString())
-            .arg(QStringLiteral("Starting app: ") + program)); // clazy:exclude=qstring-arg
+    m_logProcessor->write(QStringLiteral("\n\n%1 Watchdog: %2 \n")
+                              .arg(pynxLocalTimeDateString()) // clazy:exclude=qstring-arg
+                              .arg(QStringLiteral("Starting app: ") + program));
     if (!m_reporter.isNull())
         m_reporter->clearHistory(); // every run of the application has reports of its own
     return started;
