@@ -15,6 +15,7 @@ import re
 import shutil
 import subprocess
 import tempfile
+import time
 from collections.abc import Iterable, Iterator, Sequence
 from contextlib import contextmanager
 from dataclasses import dataclass
@@ -50,6 +51,8 @@ _NOT_UNPACKED = ("./usr/share/doc", "./usr/share/man", "./usr/share/locale", "./
 _KERNEL_ARGUMENTS = "console=ttyAMA0 cma=16M loglevel=5 panic=1"
 
 _ROOT_SIZE = "192M"
+
+_KEPT_SECONDS = 24 * 60 * 60
 
 
 class ImageError(Exception):
@@ -94,14 +97,21 @@ def build(product: Sequence[Path], application: Path, cache: Path | None = None)
         ingredients = [kernel, boot_loader, *root, application]
         target = cache / f"images-{_fingerprint(ingredients)}"
         if not target.exists():
-            for outdated in cache.glob("images-*"):
-                shutil.rmtree(outdated)
+            _remove_outdated(cache)
             with tempfile.TemporaryDirectory(dir=cache) as workshop:
                 _build(Path(workshop), kernel, boot_loader, root, application)
                 finished = Path(workshop, "images")
                 finished.rename(target)
+        os.utime(target)
     return Images(target / "u-boot.flash", target / "u-boot-settings.flash", target / "boot.ext2",
                   target / "root.ext4")
+
+
+def _remove_outdated(cache: Path) -> None:
+    """Remove images that no run has asked for lately; others may have boards running on them."""
+    for images in cache.glob("images-*"):
+        if time.time() - images.stat().st_mtime > _KEPT_SECONDS:
+            shutil.rmtree(images)
 
 
 def _build(workshop: Path, kernel: Path, boot_loader: Path, root: Iterable[Path],

@@ -44,16 +44,19 @@ class TestLoadWatch:
     def test_an_alarm_lists_the_threads(self, board: Board):
         board.check("nohup sh -c 'exec xz -0 -T4 -c /dev/zero >/dev/null' >/dev/null 2>&1 &")
         alarm = wait_until(lambda: re.search(
-            r"Process:xz \((\d+)\) cpu load is : 20 for 3 seconds \n(.*?) total thread load:"
-            r"(.*?)Process:", _log(board), re.DOTALL), "an alarm for xz", 120)
+            r"Process:xz \((\d+)\) cpu load is : 20 for 3 seconds \n(.*?)Process:",
+            _log(board), re.DOTALL), "an alarm for xz", 120)
         assert int(alarm[1]) == int(board.check("pgrep --exact xz"))
-        block = alarm[0]
-        loads = [float(load) for load in
-                 re.findall(r"  thread name:xz load:([\d.e+-]+)%", block)]
-        assert len(loads) >= 4  # at most five at each of three ticks
-        assert [load for load in loads if not 0 <= load <= 100] == [], block
-        total = float(re.search(r"xz total thread load:([\d.e+-]+)%", block)[1])
-        assert 20 <= total <= 110
+        ticks = re.findall(r"xz total thread load:(.*)%\n((?:.*  thread name:xz load:.*%\n)*)",
+                           alarm[2])
+        assert len(ticks) == 3
+        shown = [[float(load) for load in re.findall(r"load:(.*)%", lines)] for _, lines in ticks]
+        # One thread deals the work out to four. Where the emulator itself has to wait for a
+        # processor, the parts can come to more than the whole.
+        assert max(map(len, shown)) == 5
+        for (total, _), loads in zip(ticks, shown):
+            assert float(total) == pytest.approx(sum(loads), rel=1e-3) and float(total) >= 20
+            assert loads == sorted(loads, reverse=True)
 
     def test_the_watcher_keeps_its_second_on_a_saturated_board(self, board: Board, measured):
         thread = board.check(f"grep -l SystemLoad /proc/{board.supervisor()}/task/*/comm") \
