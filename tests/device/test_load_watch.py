@@ -88,7 +88,7 @@ class TestLoadWatch:
 
 
 def _log(board: Board) -> str:
-    return board.read(LOG).decode(errors="replace")
+    return board.run(f"cat {LOG}").output.decode(errors="replace")
 
 
 def _told_intervals(board: Board) -> list[int]:
