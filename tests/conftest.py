@@ -1,5 +1,18 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""All Python tests run on simulated devices."""
+"""All Python tests find simulated devices, and run the longest first."""
+
+from __future__ import annotations
+
+import pytest
 
 pytest_plugins = ["simulator.pytest_plugin"]
+
+
+def pytest_collection_modifyitems(items: list[pytest.Item]) -> None:
+    """The longest first, so that none of them is left alone at the end."""
+    def seconds(item: pytest.Item) -> float:
+        marker = item.get_closest_marker("takes")
+        return -marker.args[0] if marker else 0
+
+    items.sort(key=seconds)

@@ -44,8 +44,7 @@ def pytest_addoption(parser: pytest.Parser) -> None:
 
 
 def pytest_configure(config: pytest.Config) -> None:
-    """The longest scenarios name themselves; a run begins without the records of the last."""
-    config.addinivalue_line("markers", "takes(seconds): about how long a class of tests takes")
+    """A run begins without the records of the last."""
     if hasattr(config, "workerinput"):
         return
     package = config.getoption("--package")
@@ -56,15 +55,6 @@ def pytest_configure(config: pytest.Config) -> None:
                                 "installs it")
     shutil.rmtree(_RECORDS, ignore_errors=True)
     _RESULTS.mkdir(parents=True)
-
-
-def pytest_collection_modifyitems(items: list[pytest.Item]) -> None:
-    """The longest first, so that none of them is left alone at the end."""
-    def seconds(item: pytest.Item) -> float:
-        marker = item.get_closest_marker("takes")
-        return -marker.args[0] if marker else 0
-
-    items.sort(key=seconds)
 
 
 @pytest.fixture(scope="session")

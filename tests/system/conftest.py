@@ -21,11 +21,6 @@ class Board(Protocol):
                  application: Sequence[str] | None = None, **device_options: Any) -> Device: ...
 
 
-def pytest_collection_modifyitems(items: list[pytest.Item]) -> None:
-    """What takes longest begins first: the others pass meanwhile."""
-    items.sort(key=lambda item: item.get_closest_marker("longest") is None)
-
-
 @pytest.fixture
 def sample(build_directory: Path) -> str:
     """The sample application's path, which is the same in the device."""

@@ -254,7 +254,7 @@ def test_a_missing_directory_of_the_snapshots_is_told_on_every_round(board):
     assert running.stderr.count(line) >= 2
 
 
-@pytest.mark.longest
+@pytest.mark.takes(180)
 def test_the_memory_report_comes_every_three_minutes(board):
     running = board("wait", settings=memory_reporting(True))
     line = re.compile(rb"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} == MEMORY USAGE == "
