@@ -16,7 +16,6 @@ from typing import Any
 from simulator import paths
 
 _UPLOAD_SETTINGS = "WatchdogAutomaticReportingConf.json"
-_UNFINISHED = "tmp_"
 
 
 @dataclass(frozen=True)
@@ -46,11 +45,8 @@ class ArchiveFollower:
                 for modified, path in dated if modified >= self._since]
 
     def _finished(self) -> list[Path]:
-        if self._upload is None:
-            return []
         # The supervisor packs under another name, so that whatever has this one is whole.
-        return [path for path in self._upload.glob("*.tar.gz")
-                if not path.name.startswith(_UNFINISHED)]
+        return [] if self._upload is None else list(self._upload.glob("*.tar.gz"))
 
     @functools.cached_property
     def _upload(self) -> Path | None:

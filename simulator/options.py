@@ -118,7 +118,8 @@ def malformed(documents: dict[str, bytes]) -> list[str]:
 def log_is_off(options: argparse.Namespace) -> bool:
     """Whether the supervisor will take the size given for one of 0."""
     size = options.logfileSize
-    return size is not None and not re.fullmatch(r"0*[1-9][0-9]*", size[:-1])
+    return (size is not None and options.logfileSizeConf is None
+            and not re.fullmatch(r"0*[1-9][0-9]*", size[:-1]))
 
 
 def supervisor_arguments(options: argparse.Namespace) -> list[str]:

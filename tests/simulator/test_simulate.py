@@ -180,7 +180,7 @@ def test_an_interrupted_simulation_ends_with_a_summary(simulate, script, tmp_pat
 
 def test_a_new_archive_is_shown_with_what_it_holds(simulate, script, tmp_path) -> None:
     script("mkdir -p /tmp/upload; cd /tmp; printf 12345 > evidence; "
-           "tar czf upload/tmp_one.tar.gz evidence; cp upload/tmp_one.tar.gz upload/one.tar.gz; "
+           "tar czf upload/tmp_one evidence; cp upload/tmp_one upload/one.tar.gz; "
            "echo nonsense > upload/two.tar.gz; exec sleep 600", "application")
     place = tmp_path / "simulated-device" / "tmp" / "upload"
     process = simulate("./application")
