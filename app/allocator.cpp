@@ -9,7 +9,7 @@
 namespace {
 
 // Several chunks of output. This is a limit, not a reserve: what was never used takes no memory.
-constexpr int keptBytes = 1024 * 1024;
+constexpr int keptBytes = 2 * 1024 * 1024;
 
 } // namespace
 
@@ -17,6 +17,7 @@ void keepFreedHeap()
 {
 #ifdef M_TRIM_THRESHOLD
     ::mallopt(M_TRIM_THRESHOLD, keptBytes);
+    ::mallopt(M_MMAP_THRESHOLD, keptBytes);
 #else
     Q_UNUSED(keptBytes) // a C library without the setting: logging only costs more
 #endif

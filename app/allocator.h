@@ -3,12 +3,13 @@
 #pragma once
 
 /**
- * Lets the heap keep what is freed at its end, up to a small limit, instead of giving it back to
- * the kernel at once. To be called once, at the start of the program, before there is a second
- * thread.
+ * Lets the heap keep what is freed, up to a limit of some chunks of output, instead of giving it
+ * back to the kernel at once. To be called once, at the start of the program, before there is a
+ * second thread.
  *
- * Every chunk of the application's output is a short-lived block of up to 64 KiB. The C library's
- * own limit is about as small as that: it would give the memory back after each chunk, only to have
- * it mapped and cleared anew for the next, at the cost of a third of all that logging takes.
+ * Every chunk of the application's output is a short-lived block of up to 256 KiB. By its own
+ * limits the C library would give the larger of them mappings of their own, and give the memory of
+ * all of them back after each chunk, only to have it mapped and cleared anew for the next, at the
+ * cost of a third or more of all that logging takes.
  */
 void keepFreedHeap();

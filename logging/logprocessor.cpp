@@ -4,6 +4,7 @@
 
 #include "common/checkedconnect.h"
 #include "common/errorline.h"
+#include "logging/outputpipes.h"
 #include "logging/reportmarkers.h"
 
 #include <QDateTime>
@@ -43,6 +44,7 @@ LogProcessor::LogProcessor(QProcess *process, const QString &fileName, quint32 m
     m_flushTimer.setInterval(flushIntervalMs);
     m_flushTimer.setSingleShot(true);
     checkedConnect(&m_flushTimer, &QTimer::timeout, this, &LogProcessor::on_flushTimer_timeout);
+    checkedConnect(m_process, &QProcess::started, this, &LogProcessor::makeRoomForOutput);
     checkedConnect(m_process, &QProcess::readyReadStandardOutput, this,
                    &LogProcessor::on_process_readyReadStandardOutput);
     checkedConnect(m_process, &QProcess::readyReadStandardError, this,
@@ -109,6 +111,11 @@ void LogProcessor::on_process_readyReadStandardOutput()
 void LogProcessor::on_process_readyReadStandardError()
 {
     processOutput(takeOutput(m_process, QProcess::StandardError));
+}
+
+void LogProcessor::makeRoomForOutput()
+{
+    enlargeOutputPipes(m_process);
 }
 
 bool LogProcessor::isLogging() const

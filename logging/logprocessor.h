@@ -75,6 +75,7 @@ private slots:
     void on_process_readyReadStandardError();
 
 private:
+    void makeRoomForOutput();
     bool isLogging() const; // to the file, rather than echoing
     void processOutput(const QByteArray &chunk);
     void writeTimeStamp();

@@ -122,14 +122,25 @@ def test_a_full_file_system_loses_text_but_never_the_application(board):
     assert running.run(["ls", "/tmp/small"]).stdout == b"full.log\n"
 
 
+TWO_GENERATIONS = """
+    {sample} flood 310000 4000
+    until [ -e /tmp/small/full.log.0 ]; do sleep 0.02; done
+    first=$(stat -c %i /tmp/small/full.log.0)
+    {sample} flood 310000 4000
+    while [ "$(stat -c %i /tmp/small/full.log.0)" = "$first" ]; do sleep 0.02; done
+    echo the end
+"""
+"""An application that fills a log of 300k, waits for its rotation, and does so a second time."""
+
+
 def test_lost_bytes_count_so_that_rotation_frees_the_space_again(board):
     # The first generation fills the file system, the second finds no room, the third gets that of
     # the first.
     running = board("wait", options=["--rotateOnly"], spaces={"/tmp/small": "256k"})
-    sample = running.application().command_line[0]
+    script = TWO_GENERATIONS.format(sample=running.application().command_line[0])
     done = running.run(["/supervisor/watchdog", "--singleRun", "--rotateOnly", "--logfileName",
-                        "/tmp/small/full.log", "--logfileSize", "300k", "--app", sample,
-                        "flood", "700000", "4000", "sleep", "0.5", "print", "the end\\n"])
+                        "/tmp/small/full.log", "--logfileSize", "300k", "--app",
+                        "/bin/sh", "-c", script])
     assert done.status == 0
     assert done.stderr == b""
     files = running.run(["sh", "-c", "ls /tmp/small; tail -n 1 /tmp/small/full.log"]).stdout

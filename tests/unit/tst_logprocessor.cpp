@@ -5,6 +5,7 @@
 #include "childrun.h"
 #include "common/checkedconnect.h"
 #include "localtimezone.h"
+#include "pipesize.h"
 #include "stoppedwallclock.h"
 #include "testfiles.h"
 
@@ -261,6 +262,7 @@ private slots:
     void flushOutputPutsWhatFollowsAtTheStartOfALine();
     void flushOutputRotatesAFullLog();
 
+    void everyRunHasRoomForItsOutput();
     void bothChannelsGoIntoOneFile();
     void bigChunksStayAsTheyAre();
 
@@ -1110,6 +1112,20 @@ void LogProcessorTest::flushOutputRotatesAFullLog()
 }
 
 // ---- The application's output
+
+void LogProcessorTest::everyRunHasRoomForItsOutput()
+{
+    Log log(m_fileName);
+    for (int run = 1; run <= 2; ++run) {
+        log.application.start(QStringLiteral(SAMPLE_APPLICATION), {QStringLiteral("wait")});
+        QVERIFY(log.application.waitForStarted());
+        const qint64 pid = log.application.processId();
+        QCOMPARE(pipeSize(pid, STDOUT_FILENO), 256 * kiB);
+        QCOMPARE(pipeSize(pid, STDERR_FILENO), 256 * kiB);
+        log.application.kill();
+        QVERIFY(log.application.waitForFinished());
+    }
+}
 
 void LogProcessorTest::bothChannelsGoIntoOneFile()
 {
