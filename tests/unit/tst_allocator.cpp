@@ -13,8 +13,9 @@
 
 namespace {
 
-constexpr std::size_t chunkBytes = 256 * 1024; // what an output pipe holds
-constexpr std::size_t smallChunkBytes = 64 * 1024;
+constexpr std::size_t kiB = 1024;
+constexpr std::size_t chunkBytes = 256 * kiB; // what an output pipe holds
+constexpr std::size_t smallChunkBytes = 64 * kiB;
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || !defined(M_TRIM_THRESHOLD)
 constexpr bool heapIsTheOneMeant = false;
