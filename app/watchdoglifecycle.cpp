@@ -114,8 +114,8 @@ void Watchdog::rebootDevice()
 
 // Runs inside the signal handler, by design: a supervisor whose event loop is held up still passes
 // the signal on to the application at once. The price is that a signal which falls into a memory
-// allocation of this process can end it by an abort: with an application that prints without pause,
-// once in some thousand times. The application has been told to end by then.
+// allocation of this process can make it abort or hang: with an application that prints without
+// pause, once in some thousand times. The application has been told to end by then.
 void Watchdog::onTerminationSignal(int /*signalNumber*/)
 {
     terminationRequested = 1;
