@@ -32,6 +32,7 @@ class ProcessLoadTest : public QObject
 private slots:
     void load_data();
     void load();
+    void everySplitIsComputedWithoutFusedArithmetic();
     void nothingOverNoTimeIsNotANumber();
     void somethingOverNoTimeIsInfinite();
 };
@@ -77,6 +78,30 @@ void ProcessLoadTest::load()
     QFETCH(StatRecord, previous);
     QFETCH(quint64, cpuTotal);
     QTEST(processLoad(current, previous, cpuTotal), "load");
+}
+
+// A fused product and sum is rounded once instead of twice: a process that has one processor for
+// itself would then miss a threshold that it reaches. What is volatile cannot be fused.
+void ProcessLoadTest::everySplitIsComputedWithoutFusedArithmetic()
+{
+    for (const int processors : {1, 2, 4, 8}) {
+        for (int ticks = 1; ticks <= 400; ++ticks) {
+            const double total = ticks * processors;
+            for (int user = 0; user <= ticks; ++user) {
+                const volatile double userPart = user / total * 100.0;
+                const volatile double systemPart = (ticks - user) / total * 100.0;
+                const double load = processLoad(record(user, ticks - user, 0, 0), StatRecord(),
+                                                static_cast<quint64>(ticks * processors));
+                if (load != userPart + systemPart) {
+                    QFAIL(qPrintable(QStringLiteral("user %1 and system %2 of %3 ticks: %4")
+                                         .arg(user)
+                                         .arg(ticks - user)
+                                         .arg(total)
+                                         .arg(load, 0, 'g', 17)));
+                }
+            }
+        }
+    }
 }
 
 void ProcessLoadTest::nothingOverNoTimeIsNotANumber()
