@@ -10,6 +10,7 @@
 
 #include <sys/prctl.h>
 
+#include <cmath>
 #include <utility>
 
 CMPath::CMPath(QString base) : m_base(std::move(base))
@@ -119,6 +120,16 @@ QVariantList PynxSystemLogReportConfig::files() const
 
 namespace {
 
+// A whole number becomes an integer, as Qt 5.15 does it. Before, every number was a double, and
+// some of these Qt versions wrote a million as "1e+06".
+QVariant toNumber(double number)
+{
+    constexpr double beyond = 9223372036854775808.0; // 2 to the power of 63
+    if (number >= -beyond && number < beyond && number == std::trunc(number))
+        return static_cast<qint64>(number);
+    return number;
+}
+
 // QJsonValue's own conversion makes maps of the objects inside; configuration trees are hashes.
 QVariant toTree(const QJsonValue &json)
 {
@@ -136,6 +147,8 @@ QVariant toTree(const QJsonValue &json)
             list.append(toTree(element));
         return list;
     }
+    if (json.isDouble())
+        return toNumber(json.toDouble());
     // JSON's null is a null value here, so that a document can say "nothing".
     return json.isNull() ? QVariant() : json.toVariant();
 }
