@@ -21,12 +21,22 @@ bool isDigit(char c)
     return c >= '0' && c <= '9';
 }
 
+// Keeps a byte order mark at the beginning, which fromUtf8() takes off: here it is part of a name.
+QString toText(const char *begin, const char *end)
+{
+    constexpr char mark[] = "\xef\xbb\xbf";
+    constexpr int markSize = sizeof mark - 1;
+    if (end - begin >= markSize && std::memcmp(begin, mark, markSize) == 0)
+        return QChar(QChar::ByteOrderMark) + toText(begin + markSize, end);
+    return QString::fromUtf8(begin, static_cast<int>(end - begin));
+}
+
 qint64 toNumber(const char *begin, const char *end)
 {
     // The kernel writes plain digits; whether anything else is a number is left to Qt.
     constexpr int safeDigits = std::numeric_limits<qint64>::digits10;
     if (begin == end || end - begin > safeDigits || !std::all_of(begin, end, isDigit))
-        return QString::fromUtf8(begin, static_cast<int>(end - begin)).toLongLong();
+        return toText(begin, end).toLongLong();
     qint64 number = 0;
     for (const char *digit = begin; digit != end; ++digit)
         number = number * 10 + (*digit - '0');
@@ -85,7 +95,7 @@ QString StatLine::name() const
 {
     const int begin = m_open + 1;
     const int end = m_close >= begin ? m_close : m_size;
-    return QString::fromUtf8(m_text + begin, end - begin);
+    return toText(m_text + begin, m_text + end);
 }
 
 StatRecord StatLine::record() const
