@@ -5,6 +5,7 @@
 #include "common/checkedconnect.h"
 #include "load/processload.h"
 #include "load/threadpriority.h"
+#include "platform/pynx_api.h"
 
 #include <QStringBuilder>
 #include <QVector>
@@ -174,7 +175,7 @@ QString SystemLoadStat::headerLine(const ProcessSample &sample, const WatchEntry
         % QStringLiteral(" seconds ");
 }
 
-QStringList SystemLoadStat::loadLines(const ProcessSample &sample, double load)
+QStringList SystemLoadStat::loadLines(const ProcessSample &sample, double load) const
 {
     QStringList lines;
     lines += timePrefix() % QStringLiteral("Time between two invocations:")
@@ -210,7 +211,7 @@ QStringList SystemLoadStat::threadLoadLines(const QHash<int, StatRecord> &curren
 
 QString SystemLoadStat::timePrefix()
 {
-    return m_timePrefix.now();
+    return pynxLocalTimeDateString() % QLatin1Char(' ');
 }
 
 qint64 SystemLoadStat::nowMs()

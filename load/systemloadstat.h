@@ -3,7 +3,6 @@
 #pragma once
 
 #include "load/statrecord.h"
-#include "load/timeprefix.h"
 #include "load/watchentry.h"
 
 #include <QHash>
@@ -115,12 +114,12 @@ private:
     int pidIfNameMatchesAt(int directory, const char *path, const QString &name) const;
 
     // The lines of an alarm.
-    QString headerLine(const ProcessSample &sample, const WatchEntry &entry);
-    QStringList loadLines(const ProcessSample &sample, double load);
-    QStringList threadLoadLines(const QHash<int, StatRecord> &current,
-                                const QHash<int, StatRecord> &previous, quint64 cpuTotal,
-                                int maxLines, double &total);
-    QString timePrefix();
+    static QString headerLine(const ProcessSample &sample, const WatchEntry &entry);
+    QStringList loadLines(const ProcessSample &sample, double load) const;
+    static QStringList threadLoadLines(const QHash<int, StatRecord> &current,
+                                       const QHash<int, StatRecord> &previous, quint64 cpuTotal,
+                                       int maxLines, double &total);
+    static QString timePrefix();
     static qint64 nowMs();
 
     QTimer cpuLoadTimer;
@@ -131,6 +130,5 @@ private:
     QHash<int, ExceedState> m_exceeded;
     qint64 m_lastTickMs = 0; // monotonic clock
     qint64 m_elapsedMs = 0;  // between the last two ticks
-    TimePrefix m_timePrefix;
     QString m_procRoot;
 };
