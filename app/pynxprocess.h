@@ -11,7 +11,8 @@
 
 /**
  * The process that runs the application: under another user account where one was looked up, and
- * without any descriptor of the supervisor's but standard input, output and error.
+ * without any descriptor of the supervisor's but standard input, output and error. Its output pipes
+ * have room for 256 KiB each.
  *
  * Closing every other descriptor also closes the pipe on which a failed exec would be told to the
  * supervisor. A program that cannot be executed therefore counts as started and then ends with exit

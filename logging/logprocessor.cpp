@@ -4,22 +4,31 @@
 
 #include "common/checkedconnect.h"
 #include "common/errorline.h"
-#include "logging/outputpipes.h"
 #include "logging/reportmarkers.h"
 
 #include <QDateTime>
 #include <QProcess>
 
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
 
 namespace {
 
 constexpr int flushIntervalMs = 200;
 constexpr qint64 msPerSecond = 1000;
+constexpr int maxChunkBytes = 64 * 1024; // what a pipe of the kernel's own size would give at once
 
 void reportCannotOpen(const QString &fileName)
 {
     writeErrorLine(QStringLiteral("Can't open file : ") + fileName);
+}
+
+// Up to its first NUL byte, and without a flush.
+void echo(const QByteArray &chunk)
+{
+    const auto size = ::strnlen(chunk.constData(), static_cast<std::size_t>(chunk.size()));
+    std::fwrite(chunk.constData(), 1, size, stdout);
 }
 
 // All that readAllStandardOutput() or readAllStandardError() would return and, like these, leaves
@@ -44,7 +53,6 @@ LogProcessor::LogProcessor(QProcess *process, const QString &fileName, quint32 m
     m_flushTimer.setInterval(flushIntervalMs);
     m_flushTimer.setSingleShot(true);
     checkedConnect(&m_flushTimer, &QTimer::timeout, this, &LogProcessor::on_flushTimer_timeout);
-    checkedConnect(m_process, &QProcess::started, this, &LogProcessor::makeRoomForOutput);
     checkedConnect(m_process, &QProcess::readyReadStandardOutput, this,
                    &LogProcessor::on_process_readyReadStandardOutput);
     checkedConnect(m_process, &QProcess::readyReadStandardError, this,
@@ -72,7 +80,7 @@ void LogProcessor::write(const QByteArray &chunk)
     if (isLogging())
         writeData(chunk);
     else
-        std::fputs(chunk.constData(), stdout); // as a C string: up to its first NUL byte
+        echo(chunk);
     m_atLineStart = chunk.endsWith('\n');
 }
 
@@ -105,22 +113,29 @@ void LogProcessor::on_flushTimer_timeout()
 
 void LogProcessor::on_process_readyReadStandardOutput()
 {
-    processOutput(takeOutput(m_process, QProcess::StandardOutput));
+    takeIn(takeOutput(m_process, QProcess::StandardOutput));
 }
 
 void LogProcessor::on_process_readyReadStandardError()
 {
-    processOutput(takeOutput(m_process, QProcess::StandardError));
-}
-
-void LogProcessor::makeRoomForOutput()
-{
-    enlargeOutputPipes(m_process);
+    takeIn(takeOutput(m_process, QProcess::StandardError));
 }
 
 bool LogProcessor::isLogging() const
 {
     return m_file.handle() != -1;
+}
+
+// The pipes hold more than a chunk. It is cut up without a copy, so that it has no NUL byte behind
+// it. Empty output is a chunk, too.
+void LogProcessor::takeIn(const QByteArray &output)
+{
+    int begin = 0;
+    do {
+        const int size = std::min(maxChunkBytes, output.size() - begin);
+        processOutput(QByteArray::fromRawData(output.constData() + begin, size));
+        begin += size;
+    } while (begin < output.size());
 }
 
 void LogProcessor::processOutput(const QByteArray &chunk)

@@ -13,10 +13,10 @@ class QProcess;
  * Turns what the application prints, and what the supervisor says about it, into one size-limited
  * log file with a single rotated generation.
  *
- * Output is taken in whole chunks as it arrives, both channels into the same file, and written at
- * once; a timer flushes the file 200 ms after the first unflushed write. Without a log file (empty
- * name or size limit 0) every chunk is echoed to standard output instead. Write errors are ignored:
- * a full file system loses log text, never the application.
+ * Output is taken in as it arrives, both channels into the same file, in chunks of at most 64 KiB,
+ * and written at once; a timer flushes the file 200 ms after the first unflushed write. Without a
+ * log file (empty name or size limit 0) every chunk is echoed to standard output instead. Write
+ * errors are ignored: a full file system loses log text, never the application.
  *
  * Main thread only.
  */
@@ -75,8 +75,8 @@ private slots:
     void on_process_readyReadStandardError();
 
 private:
-    void makeRoomForOutput();
     bool isLogging() const; // to the file, rather than echoing
+    void takeIn(const QByteArray &output);
     void processOutput(const QByteArray &chunk);
     void writeTimeStamp();
     void writeData(const QByteArray &bytes);

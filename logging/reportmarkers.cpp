@@ -4,6 +4,8 @@
 
 #include <QStringList>
 
+#include <cstring>
+
 namespace {
 
 constexpr char fileMarker[] = "==Report file:";
@@ -14,8 +16,10 @@ QString textAfter(const QByteArray &chunk, int start, const char *marker)
 {
     const int lineFeed = chunk.indexOf('\n', start);
     const QByteArray line = chunk.mid(start, lineFeed == -1 ? -1 : lineFeed - start);
-    // Decoded from the C string, so that the text ends at a NUL byte.
-    return QString::fromUtf8(line.constData()).remove(QLatin1String(marker));
+    // The text ends at a NUL byte.
+    const auto size = ::strnlen(line.constData(), static_cast<std::size_t>(line.size()));
+    return QString::fromUtf8(line.constData(), static_cast<int>(size))
+        .remove(QLatin1String(marker));
 }
 
 } // namespace

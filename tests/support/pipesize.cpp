@@ -7,27 +7,13 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-namespace {
-
-int withPipe(qint64 pid, int descriptor, int command, int argument)
+int pipeSize(qint64 pid, int descriptor)
 {
     const QString path = QStringLiteral("/proc/%1/fd/%2").arg(pid).arg(descriptor);
     const int pipe = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (pipe == -1)
         return -1;
-    const int result = ::fcntl(pipe, command, argument);
+    const int size = ::fcntl(pipe, F_GETPIPE_SZ);
     ::close(pipe);
-    return result;
-}
-
-} // namespace
-
-int pipeSize(qint64 pid, int descriptor)
-{
-    return withPipe(pid, descriptor, F_GETPIPE_SZ, 0);
-}
-
-bool setPipeSize(qint64 pid, int descriptor, int bytes)
-{
-    return withPipe(pid, descriptor, F_SETPIPE_SZ, bytes) != -1;
+    return size;
 }

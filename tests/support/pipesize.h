@@ -9,6 +9,3 @@
  * holds unread; -1 when there is no such pipe.
  */
 int pipeSize(qint64 pid, int descriptor);
-
-/** Makes that pipe hold @p bytes; false when the kernel refuses. */
-bool setPipeSize(qint64 pid, int descriptor, int bytes);

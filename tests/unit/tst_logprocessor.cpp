@@ -5,7 +5,6 @@
 #include "childrun.h"
 #include "common/checkedconnect.h"
 #include "localtimezone.h"
-#include "pipesize.h"
 #include "stoppedwallclock.h"
 #include "testfiles.h"
 
@@ -255,14 +254,15 @@ private slots:
 
     void flushOutputTakesStandardOutputOnly();
     void flushOutputTakesStandardOutputTwice();
-    void flushOutputTakesManyPiecesAsOneChunk();
+    void outputIsTakenInChunksOf64KiB();
+    void aMarkerIsFoundInEachChunk();
+    void anEchoedChunkEndsWhereTheNextBegins();
     void flushOutputLeavesTheReadChannelAsItWas();
     void flushOutputFlushesAndStopsTheTimer();
     void flushOutputCanBringATimeLine();
     void flushOutputPutsWhatFollowsAtTheStartOfALine();
     void flushOutputRotatesAFullLog();
 
-    void everyRunHasRoomForItsOutput();
     void bothChannelsGoIntoOneFile();
     void bigChunksStayAsTheyAre();
 
@@ -1019,21 +1019,60 @@ void LogProcessorTest::flushOutputTakesStandardOutputTwice()
     QCOMPARE(readFile(m_fileName), june4Line + "out\n" + oneSecondLaterLine);
 }
 
-// What has come through the pipe in many reads is one chunk, so the rotation comes after all of it.
-void LogProcessorTest::flushOutputTakesManyPiecesAsOneChunk()
+// The pipe holds more; but a chunk is what the rotated file may exceed its limit by.
+void LogProcessorTest::outputIsTakenInChunksOf64KiB()
 {
+    constexpr int chunk = 64 * kiB;
     constexpr int bytes = 300000;
     QProcess application;
     application.start(QStringLiteral(SAMPLE_APPLICATION),
                       {QStringLiteral("flood"), QString::number(bytes), QStringLiteral("10000")});
     QVERIFY(application.waitForFinished());
 
-    LogProcessor log(&application, m_fileName, bytes / 10, false);
+    LogProcessor log(&application, m_fileName, chunk + 1, false);
     QVERIFY(log.open());
     log.flushOutput();
-    const QByteArray written = readFile(m_rotatedFileName);
-    QCOMPARE(written.size(), bytes);
-    QVERIFY(lineNumbers(written.split('\n'), "out") == upTo(bytes / 100));
+    const QByteArray rotated = readFile(m_rotatedFileName);
+    QCOMPARE(rotated.size(), 2 * chunk);
+    const QByteArray rest = readFile(m_fileName);
+    QCOMPARE(rest.size(), bytes % (2 * chunk));
+    const QList<int> kept = lineNumbers((rotated + rest).split('\n'), "out");
+    QCOMPARE(kept.last(), bytes / 100 - 1);
+    QVERIFY(kept == upTo(bytes / 100).mid(kept.first()));
+}
+
+// Only the first marker of a chunk counts, so requests that are far apart are not to share one.
+void LogProcessorTest::aMarkerIsFoundInEachChunk()
+{
+    const QString far = QString(100000, QLatin1Char('.')) + QStringLiteral("\\n");
+    QProcess application;
+    application.start(QStringLiteral(SAMPLE_APPLICATION),
+                      {QStringLiteral("print"), QStringLiteral("==Report==one\\n"),
+                       QStringLiteral("print"), far, QStringLiteral("print"),
+                       QStringLiteral("==Report==two\\n")});
+    QVERIFY(application.waitForFinished());
+
+    LogProcessor log(&application, m_fileName, roomy, false);
+    QVERIFY(log.open());
+    log.enableReports();
+    const Requests requests(&log, m_fileName);
+    log.flushOutput();
+    QCOMPARE(requests.texts, (QStringList{QStringLiteral("|one"), QStringLiteral("|two")}));
+}
+
+void LogProcessorTest::anEchoedChunkEndsWhereTheNextBegins()
+{
+    const ChildResult result = runInChild([] {
+        QProcess application;
+        application.start(
+            QStringLiteral(SAMPLE_APPLICATION),
+            {QStringLiteral("flood"), QStringLiteral("200000"), QStringLiteral("10000")});
+        application.waitForFinished();
+        LogProcessor log(&application, QString(), 0, false);
+        log.flushOutput();
+    });
+    QCOMPARE(result.standardOutput.size(), 200000);
+    QVERIFY(lineNumbers(result.standardOutput.split('\n'), "out") == upTo(2000));
 }
 
 // The handler of a termination signal flushes, perhaps in the middle of a read of standard error.
@@ -1112,20 +1151,6 @@ void LogProcessorTest::flushOutputRotatesAFullLog()
 }
 
 // ---- The application's output
-
-void LogProcessorTest::everyRunHasRoomForItsOutput()
-{
-    Log log(m_fileName);
-    for (int run = 1; run <= 2; ++run) {
-        log.application.start(QStringLiteral(SAMPLE_APPLICATION), {QStringLiteral("wait")});
-        QVERIFY(log.application.waitForStarted());
-        const qint64 pid = log.application.processId();
-        QCOMPARE(pipeSize(pid, STDOUT_FILENO), 256 * kiB);
-        QCOMPARE(pipeSize(pid, STDERR_FILENO), 256 * kiB);
-        log.application.kill();
-        QVERIFY(log.application.waitForFinished());
-    }
-}
 
 void LogProcessorTest::bothChannelsGoIntoOneFile()
 {

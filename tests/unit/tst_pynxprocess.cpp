@@ -3,6 +3,7 @@
 #include "app/pynxprocess.h"
 
 #include "childrun.h"
+#include "pipesize.h"
 
 #include <QTemporaryDir>
 #include <QtTest>
@@ -126,6 +127,7 @@ private slots:
     void switchOfUser_data();
     void switchOfUser();
     void noInheritedDescriptorFromThreeUpward();
+    void theOutputPipesAreLarge();
     void whatCannotBeExecutedCountsAsStarted_data();
     void whatCannotBeExecutedCountsAsStarted();
     void withoutProgramTheStartFails();
@@ -285,6 +287,20 @@ void PynxProcessTest::noInheritedDescriptorFromThreeUpward()
     ::close(far);
     ::close(first);
     QCOMPARE(output.standardOutput, QByteArray("descriptors 0 1 2\n"));
+}
+
+void PynxProcessTest::theOutputPipesAreLarge()
+{
+    PynxProcess process;
+    for (int run = 1; run <= 2; ++run) {
+        process.start(QStringLiteral(SAMPLE_APPLICATION), {QStringLiteral("wait")});
+        QVERIFY(process.waitForStarted());
+        QCOMPARE(pipeSize(process.processId(), STDOUT_FILENO), 256 * 1024);
+        QCOMPARE(pipeSize(process.processId(), STDERR_FILENO), 256 * 1024);
+        QVERIFY(pipeSize(process.processId(), STDIN_FILENO) < 256 * 1024);
+        process.kill();
+        QVERIFY(process.waitForFinished());
+    }
 }
 
 void PynxProcessTest::whatCannotBeExecutedCountsAsStarted_data()
