@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "app/pynxprocess.h"
 
-#include "app/terminationsignals.h"
 #include "common/errorline.h"
+#include "common/terminationsignals.h"
 
 #include <QDir>
 #include <QVector>

@@ -78,7 +78,7 @@ private:
 
     // The application's life cycle.
     bool startApp(const QString &program, const QStringList &arguments);
-    void countExit(qint64 uptimeSec);
+    void applyCriticalErrorRule(qint64 uptimeSec);
     void killStrayProcesses();
     void rebootDevice();
     static void onTerminationSignal(int signalNumber);

@@ -6,6 +6,7 @@
 #include "app/watchdog.h"
 #include "common/errorline.h"
 #include "common/processerror.h"
+#include "common/terminationsignals.h"
 #include "health/sfuflagclearer.h"
 #include "health/systemloadlogger.h"
 #include "platform/pynx_api.h"
@@ -16,18 +17,12 @@
 
 #include <syslog.h>
 
-#include <csignal>
-
 namespace {
 
 constexpr int startTimeoutMs = 500;
 constexpr int restartDelayMs = 1000;
 constexpr int criticalExitCount = 3;
 constexpr int criticalRunTimeSec = 60;
-
-// Set by the signal handler: the supervisor was told to end, so its exit status is 0 even if the
-// application's own end is handled before the event loop has stopped.
-volatile std::sig_atomic_t terminationRequested = 0;
 
 qint64 monotonicSeconds()
 {
@@ -60,14 +55,17 @@ void Watchdog::processFinished(int exitCode, QProcess::ExitStatus exitStatus)
         killStrayProcesses();
     Q_ASSERT(m_logProcessor);
     m_logProcessor->flushOutput();
+    m_exitCount += 1;
     if (m_flagClearer != nullptr)
         m_flagClearer->stop();
-    countExit(uptimeSec);
+    applyCriticalErrorRule(uptimeSec);
     if (exitStatus == QProcess::CrashExit && !m_reporter.isNull())
         m_reporter->requestReport({m_loadLogger->copyLoadFile()}, QStringLiteral("main"));
 
     if (m_singleRun) {
-        QCoreApplication::exit(terminationRequested != 0 ? 0 : exitCode);
+        // A supervisor that was told to end does so with 0, also where the application's own end is
+        // handled before the event loop has stopped.
+        QCoreApplication::exit(terminationSignalCame() ? 0 : exitCode);
         return;
     }
     ::syslog(LOG_NOTICE, "Restarting process: exit code:%d, exist status:%d, uptime:%s\n", exitCode,
@@ -87,10 +85,9 @@ void Watchdog::processRestart()
 // and no later one does. That follows from the accumulated run time: it starts as a null time, a
 // null time stays null whatever is added to it, and it compares as shorter than any other. Devices
 // in the field rely on it, so the arithmetic is to stay that of QTime.
-void Watchdog::countExit(qint64 uptimeSec)
+void Watchdog::applyCriticalErrorRule(qint64 uptimeSec)
 {
     const QTime criticalRunTime = QTime(0, 0, 0, 0).addSecs(criticalRunTimeSec);
-    m_exitCount += 1;
     m_exitRunTime = m_exitRunTime.addSecs(static_cast<int>(uptimeSec));
     if (!m_rotateOnly && m_exitCount == criticalExitCount && criticalRunTime > m_exitRunTime) {
         writeErrorLine(QStringLiteral("Critical FW error, rebooting."));
@@ -104,23 +101,22 @@ void Watchdog::countExit(qint64 uptimeSec)
 
 void Watchdog::killStrayProcesses()
 {
+    const TerminationWindow window;
     QProcess::execute(QStringLiteral("killall"), {QStringLiteral("-9"), QStringLiteral("pYNX")});
 }
 
 void Watchdog::rebootDevice()
 {
+    const TerminationWindow window;
     QProcess::execute(QStringLiteral("reboot"), {QStringLiteral("-f")});
 }
 
-// Runs inside the signal handler, by design: a supervisor whose event loop is held up still passes
-// the signal on to the application at once. The price is that a signal which falls into a memory
-// allocation of this process can make it abort or hang: with an application that prints without
-// pause, once in some thousand times. The application has been told to end by then.
+// Runs inside the signal handler, by design: a supervisor that waits for a tool still passes the
+// signal on to the application at once.
 void Watchdog::onTerminationSignal(int /*signalNumber*/)
 {
-    terminationRequested = 1;
-    Q_ASSERT(theWatchdog->m_logProcessor);
     theWatchdog->m_process.terminate();
+    Q_ASSERT(theWatchdog->m_logProcessor);
     theWatchdog->m_logProcessor->flushOutput();
     QCoreApplication::quit();
 }

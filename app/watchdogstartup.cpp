@@ -3,9 +3,9 @@
 //
 // The supervisor's start-up: everything that is done once, before the event loop runs.
 #include "app/commandline.h"
-#include "app/terminationsignals.h"
 #include "app/watchdog.h"
 #include "common/checkedconnect.h"
+#include "common/terminationsignals.h"
 #include "health/hwwatchdog.h"
 #include "health/sfuflagclearer.h"
 #include "health/systemloadlogger.h"
@@ -52,6 +52,9 @@ int Watchdog::init(const QStringList &arguments)
     if (m_rotateOnly)
         return 0;
 
+    // What follows waits for others: for the device, the new thread and whoever writes the
+    // settings.
+    const TerminationWindow window;
     startHwWatchdog();
     startLoadStat();
     startMemoryReports();

@@ -5,6 +5,7 @@
 #include "common/checkedconnect.h"
 #include "common/errorline.h"
 #include "common/processerror.h"
+#include "common/terminationsignals.h"
 
 #include <QFile>
 #include <QProcess>
@@ -54,6 +55,7 @@ bool SfuFlagClearer::clearFlag(const QString &flag) const
         QStringLiteral("-f %1 -v 0").arg(flag).split(QLatin1Char(' '), QString::SkipEmptyParts);
     QProcess tool;
     tool.start(QStringLiteral("sfuflags"), arguments, QIODevice::ReadWrite);
+    const TerminationWindow window;
     if (tool.waitForFinished(m_toolTimeoutMs) && tool.exitCode() == 0)
         return true;
     logProcessError(tool.error());
@@ -68,6 +70,7 @@ void SfuFlagClearer::rebootFromReadOnlySystem() const
     QProcess environmentTool;
     environmentTool.start(QStringLiteral("fw_setenv"), {QStringLiteral("update_url_cache")},
                           QIODevice::ReadWrite);
+    const TerminationWindow window;
     environmentTool.waitForFinished(m_toolTimeoutMs);
     QProcess::execute(QStringLiteral("reboot"), {QStringLiteral("-f")});
 }

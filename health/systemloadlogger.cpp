@@ -4,6 +4,7 @@
 
 #include "common/checkedconnect.h"
 #include "common/errorline.h"
+#include "common/terminationsignals.h"
 
 #include <QFile>
 #include <QPair>
@@ -36,6 +37,7 @@ QByteArray outputOf(const Command &command, int timeoutMs)
 {
     QProcess process;
     process.start(command.first, command.second, QIODevice::ReadWrite);
+    const TerminationWindow window;
     process.waitForFinished(timeoutMs);
     return process.readAll(); // also of a command that hangs: what it has said may tell why
 }

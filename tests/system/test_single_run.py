@@ -4,12 +4,14 @@
 
 from __future__ import annotations
 
+import os
 import re
 import signal
+import sys
 
 import pytest
 
-from logs import content
+from logs import LOG, content
 from simulator import wait_until
 
 TERMINATION = [signal.SIGINT, signal.SIGQUIT, signal.SIGTERM]
@@ -115,15 +117,49 @@ def catches_sigterm(running) -> bool:
     return bool(caught >> (signal.SIGTERM - 1) & 1)
 
 
-def test_a_second_signal_ends_the_supervisor_at_once(board):
-    # A hanging killall holds up the event loop, so that the first signal cannot take effect.
-    running = board("exit", "0", options=["--singleRun"], tools={"killall": "hang"},
-                    watchdog_device=False)
-    running.wait_for("tool", "killall")
+def end_by_second_signal(running) -> None:
+    """Ends a supervisor that the first signal cannot end, since it waits for something else."""
     assert catches_sigterm(running)
     running.signal("supervisor", signal.SIGTERM)
     wait_until(lambda: not catches_sigterm(running), "the first signal is handled")
     assert not running.events("simulator", "supervisor ended")
+    running.signal("supervisor", signal.SIGTERM)
+    assert running.wait_supervisor_exit() == -signal.SIGTERM
+
+
+def test_a_second_signal_ends_a_supervisor_that_waits_for_a_tool(board):
+    running = board("exit", "0", options=["--singleRun"], tools={"killall": "hang"},
+                    watchdog_device=False)
+    running.wait_for("tool", "killall")
+    end_by_second_signal(running)
+
+
+def test_a_start_up_that_hangs_passes_the_signal_on_and_a_second_one_ends_it(board):
+    # Nobody writes the settings document, which is a FIFO.
+    running = board("on-term", "3", "wait", options=["--singleRun"], watchdog_device=False,
+                    start=False)
+    document = running.host_path("/supervisor/settings/WatchdogMemoryReportingConf.json")
+    document.parent.mkdir(parents=True)
+    os.mkfifo(document)
+    running.start()
+    application = running.application().pid
+    end_by_second_signal(running)
+    wait_until(lambda: application not in [process.pid for process in running.processes()],
+               "the application has been told")
+
+
+def test_a_second_signal_ends_a_supervisor_whose_log_takes_no_more(board):
+    # A log that is a FIFO which nobody reads; the signal may not come in between while the log is
+    # written.
+    running = board("flood", "200000", "10000", options=["--singleRun", "--rotateOnly"], start=False)
+    log = running.host_path(LOG)
+    log.parent.mkdir(parents=True)
+    os.mkfifo(log)
+    running.start()
+    supervisor = running.supervisor().pid
+    wait_until(lambda: b"pipe_write" in running.run(["cat", f"/proc/{supervisor}/wchan"]).stdout,
+               "the log's pipe is full")
+    running.signal("supervisor", signal.SIGTERM)
     running.signal("supervisor", signal.SIGTERM)
     assert running.wait_supervisor_exit() == -signal.SIGTERM
 
@@ -153,3 +189,15 @@ def test_the_application_starts_with_the_signals_untouched(board):
     assert blocked == 0
     # What the tests themselves were started with may be ignored, by nohup for instance.
     assert not any(ignored >> (number - 1) & 1 for number in [*TERMINATION, signal.SIGPIPE])
+
+
+def test_a_signal_that_was_blocked_at_the_start_stays_so(board, sample):
+    running = board("wait", options=["--rotateOnly"])
+    script = f"""
+import os, signal
+signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGTERM])
+os.execv("/supervisor/watchdog", ["watchdog", "--singleRun", "--rotateOnly", "--app", "/bin/grep",
+                                  "-h", "SigBlk", "/proc/self/status"])
+"""
+    blocked = running.run([sys.executable, "-c", script]).stdout.split()[-1]
+    assert int(blocked, 16) == 1 << (signal.SIGTERM - 1)

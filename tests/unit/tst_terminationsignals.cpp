@@ -1,17 +1,17 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
-#include "app/terminationsignals.h"
-
 #include "childrun.h"
+#include "common/terminationsignals.h"
 
 #include <QtTest>
 
 #include <sys/prctl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
+#include <thread>
 
 // Every test arms in a child of its own: the signals of a process cannot be disarmed.
 class TerminationSignalsTest : public QObject
@@ -19,13 +19,19 @@ class TerminationSignalsTest : public QObject
     Q_OBJECT
 
 private slots:
-    void heldBackUntilTheLoopTurns_data();
-    void heldBackUntilTheLoopTurns();
-    void theFirstGivesAllTheDefaultActionBack();
+    void waitsForTheEventLoop_data();
+    void waitsForTheEventLoop();
+    void isHandledAtOnceInAWindow();
+    void aWindowTakesWhatWaits();
+    void theWindowOfTheMainThreadIsForNoOther();
+    void theHandlerFindsTheDefaultActionsBack();
+    void aSecondSignalEndsTheProgramThoughTheFirstWaits();
+    void unarmedAWindowDoesNothing();
+    void theInheritedMaskIsLeftAlone();
+    void theInterruptedCodeKeepsItsErrorNumber();
     void theParentsDeathIsToldAsSigterm();
     void aChildBeforeItsExecNeverRunsTheHandler();
     void releasedInTheChild();
-    void aSignalThatCameBeforeTheReleaseEndsTheChild();
     void unarmedTheReleaseTouchesNothing();
 };
 
@@ -55,10 +61,9 @@ QByteArray actions()
     return text;
 }
 
-void quitWithAWord(int number)
+void sayNumber(int number)
 {
     say(QByteArray("handler ").append(QByteArray::number(number)).append('\n'));
-    QCoreApplication::quit();
 }
 
 void sayActions(int /*number*/)
@@ -66,16 +71,20 @@ void sayActions(int /*number*/)
     say(actions().append('\n'));
 }
 
-void armAndLetThrough(void (*handler)(int))
+void changeErrorNumber(int /*number*/)
 {
-    armTerminationSignals(handler);
-    while (actions().contains('!'))
-        QCoreApplication::processEvents();
+    errno = ENOSPC;
+}
+
+void runEventLoop()
+{
+    QCoreApplication::exec(); // ends by a termination signal only
+    say("the event loop has ended\n");
 }
 
 } // namespace
 
-void TerminationSignalsTest::heldBackUntilTheLoopTurns_data()
+void TerminationSignalsTest::waitsForTheEventLoop_data()
 {
     QTest::addColumn<int>("number");
     QTest::newRow("SIGINT") << SIGINT;
@@ -83,26 +92,81 @@ void TerminationSignalsTest::heldBackUntilTheLoopTurns_data()
     QTest::newRow("SIGTERM") << SIGTERM;
 }
 
-void TerminationSignalsTest::heldBackUntilTheLoopTurns()
+void TerminationSignalsTest::waitsForTheEventLoop()
 {
     QFETCH(int, number);
     const ChildResult result = runInChild([number] {
-        armTerminationSignals(quitWithAWord);
+        armTerminationSignals(sayNumber);
+        if (terminationSignalCame())
+            say("too early\n");
         ::raise(number);
-        say("before the loop\n");
-        QCoreApplication::exec(); // would never return if the signal had come before it
-        say("the loop has ended\n");
+        if (terminationSignalCame())
+            say("it came\n");
+        runEventLoop();
     });
     QCOMPARE(result.standardOutput,
-             "before the loop\nhandler " + QByteArray::number(number) + "\nthe loop has ended\n");
+             "it came\nhandler " + QByteArray::number(number) + "\nthe event loop has ended\n");
     QCOMPARE(result.exitCode, 0);
 }
 
-void TerminationSignalsTest::theFirstGivesAllTheDefaultActionBack()
+void TerminationSignalsTest::isHandledAtOnceInAWindow()
 {
     const ChildResult result = runInChild([] {
-        armAndLetThrough(sayActions);
+        armTerminationSignals(sayNumber);
+        {
+            const TerminationWindow window;
+            const TerminationWindow nested;
+        }
+        {
+            const TerminationWindow window;
+            {
+                const TerminationWindow nested;
+            }
+            ::raise(SIGTERM);
+            say("handled\n");
+        }
+        runEventLoop(); // though there was none yet that could be told to quit
+    });
+    QCOMPARE(result.standardOutput, QByteArray("handler 15\nhandled\nthe event loop has ended\n"));
+    QCOMPARE(result.exitCode, 0);
+}
+
+void TerminationSignalsTest::aWindowTakesWhatWaits()
+{
+    const ChildResult result = runInChild([] {
+        armTerminationSignals(sayNumber);
+        ::raise(SIGINT);
+        say("waiting\n");
+        {
+            const TerminationWindow window;
+            say("handled\n");
+        }
+        runEventLoop();
+    });
+    QCOMPARE(result.standardOutput,
+             QByteArray("waiting\nhandler 2\nhandled\nthe event loop has ended\n"));
+}
+
+void TerminationSignalsTest::theWindowOfTheMainThreadIsForNoOther()
+{
+    const ChildResult result = runInChild([] {
+        armTerminationSignals(sayNumber);
+        {
+            const TerminationWindow window;
+            std::thread([] { ::raise(SIGTERM); }).join();
+            say("waiting\n");
+        }
+        runEventLoop();
+    });
+    QCOMPARE(result.standardOutput, QByteArray("waiting\nhandler 15\nthe event loop has ended\n"));
+}
+
+void TerminationSignalsTest::theHandlerFindsTheDefaultActionsBack()
+{
+    const ChildResult result = runInChild([] {
+        armTerminationSignals(sayActions);
         say(actions().append('\n'));
+        const TerminationWindow window;
         ::raise(SIGINT);
         ::raise(SIGTERM);
     });
@@ -111,10 +175,62 @@ void TerminationSignalsTest::theFirstGivesAllTheDefaultActionBack()
     QCOMPARE(result.signal, SIGTERM);
 }
 
+void TerminationSignalsTest::aSecondSignalEndsTheProgramThoughTheFirstWaits()
+{
+    const ChildResult result = runInChild([] {
+        armTerminationSignals(sayNumber);
+        ::raise(SIGINT);
+        say("waiting\n");
+        ::raise(SIGTERM);
+        say("still there\n");
+    });
+    QCOMPARE(result.standardOutput, QByteArray("waiting\n"));
+    QCOMPARE(result.signal, SIGTERM);
+}
+
+void TerminationSignalsTest::unarmedAWindowDoesNothing()
+{
+    const ChildResult result = runInChild([] {
+        ::signal(SIGTERM, SIG_DFL);
+        const TerminationWindow window;
+        ::raise(SIGTERM);
+    });
+    QCOMPARE(result.signal, SIGTERM);
+}
+
+void TerminationSignalsTest::theInheritedMaskIsLeftAlone()
+{
+    const ChildResult result = runInChild([] {
+        sigset_t set;
+        sigemptyset(&set);
+        sigaddset(&set, SIGQUIT);
+        ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
+        armTerminationSignals(sayNumber);
+        say(actions().append('\n'));
+        ::raise(SIGTERM);
+        runEventLoop();
+        say(actions().append('\n'));
+    });
+    QCOMPARE(result.standardOutput,
+             QByteArray("++!+\nhandler 15\nthe event loop has ended\n--!-\n"));
+}
+
+void TerminationSignalsTest::theInterruptedCodeKeepsItsErrorNumber()
+{
+    const ChildResult result = runInChild([] {
+        armTerminationSignals(changeErrorNumber);
+        const TerminationWindow window;
+        errno = EDOM;
+        ::raise(SIGTERM);
+        ::_exit(errno);
+    });
+    QCOMPARE(result.exitCode, EDOM);
+}
+
 void TerminationSignalsTest::theParentsDeathIsToldAsSigterm()
 {
     const ChildResult result = runInChild([] {
-        armTerminationSignals(quitWithAWord);
+        armTerminationSignals(sayNumber);
         int number = 0;
         ::prctl(PR_GET_PDEATHSIG, &number);
         ::_exit(number);
@@ -125,7 +241,8 @@ void TerminationSignalsTest::theParentsDeathIsToldAsSigterm()
 void TerminationSignalsTest::aChildBeforeItsExecNeverRunsTheHandler()
 {
     const ChildResult result = runInChild([] {
-        armAndLetThrough(quitWithAWord);
+        armTerminationSignals(sayNumber);
+        const TerminationWindow window;
         const ChildResult child = runInChild([] {
             ::raise(SIGTERM);
             say("still there\n");
@@ -140,24 +257,12 @@ void TerminationSignalsTest::aChildBeforeItsExecNeverRunsTheHandler()
 void TerminationSignalsTest::releasedInTheChild()
 {
     const ChildResult result = runInChild([] {
-        armTerminationSignals(quitWithAWord);
+        armTerminationSignals(sayNumber);
         say(actions().append('\n'));
         releaseTerminationSignalsInChild();
         say(actions().append('\n'));
     });
-    QCOMPARE(result.standardOutput, QByteArray("+!+!+!\n---\n"));
-}
-
-void TerminationSignalsTest::aSignalThatCameBeforeTheReleaseEndsTheChild()
-{
-    const ChildResult result = runInChild([] {
-        armTerminationSignals(quitWithAWord);
-        ::raise(SIGQUIT);
-        releaseTerminationSignalsInChild();
-        say("still there\n");
-    });
-    QCOMPARE(result.standardOutput, QByteArray());
-    QCOMPARE(result.signal, SIGQUIT);
+    QCOMPARE(result.standardOutput, QByteArray("+++\n---\n"));
 }
 
 void TerminationSignalsTest::unarmedTheReleaseTouchesNothing()

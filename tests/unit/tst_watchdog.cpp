@@ -3,6 +3,7 @@
 #include "app/watchdog.h"
 
 #include "childrun.h"
+#include "common/terminationsignals.h"
 #include "processresources.h"
 #include "standintools.h"
 #include "syslogcapture.h"
@@ -554,15 +555,15 @@ void WatchdogTest::aTerminationSignalEndsBothWith0()
             != 0)
             ::_exit(99);
         const int before = log().count("Starting app");
-        // Held back until the event loop turns; let through here, so that nothing else can flush.
-        ::raise(SIGTERM);
-        sigset_t set;
-        sigemptyset(&set);
-        sigaddset(&set, SIGTERM);
-        ::pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+        {
+            const TerminationWindow
+                window; // without the event loop, so that nothing else can flush
+            ::raise(SIGTERM);
+        }
         std::printf("%d, %d", before, log().count("Starting app"));
-        // Nothing but the application's end, by the signal that was passed on, ends this loop.
         std::printf(", status %d", QCoreApplication::exec());
+        while (hasChildren()) // until the signal that was passed on has ended the application
+            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
     });
     QCOMPARE(result.exitCode, 0);
     QCOMPARE(result.standardOutput, QByteArray("0, 1, status 0"));
