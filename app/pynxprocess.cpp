@@ -8,12 +8,12 @@
 #include <QDir>
 #include <QVector>
 
+#include <cstring>
+#include <utility>
+
 #include <fcntl.h>
 #include <grp.h>
 #include <unistd.h>
-
-#include <cstring>
-#include <utility>
 
 namespace {
 

@@ -5,9 +5,9 @@
 #include <QByteArray>
 #include <QProcess>
 
-#include <pwd.h>
-
 #include <memory>
+
+#include <pwd.h>
 
 /**
  * The process that runs the application: under another user account where one was looked up, and

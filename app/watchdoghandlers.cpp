@@ -3,6 +3,7 @@
 //
 // What the supervisor does when another part of it has something to tell.
 #include "app/watchdog.h"
+
 #include "health/hwwatchdog.h"
 #include "health/memoryusage.h"
 #include "load/systemloadstat.h"

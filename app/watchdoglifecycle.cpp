@@ -2,8 +2,9 @@
 // SPDX-License-Identifier: MIT
 //
 // The application's life as the supervisor sees it: start, end, accounting, restart.
-#include "app/uptimestring.h"
 #include "app/watchdog.h"
+
+#include "app/uptimestring.h"
 #include "common/errorline.h"
 #include "common/processerror.h"
 #include "common/terminationsignals.h"

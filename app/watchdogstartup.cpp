@@ -2,8 +2,9 @@
 // SPDX-License-Identifier: MIT
 //
 // The supervisor's start-up: everything that is done once, before the event loop runs.
-#include "app/commandline.h"
 #include "app/watchdog.h"
+
+#include "app/commandline.h"
 #include "common/checkedconnect.h"
 #include "common/terminationsignals.h"
 #include "health/hwwatchdog.h"

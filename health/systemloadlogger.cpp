@@ -13,9 +13,9 @@
 #include <QTimer>
 #include <QVector>
 
-#include <unistd.h>
-
 #include <utility>
+
+#include <unistd.h>
 
 namespace {
 

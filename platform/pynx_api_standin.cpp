@@ -8,10 +8,10 @@
 #include <QJsonObject>
 #include <QJsonParseError>
 
-#include <sys/prctl.h>
-
 #include <cmath>
 #include <utility>
+
+#include <sys/prctl.h>
 
 CMPath::CMPath(QString base) : m_base(std::move(base))
 { }

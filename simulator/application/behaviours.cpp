@@ -2,13 +2,6 @@
 // SPDX-License-Identifier: MIT
 #include "behaviours.h"
 
-#include <fcntl.h>
-#include <grp.h>
-#include <pthread.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
 #include <csignal>
@@ -19,6 +12,13 @@
 #include <stdexcept>
 #include <thread>
 #include <vector>
+
+#include <fcntl.h>
+#include <grp.h>
+#include <pthread.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 

@@ -8,11 +8,11 @@
 // the wish: QProcess then watches a descriptor of an undefined number, and never hears of its
 // child's end. With the question answered as an older kernel does, it goes another way, which
 // works.
-#include <dlfcn.h>
-#include <sys/syscall.h>
-
 #include <cerrno>
 #include <cstdarg>
+
+#include <dlfcn.h>
+#include <sys/syscall.h>
 
 namespace {
 

@@ -6,11 +6,11 @@
 
 #include <QTemporaryFile>
 
+#include <cstdio>
+
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <cstdio>
 
 #ifdef WATCHDOG_COVERAGE
 extern "C" void __gcov_dump(); // NOLINT(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)

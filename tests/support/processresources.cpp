@@ -6,10 +6,10 @@
 #include <QCoreApplication>
 #include <QDir>
 
+#include <algorithm>
+
 #include <malloc.h>
 #include <sys/wait.h>
-
-#include <algorithm>
 
 int openDescriptors()
 {

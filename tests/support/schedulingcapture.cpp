@@ -6,6 +6,7 @@
 #include <QMutexLocker>
 
 #include <cerrno>
+
 #include <sched.h>
 
 namespace {

@@ -2,10 +2,10 @@
 // SPDX-License-Identifier: MIT
 #include "standarderrorcapture.h"
 
+#include <cstdio>
+
 #include <fcntl.h>
 #include <unistd.h>
-
-#include <cstdio>
 
 StandardErrorCapture::StandardErrorCapture()
     : m_original(::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1))

@@ -9,11 +9,11 @@
 #include <QThread>
 #include <QTimer>
 
-#include <dlfcn.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+
+#include <dlfcn.h>
 
 namespace {
 

@@ -2,12 +2,12 @@
 // SPDX-License-Identifier: MIT
 #include "stoppedwallclock.h"
 
+#include <atomic>
+#include <ctime>
+
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <unistd.h>
-
-#include <atomic>
-#include <ctime>
 
 namespace {
 

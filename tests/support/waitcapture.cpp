@@ -2,12 +2,12 @@
 // SPDX-License-Identifier: MIT
 #include "waitcapture.h"
 
+#include <csignal>
+#include <ctime>
+
 #include <poll.h>
 #include <sys/syscall.h>
 #include <unistd.h>
-
-#include <csignal>
-#include <ctime>
 
 namespace {
 

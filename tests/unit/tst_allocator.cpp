@@ -4,12 +4,12 @@
 
 #include <QtTest>
 
-#include <malloc.h>
-#include <unistd.h>
-
 #include <cstdint>
 #include <memory>
 #include <vector>
+
+#include <malloc.h>
+#include <unistd.h>
 
 namespace {
 

@@ -1,8 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
-#include "common/checkedconnect.h"
-
 #include "childrun.h"
+#include "common/checkedconnect.h"
 
 #include <QtTest>
 

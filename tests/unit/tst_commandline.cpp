@@ -1,7 +1,6 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
 #include "app/commandline.h"
-
 #include "childrun.h"
 
 #include <QtTest>

@@ -1,15 +1,14 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
-#include "common/errorline.h"
-
 #include "childrun.h"
+#include "common/errorline.h"
 
 #include <QtTest>
 
+#include <cstdio>
+
 #include <fcntl.h>
 #include <unistd.h>
-
-#include <cstdio>
 
 class ErrorLineTest : public QObject
 {

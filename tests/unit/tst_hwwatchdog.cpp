@@ -1,22 +1,21 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
-#include "health/hwwatchdog.h"
-
 #include "childrun.h"
+#include "health/hwwatchdog.h"
 
 #include <QTemporaryFile>
 #include <QVector>
 #include <QtTest>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstring>
 
 #include <fcntl.h>
 #include <linux/watchdog.h>
 #include <sys/ioctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
-
-#include <cerrno>
-#include <cstdarg>
-#include <cstring>
 
 namespace {
 

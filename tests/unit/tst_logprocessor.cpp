@@ -1,25 +1,24 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
-#include "logging/logprocessor.h"
-
 #include "childrun.h"
 #include "common/checkedconnect.h"
 #include "localtimezone.h"
+#include "logging/logprocessor.h"
 #include "stoppedwallclock.h"
 #include "testfiles.h"
 
 #include <QtTest>
-
-#include <sys/mount.h>
-#include <sys/resource.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <utility>
+
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace {
 

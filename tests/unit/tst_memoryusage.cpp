@@ -1,8 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
-#include "health/memoryusage.h"
-
 #include "childrun.h"
+#include "health/memoryusage.h"
 
 #include <QFile>
 #include <QRegularExpression>

@@ -1,8 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
-#include "platform/pynx_api.h"
-
 #include "localtimezone.h"
+#include "platform/pynx_api.h"
 #include "stoppedwallclock.h"
 
 #include <QtTest>

@@ -1,12 +1,14 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
 #include "app/pynxprocess.h"
-
 #include "childrun.h"
 #include "pipesize.h"
 
 #include <QTemporaryDir>
 #include <QtTest>
+
+#include <cerrno>
+#include <cstring>
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -14,9 +16,6 @@
 #include <malloc.h>
 #include <pwd.h>
 #include <unistd.h>
-
-#include <cerrno>
-#include <cstring>
 
 namespace {
 

@@ -1,7 +1,6 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
 #include "platform/pynx_processhandler.h"
-
 #include "processresources.h"
 
 #include <QTemporaryDir>

@@ -2,9 +2,8 @@
 // SPDX-License-Identifier: MIT
 //
 // What a request leaves in the upload directory, with the real `tar` and with stand-ins for it.
-#include "report/reporter.h"
-
 #include "processresources.h"
+#include "report/reporter.h"
 #include "standarderrorcapture.h"
 #include "standintools.h"
 
@@ -14,12 +13,12 @@
 #include <QTextCodec>
 #include <QtTest>
 
+#include <array>
+
 #include <sched.h>
 #include <sys/inotify.h>
 #include <sys/mount.h>
 #include <unistd.h>
-
-#include <array>
 
 namespace {
 

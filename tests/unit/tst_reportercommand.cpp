@@ -4,9 +4,8 @@
 // What the reporter asks of the process handler, when, and what it makes of the result. The process
 // handler is this file's own: it starts nothing and leaves the result to the test.
 #include "platform/pynx_processhandler.h"
-#include "report/reporter.h"
-
 #include "processresources.h"
+#include "report/reporter.h"
 #include "standarderrorcapture.h"
 
 #include <QAbstractEventDispatcher>
@@ -15,10 +14,10 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
-#include <sys/stat.h>
-
 #include <ctime>
 #include <utility>
+
+#include <sys/stat.h>
 
 namespace {
 

@@ -1,15 +1,14 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
-#include "logging/settings.h"
-
 #include "childrun.h"
+#include "logging/settings.h"
 #include "testfiles.h"
 
 #include <QtTest>
 
-#include <unistd.h>
-
 #include <initializer_list>
+
+#include <unistd.h>
 
 namespace {
 

@@ -1,8 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
-#include "health/sfuflagclearer.h"
-
 #include "childrun.h"
+#include "health/sfuflagclearer.h"
 #include "standintools.h"
 #include "syslogcapture.h"
 #include "waitcapture.h"
@@ -15,17 +14,17 @@
 #include <QTimer>
 #include <QtTest>
 
-#include <sched.h>
-#include <sys/mount.h>
-#include <sys/wait.h>
-#include <syslog.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <memory>
+
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <syslog.h>
+#include <unistd.h>
 
 namespace {
 

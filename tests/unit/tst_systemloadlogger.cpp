@@ -1,9 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
-#include "health/systemloadlogger.h"
-
 #include "childrun.h"
 #include "emulation.h"
+#include "health/systemloadlogger.h"
 #include "standintools.h"
 #include "waitcapture.h"
 
@@ -20,17 +19,17 @@
 #include <QTimer>
 #include <QtTest>
 
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <memory>
+
 #include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <csignal>
-#include <memory>
 
 namespace {
 

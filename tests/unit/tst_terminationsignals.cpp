@@ -5,13 +5,13 @@
 
 #include <QtTest>
 
-#include <sys/prctl.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <thread>
+
+#include <sys/prctl.h>
+#include <unistd.h>
 
 // Every test arms in a child of its own: the signals of a process cannot be disarmed.
 class TerminationSignalsTest : public QObject

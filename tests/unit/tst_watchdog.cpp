@@ -1,7 +1,6 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
 #include "app/watchdog.h"
-
 #include "childrun.h"
 #include "common/terminationsignals.h"
 #include "processresources.h"
@@ -12,16 +11,16 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <csignal>
+#include <ctime>
+#include <functional>
+
 #include <dirent.h>
 #include <dlfcn.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <syslog.h>
 #include <unistd.h>
-
-#include <csignal>
-#include <ctime>
-#include <functional>
 
 namespace {
 

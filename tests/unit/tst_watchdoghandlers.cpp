@@ -1,7 +1,6 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
 #include "app/watchdog.h"
-
 #include "childrun.h"
 #include "standintools.h"
 #include "syslogcapture.h"
