@@ -10,7 +10,7 @@ import socket
 import subprocess
 from collections.abc import Mapping, Sequence
 from pathlib import Path
-from typing import Any
+from typing import Any, Protocol
 
 import boot_environment
 import feeds
@@ -273,3 +273,16 @@ class Board:
 
 def _copy_sparse(source: Path, target: Path) -> None:
     subprocess.run(["cp", "--sparse=always", os.fspath(source), os.fspath(target)], check=True)
+
+
+class NewBoard(Protocol):
+    """Switches on a board, with what `Board` takes, and waits until it is up unless told not to."""
+
+    def __call__(self, arguments: list[str] | None = None, *, wait: bool = True,
+                 **options: Any) -> Board: ...
+
+
+class Measured(Protocol):
+    """Notes a measured value for the summary of the run."""
+
+    def __call__(self, what: str, value: str) -> None: ...

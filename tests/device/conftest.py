@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The real package on emulated boards. One class of tests shares one board, in the order written."""
+"""The real package on emulated boards. The tests of a class share one board, in their order."""
 
 from __future__ import annotations
 
@@ -10,31 +10,18 @@ import shutil
 from collections.abc import Iterator
 from dataclasses import asdict
 from pathlib import Path
-from typing import Any, Protocol
+from typing import Any
 
 import pytest
 
 import images as image_files
 import product
-from board import EMULATOR, Board, supervise
+from board import EMULATOR, Board, Measured, NewBoard, supervise
 
 _RECORDS = product.PROJECT / "build" / "device"
 _RESULTS = _RECORDS / "results"
 _BOARD = pytest.StashKey[Board]()
 _TAIL_LINES = 40
-
-
-class NewBoard(Protocol):
-    """Switches on a board, with what `Board` takes, and waits until it is up unless told not to."""
-
-    def __call__(self, arguments: list[str] | None = None, *, wait: bool = True,
-                 **options: Any) -> Board: ...
-
-
-class Measured(Protocol):
-    """Notes a measured value for the summary of the run."""
-
-    def __call__(self, what: str, value: str) -> None: ...
 
 
 def pytest_addoption(parser: pytest.Parser) -> None:
@@ -115,7 +102,7 @@ def measured(request: pytest.FixtureRequest) -> Measured:
     return note
 
 
-@pytest.hookimpl(hookwrapper=True)
+@pytest.hookimpl(hookwrapper=True)  # type: ignore[misc]
 def pytest_runtest_makereport(item: pytest.Item) -> Iterator[None]:
     """Show with a failed test the end of its board's records, and where they are."""
     outcome = yield

@@ -20,6 +20,7 @@ from collections.abc import Iterable, Iterator, Sequence
 from contextlib import contextmanager
 from dataclasses import dataclass
 from pathlib import Path
+from typing import IO
 
 import boot_environment
 import cpio
@@ -200,9 +201,8 @@ def _complete_root(tree: Path, application: Path) -> None:
         if not (tree / link).is_symlink():
             (tree / link).symlink_to(target)
     for name in _BUSYBOX_ROOT:
-        link = tree / "usr/sbin" / name
         if not any((tree / place / name).exists() for place in ("usr/bin", "usr/sbin")):
-            link.symlink_to("/bin/busybox")
+            (tree / "usr/sbin" / name).symlink_to("/bin/busybox")
     shutil.copytree(_HERE / "root", tree, dirs_exist_ok=True)
     # An application runs as another user there; whoever builds may have a strict umask.
     for path in tree.rglob("*"):
@@ -233,9 +233,9 @@ def _make_file_system(kind: str, tree: Path, image: Path, size: str) -> None:
           "-d", str(tree), str(image), size])
 
 
-def _run(command: Sequence[str], stdin: object = subprocess.DEVNULL) -> None:
+def _run(command: Sequence[str], stdin: IO[bytes] | int | None = subprocess.DEVNULL) -> None:
     try:
-        result = subprocess.run(command, stdin=stdin, capture_output=True, check=False,  # type: ignore[call-overload]
+        result = subprocess.run(command, stdin=stdin, capture_output=True, check=False,
                                 encoding="utf-8", errors="replace",
                                 env={**os.environ, "PATH": f"{os.environ['PATH']}:/usr/sbin:/sbin"})
     except FileNotFoundError as error:

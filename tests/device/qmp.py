@@ -61,7 +61,8 @@ class Monitor:
             event = found()
             if event is None:
                 seen = ", ".join(event.name for event in self._events[after:]) or "nothing"
-                raise SimulatorError(f"not within {timeout} s: {name} of the hardware; seen: {seen}")
+                raise SimulatorError(
+                    f"not within {timeout} s: {name} of the hardware; seen: {seen}")
             return event
 
     def _listen(self, connection: socket.socket) -> None:

@@ -97,8 +97,8 @@ class RemoteControl:
             self._news.notify_all()
 
     def _listen(self) -> None:
-        with self._connection, self._connection.makefile("r", encoding="utf-8",
-                                                          errors="replace") as lines:
+        with self._connection, self._connection.makefile(
+                "r", encoding="utf-8", errors="replace") as lines:
             try:
                 for line in lines:
                     self._take(line.split())

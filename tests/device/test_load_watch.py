@@ -6,10 +6,11 @@ from __future__ import annotations
 
 import re
 import statistics
+from typing import Any
 
 import pytest
 
-from board import LOG, Board
+from board import LOG, Board, Measured, NewBoard
 from simulator import wait_until
 
 _ROUND_ROBIN = 2
@@ -23,8 +24,8 @@ class TestLoadWatch:
     """xz with four threads keeps both processors busy."""
 
     @pytest.fixture(scope="class")
-    def board(self, new_board):
-        def entry(name, arguments, **others):
+    def board(self, new_board: NewBoard) -> Board:
+        def entry(name: str, arguments: list[str], **others: Any) -> dict[str, Any]:
             return {"name": name, "arguments": arguments, "logFile": "", **others}
 
         return new_board(settings={"WatchdogWatchProcessList": [
@@ -32,7 +33,7 @@ class TestLoadWatch:
             entry(_WATCHED_AT_EVERY_TICK, [], period=1, maxLoad=0, threadInfo=False,
                   maxReports=100000)]})
 
-    def test_the_watchers_thread_alone_is_scheduled_in_real_time(self, board: Board):
+    def test_the_watchers_thread_alone_is_scheduled_in_real_time(self, board: Board) -> None:
         listed = wait_until(lambda: text if "SystemLoad" in (text := board.check(
             f"for task in /proc/{board.supervisor()}/task/*; do "
             "echo $(cat $task/comm) $(cut -d' ' -f40,41 $task/stat); done")) else "", "the thread")
@@ -41,7 +42,7 @@ class TestLoadWatch:
         assert threads.pop("SystemLoad") == (_HIGHEST_PRIORITY, _ROUND_ROBIN)
         assert set(threads.values()) == {(0, 0)}
 
-    def test_an_alarm_lists_the_threads(self, board: Board):
+    def test_an_alarm_lists_the_threads(self, board: Board) -> None:
         board.check("nohup sh -c 'exec xz -0 -T4 -c /dev/zero >/dev/null' >/dev/null 2>&1 &")
         alarm = wait_until(lambda: re.search(
             r"Process:xz \((\d+)\) cpu load is : 20 for 3 seconds \n(.*?)Process:",
@@ -58,7 +59,8 @@ class TestLoadWatch:
             assert float(total) == pytest.approx(sum(loads), rel=1e-3) and float(total) >= 20
             assert loads == sorted(loads, reverse=True)
 
-    def test_the_watcher_keeps_its_second_on_a_saturated_board(self, board: Board, measured):
+    def test_the_watcher_keeps_its_second_on_a_saturated_board(self, board: Board,
+                                                               measured: Measured) -> None:
         thread = board.check(f"grep -l SystemLoad /proc/{board.supervisor()}/task/*/comm") \
             .split("/")[4]
         trace = "/sys/kernel/tracing/instances/ticks"
@@ -76,13 +78,14 @@ class TestLoadWatch:
         intervals = [later - earlier for earlier, later in zip(wakings, wakings[1:])]
         measured(f"SystemLoad on a saturated board, {len(told)} ticks as the program tells them",
                  f"{min(told)} ms to {max(told)} ms, median {statistics.median(told):.0f} ms")
-        measured(f"SystemLoad on a saturated board, {len(intervals)} wake-ups in the kernel's trace",
+        measured(f"SystemLoad on a saturated board, {len(intervals)} wake-ups in the kernel's "
+                 "trace",
                  f"{min(intervals) * 1e3:.1f} ms to {max(intervals) * 1e3:.1f} ms; "
                  f"from waking to running {max(latencies) * 1e3:.2f} ms at most")
         assert all(interval < 5000 for interval in told)
         assert 900 < statistics.median(told) < 1500
 
-    def test_no_more_alarms_than_configured(self, board: Board):
+    def test_no_more_alarms_than_configured(self, board: Board) -> None:
         assert _log(board).count("Process:xz (") <= 2
         assert board.hardware() == []
 

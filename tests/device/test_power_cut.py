@@ -12,7 +12,7 @@ from pathlib import Path
 
 import pytest
 
-from board import LOG, Board, supervise
+from board import LOG, Board, Measured, NewBoard, supervise
 from simulator import wait_until
 
 _CUTS = 5
@@ -22,8 +22,8 @@ _LOG_SIZE = "48k"
 _LOGGED_SECONDS = 16
 """At least so long before a cut, more than may be lost."""
 
-# A hundred numbered lines a second, in groups of ten; how far it has come is told to the host, where
-# no cut reaches it.
+# A hundred numbered lines a second, in groups of ten; how far it has come is told to the host,
+# where no cut reaches it.
 _APPLICATION = (
     "boot=$(grep -c ^boot /host/feeds); "
     "while :; do n=0; while [ $n -lt 10 ]; do n=$((n + 1)); i=$((i + 1)); "
@@ -41,12 +41,13 @@ class _PowerCut:
     """Seconds; generously."""
 
     @pytest.fixture(scope="class")
-    def board(self, new_board):
+    def board(self, new_board: NewBoard) -> Board:
         return new_board(supervise("/bin/sh", "-c", _APPLICATION, log_size=_LOG_SIZE),
                          root_options=self.MOUNTED, at_start=_KEEP_WHAT_IS_FOUND)
 
     @pytest.mark.parametrize("boot", range(1, _CUTS + 1))
-    def test_the_board_boots_again_and_the_log_can_be_read(self, board: Board, boot, measured):
+    def test_the_board_boots_again_and_the_log_can_be_read(self, board: Board, boot: int,
+                                                           measured: Measured) -> None:
         wait_until(lambda: board.run(f"grep -aq 'line {boot} ' {LOG}.0").status == 0, "a rotation")
         wait_until(lambda: _span(_printed(board, boot)) > _LOGGED_SECONDS, "more of the log")
         time.sleep(random.uniform(0, 8))  # the moment of the cut is to be a random one
