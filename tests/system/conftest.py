@@ -6,19 +6,14 @@ from __future__ import annotations
 
 from collections.abc import Sequence
 from pathlib import Path
-from typing import Any, Protocol
+from typing import Any
 
 import pytest
 
+from boards import Board
 from logs import LOG
 from simulator.device import Device
-
-
-class Board(Protocol):
-    """Switches on a device whose supervisor runs the sample application with these behaviours."""
-
-    def __call__(self, *behaviours: str, options: Sequence[str] = (), log_size: str = "1M",
-                 application: Sequence[str] | None = None, **device_options: Any) -> Device: ...
+from simulator.pytest_plugin import DeviceFactory
 
 
 @pytest.fixture
@@ -34,14 +29,13 @@ def sanitized(build_directory: Path) -> bool:
 
 
 @pytest.fixture
-def board(device: Any, sample: str) -> Board:
+def board(device: DeviceFactory, sample: str) -> Board:
     """board("exit", "5", options=["--rotateOnly"]): a running device, logging to LOG."""
 
     def make(*behaviours: str, options: Sequence[str] = (), log_size: str = "1M",
              application: Sequence[str] | None = None, **device_options: Any) -> Device:
         arguments = ["--logfileName", LOG, "--logfileSize", log_size, *options, "--app",
                      *(application or [sample, *behaviours])]
-        running: Device = device(arguments=arguments, **device_options)
-        return running
+        return device(arguments=arguments, **device_options)
 
     return make

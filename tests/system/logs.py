@@ -19,5 +19,5 @@ def content(running: Device, path: str = LOG) -> bytes:
 
 
 def complaints(running: Device) -> bytes:
-    """What the supervisor has said on standard error, but for what it says without root's rights."""
+    """What the supervisor said on standard error, but for what it says without root's rights."""
     return running.stderr.replace(b"Cannot set priority\n", b"")

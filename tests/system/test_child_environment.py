@@ -10,22 +10,25 @@ import pwd
 
 import pytest
 
+from boards import Board
 from logs import content
+from simulator import Device
 
 AS_ROOT = pytest.mark.skipif(os.geteuid() != 0, reason="only root can switch to another account")
 
 
-def log_of(running, status=0):
+def log_of(running: Device, status: int = 0) -> bytes:
     assert running.wait_supervisor_exit() == status
     return content(running)
 
 
-def test_only_the_standard_descriptors_are_open(board):
+def test_only_the_standard_descriptors_are_open(board: Board) -> None:
     running = board("descriptors", options=["--singleRun", "--rotateOnly"])
     assert log_of(running).endswith(b"\ndescriptors 0 1 2\n")
 
 
-def test_descriptors_that_the_supervisor_inherited_are_closed_too(board, sample):
+def test_descriptors_that_the_supervisor_inherited_are_closed_too(board: Board,
+                                                                  sample: str) -> None:
     running = board("wait", options=["--rotateOnly"])
     done = running.run(["bash", "-c",
                         "exec 7</dev/null 99</dev/null; /supervisor/watchdog --singleRun "
@@ -35,7 +38,7 @@ def test_descriptors_that_the_supervisor_inherited_are_closed_too(board, sample)
 
 
 @AS_ROOT
-def test_the_application_runs_as_the_user_with_its_groups(board):
+def test_the_application_runs_as_the_user_with_its_groups(board: Board) -> None:
     account = pwd.getpwnam("daemon")
     groups = sorted(os.getgrouplist("daemon", account.pw_gid))
     running = board("identity", options=["--singleRun", "--rotateOnly", "--user", "daemon"])
@@ -44,14 +47,16 @@ def test_the_application_runs_as_the_user_with_its_groups(board):
     assert log_of(running).endswith(expected.encode())
 
 
-def test_an_unknown_user_is_said_and_the_application_runs_as_before(board):
-    running = board("identity", options=["--singleRun", "--rotateOnly", "--user", "no-such-account"])
+def test_an_unknown_user_is_said_and_the_application_runs_as_before(board: Board) -> None:
+    running = board("identity",
+                    options=["--singleRun", "--rotateOnly", "--user", "no-such-account"])
     assert b"uid 0 euid 0 " in log_of(running)
     assert running.stderr == b"Failed to get info about user: no-such-account\n"
 
 
 @AS_ROOT
-def test_without_privileges_the_switch_fails_and_the_application_runs_all_the_same(board, sample):
+def test_without_privileges_the_switch_fails_and_the_application_runs_all_the_same(
+        board: Board, sample: str) -> None:
     nobody = pwd.getpwnam("nobody").pw_uid
     nogroup = grp.getgrnam("nogroup").gr_gid
     running = board("wait", options=["--rotateOnly"])

@@ -6,17 +6,21 @@ from __future__ import annotations
 
 import os
 import signal
+from typing import Any
 
 import pytest
 
+from boards import Board
 from logs import LOG, OLD_LOG, content
-from simulator import wait_until
+from simulator import Device, wait_until
+from simulator.pytest_plugin import DeviceFactory
 
 USAGE = (
     b"Usage: watchdog executable [args] --app <app> [appargs]\n"
     b"args:\n"
     b"\t--logfileName absolute or relative path where the logs will be stored\n"
-    b"\t--logfileSize maximal size of log file, size can be postfixed with 'k' for kB or 'M' for MB\n"
+    b"\t--logfileSize maximal size of log file, "
+    b"size can be postfixed with 'k' for kB or 'M' for MB\n"
     b"\t--logfileSizeConf name of the configuration read from settings\n"
     b"\t--logTime add current time in front of new line, if time in seconds changed\n"
     b"\t--rotateOnly do not handle hw watchdog, system usage and reports\n"
@@ -29,19 +33,20 @@ USAGE = (
 START_FAILURE = "Error occured during process startup, code: 0"
 
 
-def sizes(**entries):
+def sizes(**entries: Any) -> dict[str, Any]:
     """The log-files-size document."""
     return {"SystemManagerLogFilesSizeConfig.json": {"value": {"type": "sizes", "sizes": entries}}}
 
 
-def test_without_arguments_it_prints_the_usage_and_ends_with_1(device):
+def test_without_arguments_it_prints_the_usage_and_ends_with_1(device: DeviceFactory) -> None:
     running = device()
     assert running.wait_supervisor_exit() == 1
     assert running.stderr == USAGE
     assert running.stdout == b""
 
 
-def test_without_application_it_prints_nothing_and_logs_the_failed_start(device):
+def test_without_application_it_prints_nothing_and_logs_the_failed_start(
+        device: DeviceFactory) -> None:
     running = device(arguments=["--singleRun"])
     assert running.wait_supervisor_exit() == 1
     assert running.stderr == b""
@@ -49,7 +54,7 @@ def test_without_application_it_prints_nothing_and_logs_the_failed_start(device)
     assert (entry["priority"], entry["ident"]) == ("err", "pynx_watchdog")
 
 
-def test_an_empty_application_fails_to_start_as_well(device):
+def test_an_empty_application_fails_to_start_as_well(device: DeviceFactory) -> None:
     running = device(arguments=["--singleRun", "--app", ""])
     assert running.wait_supervisor_exit() == 1
     running.wait_for("system log", START_FAILURE)
@@ -57,7 +62,7 @@ def test_an_empty_application_fails_to_start_as_well(device):
 
 @pytest.mark.parametrize("option", ["--logfileName", "--logfileSize", "--logfileSizeConf", "--user",
                                     "--app"])
-def test_an_option_without_its_value_ends_the_scan(device, option):
+def test_an_option_without_its_value_ends_the_scan(device: DeviceFactory, option: str) -> None:
     running = device(arguments=["--singleRun", option])
     assert running.wait_supervisor_exit() == 1
     assert running.stderr == b""
@@ -65,7 +70,7 @@ def test_an_option_without_its_value_ends_the_scan(device, option):
 
 
 @pytest.mark.skipif(os.geteuid() != 0, reason="only root can switch to another account")
-def test_a_fork_that_fails_is_a_failed_start(board, sample):
+def test_a_fork_that_fails_is_a_failed_start(board: Board, sample: str) -> None:
     running = board("wait", options=["--rotateOnly"])
     done = running.run(["setpriv", "--reuid=4711", "--clear-groups", "prlimit", "--nproc=1",
                         "/supervisor/watchdog", "--singleRun", "--rotateOnly", "--app", sample,
@@ -75,20 +80,20 @@ def test_a_fork_that_fails_is_a_failed_start(board, sample):
     running.wait_for("system log", START_FAILURE)
 
 
-def test_unknown_words_before_the_application_are_ignored(board):
+def test_unknown_words_before_the_application_are_ignored(board: Board) -> None:
     running = board("print", "here\\n", options=["--what", "ever", "--singleRun", "--rotateOnly"])
     assert running.wait_supervisor_exit() == 0
     assert b"here\n" in content(running)
 
 
-def test_what_follows_the_application_belongs_to_it(board):
+def test_what_follows_the_application_belongs_to_it(board: Board) -> None:
     running = board("arguments", "--singleRun", "-v", "--app", options=["--rotateOnly"])
     # The supervisor itself is not in single-run mode: it starts the application again.
     running.wait_for("system log", "Restarting process", count=2)
     assert b"argument: --singleRun\nargument: -v\nargument: --app\n" in content(running)
 
 
-def test_a_log_that_cannot_be_opened_ends_the_start(device, sample):
+def test_a_log_that_cannot_be_opened_ends_the_start(device: DeviceFactory, sample: str) -> None:
     running = device(arguments=["--logfileName", "/nowhere/x.log", "--logfileSize", "1k",
                                 "--app", sample, "print", "started\\n"])
     assert running.wait_supervisor_exit() == 1
@@ -96,34 +101,34 @@ def test_a_log_that_cannot_be_opened_ends_the_start(device, sample):
     assert not running.events("system log")
 
 
-def test_an_empty_size_aborts_the_program(device, sample):
+def test_an_empty_size_aborts_the_program(device: DeviceFactory, sample: str) -> None:
     running = device(arguments=["--logfileSize", "", "--app", sample, "wait"])
     assert running.wait_supervisor_exit() == -signal.SIGABRT
     assert b"ASSERT" in running.stderr
 
 
-def rotated_size(running):
+def rotated_size(running: Device) -> int:
     """How large the log had become when it was rotated for the first time."""
     path = running.host_path(OLD_LOG)
     wait_until(path.exists, "the log is rotated")
     return path.stat().st_size
 
 
-def test_a_size_without_suffix_loses_its_last_digit(board):
+def test_a_size_without_suffix_loses_its_last_digit(board: Board) -> None:
     # 30000 is a limit of 3000 bytes: the log of 100-byte lines must be rotated at it.
     running = board("sleep", "0.2", "flood", "3000", "1000", "wait", options=["--rotateOnly"],
                     log_size="30000")
     assert 3000 <= rotated_size(running) < 30000
 
 
-def test_the_size_may_come_from_the_settings(board):
+def test_the_size_may_come_from_the_settings(board: Board) -> None:
     running = board("flood", "8000", "100", "wait", log_size="1M",
                     options=["--rotateOnly", "--logfileSizeConf", "small"],
                     settings=sizes(small="4k", default="1M"))
     assert 4096 <= rotated_size(running) < 1 << 20
 
 
-def test_the_later_size_wins(board):
+def test_the_later_size_wins(board: Board) -> None:
     running = board("flood", "8000", "100", "print", "end\\n", "wait", log_size="1k",
                     options=["--logfileSizeConf", "small", "--rotateOnly", "--logfileSize", "1M"],
                     settings=sizes(small="4k"))
@@ -131,7 +136,7 @@ def test_the_later_size_wins(board):
     assert not running.host_path(OLD_LOG).exists()
 
 
-def test_the_factory_settings_serve_where_the_site_has_none(board):
+def test_the_factory_settings_serve_where_the_site_has_none(board: Board) -> None:
     running = board("flood", "8000", "100", "wait", log_size="1M",
                     options=["--rotateOnly", "--logfileSizeConf", "unknown"],
                     settings={"SystemManagerLogFilesSizeConfig.json": b"not JSON"},
@@ -139,9 +144,9 @@ def test_the_factory_settings_serve_where_the_site_has_none(board):
     assert 4096 <= rotated_size(running) < 1 << 20
 
 
-def test_no_size_anywhere_means_no_log_file(board):
-    running = board("print", "shown\\n", options=["--rotateOnly", "--singleRun", "--logfileSizeConf",
-                                                 "unknown"],
+def test_no_size_anywhere_means_no_log_file(board: Board) -> None:
+    running = board("print", "shown\\n",
+                    options=["--rotateOnly", "--singleRun", "--logfileSizeConf", "unknown"],
                     settings_default=sizes(known="4k"))
     assert running.wait_supervisor_exit() == 0
     assert not running.host_path(LOG).exists()

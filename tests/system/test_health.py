@@ -7,25 +7,29 @@ from __future__ import annotations
 import re
 import signal
 import time
+from pathlib import Path
+from typing import Any
 
 import pytest
 
+from boards import Board
 from logs import content
 from settings import memory_reporting, reporting, watch_list
 from simulator.configuration import Bind
-from simulator import wait_until
+from simulator import Device, wait_until
+from simulator.pytest_plugin import DeviceFactory
 
 SNAPSHOTS = "/tmp/log/system"
 START_ERROR = "Error occured during process startup, code: "
 
 
-def operations(running):
+def operations(running: Device) -> list[str]:
     """What the supervisor did with the watchdog device, in order."""
     return [event.get("name") or event["operation"] for event in running.events("watchdog device")
             if event.get("operation") in ("open", "ioctl", "close", "write")]
 
 
-def test_the_device_is_armed_and_fed_every_ten_seconds(board):
+def test_the_device_is_armed_and_fed_every_ten_seconds(board: Board) -> None:
     running = board("wait")
     running.wait_for("watchdog device", "KEEPALIVE", count=4)
     assert operations(running)[:6] == ["open", "WDIOC_SETTIMEOUT"] + ["WDIOC_KEEPALIVE"] * 4
@@ -36,25 +40,25 @@ def test_the_device_is_armed_and_fed_every_ten_seconds(board):
 
 
 @pytest.fixture
-def recorded(board, build_directory):
+def recorded(board: Board, build_directory: Path) -> Board:
     """recorded("wait", settings=…): a running device whose supervisor says what it starts."""
     library = build_directory / "tests" / "support" / "libstartuprecorder.so"
     place = "/tmp/startuprecorder.so"
 
-    def make(*behaviours, **options):
+    def make(*behaviours: str, **options: Any) -> Device:
         return board(*behaviours, environment={"LD_PRELOAD": place},
                      binds=[Bind(str(library), place)], **options)
 
     return make
 
 
-def step(text):
+def step(text: str) -> re.Pattern[str]:
     """What is to be waited for when this is started."""
     return re.compile(rf"start-up: [0-9.]+ {text}$")
 
 
-def steps(running):
-    """What the supervisor has started so far, and what it did with the watchdog device, in order."""
+def steps(running: Device) -> list[str]:
+    """What the supervisor has started so far, and done with the watchdog device, in order."""
     taken = [(float(match[1]), match[2]) for event in running.events("supervisor")
              if (match := re.fullmatch(r"start-up: ([0-9.]+) (\w+ \d+)", event.text))]
     # Told by the device while the supervisor waits for its answer, so the times can be compared.
@@ -63,7 +67,7 @@ def steps(running):
     return [what for _, what in sorted(taken)]
 
 
-def test_start_up_takes_its_steps_in_their_order(recorded):
+def test_start_up_takes_its_steps_in_their_order(recorded: Board) -> None:
     running = recorded("wait", settings={**reporting([]), **memory_reporting(True),
                                          **watch_list({"name": "nobody", "period": 1})})
     running.wait_for("supervisor", step("timer 10000"), count=2)
@@ -84,19 +88,19 @@ def test_start_up_takes_its_steps_in_their_order(recorded):
     assert order[:len(expected)] == expected
 
 
-def test_without_anything_to_watch_the_load_watcher_rests(recorded):
+def test_without_anything_to_watch_the_load_watcher_rests(recorded: Board) -> None:
     running = recorded("wait", settings=watch_list())
     running.wait_for("tool", "sfuflags")  # ten times as long as the watcher's second
     assert "thread 0" in steps(running) and "timer 1000" not in steps(running)
 
 
-def test_the_application_is_started_again_a_second_after_its_end(recorded):
+def test_the_application_is_started_again_a_second_after_its_end(recorded: Board) -> None:
     running = recorded("exit", "0", tools={"reboot": "return"})
     running.wait_for("supervisor", step("later 1000"), count=2)
     assert steps(running).count("countdown 10000") >= 2
 
 
-def test_the_countdown_stands_still_while_the_application_is_down(board):
+def test_the_countdown_stands_still_while_the_application_is_down(board: Board) -> None:
     # It runs out while the main loop waits for killall, and must not be found so afterwards.
     running = board(application=["sh", "-c", "test -e /tmp/again && exec sleep 600; "
                                              "touch /tmp/again; exec sleep 1"],
@@ -111,13 +115,13 @@ def test_the_countdown_stands_still_while_the_application_is_down(board):
     assert cleared.monotonic - down.monotonic >= 10
 
 
-def test_an_application_that_does_not_start_leaves_the_device_alone(device):
+def test_an_application_that_does_not_start_leaves_the_device_alone(device: DeviceFactory) -> None:
     running = device(arguments=["--logTime"])
     assert running.wait_supervisor_exit() == 1
     assert operations(running) == []
 
 
-def test_without_the_device_it_says_so_once_and_works_on(board):
+def test_without_the_device_it_says_so_once_and_works_on(board: Board) -> None:
     running = board("print", "alive\\n", "wait", watchdog_device=False)
     running.wait_for("tool", "sfuflags", count=2)  # ten seconds later
     assert running.stderr.count(b"Watchdog device doesn't exist!!!\n") == 1
@@ -125,7 +129,8 @@ def test_without_the_device_it_says_so_once_and_works_on(board):
 
 
 @pytest.mark.parametrize("number", [signal.SIGKILL, signal.SIGSTOP, signal.SIGABRT])
-def test_a_supervisor_that_is_gone_or_stopped_is_followed_by_a_reset(board, number):
+def test_a_supervisor_that_is_gone_or_stopped_is_followed_by_a_reset(
+        board: Board, number: signal.Signals) -> None:
     running = board("wait", bad_boots=2)
     fed = running.wait_for("watchdog device", "KEEPALIVE")
     running.signal("supervisor", number)
@@ -135,7 +140,7 @@ def test_a_supervisor_that_is_gone_or_stopped_is_followed_by_a_reset(board, numb
     assert "write" not in operations(running)  # no magic close
 
 
-def test_a_supervisor_that_ends_does_nothing_to_the_device(board):
+def test_a_supervisor_that_ends_does_nothing_to_the_device(board: Board) -> None:
     running = board("sleep", "1", "exit", "3", options=["--singleRun"])
     running.wait_for("simulator", "supervisor ended")
     assert operations(running)[:3] == ["open", "WDIOC_SETTIMEOUT", "WDIOC_KEEPALIVE"]
@@ -143,13 +148,13 @@ def test_a_supervisor_that_ends_does_nothing_to_the_device(board):
     running.wait_for("boot loader", starts=True, count=2, timeout=120)
 
 
-def test_the_application_does_not_inherit_the_device(board):
+def test_the_application_does_not_inherit_the_device(board: Board) -> None:
     running = board("descriptors")
     running.wait_for("system log", "Restarting process", count=2)
     assert content(running).count(b"descriptors 0 1 2\n") == content(running).count(b"descriptors")
 
 
-def test_the_flags_are_cleared_once_the_application_has_stayed_up(board):
+def test_the_flags_are_cleared_once_the_application_has_stayed_up(board: Board) -> None:
     running = board("wait")
     started = running.wait_for("simulator", "supervisor started")
     fail = running.wait_for("tool", "sfuflags -f fail -v 0")
@@ -167,17 +172,19 @@ def test_the_flags_are_cleared_once_the_application_has_stayed_up(board):
     assert len(running.events("tool", "sfuflags")) == 2
 
 
-def test_every_restart_begins_the_countdown_anew(board):
+def test_every_restart_begins_the_countdown_anew(board: Board) -> None:
     running = board(application=["/bin/sh", "-c",
-                                 "[ -e /tmp/again ] || { touch /tmp/again; sleep 5; exit; }; exec sleep 99"])
+                                 "[ -e /tmp/again ] || { touch /tmp/again; sleep 5; exit; }; "
+                                 "exec sleep 99"])
     restart = running.wait_for("system log", "Restarting process")
     cleared = running.wait_for("tool", "sfuflags")
     assert cleared.monotonic - restart.monotonic >= 11  # the delay of the restart, and ten seconds
 
 
-@pytest.mark.parametrize("behaviour, code", [("fail", 5), ("fail=77", 5), ("absent", 0), ("hang", 2)])
+@pytest.mark.parametrize("behaviour, code",
+                         [("fail", 5), ("fail=77", 5), ("absent", 0), ("hang", 2)])
 def test_a_flag_tool_that_does_not_work_is_told_and_tried_again_after_a_restart(
-        board, behaviour, code):
+        board: Board, behaviour: str, code: int) -> None:
     running = board("wait", tools={"sfuflags": behaviour})
     told = running.wait_for("system log", START_ERROR)
     assert told.text == f"{START_ERROR}{code}"
@@ -192,7 +199,8 @@ def test_a_flag_tool_that_does_not_work_is_told_and_tried_again_after_a_restart(
     assert len(running.events("system log", START_ERROR)) == 1
 
 
-def test_an_application_that_dies_too_early_for_several_boots_leads_to_the_fallback(board):
+def test_an_application_that_dies_too_early_for_several_boots_leads_to_the_fallback(
+        board: Board) -> None:
     running = board("exit", "1", bad_boots=2)
     end = running.wait_end(timeout=120)
     assert end["end"] == "fallback"
@@ -200,7 +208,7 @@ def test_an_application_that_dies_too_early_for_several_boots_leads_to_the_fallb
     assert not running.events("tool", "sfuflags")
 
 
-def test_a_read_only_root_is_told_and_the_board_rebooted(board):
+def test_a_read_only_root_is_told_and_the_board_rebooted(board: Board) -> None:
     running = board("wait", read_only_root=True, bad_boots=2)
     reboot = running.wait_for("tool", "reboot -f")
     assert running.stderr.count(b"Detected filesystem in read-only mode. Rebooting\n") == 1
@@ -212,7 +220,7 @@ def test_a_read_only_root_is_told_and_the_board_rebooted(board):
     running.wait_for("boot loader", starts=True, count=2)
 
 
-def test_a_root_that_turns_read_only_is_found_at_the_next_start(board):
+def test_a_root_that_turns_read_only_is_found_at_the_next_start(board: Board) -> None:
     running = board("wait", tools={"sfuflags": "fail"})
     running.wait_for("system log", START_ERROR)
     running.set_read_only_root(True)
@@ -221,17 +229,17 @@ def test_a_root_that_turns_read_only_is_found_at_the_next_start(board):
     assert b"Detected filesystem in read-only mode. Rebooting\n" in running.stderr
 
 
-def test_failing_tools_in_the_read_only_case_are_ignored(board):
+def test_failing_tools_in_the_read_only_case_are_ignored(board: Board) -> None:
     running = board("wait", read_only_root=True, tools={"fw_setenv": "fail", "reboot": "fail"})
     running.wait_for("tool", "reboot -f")
     running.wait_for("watchdog device", "KEEPALIVE", count=3)
     assert running.boots == 1
 
 
-def test_the_three_newest_snapshots_are_kept(board):
+def test_the_three_newest_snapshots_are_kept(board: Board) -> None:
     running = board("wait")
     # The fourth round has pushed the first one out when the file has been written four times.
-    marks = []
+    marks: list[bytes] = []
 
     def rounds() -> int:
         text = content(running, SNAPSHOTS)
@@ -247,7 +255,7 @@ def test_the_three_newest_snapshots_are_kept(board):
         assert re.search(rb"(?m)^Mem: ", picture) and b"\n\n" in picture
 
 
-def test_a_missing_directory_of_the_snapshots_is_told_on_every_round(board):
+def test_a_missing_directory_of_the_snapshots_is_told_on_every_round(board: Board) -> None:
     running = board("wait", directories=(), options=["--logfileName", "/tmp/a.log"])
     running.wait_for("supervisor", "Cannot open file", count=2)
     line = b"Cannot open file : /tmp/log/system : err : No such file or directory \n"
@@ -255,7 +263,7 @@ def test_a_missing_directory_of_the_snapshots_is_told_on_every_round(board):
 
 
 @pytest.mark.takes(180)
-def test_the_memory_report_comes_every_three_minutes(board):
+def test_the_memory_report_comes_every_three_minutes(board: Board) -> None:
     running = board("wait", settings=memory_reporting(True))
     line = re.compile(rb"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} == MEMORY USAGE == "
                       rb"Free: \d+ kB, Buffers\+Cache: \d+ kB\n", re.M)
@@ -264,7 +272,8 @@ def test_the_memory_report_comes_every_three_minutes(board):
     assert feeds[-1].monotonic - feeds[0].monotonic >= 170  # it was not there before its time
 
 
-def test_a_hanging_top_holds_up_the_feeding_until_the_board_is_reset(board, tmp_path):
+def test_a_hanging_top_holds_up_the_feeding_until_the_board_is_reset(board: Board,
+                                                                     tmp_path: Path) -> None:
     # The wait for a command is as long as the device's time-out, so the reset is what is to come.
     hanging = tmp_path / "top"
     hanging.write_text("#!/bin/sh\nexec sleep 3600\n")

@@ -10,37 +10,39 @@ from datetime import datetime, timedelta
 
 import pytest
 
+from boards import Board
 from logs import LOG, OLD_LOG, complaints, content
-from simulator import wait_until
+from simulator import Device, wait_until
 
 CRITICAL = b"Critical FW error, rebooting.\n"
 KILLALL = "killall -9 pYNX"
 REBOOT = "reboot -f"
 
 
-def starts(running) -> int:
+def starts(running: Device) -> int:
     """How often the log says that the application was started, in both generations."""
     return sum(running.host_path(path).read_bytes().count(b" Watchdog: Starting app: ")
                for path in (LOG, OLD_LOG) if running.host_path(path).exists())
 
 
-def start_times(running) -> list[datetime]:
+def start_times(running: Device) -> list[datetime]:
     """When the supervisor wrote each start into the log."""
     stamps = re.findall(rb"^(\S+ \S+) Watchdog: Starting app: ", content(running), re.M)
     return [datetime.fromisoformat(stamp.decode()) for stamp in stamps]
 
 
-def notices(running) -> list[str]:
+def notices(running: Device) -> list[str]:
     return [event.text for event in running.events("system log", "Restarting process")]
 
 
 def notice_of(code: int, status: int) -> re.Pattern[str]:
     """What the system log says of an application that ended at once."""
     # A second of the clock may end in between.
-    return re.compile(rf"^Restarting process: exit code:{code}, exist status:{status}, uptime:\d+ sec$")
+    return re.compile(
+        rf"^Restarting process: exit code:{code}, exist status:{status}, uptime:\d+ sec$")
 
 
-def test_the_start_is_written_into_the_log(board, sample):
+def test_the_start_is_written_into_the_log(board: Board, sample: str) -> None:
     running = board("print", "hello\\n", "wait")
     wait_until(lambda: b"hello" in content(running), "the application's first line")
     line = re.compile(rb"\n\n\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} Watchdog: Starting app: "
@@ -48,7 +50,7 @@ def test_the_start_is_written_into_the_log(board, sample):
     assert line.fullmatch(content(running))
 
 
-def test_an_exit_with_a_code_is_noted_and_the_application_started_again(board):
+def test_an_exit_with_a_code_is_noted_and_the_application_started_again(board: Board) -> None:
     running = board("exit", "5")
     notice = running.wait_for("system log", notice_of(5, 0))
     assert notice["raw"].endswith(" sec\n")
@@ -59,7 +61,7 @@ def test_an_exit_with_a_code_is_noted_and_the_application_started_again(board):
     assert second - first >= timedelta(seconds=1)
 
 
-def test_an_application_killed_from_outside_is_started_again(board):
+def test_an_application_killed_from_outside_is_started_again(board: Board) -> None:
     running = board("wait")
     first = running.application()
     running.signal("application", signal.SIGKILL)
@@ -69,12 +71,12 @@ def test_an_application_killed_from_outside_is_started_again(board):
     assert not running.events("tool", REBOOT)
 
 
-def test_a_crash_is_noted_as_one(board):
+def test_a_crash_is_noted_as_one(board: Board) -> None:
     running = board("signal", str(int(signal.SIGSEGV)))
     running.wait_for("system log", notice_of(11, 1))
 
 
-def test_a_process_named_pynx_does_not_survive_the_exit(board):
+def test_a_process_named_pynx_does_not_survive_the_exit(board: Board) -> None:
     script = """cp /bin/sleep /tmp/pYNX; /tmp/pYNX 3600 &
                 until grep -qx pYNX /proc/$!/comm; do sleep 0.01; done"""
     running = board(application=["/bin/sh", "-c", script], options=["--singleRun"],
@@ -85,7 +87,7 @@ def test_a_process_named_pynx_does_not_survive_the_exit(board):
     assert running.wait_supervisor_exit() == 0
 
 
-def test_the_third_exit_reboots_the_board_which_starts_again(board):
+def test_the_third_exit_reboots_the_board_which_starts_again(board: Board) -> None:
     running = board("exit", "0", bad_boots=2)
     reboot = running.wait_for("tool", REBOOT)
     assert reboot["arguments"] == ["-f"]
@@ -100,7 +102,7 @@ def test_the_third_exit_reboots_the_board_which_starts_again(board):
 
 @pytest.mark.parametrize("behaviour", ["return", "fail", "absent"])
 def test_where_the_reboot_comes_back_the_application_goes_on_and_no_later_exit_reboots(
-        board, behaviour):
+        board: Board, behaviour: str) -> None:
     running = board("exit", "0", tools={"reboot": behaviour})
     running.wait_for("system log", "Restarting process", count=5)
     assert running.stderr.count(CRITICAL) == 1
@@ -109,14 +111,14 @@ def test_where_the_reboot_comes_back_the_application_goes_on_and_no_later_exit_r
 
 
 @pytest.mark.parametrize("behaviour", ["fail", "absent"])
-def test_a_failing_killall_is_ignored(board, behaviour):
+def test_a_failing_killall_is_ignored(board: Board, behaviour: str) -> None:
     running = board("exit", "0", tools={"killall": behaviour})
     running.wait_for("system log", "Restarting process", count=2)
     # Only the tool itself may have said something; the supervisor has not.
     assert complaints(running).replace(b"killall: failed\n", b"") == b""
 
 
-def test_rotate_only_restarts_without_any_tool_or_device(board):
+def test_rotate_only_restarts_without_any_tool_or_device(board: Board) -> None:
     running = board("exit", "1", options=["--rotateOnly"])
     running.wait_for("system log", "Restarting process", count=5)
     assert not running.events("tool")
@@ -126,19 +128,20 @@ def test_rotate_only_restarts_without_any_tool_or_device(board):
 
 @pytest.mark.parametrize("program", ["/nowhere/application", "/etc/passwd", "/usr"],
                          ids=["missing", "not executable", "a directory"])
-def test_what_cannot_be_executed_ends_like_an_application_that_fails_at_once(board, program):
+def test_what_cannot_be_executed_ends_like_an_application_that_fails_at_once(board: Board,
+                                                                             program: str) -> None:
     running = board(application=[program], bad_boots=1)
     running.wait_for("tool", REBOOT)
     assert len(notices(running)) == len(running.events("system log", notice_of(255, 0))) == 2
     assert not running.events("system log", "Error occured during process startup")
 
 
-def test_what_cannot_be_executed_gives_255_in_single_run_mode(board):
+def test_what_cannot_be_executed_gives_255_in_single_run_mode(board: Board) -> None:
     running = board(application=["/nowhere/application"], options=["--singleRun", "--rotateOnly"])
     assert running.wait_supervisor_exit() == 255
 
 
-def test_the_application_never_sees_the_end_of_its_input(board):
+def test_the_application_never_sees_the_end_of_its_input(board: Board) -> None:
     running = board("print", "reading\\n", "cat", "print", "ended\\n", options=["--rotateOnly"])
     wait_until(lambda: b"reading" in content(running), "the application reads")
     # Time enough to see an end if there were one.

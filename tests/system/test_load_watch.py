@@ -6,30 +6,32 @@ from __future__ import annotations
 
 import os
 import re
+from typing import Any
 
 import pytest
 
+from boards import Board
 from logs import content
 from settings import watch_list
-from simulator import wait_until
+from simulator import Device, wait_until
 
 TIME = rb"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}"
 NUMBER = rb"[0-9.e+-]+"
 AS_ROOT = pytest.mark.skipif(os.geteuid() != 0, reason="real-time scheduling takes root")
 
 
-def watched(name, **fields):
+def watched(name: str, **fields: Any) -> dict[str, Any]:
     """An entry of the watch list; alarms at any load at all unless told otherwise."""
     return {"name": name, "period": 1, "maxLoad": 0, "maxReports": 100, **fields}
 
 
-def headers(running, load):
+def headers(running: Device, load: int) -> int:
     """How many alarms with this threshold are in the log."""
     return len(re.findall(rb"^%s Process:\S* \(\d+\) cpu load is : %d for \d+ seconds $"
                           % (TIME, load), content(running), re.M))
 
 
-def test_an_alarm_is_a_block_of_lines_with_the_busiest_threads(board):
+def test_an_alarm_is_a_block_of_lines_with_the_busiest_threads(board: Board) -> None:
     running = board("name", "burner", "burn", "7", "5", "wait",
                     settings=watch_list(watched("burner", period=2, threadInfo=True)))
     group = (rb"%(time)s Time between two invocations:\d+ms\n"
@@ -42,14 +44,14 @@ def test_an_alarm_is_a_block_of_lines_with_the_busiest_threads(board):
     wait_until(lambda: block.search(content(running)), "a whole alarm is in the log")
 
 
-def test_without_thread_info_an_alarm_has_no_thread_lines(board):
+def test_without_thread_info_an_alarm_has_no_thread_lines(board: Board) -> None:
     running = board("name", "burner", "burn", "1", "20", "wait",
                     settings=watch_list(watched("burner")))
     wait_until(lambda: headers(running, 0) >= 2, "alarms")
     assert b"thread" not in content(running)
 
 
-def test_after_the_allowed_number_of_alarms_the_watching_ends(board):
+def test_after_the_allowed_number_of_alarms_the_watching_ends(board: Board) -> None:
     running = board("name", "burner", "burn", "1", "60", "wait",
                     settings=watch_list(watched("burner", maxLoad=0),
                                         watched("burner", maxLoad=1, maxReports=2),
@@ -60,7 +62,7 @@ def test_after_the_allowed_number_of_alarms_the_watching_ends(board):
     assert headers(running, 2) == 0
 
 
-def test_what_is_watched_no_more_is_not_missed_either(board, sample):
+def test_what_is_watched_no_more_is_not_missed_either(board: Board, sample: str) -> None:
     running = board(application=["sh", "-c", f"{sample} name burner burn 1 60 sleep 5 & "
                                              f"{sample} name other sleep 8 & wait; exec sleep 600"],
                     settings=watch_list(watched("burner"), watched("burner", maxReports=0),
@@ -71,7 +73,7 @@ def test_what_is_watched_no_more_is_not_missed_either(board, sample):
     assert content(running).count(b"Process burner with args [] doesn't appear") == 1
 
 
-def test_arguments_tell_processes_of_one_name_apart(board):
+def test_arguments_tell_processes_of_one_name_apart(board: Board) -> None:
     running = board("name", "burner", "burn", "1", "20", "wait",
                     settings=watch_list(watched("burner", arguments=["wait", "burn"], maxLoad=0),
                                         watched("burner", arguments=["-x"], maxLoad=1)))
@@ -79,7 +81,7 @@ def test_arguments_tell_processes_of_one_name_apart(board):
     assert headers(running, 1) == 0
 
 
-def test_a_watched_process_that_ends_is_an_alarm_with_an_enormous_load(board):
+def test_a_watched_process_that_ends_is_an_alarm_with_an_enormous_load(board: Board) -> None:
     running = board("name", "shortlived", "burn", "1", "50", "sleep", "4", "exit", "0",
                     settings=watch_list(watched("shortlived", maxLoad=1000)))
     found = wait_until(lambda: re.search(TIME + rb"  cpu load:(%s)%%\n" % NUMBER, content(running)),
@@ -89,7 +91,7 @@ def test_a_watched_process_that_ends_is_an_alarm_with_an_enormous_load(board):
                      content(running))
 
 
-def test_a_process_that_does_not_appear_is_told_once_after_thirty_seconds(board):
+def test_a_process_that_does_not_appear_is_told_once_after_thirty_seconds(board: Board) -> None:
     running = board("wait", settings=watch_list(
         watched("absent", arguments=["-d", "-v"]), watched("missing")))
     started = running.wait_for("watchdog device", "opened")
@@ -104,7 +106,7 @@ def test_a_process_that_does_not_appear_is_told_once_after_thirty_seconds(board)
     assert content(running).count(b"doesn't appear") == 2
 
 
-def scheduling(running, pid):
+def scheduling(running: Device, pid: int) -> dict[str, str]:
     """Policy and priority of each thread of a process, by the thread's name."""
     script = f"""
         for task in /proc/{pid}/task/*; do
@@ -115,7 +117,7 @@ def scheduling(running, pid):
 
 
 @AS_ROOT
-def test_only_the_watching_thread_is_scheduled_in_real_time(board):
+def test_only_the_watching_thread_is_scheduled_in_real_time(board: Board) -> None:
     running = board("name", "app", "print", "ready\\n", "wait")
     running.wait_for("watchdog device", "KEEPALIVE")
     supervisor = scheduling(running, running.supervisor().pid)
@@ -125,7 +127,7 @@ def test_only_the_watching_thread_is_scheduled_in_real_time(board):
 
 
 @AS_ROOT
-def test_without_the_privilege_it_says_so_once_and_works_on(board, sample):
+def test_without_the_privilege_it_says_so_once_and_works_on(board: Board, sample: str) -> None:
     running = board("wait", options=["--rotateOnly"], settings=watch_list(watched("plain")))
     done = running.run(["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups",
                         "prlimit", "--rtprio=0:0", "/supervisor/watchdog", "--singleRun", "--app",

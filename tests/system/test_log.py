@@ -6,21 +6,24 @@ from __future__ import annotations
 
 import re
 import signal
+from pathlib import Path
 
 import pytest
 
+from boards import Board
 from logs import LOG, OLD_LOG, content
 from simulator import wait_until
+from simulator.pytest_plugin import DeviceFactory
 
 TIME_LINE = re.compile(rb"-- Time: [A-Z][a-z]{2} [A-Z][a-z]{2} \d{1,2} \d\d:\d\d:\d\d \d{4} GMT\n")
 
 
-def test_output_reaches_the_file_without_an_end_or_a_full_buffer(board):
+def test_output_reaches_the_file_without_an_end_or_a_full_buffer(board: Board) -> None:
     running = board("print", "short\\n", "wait", options=["--rotateOnly"])
     wait_until(lambda: content(running).endswith(b"short\n"), "the flush")
 
 
-def test_ten_megabytes_on_each_channel_at_once_and_nothing_is_lost(board):
+def test_ten_megabytes_on_each_channel_at_once_and_nothing_is_lost(board: Board) -> None:
     running = board("flood-both", "10000000", "4096", log_size="100M",
                     options=["--singleRun", "--rotateOnly"])
     assert running.wait_supervisor_exit() == 0
@@ -34,7 +37,7 @@ def test_ten_megabytes_on_each_channel_at_once_and_nothing_is_lost(board):
         assert numbers == sorted(numbers)
 
 
-def test_one_channel_is_complete_and_in_order(board):
+def test_one_channel_is_complete_and_in_order(board: Board) -> None:
     running = board("flood", "10000000", "1000", log_size="100M",
                     options=["--singleRun", "--rotateOnly"])
     assert running.wait_supervisor_exit() == 0
@@ -42,7 +45,7 @@ def test_one_channel_is_complete_and_in_order(board):
     assert [int(line.split()[1]) for line in lines] == list(range(100_000))
 
 
-def test_one_old_generation_is_kept_and_both_hold_the_unbroken_end(board):
+def test_one_old_generation_is_kept_and_both_hold_the_unbroken_end(board: Board) -> None:
     running = board("flood", "5000000", "1000", log_size="256k",
                     options=["--singleRun", "--rotateOnly"])
     assert running.wait_supervisor_exit() == 0
@@ -54,7 +57,7 @@ def test_one_old_generation_is_kept_and_both_hold_the_unbroken_end(board):
         "application.log", "application.log.0"]
 
 
-def test_an_existing_log_is_continued_and_counted(board, tmp_path):
+def test_an_existing_log_is_continued_and_counted(board: Board, tmp_path: Path) -> None:
     running = board("wait", options=["--rotateOnly"])
     running.host_path("/tmp/old.log").write_bytes(b"x" * 900)
     sample = running.application().command_line[0]
@@ -67,7 +70,7 @@ def test_an_existing_log_is_continued_and_counted(board, tmp_path):
     assert running.host_path("/tmp/old.log").read_bytes() == b""
 
 
-def test_time_lines(board):
+def test_time_lines(board: Board) -> None:
     running = board("print", "one\\ntwo\\n", "sleep", "2.1", "error", "three\\n", "wait",
                     options=["--rotateOnly", "--logTime"])
     wait_until(lambda: b"three" in content(running), "the last line")
@@ -79,7 +82,7 @@ def test_time_lines(board):
     assert re.search(TIME_LINE.pattern + rb"three\n$", log)
 
 
-def test_without_a_log_file_everything_is_echoed(device, sample):
+def test_without_a_log_file_everything_is_echoed(device: DeviceFactory, sample: str) -> None:
     running = device(arguments=["--rotateOnly", "--singleRun", "--logTime", "--app", sample,
                                 "print", "to the console\\n", "error", "this too\\n"])
     assert running.wait_supervisor_exit() == 0
@@ -98,9 +101,11 @@ SPOILED_LOG = """
 """An application that spoils its own log, fills it, and prints a line when the file is closed."""
 
 
-@pytest.mark.parametrize("spoil, kept", [(f"mkdir -p {OLD_LOG}/occupied", True), (f"rm {LOG}", False)],
+@pytest.mark.parametrize("spoil, kept",
+                         [(f"mkdir -p {OLD_LOG}/occupied", True), (f"rm {LOG}", False)],
                          ids=["the rename fails", "removed from outside"])
-def test_a_rotation_that_fails_ends_the_file_and_echoes_the_rest(board, sample, spoil, kept):
+def test_a_rotation_that_fails_ends_the_file_and_echoes_the_rest(board: Board, sample: str,
+                                                                 spoil: str, kept: bool) -> None:
     script = SPOILED_LOG.format(spoil=spoil, sample=sample)
     running = board(application=["/bin/sh", "-c", script], log_size="2k",
                     options=["--rotateOnly", "--singleRun"])
@@ -110,7 +115,7 @@ def test_a_rotation_that_fails_ends_the_file_and_echoes_the_rest(board, sample, 
     assert content(running).endswith(b".\n") if kept else not running.host_path(LOG).exists()
 
 
-def test_a_full_file_system_loses_text_but_never_the_application(board):
+def test_a_full_file_system_loses_text_but_never_the_application(board: Board) -> None:
     running = board("wait", options=["--rotateOnly"], spaces={"/tmp/small": "256k"})
     sample = running.application().command_line[0]
     done = running.run(["/supervisor/watchdog", "--singleRun", "--rotateOnly", "--logTime",
@@ -133,7 +138,7 @@ TWO_GENERATIONS = """
 """An application that fills a log of 300k, waits for its rotation, and does so a second time."""
 
 
-def test_lost_bytes_count_so_that_rotation_frees_the_space_again(board):
+def test_lost_bytes_count_so_that_rotation_frees_the_space_again(board: Board) -> None:
     # The first generation fills the file system, the second finds no room, the third gets that of
     # the first.
     running = board("wait", options=["--rotateOnly"], spaces={"/tmp/small": "256k"})
@@ -147,7 +152,7 @@ def test_lost_bytes_count_so_that_rotation_frees_the_space_again(board):
     assert files == b"full.log\nfull.log.0\nthe end\n"
 
 
-def test_logging_goes_on_when_space_returns(board):
+def test_logging_goes_on_when_space_returns(board: Board) -> None:
     running = board("wait", options=["--rotateOnly"], spaces={"/tmp/small": "256k"})
     sample = running.application().command_line[0]
     application = (f"{sample} flood 100000 4000; sleep 0.5; rm /tmp/small/filler; "
@@ -161,7 +166,7 @@ def test_logging_goes_on_when_space_returns(board):
     assert done.stdout.endswith(b"space again\nmore\n")
 
 
-def test_markers_do_nothing_without_reporting(board):
+def test_markers_do_nothing_without_reporting(board: Board) -> None:
     running = board("print", "==Report file:/etc/hostname==name\\n==Report==other\\n",
                     options=["--singleRun", "--rotateOnly"])
     assert running.wait_supervisor_exit() == 0
@@ -169,19 +174,19 @@ def test_markers_do_nothing_without_reporting(board):
     assert not running.host_path("/tmp/upload").exists()
 
 
-def test_what_a_grandchild_prints_after_the_end_is_lost(board):
+def test_what_a_grandchild_prints_after_the_end_is_lost(board: Board) -> None:
     running = board("grandchild", "1", "print", "parent ends\\n", options=["--rotateOnly"])
     running.wait_for("system log", "Restarting process", count=3)
     assert b"grandchild was here" not in content(running)
 
 
-def test_the_log_survives_restarts_in_one_file(board):
+def test_the_log_survives_restarts_in_one_file(board: Board) -> None:
     running = board("print", "again\\n", options=["--rotateOnly"])
     running.wait_for("system log", "Restarting process", count=3)
     assert content(running).count(b"again\n") == 3
 
 
-def test_a_supervisor_that_is_killed_has_its_log_up_to_the_last_flush(board):
+def test_a_supervisor_that_is_killed_has_its_log_up_to_the_last_flush(board: Board) -> None:
     running = board("print", "kept\\n", "wait", options=["--rotateOnly"])
     wait_until(lambda: b"kept\n" in content(running), "the flush")
     running.signal("supervisor", signal.SIGKILL)

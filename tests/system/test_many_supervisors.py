@@ -6,12 +6,14 @@ from __future__ import annotations
 
 from simulator import wait_until
 
+from boards import Board
+
 SUPERVISORS = 40
 EXITS = 25
 WARM_UP = 5
 
 
-def test_nothing_grows_with_restarts(board, sample, sanitized):
+def test_nothing_grows_with_restarts(board: Board, sample: str, sanitized: bool) -> None:
     running = board("wait", options=["--rotateOnly"])
     running.run(["sh", "-c", f"""
         for i in $(seq {SUPERVISORS}); do
@@ -44,7 +46,7 @@ def test_nothing_grows_with_restarts(board, sample, sanitized):
     def total_memory(seen: dict[int, tuple[int, int, int]]) -> int:
         return sum(memory for _, _, memory in seen.values())
 
-    wait_until(lambda: min(starts()) >= WARM_UP, "everything that is made once is made", timeout=600)
+    wait_until(lambda: min(starts()) >= WARM_UP, "all that is made once is made", timeout=600)
     before: dict[int, tuple[int, int, int]] = {}
 
     def all_seen() -> bool:

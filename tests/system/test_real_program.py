@@ -12,10 +12,11 @@ import urllib.request
 
 import pytest
 
+from boards import Board
 from logs import OLD_LOG, content
 from simulator import wait_until
 
-BUSYBOX = shutil.which("busybox")
+BUSYBOX = shutil.which("busybox") or ""
 
 
 @pytest.fixture
@@ -36,8 +37,8 @@ def ask(address: str) -> bool:
     return True
 
 
-@pytest.mark.skipif(BUSYBOX is None, reason="busybox is not installed")
-def test_a_web_server_is_logged_restarted_and_rebooted(board, address):
+@pytest.mark.skipif(not BUSYBOX, reason="busybox is not installed")
+def test_a_web_server_is_logged_restarted_and_rebooted(board: Board, address: str) -> None:
     running = board(application=[BUSYBOX, "httpd", "-f", "-vv", "-p", address], log_size="2k",
                     bad_boots=2)
 

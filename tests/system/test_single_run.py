@@ -11,8 +11,9 @@ import sys
 
 import pytest
 
+from boards import Board
 from logs import LOG, content
-from simulator import wait_until
+from simulator import Device, wait_until
 
 TERMINATION = [signal.SIGINT, signal.SIGQUIT, signal.SIGTERM]
 
@@ -21,21 +22,22 @@ DISPATCHERS = pytest.mark.parametrize("environment", [{}, {"QT_NO_GLIB": "1"}],
                                       ids=["glib", "Qt's own loop"])
 
 
-def started(running):
+def started(running: Device) -> None:
     """Waits until the application has said that it is ready."""
     wait_until(lambda: b"ready\n" in content(running), "the application is ready")
 
 
 @pytest.mark.parametrize("behaviour, status", [
     (("exit", "0"), 0), (("exit", "42"), 42), (("signal", "9"), 9), (("signal", "11"), 11)])
-def test_the_exit_status_is_the_applications(board, behaviour, status):
+def test_the_exit_status_is_the_applications(board: Board, behaviour: tuple[str, str],
+                                             status: int) -> None:
     running = board(*behaviour, options=["--singleRun"], watchdog_device=False)
     assert running.wait_supervisor_exit() == status
     assert not running.events("system log", "Restarting process")
     assert running.events("tool", "killall -9 pYNX")
 
 
-def test_one_exit_never_reboots(board):
+def test_one_exit_never_reboots(board: Board) -> None:
     running = board("exit", "1", options=["--singleRun"], watchdog_device=False)
     assert running.wait_supervisor_exit() == 1
     assert not running.events("tool", "reboot")
@@ -43,7 +45,8 @@ def test_one_exit_never_reboots(board):
 
 @DISPATCHERS
 @pytest.mark.parametrize("number", TERMINATION)
-def test_a_termination_signal_ends_both_and_the_status_is_0(board, number, environment):
+def test_a_termination_signal_ends_both_and_the_status_is_0(board: Board, number: signal.Signals,
+                                                            environment: dict[str, str]) -> None:
     # Whatever the supervisor gets, the application is told by SIGTERM.
     script = "trap 'touch /tmp/log/told; exit 15' TERM; echo ready; while :; do sleep 0.02; done"
     running = board(application=["/bin/sh", "-c", script],
@@ -59,14 +62,17 @@ def test_a_termination_signal_ends_both_and_the_status_is_0(board, number, envir
 
 @DISPATCHERS
 @pytest.mark.parametrize("options", [[], ["--rotateOnly"]], ids=["all", "rotate-only"])
-def test_the_interrupt_key_ends_both_and_the_status_is_0(board, sample, options, environment):
+def test_the_interrupt_key_ends_both_and_the_status_is_0(board: Board, sample: str,
+                                                         options: list[str],
+                                                         environment: dict[str, str]) -> None:
     # A terminal sends it to the whole group: to the application too, and to a tool that runs.
     running = board("wait", options=["--rotateOnly"], environment=environment,
                     watchdog_device=False)
     script = f"""
     set -m
     for i in $(seq 20); do
-        /supervisor/watchdog --singleRun {' '.join(options)} --app {sample} name ready wait >/tmp/out &
+        /supervisor/watchdog --singleRun {' '.join(options)} --app {sample} name ready wait \
+            >/tmp/out &
         until pgrep -P $! -x ready >/tmp/pid; do sleep 0.005; done
         kill -INT -$!; wait $!; echo $?
     done"""
@@ -75,11 +81,13 @@ def test_the_interrupt_key_ends_both_and_the_status_is_0(board, sample, options,
 
 
 @DISPATCHERS
-def test_the_status_is_0_however_the_applications_end_falls(board, sample, environment):
+def test_the_status_is_0_however_the_applications_end_falls(board: Board, sample: str,
+                                                            environment: dict[str, str]) -> None:
     running = board("wait", options=["--rotateOnly"], environment=environment)
     script = f"""
     for i in $(seq 40); do
-        /supervisor/watchdog --singleRun --rotateOnly --app {sample} name ready wait >/tmp/out &
+        /supervisor/watchdog --singleRun --rotateOnly --app {sample} name ready wait \
+            >/tmp/out &
         until pgrep -P $! -x ready >/tmp/pid; do sleep 0.005; done
         kill -TERM $!; wait $!; echo $?
     done"""
@@ -87,11 +95,12 @@ def test_the_status_is_0_however_the_applications_end_falls(board, sample, envir
     assert done.stdout.split() == [b"0"] * 40
 
 
-def test_a_signal_right_after_the_start_is_not_lost(board, sample):
+def test_a_signal_right_after_the_start_is_not_lost(board: Board, sample: str) -> None:
     running = board("wait", options=["--rotateOnly"])
     script = f"""
     for i in $(seq 60); do
-        /supervisor/watchdog --singleRun --rotateOnly --app {sample} ignore-term name straggler wait >/tmp/out &
+        /supervisor/watchdog --singleRun --rotateOnly --app {sample} \
+            ignore-term name straggler wait >/tmp/out &
         sleep 0.0$((i % 6))$((i % 10)); kill -TERM $!; wait $!; echo $?
     done; pkill -KILL straggler"""
     done = running.run(["bash", "-c", script], timeout=240)
@@ -101,7 +110,7 @@ def test_a_signal_right_after_the_start_is_not_lost(board, sample):
     assert set(statuses) <= {b"0", b"143"}
 
 
-def test_the_applications_last_words_are_in_the_log(board):
+def test_the_applications_last_words_are_in_the_log(board: Board) -> None:
     running = board("on-term", "3", "print", "ready\\n", "wait",
                     options=["--singleRun"], watchdog_device=False)
     started(running)
@@ -110,14 +119,14 @@ def test_the_applications_last_words_are_in_the_log(board):
     assert content(running).endswith(b"ready\nterminated\n")
 
 
-def catches_sigterm(running) -> bool:
+def catches_sigterm(running: Device) -> bool:
     """Whether the supervisor has a handler for SIGTERM now."""
     status = running.run(["cat", f"/proc/{running.supervisor().pid}/status"]).stdout.decode()
-    caught = int(next(line for line in status.splitlines() if line.startswith("SigCgt:")).split()[1], 16)
-    return bool(caught >> (signal.SIGTERM - 1) & 1)
+    caught = next(line for line in status.splitlines() if line.startswith("SigCgt:")).split()[1]
+    return bool(int(caught, 16) >> (signal.SIGTERM - 1) & 1)
 
 
-def end_by_second_signal(running) -> None:
+def end_by_second_signal(running: Device) -> None:
     """Ends a supervisor that the first signal cannot end, since it waits for something else."""
     assert catches_sigterm(running)
     running.signal("supervisor", signal.SIGTERM)
@@ -127,14 +136,15 @@ def end_by_second_signal(running) -> None:
     assert running.wait_supervisor_exit() == -signal.SIGTERM
 
 
-def test_a_second_signal_ends_a_supervisor_that_waits_for_a_tool(board):
+def test_a_second_signal_ends_a_supervisor_that_waits_for_a_tool(board: Board) -> None:
     running = board("exit", "0", options=["--singleRun"], tools={"killall": "hang"},
                     watchdog_device=False)
     running.wait_for("tool", "killall")
     end_by_second_signal(running)
 
 
-def test_a_start_up_that_hangs_passes_the_signal_on_and_a_second_one_ends_it(board):
+def test_a_start_up_that_hangs_passes_the_signal_on_and_a_second_one_ends_it(
+        board: Board) -> None:
     # Nobody writes the settings document, which is a FIFO.
     running = board("on-term", "3", "wait", options=["--singleRun"], watchdog_device=False,
                     start=False)
@@ -148,7 +158,7 @@ def test_a_start_up_that_hangs_passes_the_signal_on_and_a_second_one_ends_it(boa
                "the application has been told")
 
 
-def test_a_second_signal_ends_a_supervisor_whose_log_takes_no_more(board):
+def test_a_second_signal_ends_a_supervisor_whose_log_takes_no_more(board: Board) -> None:
     # A log that is a FIFO which nobody reads; the signal may not come in between while the log is
     # written.
     running = board("flood", "200000", "10000", options=["--singleRun", "--rotateOnly"], start=False)
@@ -173,14 +183,14 @@ def test_the_supervisor_ends_when_its_parent_dies(board, sample):
                "the application of the supervisor whose parent died is gone")
 
 
-def test_without_single_run_a_signal_just_ends_the_supervisor(board):
+def test_without_single_run_a_signal_just_ends_the_supervisor(board: Board) -> None:
     running = board("print", "ready\\n", "wait", options=["--rotateOnly"])
     started(running)
     running.signal("supervisor", signal.SIGTERM)
     assert running.wait_supervisor_exit() == -signal.SIGTERM
 
 
-def test_the_application_starts_with_the_signals_untouched(board):
+def test_the_application_starts_with_the_signals_untouched(board: Board) -> None:
     running = board(application=["/bin/grep", "-E", "^Sig(Blk|Ign)", "/proc/self/status"],
                     options=["--singleRun", "--rotateOnly"])
     assert running.wait_supervisor_exit() == 0
@@ -191,7 +201,7 @@ def test_the_application_starts_with_the_signals_untouched(board):
     assert not any(ignored >> (number - 1) & 1 for number in [*TERMINATION, signal.SIGPIPE])
 
 
-def test_a_signal_that_was_blocked_at_the_start_stays_so(board, sample):
+def test_a_signal_that_was_blocked_at_the_start_stays_so(board: Board) -> None:
     running = board("wait", options=["--rotateOnly"])
     script = f"""
 import os, signal
