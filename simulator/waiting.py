@@ -18,7 +18,8 @@ _LOOKS_APART = 0.02
 Found = TypeVar("Found")
 
 
-def wait_until(look: Callable[[], Found], what: str, timeout: float = DEFAULT_TIMEOUT) -> Found:
+def wait_until(look: Callable[[], Found | None], what: str,
+               timeout: float = DEFAULT_TIMEOUT) -> Found:
     """Look again and again until what is found is true, and return it.
 
     Raises SimulatorError, saying `what` was waited for and what was seen last, after `timeout`

@@ -13,6 +13,6 @@ def pytest_collection_modifyitems(items: list[pytest.Item]) -> None:
     """The longest first, so that none of them is left alone at the end."""
     def seconds(item: pytest.Item) -> float:
         marker = item.get_closest_marker("takes")
-        return -marker.args[0] if marker else 0
+        return -float(marker.args[0]) if marker else 0
 
     items.sort(key=seconds)

@@ -5,15 +5,16 @@
 from __future__ import annotations
 
 import itertools
-from collections.abc import Callable
 from pathlib import Path
 
 import pytest
 
+from standin import Script
+
 
 @pytest.fixture
-def script(tmp_path: Path) -> Callable[[str], Path]:
-    """Makes an executable shell script of the lines given."""
+def script(tmp_path: Path) -> Script:
+    """Makes an executable shell script in a directory of the test."""
     numbers = itertools.count(1)
 
     def make(text: str, name: str = "") -> Path:

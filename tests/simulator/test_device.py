@@ -5,15 +5,19 @@
 import re
 import signal
 import time
+from pathlib import Path
+from typing import Any
 
 import pytest
 
 from simulator import BootState, SimulatorError, wait_until
+from simulator.pytest_plugin import DeviceFactory
 
-from standin import WAIT
+from standin import WAIT, Script
 
 
-def test_output_is_kept_byte_for_byte_and_channels_apart(device, script) -> None:
+def test_output_is_kept_byte_for_byte_and_channels_apart(device: DeviceFactory,
+                                                         script: Script) -> None:
     board = device(script(r"printf 'one\ntwo \377\0 end'; printf 'err\n\nlast' >&2"))
     board.wait_end()
     assert board.stdout == b"one\ntwo \xff\0 end"
@@ -23,7 +27,7 @@ def test_output_is_kept_byte_for_byte_and_channels_apart(device, script) -> None
     assert [text for stream, text in lines if stream == "stderr"] == ["err", "", "last"]
 
 
-def test_a_flood_arrives_whole(device, script) -> None:
+def test_a_flood_arrives_whole(device: DeviceFactory, script: Script) -> None:
     board = device(script("seq 1 20000"))
     board.wait_end()
     assert board.stdout == b"".join(b"%d\n" % number for number in range(1, 20001))
@@ -31,20 +35,23 @@ def test_a_flood_arrives_whole(device, script) -> None:
 
 
 @pytest.mark.parametrize(("end", "status"), [("exit 0", 0), ("exit 42", 42), ("kill -9 $$", -9)])
-def test_the_supervisors_end_is_told(device, script, end: str, status: int) -> None:
+def test_the_supervisors_end_is_told(device: DeviceFactory, script: Script, end: str,
+                                     status: int) -> None:
     board = device(script(end))
     assert board.wait_supervisor_exit() == status
     event = board.wait_end()
     assert (event["end"], event["status"]) == ("supervisor", status)
 
 
-def test_waiting_ends_at_once_when_the_simulation_has_ended(device, script) -> None:
+def test_waiting_ends_at_once_when_the_simulation_has_ended(device: DeviceFactory,
+                                                            script: Script) -> None:
     board = device(script("echo only; exit 3"))
     with pytest.raises(SimulatorError, match="(?s)the simulation has ended before.*only"):
         board.wait_for("supervisor", "never", timeout=600)
 
 
-def test_waiting_shows_the_account_when_it_takes_too_long(device, script) -> None:
+def test_waiting_shows_the_account_when_it_takes_too_long(device: DeviceFactory,
+                                                          script: Script) -> None:
     board = device(script("echo something else; " + WAIT))
     board.wait_for("supervisor", "something else")
     before = time.monotonic()
@@ -53,7 +60,7 @@ def test_waiting_shows_the_account_when_it_takes_too_long(device, script) -> Non
     assert time.monotonic() - before >= 0.2
 
 
-def test_what_matches(device, script) -> None:
+def test_what_matches(device: DeviceFactory, script: Script) -> None:
     board = device(script("echo abc; echo abd; echo abe; echo xyz >&2; " + WAIT))
     second = board.wait_for("supervisor", "ab", count=2)
     assert second.text == "abd"
@@ -64,7 +71,8 @@ def test_what_matches(device, script) -> None:
     assert board.events("supervisor", nothing=None) == []
 
 
-def test_events_carry_the_boot_and_clocks_that_only_grow(device, script) -> None:
+def test_events_carry_the_boot_and_clocks_that_only_grow(device: DeviceFactory,
+                                                         script: Script) -> None:
     board = device(script("[ -e /tmp/again ] && " + WAIT + "\ntouch /tmp/again; reboot -f"))
     board.wait_for("simulator", "supervisor started", count=2)
     events = board.events()
@@ -73,7 +81,7 @@ def test_events_carry_the_boot_and_clocks_that_only_grow(device, script) -> None
     assert all(first.monotonic <= second.monotonic for first, second in zip(events, events[1:]))
 
 
-def test_a_command_in_the_box(device, script) -> None:
+def test_a_command_in_the_box(device: DeviceFactory, script: Script) -> None:
     board = device(script(WAIT), environment={"GREETING": "hello"})
     completed = board.run(["sh", "-c", "cat; echo $GREETING; echo err >&2; exit 5"], stdin=b"in ")
     assert (completed.status, completed.stdout, completed.stderr) == (5, b"in hello\n", b"err\n")
@@ -82,14 +90,14 @@ def test_a_command_in_the_box(device, script) -> None:
         board.run(["no-such-command"])
 
 
-def test_a_command_that_takes_too_long_is_ended(device, script) -> None:
+def test_a_command_that_takes_too_long_is_ended(device: DeviceFactory, script: Script) -> None:
     board = device(script(WAIT))
     with pytest.raises(SimulatorError, match="did not end within"):
         board.run(["sleep", "600"], timeout=0.1)
     assert [process.comm for process in board.processes() if process.state != "Z"] == ["sleep"]
 
 
-def test_processes_and_signals(device, script) -> None:
+def test_processes_and_signals(device: DeviceFactory, script: Script) -> None:
     board = device(script("while true; do sleep 600; done"), ["--app", "sleep"])
     first = board.application()
     assert first.ppid == board.supervisor().pid and first.command_line == ["sleep", "600"]
@@ -106,14 +114,15 @@ def test_processes_and_signals(device, script) -> None:
         board.signal("nobody", signal.SIGTERM)
 
 
-def test_orphans_are_waited_for(device, script) -> None:
+def test_orphans_are_waited_for(device: DeviceFactory, script: Script) -> None:
     board = device(script("(true & true & true &) ; sleep 0; echo done; " + WAIT))
     board.wait_for("supervisor", "done")
     wait_until(lambda: not any(process.state == "Z" for process in board.processes()),
                "no process that nobody has waited for")
 
 
-def test_settings_lie_beside_the_program(device, script, tmp_path) -> None:
+def test_settings_lie_beside_the_program(device: DeviceFactory, script: Script,
+                                         tmp_path: Path) -> None:
     factory = tmp_path / "settings-default"
     factory.mkdir()
     (factory / "kept.json").write_text("1", encoding="utf-8")
@@ -133,7 +142,7 @@ def test_settings_lie_beside_the_program(device, script, tmp_path) -> None:
     assert (factory / "removed.json").exists()
 
 
-def test_the_reset_button_kills_everything_and_boots(device, script) -> None:
+def test_the_reset_button_kills_everything_and_boots(device: DeviceFactory, script: Script) -> None:
     board = device(script("setsid sleep 601 & sleep 602 & touch /run/volatile; echo up; " + WAIT))
     board.wait_for("supervisor", "up")
     old = {process.pid for process in board.processes()}
@@ -143,7 +152,8 @@ def test_the_reset_button_kills_everything_and_boots(device, script) -> None:
     assert old.isdisjoint(process.pid for process in board.processes())
 
 
-def test_a_reset_clears_what_is_volatile_and_keeps_tmp(device, script) -> None:
+def test_a_reset_clears_what_is_volatile_and_keeps_tmp(device: DeviceFactory,
+                                                       script: Script) -> None:
     board = device(script("echo see $(ls /run /dev/shm /tmp); touch /run/a /tmp/b /dev/shm/c; "
                           "echo booted; " + WAIT))
     board.wait_for("supervisor", "booted")
@@ -153,7 +163,7 @@ def test_a_reset_clears_what_is_volatile_and_keeps_tmp(device, script) -> None:
     assert "b" in seen and not {"a", "c"} & set(seen)
 
 
-def test_too_many_bad_boots_end_in_the_fallback(device, script) -> None:
+def test_too_many_bad_boots_end_in_the_fallback(device: DeviceFactory, script: Script) -> None:
     board = device(script("reboot -f"), bad_boots=2)
     end = board.wait_end()
     assert end["end"] == "fallback"
@@ -162,14 +172,15 @@ def test_too_many_bad_boots_end_in_the_fallback(device, script) -> None:
     assert board.processes() == []
 
 
-def test_cleared_flags_let_it_boot_for_ever(device, script) -> None:
+def test_cleared_flags_let_it_boot_for_ever(device: DeviceFactory, script: Script) -> None:
     board = device(script("sfuflags -f fail -v 0; sfuflags -f boot_count -v 0; reboot -f"),
                    bad_boots=1, boots=4)
     assert board.wait_end()["end"] == "boots"
     assert board.boots == 4
 
 
-def test_a_used_directory_goes_on_where_it_was_left(device, script, tmp_path) -> None:
+def test_a_used_directory_goes_on_where_it_was_left(device: DeviceFactory, script: Script,
+                                                    tmp_path: Path) -> None:
     place = tmp_path / "the device"
     first = device(script("touch /tmp/log/left; echo up; " + WAIT), directory=place)
     first.wait_for("supervisor", "up")
@@ -180,18 +191,19 @@ def test_a_used_directory_goes_on_where_it_was_left(device, script, tmp_path) ->
     assert len(second.events("boot loader")) == 1
 
 
-def test_the_boot_loaders_state_can_be_given(device, script) -> None:
+def test_the_boot_loaders_state_can_be_given(device: DeviceFactory, script: Script) -> None:
     board = device(script(WAIT), boot_state=BootState(fail=1, boot_count=3))
     assert board.wait_end()["end"] == "fallback"
 
 
-def test_a_directory_is_one_devices_at_a_time(device, script, tmp_path) -> None:
+def test_a_directory_is_one_devices_at_a_time(device: DeviceFactory, script: Script,
+                                              tmp_path: Path) -> None:
     device(script(WAIT), directory=tmp_path / "one")
     with pytest.raises(SimulatorError, match="another simulated device is running in"):
         device(script(WAIT), directory=tmp_path / "one")
 
 
-def test_two_devices_do_not_disturb_one_another(device, script) -> None:
+def test_two_devices_do_not_disturb_one_another(device: DeviceFactory, script: Script) -> None:
     one, two = (device(script(f"logger -t me {name}; fw_setenv board {name}; "
                               f"echo {name} > /tmp/file; echo up; {WAIT}"))
                 for name in ("one", "two"))
@@ -205,7 +217,7 @@ def test_two_devices_do_not_disturb_one_another(device, script) -> None:
     assert not two.events("simulator", "switched off")
 
 
-def test_a_closed_standard_input(device, script) -> None:
+def test_a_closed_standard_input(device: DeviceFactory, script: Script) -> None:
     board = device(script("[ -e /proc/$$/fd/0 ] || echo closed"), stdin="closed")
     board.wait_end()
     assert board.stdout == b"closed\n"
@@ -218,19 +230,21 @@ def test_a_closed_standard_input(device, script) -> None:
     ({"stdin": "open"}, "stdin"),
     ({"watchdog_library": "/none.so"}, "library is missing"),
 ])
-def test_what_makes_no_sense_is_refused(device, script, options, message: str) -> None:
+def test_what_makes_no_sense_is_refused(device: DeviceFactory, script: Script,
+                                        options: dict[str, Any], message: str) -> None:
     with pytest.raises(SimulatorError, match=message):
         device(script(WAIT), **options)
 
 
-def test_a_program_that_is_none_is_refused(device, tmp_path) -> None:
+def test_a_program_that_is_none_is_refused(device: DeviceFactory, tmp_path: Path) -> None:
     (tmp_path / "text").write_text("no program", encoding="utf-8")
     for path in (tmp_path / "text", tmp_path / "none", tmp_path):
         with pytest.raises(SimulatorError, match="cannot be executed"):
             device(path)
 
 
-def test_a_program_that_the_kernel_refuses_ends_the_simulation(device, tmp_path) -> None:
+def test_a_program_that_the_kernel_refuses_ends_the_simulation(device: DeviceFactory,
+                                                               tmp_path: Path) -> None:
     program = tmp_path / "program"
     program.write_bytes(b"\x7fELF, but not really")
     program.chmod(0o755)
@@ -240,7 +254,7 @@ def test_a_program_that_the_kernel_refuses_ends_the_simulation(device, tmp_path)
     assert "Exec format error" in end.text
 
 
-def test_a_device_that_is_off_says_so(device, script) -> None:
+def test_a_device_that_is_off_says_so(device: DeviceFactory, script: Script) -> None:
     board = device(script(WAIT), start=False)
     with pytest.raises(SimulatorError, match="switched off"):
         board.processes()

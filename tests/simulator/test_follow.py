@@ -2,6 +2,7 @@
 # SPDX-License-Identifier: MIT
 """Following a log that grows and is rotated."""
 
+from collections.abc import Iterator
 from pathlib import Path
 
 import pytest
@@ -10,12 +11,12 @@ from simulator.follow import LINES_AT_A_TIME, LogFollower
 
 
 @pytest.fixture
-def log(tmp_path) -> Path:
+def log(tmp_path: Path) -> Path:
     return tmp_path / "log"
 
 
 @pytest.fixture
-def follower(log):
+def follower(log: Path) -> Iterator[LogFollower]:
     follower = LogFollower(lambda: log.open("rb"))
     yield follower
     follower.close()
@@ -26,11 +27,11 @@ def append(log: Path, text: str) -> None:
         file.write(text)
 
 
-def test_nothing_while_there_is_no_log(follower) -> None:
+def test_nothing_while_there_is_no_log(follower: LogFollower) -> None:
     assert follower.poll() == ([], 0)
 
 
-def test_each_line_comes_once_and_when_it_is_whole(log, follower) -> None:
+def test_each_line_comes_once_and_when_it_is_whole(log: Path, follower: LogFollower) -> None:
     append(log, "one\ntw")
     assert follower.poll() == (["one"], 0)
     append(log, "o\n")
@@ -38,7 +39,7 @@ def test_each_line_comes_once_and_when_it_is_whole(log, follower) -> None:
     assert follower.poll() == ([], 0)
 
 
-def test_nothing_is_lost_over_a_rotation(log, follower) -> None:
+def test_nothing_is_lost_over_a_rotation(log: Path, follower: LogFollower) -> None:
     append(log, "one\n")
     follower.poll()
     append(log, "two\nthree without end")
@@ -49,14 +50,14 @@ def test_nothing_is_lost_over_a_rotation(log, follower) -> None:
     assert follower.poll() == (["five"], 0)
 
 
-def test_an_emptied_log_is_read_from_its_beginning(log, follower) -> None:
+def test_an_emptied_log_is_read_from_its_beginning(log: Path, follower: LogFollower) -> None:
     append(log, "a long first line\n")
     follower.poll()
     log.write_text("two\n", encoding="utf-8")
     assert follower.poll() == (["two"], 0)
 
 
-def test_a_flood_is_cut(log, follower) -> None:
+def test_a_flood_is_cut(log: Path, follower: LogFollower) -> None:
     append(log, "".join(f"{number}\n" for number in range(1000)))
     shown, left_out = follower.poll()
     assert shown == [str(number) for number in range(LINES_AT_A_TIME)]

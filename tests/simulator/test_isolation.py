@@ -7,32 +7,36 @@ from pathlib import Path
 
 import pytest
 
-from simulator import Bind, SimulatorError
+from simulator import Bind, Device, SimulatorError
+from simulator.pytest_plugin import DeviceFactory
 
-from standin import WAIT
+from standin import WAIT, Script
 
 
-def shell(board, command: str) -> tuple[int, str]:
+def shell(board: Device, command: str) -> tuple[int, str]:
     completed = board.run(["sh", "-c", command])
     return completed.status, completed.stdout.decode()
 
 
 @pytest.mark.parametrize("place", ["/etc", "/usr/bin", "/var/tmp", "/root", "/", "/home"])
-def test_the_hosts_files_cannot_be_changed(device, script, place: str) -> None:
+def test_the_hosts_files_cannot_be_changed(device: DeviceFactory, script: Script,
+                                           place: str) -> None:
     board = device(script(WAIT))
     assert shell(board, f"echo x > {place}/simulator-was-here")[0] != 0
     if os.access(place, os.X_OK):  # an ordinary user cannot look into /root
         assert not Path(place, "simulator-was-here").exists()
 
 
-def test_a_file_of_the_host_is_shown_but_not_writable(device, script, request) -> None:
+def test_a_file_of_the_host_is_shown_but_not_writable(device: DeviceFactory, script: Script,
+                                                      request: pytest.FixtureRequest) -> None:
     board = device(script(WAIT))
     place = Path(__file__)
     assert board.read(str(place)) == place.read_bytes()
     assert shell(board, f"echo >> {place}")[0] != 0
 
 
-def test_nothing_in_the_box_can_mount_or_make_devices(device, script) -> None:
+def test_nothing_in_the_box_can_mount_or_make_devices(device: DeviceFactory,
+                                                      script: Script) -> None:
     board = device(script(WAIT))
     assert shell(board, "mount -o remount,rw /usr")[0] != 0
     assert shell(board, "mount -t tmpfs none /mnt")[0] != 0
@@ -43,20 +47,20 @@ def test_nothing_in_the_box_can_mount_or_make_devices(device, script) -> None:
     assert shell(board, "ls /proc/1/root/")[0] != 0
 
 
-def test_the_hosts_processes_are_not_there(device, script) -> None:
+def test_the_hosts_processes_are_not_there(device: DeviceFactory, script: Script) -> None:
     board = device(script(WAIT))
     numbers = shell(board, "cd /proc && echo [0-9]*")[1].split()
     assert "1" in numbers and len(numbers) <= 3
     assert shell(board, f"kill -0 {os.getpid() + 100000}")[0] != 0
 
 
-def test_the_box_has_a_name_of_its_own(device, script) -> None:
+def test_the_box_has_a_name_of_its_own(device: DeviceFactory, script: Script) -> None:
     board = device(script(WAIT))
     assert shell(board, "uname -n") == (0, "simulated-device\n")
     assert os.uname().nodename != "simulated-device"
 
 
-def test_devices_are_the_harmless_ones(device, script) -> None:
+def test_devices_are_the_harmless_ones(device: DeviceFactory, script: Script) -> None:
     board = device(script(WAIT))
     names = shell(board, "ls /dev")[1].split()
     assert set(names) == {"fd", "full", "log", "null", "ptmx", "pts", "random", "shm", "stderr",
@@ -64,7 +68,8 @@ def test_devices_are_the_harmless_ones(device, script) -> None:
     assert shell(board, "echo gone > /dev/null && head -c 3 /dev/zero | wc -c") == (0, "3\n")
 
 
-def test_the_boards_places_lie_in_the_device_directory(device, script) -> None:
+def test_the_boards_places_lie_in_the_device_directory(device: DeviceFactory,
+                                                       script: Script) -> None:
     board = device(script("echo 1 > /tmp/log/a; echo 2 > /home/root/b; echo done; " + WAIT))
     board.wait_for("supervisor", "done")
     assert board.host_path("/tmp/log/a").read_bytes() == b"1\n" == board.read("/tmp/log/a")
@@ -75,14 +80,15 @@ def test_the_boards_places_lie_in_the_device_directory(device, script) -> None:
         board.read("/tmp/log/none")
 
 
-def test_the_hosts_tmp_is_not_the_boards(device, script, tmp_path) -> None:
+def test_the_hosts_tmp_is_not_the_boards(device: DeviceFactory, script: Script,
+                                         tmp_path: Path) -> None:
     (tmp_path / "seen").touch()
     board = device(script(WAIT))
     assert shell(board, "ls -A /tmp")[1].split() == ["log"]
 
 
 def test_an_application_below_a_replaced_directory_runs_with_its_neighbours(
-        device, script, tmp_path) -> None:
+        device: DeviceFactory, script: Script, tmp_path: Path) -> None:
     application = tmp_path / "application" / "start"
     application.parent.mkdir()
     (application.parent / "neighbour").write_text("seen", encoding="utf-8")
@@ -97,7 +103,8 @@ def test_an_application_below_a_replaced_directory_runs_with_its_neighbours(
     assert sorted(path.name for path in board.host_path("/tmp").iterdir()) == ["log"]
 
 
-def test_binds_are_read_only_unless_writable(device, script, tmp_path) -> None:
+def test_binds_are_read_only_unless_writable(device: DeviceFactory, script: Script,
+                                             tmp_path: Path) -> None:
     for name in ("one", "two"):
         (tmp_path / name).mkdir()
     board = device(script(WAIT), binds=[Bind(str(tmp_path / "one"), "/run/one"),
@@ -107,12 +114,13 @@ def test_binds_are_read_only_unless_writable(device, script, tmp_path) -> None:
     assert (tmp_path / "two" / "file").read_text(encoding="utf-8") == "x\n"
 
 
-def test_a_bind_for_which_there_is_no_place_is_refused(device, script, tmp_path) -> None:
+def test_a_bind_for_which_there_is_no_place_is_refused(device: DeviceFactory, script: Script,
+                                                       tmp_path: Path) -> None:
     with pytest.raises(SimulatorError, match="/usr/none/such of the box: Read-only file system"):
         device(script(WAIT), binds=[Bind(str(tmp_path), "/usr/none/such")])
 
 
-def test_read_only_root_from_the_start_and_later(device, script) -> None:
+def test_read_only_root_from_the_start_and_later(device: DeviceFactory, script: Script) -> None:
     board = device(script(WAIT), read_only_root=True)
     assert shell(board, "echo x > /home/root/ro-test")[0] != 0
     board.set_read_only_root(False)
@@ -122,7 +130,7 @@ def test_read_only_root_from_the_start_and_later(device, script) -> None:
     assert board.host_path("/home/root/ro-test").exists()
 
 
-def test_a_small_file_system_fills_up(device, script) -> None:
+def test_a_small_file_system_fills_up(device: DeviceFactory, script: Script) -> None:
     board = device(script(WAIT), spaces={"/tmp/log": "64k"})
     status, _ = shell(board, "head -c 100000 /dev/zero > /tmp/log/file")
     assert status != 0
@@ -130,7 +138,7 @@ def test_a_small_file_system_fills_up(device, script) -> None:
     assert shell(board, "head -c 100000 /dev/zero > /tmp/other")[0] == 0
 
 
-def test_mounts_of_the_box_do_not_show_on_the_host(device, script) -> None:
+def test_mounts_of_the_box_do_not_show_on_the_host(device: DeviceFactory, script: Script) -> None:
     before = Path("/proc/self/mountinfo").read_text(encoding="utf-8")
     board = device(script(WAIT), spaces={"/tmp/log": "64k"})
     assert board.processes()

@@ -86,13 +86,13 @@ def in_chroot(place: Path, command: list[str]) -> subprocess.CompletedProcess[st
 
 
 @outside_a_chroot
-def test_root_needs_no_user_namespace_so_a_plain_chroot_will_do(place) -> None:
+def test_root_needs_no_user_namespace_so_a_plain_chroot_will_do(place: Path) -> None:
     completed = in_chroot(place, ["/usr/bin/python3", "-B", "/tmp/run.py"])
     assert (completed.returncode, completed.stdout, completed.stderr) == (0, "4 python3\n0\n", "")
 
 
 @outside_a_chroot
-def test_a_refused_user_namespace_is_named(place) -> None:
+def test_a_refused_user_namespace_is_named(place: Path) -> None:
     """Within a chroot the kernel refuses one to an ordinary user."""
     if not is_readable_by_all(_PROJECT):
         pytest.skip("the project lies where an ordinary user cannot read it")
@@ -103,7 +103,7 @@ def test_a_refused_user_namespace_is_named(place) -> None:
     assert completed.stderr.endswith("Operation not permitted (unshare)\n")
 
 
-def test_an_ordinary_user_becomes_root_of_the_box(place) -> None:
+def test_an_ordinary_user_becomes_root_of_the_box(place: Path) -> None:
     if not is_readable_by_all(_PROJECT):
         pytest.skip("the project lies where an ordinary user cannot read it")
     if subprocess.run([*_NOBODY, "unshare", "--user", "true"], check=False).returncode != 0:

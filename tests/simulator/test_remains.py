@@ -12,8 +12,9 @@ import pytest
 
 from simulator import Bind, SimulatorError, wait_until
 from simulator.leftovers import Trace
+from simulator.pytest_plugin import DeviceFactory
 
-from standin import WAIT
+from standin import WAIT, Script
 
 _PROJECT = Path(__file__).resolve().parents[2]
 _BUSY = "trap '' TERM HUP INT; setsid sleep 601 & sleep 602 & echo up; " + WAIT
@@ -23,24 +24,24 @@ def wait_until_gone(trace: Trace) -> None:
     wait_until(lambda: not trace.remains(), "nothing left of the box")
 
 
-def test_a_running_box_is_seen(device, script) -> None:
+def test_a_running_box_is_seen(device: DeviceFactory, script: Script) -> None:
     board = device(script(_BUSY))
     board.wait_for("supervisor", "up")
     trace = board.trace
-    assert len(trace.remains()) == 4  # PID 1, the program and its two children
+    assert trace and len(trace.remains()) == 4  # PID 1, the program and its two children
 
 
-def test_nothing_is_left_after_stop(device, script) -> None:
+def test_nothing_is_left_after_stop(device: DeviceFactory, script: Script) -> None:
     board = device(script(_BUSY))
     board.wait_for("supervisor", "up")
     trace = board.trace
     board.stop()
-    assert trace.remains() == []
+    assert trace and trace.remains() == []
     board.stop()  # a second time does no harm
     assert board.events("simulator", "switched off")
 
 
-def start_in_another_process(script, tmp_path) -> tuple[subprocess.Popen[bytes], int]:
+def start_in_another_process(script: Script, tmp_path: Path) -> tuple[subprocess.Popen[bytes], int]:
     """A process that holds a running device, and the number of the process that holds the box."""
     outer = subprocess.Popen(
         [sys.executable, "-B", "-c", f"""
@@ -58,7 +59,8 @@ os.read(0, 1)
 
 
 @pytest.mark.parametrize("number", [signal.SIGKILL, signal.SIGTERM])
-def test_nothing_is_left_when_the_outer_process_is_killed(script, tmp_path, number) -> None:
+def test_nothing_is_left_when_the_outer_process_is_killed(script: Script, tmp_path: Path,
+                                                          number: signal.Signals) -> None:
     outer, holder = start_in_another_process(script, tmp_path)
     trace = Trace(holder, tmp_path)
     assert len(trace.remains()) == 4
@@ -68,7 +70,7 @@ def test_nothing_is_left_when_the_outer_process_is_killed(script, tmp_path, numb
     trace.close()
 
 
-def test_nothing_is_left_even_if_the_board_is_stuck(script, tmp_path) -> None:
+def test_nothing_is_left_even_if_the_board_is_stuck(script: Script, tmp_path: Path) -> None:
     outer, holder = start_in_another_process(script, tmp_path)
     trace = Trace(holder, tmp_path)
     board = int(Path(f"/proc/{holder}/task/{holder}/children").read_text(encoding="ascii"))
@@ -79,17 +81,20 @@ def test_nothing_is_left_even_if_the_board_is_stuck(script, tmp_path) -> None:
     trace.close()
 
 
-def test_nothing_is_left_when_the_holder_of_the_box_is_killed(device, script) -> None:
+def test_nothing_is_left_when_the_holder_of_the_box_is_killed(device: DeviceFactory,
+                                                              script: Script) -> None:
     board = device(script(_BUSY))
     board.wait_for("supervisor", "up")
     trace = board.trace
+    assert trace and board._box
     os.kill(board._box.pid, signal.SIGKILL)
     wait_until_gone(trace)
     with pytest.raises(SimulatorError):
         board.processes()
 
 
-def test_a_failed_start_leaves_nothing(device, script, tmp_path) -> None:
+def test_a_failed_start_leaves_nothing(device: DeviceFactory, script: Script,
+                                       tmp_path: Path) -> None:
     before = Path("/proc/self/mountinfo").read_text(encoding="utf-8")
     board = device(script(WAIT), binds=[Bind("/nowhere")], start=False)
     with pytest.raises(SimulatorError, match="cannot make /nowhere visible in the box"):

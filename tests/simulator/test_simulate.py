@@ -10,19 +10,25 @@ import signal
 import subprocess
 import sys
 import tarfile
+from collections.abc import Callable, Iterator
 from pathlib import Path
+from typing import Any
 
 import pytest
 
 from simulator import options, wait_until
 from simulator.archives import ArchiveFollower
 
+from standin import Script
+
 _PROJECT = Path(__file__).resolve().parents[2]
 _CLOCK = r"[0-9]{2}:[0-9]{2}:[0-9]{2}\.[0-9]{3}"
 
+Simulate = Callable[..., subprocess.Popen[bytes]]
+
 
 @pytest.fixture
-def build(tmp_path, script, build_directory) -> Path:
+def build(tmp_path: Path, script: Script, build_directory: Path) -> Path:
     """A build tree whose supervisor is a script: it does what its test wrote into `act`."""
     tree = tmp_path / "build"
     (tree / "simulator").mkdir(parents=True)
@@ -35,11 +41,11 @@ def build(tmp_path, script, build_directory) -> Path:
 
 
 @pytest.fixture
-def simulate(tmp_path, build):
+def simulate(tmp_path: Path, build: Path) -> Iterator[Simulate]:
     """Starts what ./simulate starts after the build, in a directory of the test."""
-    started = []
+    started: list[subprocess.Popen[bytes]] = []
 
-    def start(*arguments: str, **keywords) -> subprocess.Popen[bytes]:
+    def start(*arguments: str, **keywords: Any) -> subprocess.Popen[bytes]:
         keywords.setdefault("stdout", subprocess.PIPE)
         process = subprocess.Popen(
             [sys.executable, "-B", "-P", "-m", "simulator", "--build-dir", str(build), *arguments],
@@ -88,7 +94,8 @@ def outcome(process: subprocess.Popen[bytes]) -> tuple[int, str, str]:
     (["--device-dir", "text"], "the device directory is not a directory: text"),
     (["--keep", "--fresh"], "not allowed with"),
 ])
-def test_wrong_usage_is_told_and_nothing_is_done(simulate, tmp_path, arguments, message) -> None:
+def test_wrong_usage_is_told_and_nothing_is_done(simulate: Simulate, tmp_path: Path,
+                                                 arguments: list[str], message: str) -> None:
     (tmp_path / "text").write_text("no program", encoding="utf-8")
     (tmp_path / "WatchdogWatchProcessList.json").write_text("{}", encoding="utf-8")
     (tmp_path / "empty").mkdir()
@@ -126,14 +133,16 @@ def test_without_options_there_is_a_log_of_64_k() -> None:
         "--logfileName", "/tmp/log/application.log", "--logfileSize", "64k", "--app", "true"]
 
 
-def test_a_relative_application_is_made_absolute(tmp_path, script, monkeypatch) -> None:
+def test_a_relative_application_is_made_absolute(tmp_path: Path, script: Script,
+                                                 monkeypatch: pytest.MonkeyPatch) -> None:
     script("true", "application")
     monkeypatch.chdir(tmp_path)
     assert options.parse(["./application", "./argument"]).application == [
         str(tmp_path / "application"), "./argument"]
 
 
-def test_the_supervisors_end_is_shown_and_is_the_exit_status(simulate, script) -> None:
+def test_the_supervisors_end_is_shown_and_is_the_exit_status(simulate: Simulate,
+                                                             script: Script) -> None:
     script("echo said; echo logged > /tmp/log/application.log; logger -p user.err -t me hi; exit 7",
            "application")
     status, out, err = outcome(simulate("--singleRun", "./application", "one", "two"))
@@ -148,12 +157,12 @@ def test_the_supervisors_end_is_shown_and_is_the_exit_status(simulate, script) -
     assert "\033" not in out
 
 
-def test_a_signal_as_exit_status(simulate, script) -> None:
+def test_a_signal_as_exit_status(simulate: Simulate, script: Script) -> None:
     script("kill -15 $PPID; sleep 600", "application")
     assert outcome(simulate("./application"))[0] == 128 + 15
 
 
-def test_the_fallback_as_exit_status(simulate, script) -> None:
+def test_the_fallback_as_exit_status(simulate: Simulate, script: Script) -> None:
     script("reboot -f", "application")
     status, out, _ = outcome(simulate("--bad-boots", "1", "./application"))
     assert status == 3
@@ -162,7 +171,9 @@ def test_the_fallback_as_exit_status(simulate, script) -> None:
 
 
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
-def test_an_interrupted_simulation_ends_with_a_summary(simulate, script, tmp_path, number) -> None:
+def test_an_interrupted_simulation_ends_with_a_summary(simulate: Simulate, script: Script,
+                                                       tmp_path: Path,
+                                                       number: signal.Signals) -> None:
     script("sfuflags -f fail -v 0; mkdir /tmp/upload; touch /tmp/upload/main-1.tar.gz; "
            "exec sleep 600", "application")
     process = simulate("./application")
@@ -178,7 +189,8 @@ def test_an_interrupted_simulation_ends_with_a_summary(simulate, script, tmp_pat
     assert f"{place}/tmp/upload/main-1.tar.gz (0 bytes)\n" in summary
 
 
-def test_a_new_archive_is_shown_with_what_it_holds(simulate, script, tmp_path) -> None:
+def test_a_new_archive_is_shown_with_what_it_holds(simulate: Simulate, script: Script,
+                                                   tmp_path: Path) -> None:
     script("mkdir -p /tmp/upload; cd /tmp; printf 12345 > evidence; "
            "tar czf upload/tmp_one evidence; cp upload/tmp_one upload/one.tar.gz; "
            "echo nonsense > upload/two.tar.gz; exec sleep 600", "application")
@@ -194,7 +206,8 @@ def test_a_new_archive_is_shown_with_what_it_holds(simulate, script, tmp_path) -
     assert len(shown) == 4  # and not the one that is not finished
 
 
-def test_archives_of_an_earlier_simulation_are_not_shown_again(simulate, script, tmp_path) -> None:
+def test_archives_of_an_earlier_simulation_are_not_shown_again(simulate: Simulate, script: Script,
+                                                               tmp_path: Path) -> None:
     script("mkdir -p /tmp/upload; cd /tmp; tar czf upload/$1.tar.gz log", "application")
     arguments = ["--singleRun", "--no-watchdog-device", "--keep", "./application"]
     assert "/first.tar.gz (" in outcome(simulate(*arguments, "first"))[1].partition("\ntime ")[0]
@@ -202,7 +215,7 @@ def test_archives_of_an_earlier_simulation_are_not_shown_again(simulate, script,
     assert "/second.tar.gz (" in second and "/first.tar.gz (" not in second
 
 
-def test_the_upload_directory_is_the_one_in_the_settings(tmp_path) -> None:
+def test_the_upload_directory_is_the_one_in_the_settings(tmp_path: Path) -> None:
     program = tmp_path / "supervisor"
     for settings, path in (("settings-default", "/tmp/factory"), ("settings", "/home/root/mine")):
         (program / settings).mkdir(parents=True)
@@ -231,7 +244,8 @@ def test_reports_and_watch_stand_for_settings_documents() -> None:
         ("a=b", 20, True), ("top", 0, True)]
 
 
-def test_notes_on_what_the_supervisor_will_not_say(simulate, script, tmp_path) -> None:
+def test_notes_on_what_the_supervisor_will_not_say(simulate: Simulate, script: Script,
+                                                   tmp_path: Path) -> None:
     script("exit 0", "application")
     (tmp_path / "bad.json").write_text("{bad", encoding="utf-8")
     options_for_one_run = ["--singleRun", "--no-watchdog-device", "./application", "two words"]
@@ -243,23 +257,24 @@ def test_notes_on_what_the_supervisor_will_not_say(simulate, script, tmp_path) -
     assert "Note:" not in out
 
 
-def test_a_start_that_took_too_long_is_explained(simulate, script) -> None:
+def test_a_start_that_took_too_long_is_explained(simulate: Simulate, script: Script) -> None:
     script("logger -p user.err -t me 'Error occured during process startup, code: 2'; kill $PPID; "
            "exec sleep 600", "application")
     _, out, _ = outcome(simulate("--no-watchdog-device", "./application"))
     assert "Note: the application was not up within 500 ms" in out
 
 
-def test_a_reader_who_has_seen_enough_is_no_failure(simulate, script) -> None:
+def test_a_reader_who_has_seen_enough_is_no_failure(simulate: Simulate, script: Script) -> None:
     script("exec sleep 600", "application")
     process = simulate("./application")
+    assert process.stdout and process.stderr
     assert process.stdout.readline().startswith(b"Application:")
     process.stdout.close()
     assert process.wait(timeout=120) == 0
     assert process.stderr.read() == b""
 
 
-def test_a_time_limit(simulate, script) -> None:
+def test_a_time_limit(simulate: Simulate, script: Script) -> None:
     script("exec sleep 600", "application")
     status, out, err = outcome(simulate("--duration", "1", "./application"))
     assert (status, err) == (0, "")
@@ -267,7 +282,8 @@ def test_a_time_limit(simulate, script) -> None:
     assert 0.5 <= seconds < 30
 
 
-def test_the_last_device_is_kept_and_only_that(simulate, script, tmp_path) -> None:
+def test_the_last_device_is_kept_and_only_that(simulate: Simulate, script: Script,
+                                               tmp_path: Path) -> None:
     script('touch "/tmp/log/$1"', "application")
     place = tmp_path / "simulated-device"
     for name in ("one", "two", "three"):
@@ -279,7 +295,8 @@ def test_the_last_device_is_kept_and_only_that(simulate, script, tmp_path) -> No
 
 
 @pytest.mark.parametrize("name", ["simulated-device", "simulated-device.old"])
-def test_a_directory_of_somebody_else_is_left_alone(simulate, script, tmp_path, name) -> None:
+def test_a_directory_of_somebody_else_is_left_alone(simulate: Simulate, script: Script,
+                                                    tmp_path: Path, name: str) -> None:
     script("true", "application")
     if name.endswith(".old"):
         assert outcome(simulate("./application"))[0] == 0
@@ -290,7 +307,7 @@ def test_a_directory_of_somebody_else_is_left_alone(simulate, script, tmp_path, 
     assert (tmp_path / name / "thesis").read_text(encoding="utf-8") == "all of it"
 
 
-def test_a_running_device_is_left_alone(simulate, script, tmp_path) -> None:
+def test_a_running_device_is_left_alone(simulate: Simulate, script: Script, tmp_path: Path) -> None:
     script("exec sleep 600", "application")
     simulate("./application", stdout=subprocess.DEVNULL)
     wait_until((tmp_path / "simulated-device" / "tmp" / "log").is_dir, "the device directory")
@@ -298,7 +315,8 @@ def test_a_running_device_is_left_alone(simulate, script, tmp_path) -> None:
     assert status == 125 and "another simulated device is running in" in err
 
 
-def test_settings_from_a_file_and_a_directory(simulate, script, tmp_path) -> None:
+def test_settings_from_a_file_and_a_directory(simulate: Simulate, script: Script,
+                                              tmp_path: Path) -> None:
     (tmp_path / "a.json").write_text("1", encoding="utf-8")
     (tmp_path / "more").mkdir()
     (tmp_path / "more" / "b.json").write_text("2", encoding="utf-8")
@@ -307,26 +325,30 @@ def test_settings_from_a_file_and_a_directory(simulate, script, tmp_path) -> Non
     assert "./a.json:1\n" in out and "./b.json:2\n" in out
 
 
-def test_a_device_that_is_kept_keeps_its_settings(simulate, script, tmp_path) -> None:
+def test_a_device_that_is_kept_keeps_its_settings(simulate: Simulate, script: Script,
+                                                  tmp_path: Path) -> None:
     (tmp_path / "a.json").write_text("1", encoding="utf-8")
     (tmp_path / "b.json").write_text("2", encoding="utf-8")
     script("ls /supervisor/settings", "application")
     kept = tmp_path / "simulated-device" / "supervisor" / "settings"
-    for arguments, documents in ((["--settings", "a.json"], ["a.json"]), (["--keep"], ["a.json"]),
-                                 (["--keep", "--settings", "b.json"], ["b.json"]), ([], [])):
+    started: list[tuple[list[str], list[str]]] = [
+        (["--settings", "a.json"], ["a.json"]), (["--keep"], ["a.json"]),
+        (["--keep", "--settings", "b.json"], ["b.json"]), ([], [])]
+    for arguments, documents in started:
         _, out, _ = outcome(simulate(*arguments, "./application"))
         assert [name for name in ("a.json", "b.json") if f"  {name}\n" in out] == documents
         assert os.listdir(kept) == documents
 
 
-def test_the_sample_application_by_name(simulate, build, script) -> None:
+def test_the_sample_application_by_name(simulate: Simulate, build: Path, script: Script) -> None:
     (build / "simulator" / "application").mkdir()
     script('echo "sample: $*"', "build/simulator/application/sample-application")
     assert "sample: exit 5\n" in outcome(simulate("sample-application", "exit", "5"))[1]
     assert "sample: \n" in outcome(simulate())[1]
 
 
-def test_a_file_argument_below_tmp_is_shown(simulate, script, tmp_path) -> None:
+def test_a_file_argument_below_tmp_is_shown(simulate: Simulate, script: Script,
+                                            tmp_path: Path) -> None:
     (tmp_path / "data").write_text("seen it", encoding="utf-8")
     script('cat "$1"', "application")
     _, out, _ = outcome(simulate("./application", str(tmp_path / "data")))
@@ -334,14 +356,16 @@ def test_a_file_argument_below_tmp_is_shown(simulate, script, tmp_path) -> None:
     assert "seen it" in out
 
 
-def test_a_missing_build_is_told(simulate, build, script) -> None:
+def test_a_missing_build_is_told(simulate: Simulate, build: Path, script: Script) -> None:
     (build / "watchdog").unlink()
     status, _, err = outcome(simulate("true"))
     assert status == 125 and "the supervisor's program cannot be executed" in err
 
 
 @pytest.mark.parametrize("colour", [True, False])
-def test_colour_on_a_terminal_unless_unwanted(simulate, script, monkeypatch, colour: bool) -> None:
+def test_colour_on_a_terminal_unless_unwanted(simulate: Simulate, script: Script,
+                                              monkeypatch: pytest.MonkeyPatch,
+                                              colour: bool) -> None:
     if colour:
         monkeypatch.delenv("NO_COLOR", raising=False)
     else:

@@ -4,7 +4,10 @@
 
 import pytest
 
+from simulator.pytest_plugin import DeviceFactory
 from simulator.system_log import PRIORITIES, Message, decode
+
+from standin import Script
 
 
 @pytest.mark.parametrize(("datagram", "message"), [
@@ -29,7 +32,8 @@ def test_every_priority_has_its_name(number: int) -> None:
     assert decode(b"<%d>a: b" % (8 + number)).priority == PRIORITIES[number]
 
 
-def test_messages_arrive_in_order_with_priority_and_ident(device, script) -> None:
+def test_messages_arrive_in_order_with_priority_and_ident(device: DeviceFactory,
+                                                          script: Script) -> None:
     board = device(script("logger -p user.err -t first 'says one'\n"
                           "logger -p local0.debug -t second -i 'says two'"))
     first = board.wait_for("system log", ident="first")
@@ -40,7 +44,8 @@ def test_messages_arrive_in_order_with_priority_and_ident(device, script) -> Non
     assert first.index < second.index
 
 
-def test_the_last_words_of_an_ending_supervisor_stand_before_its_end(device, script) -> None:
+def test_the_last_words_of_an_ending_supervisor_stand_before_its_end(device: DeviceFactory,
+                                                                     script: Script) -> None:
     board = device(script("logger -t last words; exit 7"))
     end = board.wait_end()
     assert board.events("system log", ident="last")[0].index < end.index

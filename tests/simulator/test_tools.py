@@ -4,14 +4,15 @@
 
 import pytest
 
-from simulator import BootState, SimulatorError, wait_until
+from simulator import BootState, Device, SimulatorError, wait_until
 from simulator.commands import fw_setenv, sfuflags
+from simulator.pytest_plugin import DeviceFactory
 from simulator.tools import TOOLS, Behaviour
 
-from standin import WAIT
+from standin import WAIT, Script
 
 
-def call(board, *command: str) -> int:
+def call(board: Device, *command: str) -> int:
     return board.run(["sh", "-c", '"$@"', "sh", *command]).status
 
 
@@ -31,7 +32,8 @@ def test_what_is_no_behaviour_is_refused(tool: str, text: str) -> None:
         Behaviour.parse(tool, text)
 
 
-def test_a_call_is_recorded_with_its_arguments_caller_and_outcome(device, script) -> None:
+def test_a_call_is_recorded_with_its_arguments_caller_and_outcome(device: DeviceFactory,
+                                                                  script: Script) -> None:
     board = device(script("sfuflags -f fail -v 0; " + WAIT))
     event = board.wait_for("tool", tool="sfuflags")
     assert event["arguments"] == ["-f", "fail", "-v", "0"]
@@ -39,7 +41,7 @@ def test_a_call_is_recorded_with_its_arguments_caller_and_outcome(device, script
     assert (event["behaviour"], event["status"]) == ("normal", 0)
 
 
-def test_arguments_arrive_as_they_are(device, script) -> None:
+def test_arguments_arrive_as_they_are(device: DeviceFactory, script: Script) -> None:
     board = device(script(WAIT))
     board.run(["fw_setenv", "name", "", "two words", "ümlaut", "line\nbreak"])
     assert board.wait_for("tool")["arguments"] == [
@@ -47,7 +49,8 @@ def test_arguments_arrive_as_they_are(device, script) -> None:
 
 
 @pytest.mark.parametrize("tool", TOOLS)
-def test_a_failing_tool_has_the_wanted_status_and_does_nothing(device, script, tool: str) -> None:
+def test_a_failing_tool_has_the_wanted_status_and_does_nothing(device: DeviceFactory,
+                                                               script: Script, tool: str) -> None:
     board = device(script(WAIT), tools={tool: "fail=9"})
     completed = board.run([tool, "-f", "fail", "-v", "0"])
     assert (completed.status, completed.stderr) == (9, f"{tool}: failed\n".encode())
@@ -57,7 +60,8 @@ def test_a_failing_tool_has_the_wanted_status_and_does_nothing(device, script, t
 
 
 @pytest.mark.parametrize("tool", TOOLS)
-def test_a_hanging_tool_stays_until_it_is_killed(device, script, tool: str) -> None:
+def test_a_hanging_tool_stays_until_it_is_killed(device: DeviceFactory, script: Script,
+                                                 tool: str) -> None:
     board = device(script(f"{tool} -x & wait; echo over; " + WAIT), tools={tool: "hang"})
     event = board.wait_for("tool", tool=tool)
     assert (event["behaviour"], event["status"]) == ("hang", None)
@@ -68,7 +72,8 @@ def test_a_hanging_tool_stays_until_it_is_killed(device, script, tool: str) -> N
 
 
 @pytest.mark.parametrize("tool", TOOLS)
-def test_an_absent_tool_is_not_found_even_if_the_host_has_one(device, script, tool: str) -> None:
+def test_an_absent_tool_is_not_found_even_if_the_host_has_one(device: DeviceFactory, script: Script,
+                                                              tool: str) -> None:
     board = device(script(WAIT), tools={tool: "absent"})
     assert board.run(["sh", "-c", f"command -v {tool}; {tool} -f"]).status == 127
     assert not board.events("tool")
@@ -78,7 +83,7 @@ def test_an_absent_tool_is_not_found_even_if_the_host_has_one(device, script, to
     assert call(board, tool) == 127
 
 
-def test_reboot_resets_the_board_and_never_returns(device, script) -> None:
+def test_reboot_resets_the_board_and_never_returns(device: DeviceFactory, script: Script) -> None:
     board = device(script("echo up; [ -e /tmp/again ] && " + WAIT + "\n"
                           "touch /tmp/again; reboot -f; echo returned; " + WAIT))
     board.wait_for("supervisor", "up", count=2)
@@ -88,14 +93,14 @@ def test_reboot_resets_the_board_and_never_returns(device, script) -> None:
     assert board.events("tool")[0]["status"] is None
 
 
-def test_reboot_told_to_return_does_nothing(device, script) -> None:
+def test_reboot_told_to_return_does_nothing(device: DeviceFactory, script: Script) -> None:
     board = device(script("reboot -f; echo returned $?; " + WAIT), tools={"reboot": "return"})
     board.wait_for("supervisor", "returned 0")
     assert board.events("tool")[0]["behaviour"] == "return"
     assert board.boots == 1
 
 
-def test_killall_kills_by_name_and_only_in_the_box(device, script) -> None:
+def test_killall_kills_by_name_and_only_in_the_box(device: DeviceFactory, script: Script) -> None:
     board = device(script("cp /bin/sleep /tmp/pYNX\n/tmp/pYNX 600 & /tmp/pYNX 600 &\n" + WAIT))
     other = device(script("cp /bin/sleep /tmp/pYNX\n/tmp/pYNX 600 & echo up; wait"))
     other.wait_for("supervisor", "up")
@@ -107,7 +112,7 @@ def test_killall_kills_by_name_and_only_in_the_box(device, script) -> None:
     wait_for_processes(other, "pYNX", 1)
 
 
-def wait_for_processes(board, name: str, count: int) -> None:
+def wait_for_processes(board: Device, name: str, count: int) -> None:
     def look() -> bool:
         running = [process for process in board.processes()
                    if process.comm == name and process.state != "Z"]
@@ -115,14 +120,15 @@ def wait_for_processes(board, name: str, count: int) -> None:
     wait_until(look, f"{count} processes called {name}")
 
 
-def test_killall_says_when_there_is_no_such_process(device, script) -> None:
+def test_killall_says_when_there_is_no_such_process(device: DeviceFactory, script: Script) -> None:
     board = device(script(WAIT))
     completed = board.run(["killall", "-9", "pYNX"])
     assert (completed.status, completed.stderr) == (1, b"pYNX: no process found\n")
     assert board.run(["killall", "-q", "pYNX"]).stderr == b""
 
 
-def test_a_fifteen_byte_name_is_all_that_a_process_has(device, script) -> None:
+def test_a_fifteen_byte_name_is_all_that_a_process_has(device: DeviceFactory,
+                                                       script: Script) -> None:
     board = device(script("cp /bin/sleep /tmp/application-with-a-long-name\n"
                           "/tmp/application-with-a-long-name 600 &\n" + WAIT))
     wait_for_processes(board, "application-wit", 1)
@@ -130,7 +136,8 @@ def test_a_fifteen_byte_name_is_all_that_a_process_has(device, script) -> None:
     wait_for_processes(board, "application-wit", 0)
 
 
-def test_sfuflags_clears_the_flags_of_the_boot_loader(device, script) -> None:
+def test_sfuflags_clears_the_flags_of_the_boot_loader(device: DeviceFactory,
+                                                      script: Script) -> None:
     board = device(script(WAIT))
     assert (board.boot_state.fail, board.boot_state.boot_count) == (1, 1)
     assert call(board, "sfuflags", "-f", "fail", "-v", "0") == 0
@@ -138,7 +145,7 @@ def test_sfuflags_clears_the_flags_of_the_boot_loader(device, script) -> None:
     assert board.boot_state.cleared
 
 
-def test_fw_setenv_deletes_and_sets(device, script) -> None:
+def test_fw_setenv_deletes_and_sets(device: DeviceFactory, script: Script) -> None:
     board = device(script(WAIT))
     assert "update_url_cache" in board.boot_state.environment
     assert call(board, "fw_setenv", "update_url_cache") == 0
@@ -163,7 +170,8 @@ def test_fw_setenv_refuses_what_it_does_not_know(arguments: list[str]) -> None:
     assert state == BootState()
 
 
-def test_the_application_may_call_the_tools_under_any_account(device, script) -> None:
+def test_the_application_may_call_the_tools_under_any_account(device: DeviceFactory,
+                                                              script: Script) -> None:
     board = device(script(WAIT))
     if board.run(["setpriv", "--reuid=65534", "true"]).status != 0:
         pytest.skip("an ordinary user's box has one account only")

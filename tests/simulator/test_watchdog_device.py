@@ -2,15 +2,19 @@
 # SPDX-License-Identifier: MIT
 """The stand-in watchdog device, used by a program in C through the preloaded library."""
 
+from pathlib import Path
+
 import pytest
 
 from simulator import Bind
+from simulator.pytest_plugin import DeviceFactory
 
 DEVICE = "watchdog device"
 BOUND = 30.0  # seconds within which a loaded machine still does what it does at once otherwise
 
 
-def test_a_program_that_stops_feeding_is_reset_and_booted_again(device, feeder) -> None:
+def test_a_program_that_stops_feeding_is_reset_and_booted_again(device: DeviceFactory,
+                                                                feeder: Path) -> None:
     board = device(feeder, ["open", "timeout", "1", "feed", "3", "wait"], boots=2)
     expired = board.wait_for(DEVICE, operation="expired")
     last = board.events(DEVICE, name="WDIOC_KEEPALIVE", boot=expired["boot"])[-1]
@@ -24,7 +28,7 @@ def test_a_program_that_stops_feeding_is_reset_and_booted_again(device, feeder) 
     assert board.processes() == []
 
 
-def test_every_operation_is_recorded_in_order(device, feeder) -> None:
+def test_every_operation_is_recorded_in_order(device: DeviceFactory, feeder: Path) -> None:
     board = device(feeder, ["open", "timeout", "30", "feed", "1", "get", "options", "1",
                             "options", "2", "magic", "close"])
     assert board.wait_end()["status"] == 0
@@ -43,20 +47,21 @@ def test_every_operation_is_recorded_in_order(device, feeder) -> None:
     assert board.stdout == b"granted 30\ntimeout 30\n"
 
 
-def test_the_driver_grants_its_maximum_at_most(device, feeder) -> None:
+def test_the_driver_grants_its_maximum_at_most(device: DeviceFactory, feeder: Path) -> None:
     board = device(feeder, ["open", "timeout", "30", "magic"], watchdog_maximum=16)
     board.wait_end()
     assert board.stdout == b"granted 16\n"
 
 
-def test_a_magic_close_disarms(device, feeder) -> None:
+def test_a_magic_close_disarms(device: DeviceFactory, feeder: Path) -> None:
     board = device(feeder, ["open", "timeout", "1", "magic", "close"])
     assert board.wait_end()["end"] == "supervisor"
     assert not board.events(DEVICE, operation="expired")
 
 
 @pytest.mark.parametrize("ending", [["close"], []], ids=["closed", "left to the exit"])
-def test_without_it_the_countdown_goes_on_after_the_end(device, feeder, ending) -> None:
+def test_without_it_the_countdown_goes_on_after_the_end(device: DeviceFactory, feeder: Path,
+                                                        ending: str) -> None:
     board = device(feeder, ["open", "timeout", "1", *ending], boots=1)
     assert board.wait_supervisor_exit() == 0
     close = board.wait_for(DEVICE, operation="close")
@@ -65,7 +70,7 @@ def test_without_it_the_countdown_goes_on_after_the_end(device, feeder, ending) 
     assert board.wait_end()["end"] == "boots"
 
 
-def test_a_killed_program_is_reset_too(device, feeder) -> None:
+def test_a_killed_program_is_reset_too(device: DeviceFactory, feeder: Path) -> None:
     board = device(feeder, ["open", "timeout", "1", "feed", "1000000"])
     board.wait_for(DEVICE, name="WDIOC_KEEPALIVE")
     board.signal("supervisor", 9)
@@ -74,20 +79,22 @@ def test_a_killed_program_is_reset_too(device, feeder) -> None:
     board.wait_for("boot loader", count=2, starts=True)
 
 
-def test_an_absent_device_cannot_be_opened(device, feeder) -> None:
+def test_an_absent_device_cannot_be_opened(device: DeviceFactory, feeder: Path) -> None:
     board = device(feeder, ["open"], watchdog_device=False)
     assert board.wait_end()["status"] == 1
     assert board.stderr == b"open: No such file or directory\n"
     assert not board.events(DEVICE)
 
 
-def test_a_second_descriptor_is_refused_while_the_first_is_open(device, feeder) -> None:
+def test_a_second_descriptor_is_refused_while_the_first_is_open(device: DeviceFactory,
+                                                                feeder: Path) -> None:
     board = device(feeder, ["open", "open"], boots=1)
     assert board.wait_supervisor_exit() == 1
     assert board.stderr == b"open: Device or resource busy\n"
 
 
-def test_children_get_neither_the_library_nor_the_device(device, feeder) -> None:
+def test_children_get_neither_the_library_nor_the_device(device: DeviceFactory,
+                                                         feeder: Path) -> None:
     board = device(feeder, ["environment", "exec", "/bin/sh", "-c",
                             "echo child ${LD_PRELOAD-is not set}; : < /dev/watchdog"])
     assert board.wait_end()["status"] == 2
@@ -96,7 +103,8 @@ def test_children_get_neither_the_library_nor_the_device(device, feeder) -> None
     assert not board.events(DEVICE)
 
 
-def test_other_preloaded_libraries_are_kept(device, feeder, tmp_path, build_directory) -> None:
+def test_other_preloaded_libraries_are_kept(device: DeviceFactory, feeder: Path, tmp_path: Path,
+                                            build_directory: Path) -> None:
     other = tmp_path / "libother.so"
     other.write_bytes((build_directory / "simulator" / "libwatchdogdevice.so").read_bytes())
     board = device(feeder, ["environment"], environment={"LD_PRELOAD": "/run/libother.so"},
@@ -105,14 +113,15 @@ def test_other_preloaded_libraries_are_kept(device, feeder, tmp_path, build_dire
     assert board.stdout == b"LD_PRELOAD /run/libother.so\n"
 
 
-def test_other_files_open_as_ever(device, feeder) -> None:
+def test_other_files_open_as_ever(device: DeviceFactory, feeder: Path) -> None:
     board = device(feeder, ["cat", "/proc/sys/kernel/hostname", "cat", "/nothing"])
     assert board.wait_end()["status"] == 1
     assert board.stdout == b"simulated-device\n"
     assert board.stderr == b"cat: No such file or directory\n"
 
 
-def test_a_program_without_standard_input_gets_descriptor_zero(device, feeder) -> None:
+def test_a_program_without_standard_input_gets_descriptor_zero(device: DeviceFactory,
+                                                               feeder: Path) -> None:
     board = device(feeder, ["open", "wait"], stdin="closed")
     board.wait_for(DEVICE, operation="open")
     listed = board.run(["ls", "-l", f"/proc/{board.supervisor().pid}/fd/0"]).stdout
