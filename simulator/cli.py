@@ -62,7 +62,8 @@ class _Interrupt:
 def _simulate(options: argparse.Namespace, display: Display, interrupt: _Interrupt) -> int:
     device = Device(
         options.build / "watchdog", options.directory, command_line.supervisor_arguments(options),
-        settings=options.settings or None, tools=options.tools, read_only_root=options.read_only_root,
+        settings=options.settings or None, tools=options.tools,
+        read_only_root=options.read_only_root,
         watchdog_device=not options.no_watchdog_device, spaces=options.spaces,
         bad_boots=options.bad_boots, boots=options.boots, binds=options.binds)
     _introduce(options, display)

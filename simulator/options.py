@@ -177,12 +177,12 @@ def _make_parser() -> argparse.ArgumentParser:
                        help="boots without cleared flags before the boot loader starts the "
                             "fallback system (default: %(default)s)")
     board.add_argument("--space", metavar="DIR=SIZE", action="append", default=[],
-                       help="a file system of its own, such as /tmp/log=64k, gone with the board; may "
-                            "be repeated")
+                       help="a file system of its own, such as /tmp/log=64k, gone with the board; "
+                            "may be repeated")
     run = parser.add_argument_group("the simulation")
     run.add_argument("--duration", metavar="TIME",
                      help="end after so many seconds; also 5m, 2h")
-    run.add_argument("--boots", metavar="N", type=int, default=0, 
+    run.add_argument("--boots", metavar="N", type=int, default=0,
                      help="end after so many boots (default: 0, without limit)")
     run.add_argument("--device-dir", metavar="DIR", default=DEFAULT_DIRECTORY,
                      help="where the board's files, the logs and the account lie "

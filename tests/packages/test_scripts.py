@@ -15,7 +15,8 @@ from tools import ROOT
 SCRIPTS = ["build-packages", "prepare-arm64-sysroot", "with-arm64-programs"]
 
 
-def call(script: str, *arguments: str | Path, **environment: str) -> subprocess.CompletedProcess[str]:
+def call(script: str, *arguments: str | Path,
+         **environment: str) -> subprocess.CompletedProcess[str]:
     return subprocess.run([ROOT / "scripts" / script, *arguments], capture_output=True, text=True,
                           check=False, stdin=subprocess.DEVNULL, env={**os.environ, **environment})
 
@@ -64,9 +65,10 @@ def test_a_sysroot_that_is_there_is_taken(tmp_path: Path) -> None:
 
 
 def test_the_presets_need_a_sysroot(tmp_path: Path) -> None:
-    result = subprocess.run(["cmake", "-S", ROOT, "-B", tmp_path / "build", "-DCMAKE_TOOLCHAIN_FILE="
-                             f"{ROOT}/cmake/arm64-toolchain.cmake"], capture_output=True, text=True,
-                            check=False, env={**os.environ, "PYNX_ARM64_SYSROOT": "/nowhere"})
+    result = subprocess.run(["cmake", "-S", ROOT, "-B", tmp_path / "build",
+                             f"-DCMAKE_TOOLCHAIN_FILE={ROOT}/cmake/arm64-toolchain.cmake"],
+                            capture_output=True, text=True, check=False,
+                            env={**os.environ, "PYNX_ARM64_SYSROOT": "/nowhere"})
     assert result.returncode != 0
     assert "run scripts/prepare-arm64-sysroot first" in " ".join(result.stderr.split())
 
