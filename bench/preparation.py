@@ -6,18 +6,19 @@ import os
 import pathlib
 import subprocess
 import sys
+from typing import NoReturn
 
 PROJECT = pathlib.Path(__file__).resolve().parents[1]
 PRESET = "release"
 BUILD = PROJECT / "build" / PRESET
 
 
-def fail(message):
+def fail(message: str) -> NoReturn:
     """Ends the benchmark with a message that begins with its name."""
     sys.exit(f"{pathlib.Path(sys.argv[0]).name}: {message}")
 
 
-def build(*targets):
+def build(*targets: str) -> None:
     """Installs the packages, builds the targets of the release preset, fails where it cannot."""
     if subprocess.call([PROJECT / "scripts/install-dependencies", "simulate", "bench"]) != 0:
         fail("what it needs is not there")
