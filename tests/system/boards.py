@@ -7,7 +7,33 @@ from __future__ import annotations
 from collections.abc import Sequence
 from typing import Any, Protocol
 
+from simulator import SimulatorError, wait_until
 from simulator.device import Device
+
+from logs import OLD_LOG, content
+
+ATTEMPTS = 4
+"""How often a test starts a supervisor at most: see `missed_the_start_limit`."""
+
+STARTED = f"""
+# started NAME COMMAND...: runs COMMAND, a supervisor, in the background as $supervisor until its
+# application, which is called NAME, is there.
+started() {{
+    local name=$1
+    shift
+    for attempt in $(seq {ATTEMPTS}); do
+        "$@" >/tmp/out &
+        supervisor=$!
+        while kill -0 $supervisor 2>/dev/null; do
+            pgrep -P $supervisor -x "$name" >/tmp/pid && return
+            sleep 0.005
+        done
+        echo "the application was not up within 500 ms" >&2
+    done
+    return 1
+}}
+"""
+"""Defines a function of bash for scripts that start supervisors of their own."""
 
 
 class Board(Protocol):
@@ -15,3 +41,21 @@ class Board(Protocol):
 
     def __call__(self, *behaviours: str, options: Sequence[str] = (), log_size: str = "1M",
                  application: Sequence[str] | None = None, **device_options: Any) -> Device: ...
+
+
+def missed_the_start_limit(running: Device) -> bool:
+    """Whether the supervisor has ended because its application was not up within 500 ms.
+
+    That happens on a busy machine, and no test is about it. The board's first event of the watchdog
+    device, or the first flush of the log, tells that it did not.
+    """
+    def is_known() -> bool:
+        return bool(running.events("watchdog device") or content(running)
+                    or content(running, OLD_LOG) or running.events("simulator", "supervisor ended"))
+
+    try:
+        wait_until(is_known, "the supervisor has started its application or ended", timeout=2)
+    except SimulatorError:
+        return False  # its log is where it cannot be seen from here
+    return bool(running.events("simulator", "supervisor ended", status=1)
+                and running.events("system log", "during process startup, code: 2"))

@@ -4,13 +4,14 @@
 
 from __future__ import annotations
 
+import warnings
 from collections.abc import Sequence
 from pathlib import Path
 from typing import Any
 
 import pytest
 
-from boards import Board
+from boards import ATTEMPTS, Board, missed_the_start_limit
 from logs import LOG
 from simulator.device import Device
 from simulator.pytest_plugin import DeviceFactory
@@ -36,6 +37,12 @@ def board(device: DeviceFactory, sample: str) -> Board:
              application: Sequence[str] | None = None, **device_options: Any) -> Device:
         arguments = ["--logfileName", LOG, "--logfileSize", log_size, *options, "--app",
                      *(application or [sample, *behaviours])]
+        for _ in range(ATTEMPTS - 1):
+            running = device(arguments=arguments, **device_options)
+            if not running.is_running or not missed_the_start_limit(running):
+                return running
+            warnings.warn("the application was not up within 500 ms: started again")
+            running.stop()
         return device(arguments=arguments, **device_options)
 
     return make
