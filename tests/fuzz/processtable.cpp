@@ -1,0 +1,102 @@
+// SPDX-FileCopyrightText: 2026 The watchdog developers
+// SPDX-License-Identifier: MIT
+//
+// A process table, read and watched over some ticks. Its files stand in the input one after the
+// other, each ended by the byte 0x1e: first the command line that is looked for, whose program is
+// the command name; then, for every tick, those that are named below.
+#include "fuzz.h"
+#include "inputfile.h"
+#include "load/systemloadstat.h"
+#include "schedulingcapture.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+namespace {
+
+constexpr int fileCount = 5;
+constexpr const char *names[fileCount] = {"stat", "7/stat", "7/task/7/stat", "7/task/8/stat",
+                                          "7/cmdline"};
+
+// Links to files in memory: to write those anew costs less than to make and remove files.
+class ProcessTable
+{
+public:
+    ProcessTable()
+    {
+        QDir(root()).mkpath(QStringLiteral("7/task/7"));
+        QDir(root()).mkpath(QStringLiteral("7/task/8"));
+        for (int i = 0; i < fileCount; ++i)
+            QFile::link(m_files[i].path(), path(i));
+    }
+
+    QString root() const { return m_directory.path(); }
+    QString path(int i) const { return m_directory.filePath(QLatin1String(names[i])); }
+    void write(int i, const QByteArray &content) const { m_files[i].write(content); }
+
+private:
+    QTemporaryDir m_directory;
+    InputFile m_files[fileCount];
+};
+
+bool isShort(QByteArray line)
+{
+    line.replace('\r', "");
+    return !line.isEmpty() && line.mid(line.lastIndexOf(')') + 2).count(' ') < 14;
+}
+
+void call(SystemLoadStat &stat, const char *slot)
+{
+    const bool called = QMetaObject::invokeMethod(&stat, slot);
+    Q_ASSERT(called);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+    static const ProcessTable table;
+    QByteArrayList files =
+        QByteArray(reinterpret_cast<const char *>(data), static_cast<int>(size)).split('\x1e');
+    QStringList args = QString::fromUtf8(files.takeFirst()).split(QChar::Null);
+    const QString name = args.takeFirst();
+
+    SystemLoadStat stat(table.root());
+    takeSchedulingRequests(); // which would pile up
+    QObject::connect(&stat, &SystemLoadStat::cpuLoadExceed, [](int id, const QStringList &lines) {
+        Q_ASSERT(id == 0 && lines.size() > 1);
+    });
+    const bool watched = QMetaObject::invokeMethod(
+        &stat, "do_watchProcessLoad", Q_ARG(QString, name), Q_ARG(QStringList, args), Q_ARG(int, 2),
+        Q_ARG(int, 50), Q_ARG(bool, true), Q_ARG(int, 2));
+    Q_ASSERT(watched);
+
+    for (bool started = false; files.size() >= fileCount; started = true) {
+        bool readable = true;
+        for (int i = 0; i < fileCount; ++i) {
+            const QByteArray content = files.takeFirst();
+            table.write(i, content);
+            if (i == 0 || i == 4)
+                continue;
+            const auto read = [i, &stat] {
+                StatRecord record;
+                return stat.readStatFile(table.path(i), record);
+            };
+            const bool fatal = isShort(content);
+            if (fatal)
+                mustAbort(read);
+            else
+                Q_ASSERT(read() == 0 || QByteArray(content).replace('\r', "").isEmpty());
+            readable = readable && !fatal;
+        }
+        const int pid = stat.pidIfNameMatches(table.path(1), name);
+        const bool isMeant = pid > 0 && stat.argsMatch(table.path(4), args);
+        Q_ASSERT(stat.findPidByNameAndArgs(name, args) == (isMeant ? pid : 0));
+        if (!readable)
+            break;
+        call(stat, started ? "on_cpuLoadTimer_timeout" : "do_start");
+    }
+    call(stat, "do_stop");
+    return 0;
+}
