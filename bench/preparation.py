@@ -2,6 +2,8 @@
 # SPDX-License-Identifier: MIT
 """What every benchmark does first: install what is missing and build what it measures."""
 
+from __future__ import annotations
+
 import os
 import pathlib
 import subprocess
