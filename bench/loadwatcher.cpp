@@ -3,12 +3,16 @@
 //
 // Watches processes exactly as the supervisor does, until it is ended: the load watcher on a thread
 // of its own, which the one who measures finds by its name, and a main thread that takes the
-// alarms.
+// alarms. With --samples it takes the samples one right after the other instead of one a second,
+// and tells after each hundred how many samples, alarms and absences there have been.
 #include "load/newqthread.h"
 #include "load/systemloadstat.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QTimer>
+
+#include <cstdio>
 
 namespace {
 
@@ -17,6 +21,8 @@ constexpr int unreachable = 1000;
 constexpr int alwaysReached = 0;
 
 constexpr int notFoundPeriod = 30;
+
+constexpr int progressStep = 100; // samples
 
 } // namespace
 
@@ -29,13 +35,20 @@ int main(int argc, char *argv[])
                                      QStringLiteral("read the threads too"));
     const QCommandLineOption alarm(QStringLiteral("alarm"),
                                    QStringLiteral("raise an alarm at every tick"));
-    parser.addOptions({threads, alarm});
+    const QCommandLineOption samples(QStringLiteral("samples"),
+                                     QStringLiteral("take this many samples at once"),
+                                     QStringLiteral("number"));
+    parser.addOptions({threads, alarm, samples});
     parser.addPositionalArgument(QStringLiteral("names"), QStringLiteral("processes to watch"));
     parser.process(app);
 
     SystemLoadStat *stat = NewQThread<SystemLoadStat>::create(QStringLiteral("SystemLoad"));
     // What is done with an alarm does not count, but it must be taken over by the main thread.
-    QObject::connect(stat, &SystemLoadStat::cpuLoadExceed, &app, [](int, const QStringList &) {});
+    int alarmCount = 0;
+    int absenceCount = 0;
+    QObject::connect(stat, &SystemLoadStat::cpuLoadExceed, &app,
+                     [&alarmCount](int, const QStringList &) { ++alarmCount; });
+    QObject::connect(stat, &SystemLoadStat::notFound, &app, [&absenceCount] { ++absenceCount; });
 
     const QStringList names = parser.positionalArguments();
     for (const QString &name : names) {
@@ -46,6 +59,21 @@ int main(int argc, char *argv[])
                                   Q_ARG(int, parser.isSet(alarm) ? alwaysReached : unreachable),
                                   Q_ARG(bool, parser.isSet(threads)), Q_ARG(int, notFoundPeriod));
     }
-    QMetaObject::invokeMethod(stat, "do_start");
+    const int wanted = parser.value(samples).toInt();
+    int taken = 0;
+    QTimer next;
+    QObject::connect(&next, &QTimer::timeout, &app, [&] {
+        QMetaObject::invokeMethod(stat, "on_cpuLoadTimer_timeout", Qt::BlockingQueuedConnection);
+        if (++taken == wanted)
+            next.stop();
+        if (taken % progressStep == 0 || taken == wanted) {
+            std::printf("%d %d %d\n", taken, alarmCount, absenceCount);
+            std::fflush(stdout);
+        }
+    });
+    if (wanted > 0)
+        next.start(0);
+    else
+        QMetaObject::invokeMethod(stat, "do_start");
     return QCoreApplication::exec();
 }
