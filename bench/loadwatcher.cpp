@@ -22,7 +22,7 @@ constexpr int alwaysReached = 0;
 
 constexpr int notFoundPeriod = 30;
 
-constexpr int progressStep = 100; // samples
+constexpr int samplesAtOnce = 100;
 
 } // namespace
 
@@ -36,7 +36,7 @@ int main(int argc, char *argv[])
     const QCommandLineOption alarm(QStringLiteral("alarm"),
                                    QStringLiteral("raise an alarm at every tick"));
     const QCommandLineOption samples(QStringLiteral("samples"),
-                                     QStringLiteral("take this many samples at once"),
+                                     QStringLiteral("take this many samples without waiting"),
                                      QStringLiteral("number"));
     parser.addOptions({threads, alarm, samples});
     parser.addPositionalArgument(QStringLiteral("names"), QStringLiteral("processes to watch"));
@@ -63,13 +63,14 @@ int main(int argc, char *argv[])
     int taken = 0;
     QTimer next;
     QObject::connect(&next, &QTimer::timeout, &app, [&] {
+        for (int i = 1; i < samplesAtOnce; ++i)
+            QMetaObject::invokeMethod(stat, "on_cpuLoadTimer_timeout", Qt::QueuedConnection);
         QMetaObject::invokeMethod(stat, "on_cpuLoadTimer_timeout", Qt::BlockingQueuedConnection);
-        if (++taken == wanted)
+        taken += samplesAtOnce;
+        std::printf("%d %d %d\n", taken, alarmCount, absenceCount);
+        std::fflush(stdout);
+        if (taken >= wanted)
             next.stop();
-        if (taken % progressStep == 0 || taken == wanted) {
-            std::printf("%d %d %d\n", taken, alarmCount, absenceCount);
-            std::fflush(stdout);
-        }
     });
     if (wanted > 0)
         next.start(0);
