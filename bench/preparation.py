@@ -15,7 +15,7 @@ PRESET = "release"
 BUILD = PROJECT / "build" / PRESET
 
 
-def fail(message: str) -> NoReturn:
+def fail(message: object) -> NoReturn:
     """Ends the benchmark with a message that begins with its name."""
     sys.exit(f"{pathlib.Path(sys.argv[0]).name}: {message}")
 
