@@ -3,6 +3,7 @@
 //
 // The supervisor's command line; each line of the input is one argument.
 #include "app/commandline.h"
+
 #include "fuzz.h"
 
 namespace {

@@ -2,10 +2,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <functional>
-
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 
 /** Reads one input; each fuzz target defines its own. A finding ends the program. */
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);

@@ -3,6 +3,7 @@
 //
 // A piece of the application's output, looked through for report markers.
 #include "logging/reportmarkers.h"
+
 #include "fuzz.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)

@@ -3,6 +3,7 @@
 //
 // A settings document, the typed views of what it holds, and its texts as sizes.
 #include "logging/settings.h"
+
 #include "fuzz.h"
 #include "inputfile.h"
 #include "platform/pynx_api.h"

@@ -3,6 +3,7 @@
 //
 // A stat line of a process or thread: the reader agrees with the rule as it reads.
 #include "load/statline.h"
+
 #include "fuzz.h"
 
 #include <QStringList>
