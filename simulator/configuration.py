@@ -50,8 +50,8 @@ class Configuration:
     bad_boots: int = 3
     boots: int = 0
     binds: list[Bind] = field(default_factory=list)
-    stdin: str = "null"
     working_directory: str = "/"
+    launcher: list[str] = field(default_factory=list)
 
     def save(self, path: Path) -> None:
         """Write the configuration where `load` finds it."""

@@ -59,8 +59,9 @@ class Device:
     boot_state
         What the boot loader finds at the first boot; by default what the directory holds, or a
         fresh one.
-    stdin
-        "null" for /dev/null, "closed" for a supervisor started without descriptor 0.
+    launcher
+        The command that executes the supervisor, such as prlimit, strace -D or a shell, with its
+        options: the program and its arguments are put behind. It must keep its process number.
     """
 
     def __init__(self, program: Path | str, directory: Path | str, arguments: Sequence[str] = (), *,
@@ -78,8 +79,8 @@ class Device:
                  boots: int = 0,
                  boot_state: BootState | None = None,
                  binds: Sequence[Bind] = (),
-                 stdin: str = "null",
-                 working_directory: str = "/") -> None:
+                 working_directory: str = "/",
+                 launcher: Sequence[str] = ()) -> None:
         self.directory = Path(directory).resolve()
         self.program = Path(program).resolve()
         self._settings = None if settings is None else dict(settings)
@@ -94,7 +95,7 @@ class Device:
             directories=list(directories),
             spaces={place: size_in_bytes(size) for place, size in (spaces or {}).items()},
             environment=dict(environment or {}), bad_boots=bad_boots, boots=boots,
-            stdin=stdin, working_directory=working_directory)
+            working_directory=working_directory, launcher=list(launcher))
         self._box: Box | None = None
         self.trace: Trace | None = None
         """Finds remains of the device; the caller closes it. While the device runs it finds all."""
@@ -313,8 +314,6 @@ class Device:
         configuration = self._configuration
         if not os.access(self.program, os.X_OK) or self.program.is_dir():
             raise SimulatorError(f"the supervisor's program cannot be executed: {self.program}")
-        if configuration.stdin not in ("null", "closed"):
-            raise SimulatorError(f"stdin is 'null' or 'closed', not '{configuration.stdin}'")
         for name, behaviour in configuration.tools.items():
             Behaviour.parse(name, behaviour)
         for place in configuration.spaces:

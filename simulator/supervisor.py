@@ -119,11 +119,16 @@ class Supervisor:
     def start(self) -> None:
         """Start the program; OSError when it cannot be executed."""
         out, err = (channel.open() for channel in self._channels)
+        environment = self._environment()
+        command = [PROGRAM, *self._configuration.arguments]
+        if self._configuration.launcher:
+            # The device's library is for the supervisor alone.
+            libraries = environment.pop("LD_PRELOAD", "")
+            command = [*self._configuration.launcher, "env", f"LD_PRELOAD={libraries}", *command]
         try:
             self._process = subprocess.Popen(
-                [PROGRAM, *self._configuration.arguments], stdin=subprocess.DEVNULL, stdout=out,
-                stderr=err, env=self._environment(), cwd=self._configuration.working_directory,
-                start_new_session=True, preexec_fn=self._before_exec)
+                command, stdin=subprocess.DEVNULL, stdout=out, stderr=err, env=environment,
+                cwd=self._configuration.working_directory, start_new_session=True)
         finally:
             os.close(out)
             os.close(err)
@@ -146,10 +151,6 @@ class Supervisor:
         for channel in self._channels:
             channel.read()
             channel.close()
-
-    def _before_exec(self) -> None:
-        if self._configuration.stdin == "closed":
-            os.close(0)
 
     def _environment(self) -> dict[str, str]:
         environment = board_environment(self._configuration)

@@ -14,3 +14,6 @@ class Script(Protocol):
 
 WAIT = "exec sleep infinity"
 """What a script ends with to be there until it is killed."""
+
+WITHOUT_INPUT = ["sh", "-c", 'exec "$@" <&-', "sh"]
+"""A launcher for a supervisor without descriptor 0."""

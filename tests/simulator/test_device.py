@@ -13,7 +13,7 @@ import pytest
 from simulator import BootState, SimulatorError, wait_until
 from simulator.pytest_plugin import DeviceFactory
 
-from standin import WAIT, Script
+from standin import WAIT, WITHOUT_INPUT, Script
 
 
 def test_output_is_kept_byte_for_byte_and_channels_apart(device: DeviceFactory,
@@ -217,17 +217,17 @@ def test_two_devices_do_not_disturb_one_another(device: DeviceFactory, script: S
     assert not two.events("simulator", "switched off")
 
 
-def test_a_closed_standard_input(device: DeviceFactory, script: Script) -> None:
-    board = device(script("[ -e /proc/$$/fd/0 ] || echo closed"), stdin="closed")
-    board.wait_end()
-    assert board.stdout == b"closed\n"
+def test_a_launcher_becomes_the_supervisor(device: DeviceFactory, script: Script) -> None:
+    board = device(script("[ -e /proc/$$/fd/0 ] || echo closed; sleep 60"),
+                   launcher=WITHOUT_INPUT)
+    board.wait_for("supervisor", "closed")
+    assert board.supervisor().command_line[-1] == "/supervisor/watchdog"
 
 
 @pytest.mark.parametrize(("options", "message"), [
     ({"tools": {"reboot": "explode"}}, "no behaviour"),
     ({"spaces": {"/tmp/x": "many"}}, "not a size"),
     ({"spaces": {"tmp": "1M"}}, "absolute"),
-    ({"stdin": "open"}, "stdin"),
     ({"watchdog_library": "/none.so"}, "library is missing"),
 ])
 def test_what_makes_no_sense_is_refused(device: DeviceFactory, script: Script,

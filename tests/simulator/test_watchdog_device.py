@@ -9,6 +9,8 @@ import pytest
 from simulator import Bind
 from simulator.pytest_plugin import DeviceFactory
 
+from standin import WITHOUT_INPUT
+
 DEVICE = "watchdog device"
 BOUND = 30.0  # seconds within which a loaded machine still does what it does at once otherwise
 
@@ -122,7 +124,7 @@ def test_other_files_open_as_ever(device: DeviceFactory, feeder: Path) -> None:
 
 def test_a_program_without_standard_input_gets_descriptor_zero(device: DeviceFactory,
                                                                feeder: Path) -> None:
-    board = device(feeder, ["open", "wait"], stdin="closed")
+    board = device(feeder, ["open", "wait"], launcher=WITHOUT_INPUT)
     board.wait_for(DEVICE, operation="open")
     listed = board.run(["ls", "-l", f"/proc/{board.supervisor().pid}/fd/0"]).stdout
     assert b"socket:" in listed
