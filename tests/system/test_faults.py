@@ -1,0 +1,348 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""What the supervisor calls fails or hangs; docs/faults.md is the table of all that can."""
+
+from __future__ import annotations
+
+import os
+from collections.abc import Sequence
+from typing import Any, Protocol
+
+import pytest
+
+from logs import LOG, OLD_LOG, complaints, content
+from settings import reporting
+from simulator import Bind, wait_until
+from simulator.device import Device
+
+SNAPSHOTS = "/tmp/log/system"
+MARKER = "/home/root/ro-test"
+START_ERROR = "Error occured during process startup, code: "
+HANGS = "delay_enter=600000000"  # microseconds: longer than any test
+
+AS_ROOT = pytest.mark.skipif(os.geteuid() != 0, reason="only root can switch to another account")
+
+
+class Failing(Protocol):
+    """Switches on a device as `board` does, with one kind of system call that fails or hangs.
+
+    The injection is in strace's words. With a path it is for the calls that touch that file. It is
+    for the supervisor's threads and children too, unless it is for the main thread `alone`.
+    """
+
+    def __call__(self, injection: str, path: str | None = None, *behaviours: str,
+                 alone: bool = False, **options: Any) -> Device: ...
+
+
+@pytest.fixture
+def failing(board: Any) -> Failing:
+    """failing("write:error=EIO", LOG, "print", "lost\\n"): a running device whose calls fail."""
+
+    def make(injection: str, path: str | None = None, *behaviours: str, alone: bool = False,
+             environment: dict[str, str] | None = None, **options: Any) -> Device:
+        launcher = ["strace", "-D", "-qqq", "-o", "/dev/null",
+                    "-e", f"trace={injection.partition(':')[0]}", "-e", f"inject={injection}",
+                    *([] if path is None else ["-P", path]),
+                    *([] if alone else ["-f", "--seccomp-bpf"])]
+        # The search for leaks at the end wants to trace the process itself.
+        surroundings = {"ASAN_OPTIONS": "detect_leaks=0", **(environment or {})}
+        running: Device = board(*behaviours, launcher=launcher, environment=surroundings, **options)
+        return running
+
+    return make
+
+
+def shell(redirection: str) -> list[str]:
+    """A launcher that changes what the supervisor's descriptors are."""
+    return ["bash", "-c", f'exec "$@" {redirection}', "bash"]
+
+
+FILLED_PIPE = """if True:
+    import os, sys
+    reader, writer = os.pipe()
+    os.set_inheritable(reader, True)
+    os.set_blocking(writer, False)
+    try:
+        while True:
+            os.write(writer, bytes(4096))
+    except BlockingIOError:
+        os.set_blocking(writer, True)
+    os.dup2(writer, int(sys.argv[1]))
+    os.execvp(sys.argv[2], sys.argv[2:])
+"""
+"""Makes a descriptor a full pipe that nobody reads, and executes the supervisor."""
+
+
+def tools(directory, **scripts: str) -> dict[str, Any]:
+    """Options of a device on which these scripts come first in PATH."""
+    for name, script in scripts.items():
+        (directory / name).write_text(f"#!/bin/sh\n{script}\n")
+        (directory / name).chmod(0o755)
+    return {"binds": [Bind(str(directory), "/tmp/tools")],
+            "environment": {"PATH": "/tmp/tools:/run/simulator/tools:/run/simulator/commands"}}
+
+
+def is_fed(running: Device) -> None:
+    """Waits for the feed at the start and two from the timer."""
+    running.wait_for("watchdog device", "KEEPALIVE", count=3)
+
+
+def is_reset(running: Device) -> None:
+    """Waits until the device has reset the board, which then boots again."""
+    expired = running.wait_for("watchdog device", "expired", timeout=120)
+    running.wait_for("boot loader", starts=True, after=expired)
+
+
+# -- the log -----------------------------------------------------------------------------------
+
+
+@pytest.mark.parametrize("error", ["EACCES", "EIO", "EMFILE", "ENOSPC"])
+def test_a_log_that_cannot_be_opened_ends_the_start(failing, error):
+    running = failing(f"openat:error={error}", LOG, "print", "started\\n")
+    assert running.wait_supervisor_exit() == 1
+    assert running.stderr == f"Can't open file : {LOG}\n".encode()
+
+
+@pytest.mark.parametrize("error", ["EIO", "ENOSPC"])
+def test_what_cannot_be_written_into_the_log_is_lost_silently(failing, error):
+    running = failing(f"write:error={error}", LOG, "print", "lost\\n", "exit", "7",
+                      options=["--rotateOnly", "--singleRun"])
+    assert running.wait_supervisor_exit() == 7
+    assert (running.stdout, running.stderr, content(running)) == (b"", b"", b"")
+
+
+def test_a_log_that_cannot_be_renamed_is_rotated_by_copying(failing):
+    running = failing("renameat2:error=EIO", LOG, "flood", "4000", "4000", "sleep", "0.5", "print",
+                      "in the new log\\n", log_size="2k", options=["--rotateOnly", "--singleRun"])
+    assert running.wait_supervisor_exit() == 0
+    assert running.stderr == b""
+    assert len(content(running, OLD_LOG)) >= 4000
+    assert content(running) == b"in the new log\n"
+
+
+FILLED_LOG = """
+    echo older >/tmp/log/application.log.0
+    seq 1000
+    while ls -l /proc/$PPID/fd | grep -q application.log; do sleep 0.02; done
+    echo echoed
+"""
+"""An application that fills its log, and prints a line when the file is closed."""
+
+
+@pytest.mark.parametrize("injection, path, message", [
+    ("unlink:error=EIO", OLD_LOG, f"Can't rename file from:{LOG} to:{OLD_LOG}\n"),
+    ("openat:error=EMFILE:when=2+", LOG, f"Can't open file : {LOG}\n"),
+    ("openat:error=ENOSPC:when=2+", LOG, f"Can't open file : {LOG}\n"),
+])
+def test_a_rotation_that_fails_is_told_and_the_rest_echoed(failing, injection, path, message):
+    running = failing(injection, path, log_size="2k", options=["--rotateOnly", "--singleRun"],
+                      application=["/bin/sh", "-c", FILLED_LOG])
+    assert running.wait_supervisor_exit() == 0
+    assert running.stderr == message.encode()
+    assert running.stdout == b"echoed\n"
+
+
+@pytest.mark.parametrize("injection, path", [
+    (f"write:{HANGS}", LOG), (f"fsync:{HANGS}", None), (f"openat:{HANGS}", MARKER),
+], ids=["the log", "the snapshots", "the marker"])
+def test_a_file_system_that_hangs_is_ended_by_a_reset(failing, injection, path):
+    is_reset(failing(injection, path, "print", "hello\\n", "wait"))
+
+
+# -- the snapshots, the marker, reports -----------------------------------------------------------
+
+
+@pytest.mark.parametrize("error, text", [
+    ("EACCES", "Permission denied"), ("EMFILE", "Too many open files"),
+    ("ENOSPC", "No space left on device")])
+def test_snapshots_that_cannot_be_opened_are_told_every_time(failing, error, text):
+    running = failing(f"openat:error={error}", SNAPSHOTS, "wait", alone=True)
+    running.wait_for("supervisor", f"Cannot open file : {SNAPSHOTS} : err : {text} ", count=2)
+    is_fed(running)
+
+
+def test_snapshots_that_cannot_be_written_leave_an_empty_file(failing):
+    running = failing("write:error=ENOSPC", SNAPSHOTS, "wait", alone=True)
+    is_fed(running)
+    assert running.host_path(SNAPSHOTS).read_bytes() == b""
+    assert complaints(running) == b""
+
+
+def test_a_sync_that_fails_is_not_noticed(failing):
+    running = failing("fsync:error=EIO", None, "wait", alone=True)
+    wait_until(lambda: b"top - " in content(running, SNAPSHOTS), "the snapshots")
+    assert complaints(running) == b""
+
+
+@pytest.mark.parametrize("injection", ["openat:error=EACCES", "openat:error=EIO", "openat:error=EMFILE",
+                                       "openat:error=ENOSPC", "unlink:error=EIO"])
+def test_a_marker_that_cannot_be_made_or_removed_reboots_the_board(failing, injection):
+    running = failing(injection, MARKER, "wait", alone=True, tools={"reboot": "return"})
+    running.wait_for("tool", "reboot -f")
+    assert b"Detected filesystem in read-only mode. Rebooting\n" in running.stderr
+    assert not running.events("tool", "sfuflags")
+
+
+def test_a_tar_that_hangs_holds_up_nothing_else(board, tmp_path):
+    script = 'case $2 in *stuck*) exec sleep 3600 ;; esac; exec /usr/bin/tar "$@"'
+    running = board("print", "==Report==stuck\\n", "sleep", "1", "print", "==Report==good\\n", "wait",
+                    settings=reporting([LOG]), **tools(tmp_path, tar=script))
+    upload = running.host_path("/tmp/upload")
+    wait_until(lambda: list(upload.glob("report-good-*.tar.gz")), "the second archive")
+    assert not list(upload.glob("*stuck*.tar.gz"))
+    is_fed(running)
+
+
+# -- processes and threads -------------------------------------------------------------------------
+
+
+@pytest.mark.parametrize("injection", ["clone:error=ENOMEM", *(f"pipe2:error=EMFILE:when={number}"
+                                                               for number in range(1, 5))])
+def test_an_application_that_cannot_be_forked_ends_the_start(failing, injection):
+    running = failing(injection, None, "wait", alone=True)
+    assert running.wait_supervisor_exit() == 1
+    running.wait_for("system log", START_ERROR + "0")
+
+
+def test_a_restart_that_fails_leaves_the_board_up_and_confirmed_without_application(failing):
+    # The second fork is for killall.
+    running = failing("clone:error=EAGAIN:when=3", None, "sleep", "1", alone=True)
+    running.wait_for("system log", START_ERROR + "0")
+    running.wait_for("tool", "sfuflags -f boot_count -v 0")
+    is_fed(running)
+    assert running.boot_state.fail == 0
+    assert content(running).count(b"Starting app") == 2
+
+
+
+
+def test_a_thread_that_cannot_be_made_is_followed_by_a_reset(failing):
+    running = failing("clone3:error=EAGAIN", None, "wait", alone=True)
+    running.wait_for("supervisor", "QThread::start: Thread creation error")
+    is_reset(running)
+    assert not running.events("watchdog device", "KEEPALIVE")
+
+
+@pytest.mark.parametrize("poll, environment", [("poll", {}), ("ppoll", {"QT_NO_GLIB": "1"})],
+                         ids=["glib", "Qt's own loop"])
+def test_a_wait_for_events_that_fails_is_repeated(failing, poll, environment):
+    running = failing(f"{poll}:error=ENOMEM:when=1..9+2", None, "sleep", "1", "print", "heard\\n",
+                      "wait", alone=True, environment=environment)
+    wait_until(lambda: b"heard\n" in content(running), "the application's line")
+    is_fed(running)
+
+
+@pytest.mark.parametrize("injection, path, line", [
+    pytest.param("openat:error=EMFILE", "/etc/passwd", b"uid 0 euid 0 gid 0 ", id="not found"),
+    pytest.param("setreuid:error=EAGAIN", None, b"Cannot change user/group\nuid 0 euid 0 gid 1 ",
+                 id="not switched to"),
+])
+@AS_ROOT
+def test_an_account_that_cannot_be_used_lets_the_application_run_as_root(failing, injection, path, line):
+    running = failing(injection, path, "identity", options=["--singleRun", "--rotateOnly", "--user",
+                                                            "daemon"])
+    assert running.wait_supervisor_exit() == 0
+    assert line in content(running)
+    assert (b"Failed to get info about user: daemon\n" in running.stderr) == (path is not None)
+
+
+# -- the watchdog device and the standard descriptors --------------------------------------------------
+
+
+def test_a_device_that_another_holds_counts_as_missing(board, sample):
+    running = board("wait")
+    running.wait_for("watchdog device", "KEEPALIVE")
+    done = running.run(["env", "LD_PRELOAD=/run/simulator/libwatchdogdevice.so",
+                        "/supervisor/watchdog", "--singleRun", "--app", sample, "exit", "7"])
+    assert done.status == 7
+    assert b"Watchdog device doesn't exist!!!\n" in done.stderr
+
+
+# The device's library passes an ioctl on with sendto().
+def test_a_time_out_that_is_refused_leaves_the_drivers_own(failing):
+    running = failing("sendto:error=EIO:when=1", None, "wait", alone=True)
+    is_fed(running)
+    assert not running.events("watchdog device", "SETTIMEOUT")
+
+
+def test_a_feed_that_is_refused_is_followed_by_a_reset(failing):
+    running = failing("sendto:error=EIO:when=2+", None, "wait", alone=True)
+    is_reset(running)
+    assert complaints(running) == b""
+
+
+@pytest.mark.parametrize("redirection", ["<&-", "<&- >&- 2>&-"], ids=["input", "all three"])
+@pytest.mark.parametrize("environment", [{}, {"QT_NO_GLIB": "1"}], ids=["glib", "Qt's own loop"])
+def test_without_standard_descriptors_the_device_is_armed_and_fed(board, redirection, environment):
+    # The event loop has taken descriptor 0 by the time the device is opened.
+    running = board("wait", launcher=shell(redirection), environment=environment)
+    is_fed(running)
+    assert running.events("watchdog device", "SETTIMEOUT")[0]["argument"] == 30
+
+
+@pytest.mark.parametrize("launcher", [shell(">/dev/full 2>/dev/full"), shell(">&- 2>&-")],
+                         ids=["full", "closed"])
+def test_messages_that_nobody_takes_are_lost(device, sample, launcher):
+    running = device(arguments=["--user", "no-such-account", "--app", sample, "flood", "20000",
+                                "1000", "wait"], launcher=launcher)
+    is_fed(running)
+    assert running.application().pid
+
+
+@pytest.mark.parametrize("descriptor", ["1", "2"], ids=["output", "error"])
+def test_a_reader_that_hangs_is_followed_by_a_reset(device, sample, descriptor):
+    # The application's output is shown, and killall says that there is nothing to kill.
+    running = device(arguments=["--app", sample, "flood", "20000", "1000", "exit", "0"],
+                     launcher=["python3", "-c", FILLED_PIPE, descriptor])
+    is_reset(running)
+
+
+def test_without_system_log_its_messages_are_lost(board):
+    running = board("sleep", "1")
+    running.run(["rm", "/dev/log"])
+    running.wait_for("tool", "reboot -f")
+    assert not running.events("system log")
+
+
+SILENT_SYSTEM_LOG = """if True:
+    import os, socket, time
+    os.unlink("/dev/log")
+    reader = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+    reader.bind("/dev/log")
+    writer = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM | socket.SOCK_NONBLOCK)
+    writer.connect("/dev/log")
+    try:
+        while True:
+            writer.send(b"x")
+    except BlockingIOError:
+        print("filled", flush=True)
+    if os.fork() == 0:
+        os.setsid()
+        time.sleep(3600)
+"""
+"""A system log that is full and reads nothing any more."""
+
+
+def test_a_system_log_that_hangs_is_followed_by_a_reset(board):
+    running = board("sleep", "2")
+    assert running.run(["python3", "-c", SILENT_SYSTEM_LOG]).stdout == b"filled\n"
+    is_reset(running)
+
+
+# -- settings, memory -----------------------------------------------------------------------------------
+
+
+def test_a_settings_document_that_is_a_fifo_is_waited_for_until_the_reset(board):
+    running = board("wait")
+    os.mkfifo(running.host_path("/supervisor/settings/WatchdogMemoryReportingConf.json"))
+    running.reset()
+    is_reset(running)
+
+
+def test_a_supervisor_without_memory_aborts_and_the_board_is_reset(board, sanitized, tmp_path):
+    if sanitized:
+        pytest.skip("a sanitizer needs more address space than any limit")
+    running = board("wait", launcher=["prlimit", f"--as={300 << 20}"],
+                    **tools(tmp_path, free="head -c 200M /dev/zero | tr '\\0' x"))
+    running.wait_for("supervisor", "std::bad_alloc")
+    is_reset(running)
