@@ -8,6 +8,7 @@
 #include "common/errorline.h"
 #include "common/processerror.h"
 #include "common/terminationsignals.h"
+#include "common/toolprocess.h"
 #include "health/sfuflagclearer.h"
 #include "health/systemloadlogger.h"
 #include "platform/pynx_api.h"
@@ -102,14 +103,12 @@ void Watchdog::applyCriticalErrorRule(qint64 uptimeSec)
 
 void Watchdog::killStrayProcesses()
 {
-    const TerminationWindow window;
-    QProcess::execute(QStringLiteral("killall"), {QStringLiteral("-9"), QStringLiteral("pYNX")});
+    ToolProcess::run(QStringLiteral("killall"), {QStringLiteral("-9"), QStringLiteral("pYNX")});
 }
 
 void Watchdog::rebootDevice()
 {
-    const TerminationWindow window;
-    QProcess::execute(QStringLiteral("reboot"), {QStringLiteral("-f")});
+    ToolProcess::run(QStringLiteral("reboot"), {QStringLiteral("-f")});
 }
 
 // Runs inside the signal handler, by design: a supervisor that waits for a tool still passes the

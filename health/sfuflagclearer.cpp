@@ -5,10 +5,9 @@
 #include "common/checkedconnect.h"
 #include "common/errorline.h"
 #include "common/processerror.h"
-#include "common/terminationsignals.h"
+#include "common/toolprocess.h"
 
 #include <QFile>
-#include <QProcess>
 #include <QStringList>
 
 #include <utility>
@@ -53,10 +52,9 @@ bool SfuFlagClearer::clearFlag(const QString &flag) const
 {
     const QStringList arguments =
         QStringLiteral("-f %1 -v 0").arg(flag).split(QLatin1Char(' '), QString::SkipEmptyParts);
-    QProcess tool;
+    ToolProcess tool;
     tool.start(QStringLiteral("sfuflags"), arguments, QIODevice::ReadWrite);
-    const TerminationWindow window;
-    if (tool.waitForFinished(m_toolTimeoutMs) && tool.exitCode() == 0)
+    if (tool.waitForEnd(m_toolTimeoutMs) && tool.exitCode() == 0)
         return true;
     logProcessError(tool.error());
     return false;
@@ -67,10 +65,9 @@ void SfuFlagClearer::rebootFromReadOnlySystem() const
     writeErrorLine(QStringLiteral("Detected filesystem in read-only mode. Rebooting"));
     // A name without a value deletes the variable. A tool that overruns its time is not killed
     // before the reboot was tried: half a boot environment is worse than an old one.
-    QProcess environmentTool;
+    ToolProcess environmentTool;
     environmentTool.start(QStringLiteral("fw_setenv"), {QStringLiteral("update_url_cache")},
                           QIODevice::ReadWrite);
-    const TerminationWindow window;
-    environmentTool.waitForFinished(m_toolTimeoutMs);
-    QProcess::execute(QStringLiteral("reboot"), {QStringLiteral("-f")});
+    environmentTool.waitForEnd(m_toolTimeoutMs);
+    ToolProcess::run(QStringLiteral("reboot"), {QStringLiteral("-f")});
 }

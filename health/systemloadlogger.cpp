@@ -4,11 +4,10 @@
 
 #include "common/checkedconnect.h"
 #include "common/errorline.h"
-#include "common/terminationsignals.h"
+#include "common/toolprocess.h"
 
 #include <QFile>
 #include <QPair>
-#include <QProcess>
 #include <QTextStream>
 #include <QTimer>
 #include <QVector>
@@ -35,10 +34,9 @@ const QVector<Command> &snapshotCommands()
 
 QByteArray outputOf(const Command &command, int timeoutMs)
 {
-    QProcess process;
+    ToolProcess process;
     process.start(command.first, command.second, QIODevice::ReadWrite);
-    const TerminationWindow window;
-    process.waitForFinished(timeoutMs);
+    process.waitForEnd(timeoutMs);
     return process.readAll(); // also of a command that hangs: what it has said may tell why
 }
 

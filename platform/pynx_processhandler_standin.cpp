@@ -3,9 +3,9 @@
 #include "platform/pynx_processhandler.h"
 
 #include "common/checkedconnect.h"
+#include "common/toolprocess.h"
 
 #include <QByteArray>
-#include <QProcess>
 #include <QSet>
 #include <QString>
 #include <QStringList>
@@ -34,7 +34,7 @@ private:
     void processFinished(int exitCode, QProcess::ExitStatus exitStatus);
     void complete(int resultCode);
 
-    QProcess m_process;
+    ToolProcess m_process;
     PynxProcessHandler::CompletionCallback m_completed;
     PynxProcessHandler::OutputCallback m_output;
 };

@@ -214,6 +214,22 @@ def test_a_restart_that_fails_leaves_the_board_up_and_confirmed_without_applicat
     assert content(running).count(b"Starting app") == 2
 
 
+def test_a_killall_and_a_reboot_that_cannot_be_forked_are_passed_over(failing):
+    # The second fork is for the first killall, the seventh for the reboot.
+    running = failing("clone:error=EAGAIN:when=2+5", None, "exit", "0", alone=True)
+    running.wait_for("system log", "Restarting process", count=4)
+    assert running.stderr.count(b"Critical FW error, rebooting.\n") == 1
+    assert not running.events("tool", "reboot")
+
+
+def test_a_tool_that_cannot_be_forked_is_told_like_one_that_fails(failing):
+    running = failing("clone:error=EAGAIN:when=2+", None, "wait", alone=True)
+    application = running.application()
+    running.wait_for("system log", START_ERROR + "0")
+    wait_until(lambda: content(running, SNAPSHOTS), "the snapshots")
+    assert content(running, SNAPSHOTS).strip(b"\n") == b""
+    is_fed(running)
+    assert running.application().pid == application.pid
 
 
 def test_a_thread_that_cannot_be_made_is_followed_by_a_reset(failing):

@@ -1,0 +1,22 @@
+// SPDX-FileCopyrightText: 2026 The watchdog developers
+// SPDX-License-Identifier: MIT
+#include "common/toolprocess.h"
+
+#include "common/terminationsignals.h"
+
+ToolProcess::~ToolProcess() = default;
+
+bool ToolProcess::waitForEnd(int timeoutMs)
+{
+    const TerminationWindow window;
+    return waitForFinished(timeoutMs);
+}
+
+void ToolProcess::run(const QString &program, const QStringList &arguments)
+{
+    constexpr int withoutLimit = -1;
+    ToolProcess tool;
+    tool.setProcessChannelMode(ForwardedChannels);
+    tool.start(program, arguments);
+    tool.waitForEnd(withoutLimit);
+}
