@@ -6,6 +6,12 @@
 
 ToolProcess::~ToolProcess() = default;
 
+void ToolProcess::discardOutput()
+{
+    setStandardOutputFile(nullDevice());
+    setStandardErrorFile(nullDevice());
+}
+
 bool ToolProcess::waitForEnd(int timeoutMs)
 {
     const TerminationWindow window;

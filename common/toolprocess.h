@@ -18,6 +18,9 @@ public:
     ToolProcess() = default;
     ~ToolProcess() override;
 
+    /** Before the start: what the tool prints is dropped, not kept in memory until its end. */
+    void discardOutput();
+
     /**
      * Waits for the tool's end, for @p timeoutMs at most (-1: without a limit), and tells whether it
      * came. A termination signal is handled at once meanwhile. Main thread only.

@@ -53,6 +53,7 @@ bool SfuFlagClearer::clearFlag(const QString &flag) const
     const QStringList arguments =
         QStringLiteral("-f %1 -v 0").arg(flag).split(QLatin1Char(' '), QString::SkipEmptyParts);
     ToolProcess tool;
+    tool.discardOutput();
     tool.start(QStringLiteral("sfuflags"), arguments, QIODevice::ReadWrite);
     if (tool.waitForEnd(m_toolTimeoutMs) && tool.exitCode() == 0)
         return true;
@@ -66,6 +67,7 @@ void SfuFlagClearer::rebootFromReadOnlySystem() const
     // A name without a value deletes the variable. A tool that overruns its time is not killed
     // before the reboot was tried: half a boot environment is worse than an old one.
     ToolProcess environmentTool;
+    environmentTool.discardOutput();
     environmentTool.start(QStringLiteral("fw_setenv"), {QStringLiteral("update_url_cache")},
                           QIODevice::ReadWrite);
     environmentTool.waitForEnd(m_toolTimeoutMs);

@@ -362,3 +362,16 @@ def test_a_supervisor_without_memory_aborts_and_the_board_is_reset(board, saniti
                     **tools(tmp_path, free="head -c 200M /dev/zero | tr '\\0' x"))
     running.wait_for("supervisor", "std::bad_alloc")
     is_reset(running)
+
+
+def test_what_a_tool_prints_and_nobody_reads_takes_no_memory(board, sanitized, tmp_path):
+    if sanitized:
+        pytest.skip("a sanitizer needs more address space than any limit")
+    flood = "head -c 400M /dev/zero >&2"
+    running = board("wait", launcher=["prlimit", f"--as={300 << 20}"],
+                    **tools(tmp_path, top=flood, free=flood,
+                            sfuflags="head -c 400M /dev/zero | tee /dev/stderr; "
+                                     'exec /run/simulator/tools/sfuflags "$@"'))
+    running.wait_for("tool", "sfuflags -f boot_count -v 0")
+    wait_until(lambda: content(running, SNAPSHOTS), "the snapshots")
+    is_fed(running)
