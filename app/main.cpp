@@ -5,9 +5,14 @@
 
 #include <QCoreApplication>
 
+#include <csignal>
+
 int main(int argc, char *argv[])
 {
     keepFreedHeap();
+    // Who reads the output may go, which must not end the supervisor. Qt gives its children the
+    // default action back.
+    std::signal(SIGPIPE, SIG_IGN);
     QCoreApplication application(argc, argv);
     theWatchdog = new Watchdog(nullptr); // never deleted: it lives until the process ends
     const int status = theWatchdog->init(QCoreApplication::arguments());

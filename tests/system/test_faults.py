@@ -72,6 +72,16 @@ FILLED_PIPE = """if True:
 """
 """Makes a descriptor a full pipe that nobody reads, and executes the supervisor."""
 
+BROKEN_PIPE = """if True:
+    import os, sys
+    reader, writer = os.pipe()
+    os.close(reader)
+    os.dup2(writer, 1)
+    os.dup2(writer, 2)
+    os.execvp(sys.argv[1], sys.argv[1:])
+"""
+"""Makes output and error a pipe whose reader has gone, and executes the supervisor."""
+
 
 def tools(directory, **scripts: str) -> dict[str, Any]:
     """Options of a device on which these scripts come first in PATH."""
@@ -296,8 +306,9 @@ def test_without_standard_descriptors_the_device_is_armed_and_fed(board, redirec
     assert running.events("watchdog device", "SETTIMEOUT")[0]["argument"] == 30
 
 
-@pytest.mark.parametrize("launcher", [shell(">/dev/full 2>/dev/full"), shell(">&- 2>&-")],
-                         ids=["full", "closed"])
+@pytest.mark.parametrize("launcher", [shell(">/dev/full 2>/dev/full"), shell(">&- 2>&-"),
+                                      ["python3", "-c", BROKEN_PIPE]],
+                         ids=["full", "closed", "reader gone"])
 def test_messages_that_nobody_takes_are_lost(device, sample, launcher):
     running = device(arguments=["--user", "no-such-account", "--app", sample, "flood", "20000",
                                 "1000", "wait"], launcher=launcher)
