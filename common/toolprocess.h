@@ -22,8 +22,8 @@ public:
     void discardOutput();
 
     /**
-     * Waits for the tool's end, for @p timeoutMs at most (-1: without a limit), and tells whether it
-     * came. A termination signal is handled at once meanwhile. Main thread only.
+     * Waits for the tool's end, for @p timeoutMs at most (-1: without a limit), and tells whether
+     * it came. A termination signal is handled at once meanwhile. Main thread only.
      */
     bool waitForEnd(int timeoutMs);
 

@@ -242,6 +242,11 @@ def test_a_tool_that_cannot_be_forked_is_told_like_one_that_fails(failing):
     assert running.application().pid == application.pid
 
 
+@pytest.mark.parametrize("tool", ["killall", "reboot"])
+def test_a_tool_that_is_waited_for_without_limit_and_hangs_is_followed_by_a_reset(board, tool):
+    is_reset(board("exit", "0", tools={tool: "hang"}))
+
+
 def test_a_thread_that_cannot_be_made_is_followed_by_a_reset(failing):
     running = failing("clone3:error=EAGAIN", None, "wait", alone=True)
     running.wait_for("supervisor", "QThread::start: Thread creation error")
