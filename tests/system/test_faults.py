@@ -6,14 +6,17 @@ from __future__ import annotations
 
 import os
 from collections.abc import Sequence
+from pathlib import Path
 from typing import Any, Protocol
 
 import pytest
 
+from boards import Board
 from logs import LOG, OLD_LOG, complaints, content
 from settings import reporting
 from simulator import Bind, wait_until
 from simulator.device import Device
+from simulator.pytest_plugin import DeviceFactory
 
 SNAPSHOTS = "/tmp/log/system"
 MARKER = "/home/root/ro-test"
@@ -35,7 +38,7 @@ class Failing(Protocol):
 
 
 @pytest.fixture
-def failing(board: Any) -> Failing:
+def failing(board: Board) -> Failing:
     """failing("write:error=EIO", LOG, "print", "lost\\n"): a running device whose calls fail."""
 
     def make(injection: str, path: str | None = None, *behaviours: str, alone: bool = False,
@@ -83,7 +86,7 @@ BROKEN_PIPE = """if True:
 """Makes output and error a pipe whose reader has gone, and executes the supervisor."""
 
 
-def tools(directory, **scripts: str) -> dict[str, Any]:
+def tools(directory: Path, **scripts: str) -> dict[str, Any]:
     """Options of a device on which these scripts come first in PATH."""
     for name, script in scripts.items():
         (directory / name).write_text(f"#!/bin/sh\n{script}\n")
@@ -103,25 +106,25 @@ def is_reset(running: Device) -> None:
     running.wait_for("boot loader", starts=True, after=expired)
 
 
-# -- the log -----------------------------------------------------------------------------------
+# -- the log -------------------------------------------------------------------------------------
 
 
 @pytest.mark.parametrize("error", ["EACCES", "EIO", "EMFILE", "ENOSPC"])
-def test_a_log_that_cannot_be_opened_ends_the_start(failing, error):
+def test_a_log_that_cannot_be_opened_ends_the_start(failing: Failing, error: str) -> None:
     running = failing(f"openat:error={error}", LOG, "print", "started\\n")
     assert running.wait_supervisor_exit() == 1
     assert running.stderr == f"Can't open file : {LOG}\n".encode()
 
 
 @pytest.mark.parametrize("error", ["EIO", "ENOSPC"])
-def test_what_cannot_be_written_into_the_log_is_lost_silently(failing, error):
+def test_what_cannot_be_written_into_the_log_is_lost_silently(failing: Failing, error: str) -> None:
     running = failing(f"write:error={error}", LOG, "print", "lost\\n", "exit", "7",
                       options=["--rotateOnly", "--singleRun"])
     assert running.wait_supervisor_exit() == 7
     assert (running.stdout, running.stderr, content(running)) == (b"", b"", b"")
 
 
-def test_a_log_that_cannot_be_renamed_is_rotated_by_copying(failing):
+def test_a_log_that_cannot_be_renamed_is_rotated_by_copying(failing: Failing) -> None:
     running = failing("renameat2:error=EIO", LOG, "flood", "4000", "4000", "sleep", "0.5", "print",
                       "in the new log\\n", log_size="2k", options=["--rotateOnly", "--singleRun"])
     assert running.wait_supervisor_exit() == 0
@@ -144,7 +147,8 @@ FILLED_LOG = """
     ("openat:error=EMFILE:when=2+", LOG, f"Can't open file : {LOG}\n"),
     ("openat:error=ENOSPC:when=2+", LOG, f"Can't open file : {LOG}\n"),
 ])
-def test_a_rotation_that_fails_is_told_and_the_rest_echoed(failing, injection, path, message):
+def test_a_rotation_that_fails_is_told_and_the_rest_echoed(
+        failing: Failing, injection: str, path: str, message: str) -> None:
     running = failing(injection, path, log_size="2k", options=["--rotateOnly", "--singleRun"],
                       application=["/bin/sh", "-c", FILLED_LOG])
     assert running.wait_supervisor_exit() == 0
@@ -155,47 +159,52 @@ def test_a_rotation_that_fails_is_told_and_the_rest_echoed(failing, injection, p
 @pytest.mark.parametrize("injection, path", [
     (f"write:{HANGS}", LOG), (f"fsync:{HANGS}", None), (f"openat:{HANGS}", MARKER),
 ], ids=["the log", "the snapshots", "the marker"])
-def test_a_file_system_that_hangs_is_ended_by_a_reset(failing, injection, path):
+def test_a_file_system_that_hangs_is_ended_by_a_reset(
+        failing: Failing, injection: str, path: str) -> None:
     is_reset(failing(injection, path, "print", "hello\\n", "wait"))
 
 
-# -- the snapshots, the marker, reports -----------------------------------------------------------
+# -- the snapshots, the marker, reports ----------------------------------------------------------
 
 
 @pytest.mark.parametrize("error, text", [
     ("EACCES", "Permission denied"), ("EMFILE", "Too many open files"),
     ("ENOSPC", "No space left on device")])
-def test_snapshots_that_cannot_be_opened_are_told_every_time(failing, error, text):
+def test_snapshots_that_cannot_be_opened_are_told_every_time(
+        failing: Failing, error: str, text: str) -> None:
     running = failing(f"openat:error={error}", SNAPSHOTS, "wait", alone=True)
     running.wait_for("supervisor", f"Cannot open file : {SNAPSHOTS} : err : {text} ", count=2)
     is_fed(running)
 
 
-def test_snapshots_that_cannot_be_written_leave_an_empty_file(failing):
+def test_snapshots_that_cannot_be_written_leave_an_empty_file(failing: Failing) -> None:
     running = failing("write:error=ENOSPC", SNAPSHOTS, "wait", alone=True)
     is_fed(running)
     assert running.host_path(SNAPSHOTS).read_bytes() == b""
     assert complaints(running) == b""
 
 
-def test_a_sync_that_fails_is_not_noticed(failing):
+def test_a_sync_that_fails_is_not_noticed(failing: Failing) -> None:
     running = failing("fsync:error=EIO", None, "wait", alone=True)
     wait_until(lambda: b"top - " in content(running, SNAPSHOTS), "the snapshots")
     assert complaints(running) == b""
 
 
-@pytest.mark.parametrize("injection", ["openat:error=EACCES", "openat:error=EIO", "openat:error=EMFILE",
-                                       "openat:error=ENOSPC", "unlink:error=EIO"])
-def test_a_marker_that_cannot_be_made_or_removed_reboots_the_board(failing, injection):
+@pytest.mark.parametrize("injection", ["openat:error=EACCES", "openat:error=EIO",
+                                       "openat:error=EMFILE", "openat:error=ENOSPC",
+                                       "unlink:error=EIO"])
+def test_a_marker_that_cannot_be_made_or_removed_reboots_the_board(
+        failing: Failing, injection: str) -> None:
     running = failing(injection, MARKER, "wait", alone=True, tools={"reboot": "return"})
     running.wait_for("tool", "reboot -f")
     assert b"Detected filesystem in read-only mode. Rebooting\n" in running.stderr
     assert not running.events("tool", "sfuflags")
 
 
-def test_a_tar_that_hangs_holds_up_nothing_else(board, tmp_path):
+def test_a_tar_that_hangs_holds_up_nothing_else(board: Board, tmp_path: Path) -> None:
     script = 'case $2 in *stuck*) exec sleep 3600 ;; esac; exec /usr/bin/tar "$@"'
-    running = board("print", "==Report==stuck\\n", "sleep", "1", "print", "==Report==good\\n", "wait",
+    running = board("print", "==Report==stuck\\n", "sleep", "1", "print", "==Report==good\\n",
+                    "wait",
                     settings=reporting([LOG]), **tools(tmp_path, tar=script))
     upload = running.host_path("/tmp/upload")
     wait_until(lambda: list(upload.glob("report-good-*.tar.gz")), "the second archive")
@@ -203,18 +212,20 @@ def test_a_tar_that_hangs_holds_up_nothing_else(board, tmp_path):
     is_fed(running)
 
 
-# -- processes and threads -------------------------------------------------------------------------
+# -- processes and threads -----------------------------------------------------------------------
 
 
 @pytest.mark.parametrize("injection", ["clone:error=ENOMEM", *(f"pipe2:error=EMFILE:when={number}"
                                                                for number in range(1, 5))])
-def test_an_application_that_cannot_be_forked_ends_the_start(failing, injection):
+def test_an_application_that_cannot_be_forked_ends_the_start(
+        failing: Failing, injection: str) -> None:
     running = failing(injection, None, "wait", alone=True)
     assert running.wait_supervisor_exit() == 1
     running.wait_for("system log", START_ERROR + "0")
 
 
-def test_a_restart_that_fails_leaves_the_board_up_and_confirmed_without_application(failing):
+def test_a_restart_that_fails_leaves_the_board_up_and_confirmed_without_application(
+        failing: Failing) -> None:
     # The second fork is for killall.
     running = failing("clone:error=EAGAIN:when=3", None, "sleep", "1", alone=True)
     running.wait_for("system log", START_ERROR + "0")
@@ -224,7 +235,7 @@ def test_a_restart_that_fails_leaves_the_board_up_and_confirmed_without_applicat
     assert content(running).count(b"Starting app") == 2
 
 
-def test_a_killall_and_a_reboot_that_cannot_be_forked_are_passed_over(failing):
+def test_a_killall_and_a_reboot_that_cannot_be_forked_are_passed_over(failing: Failing) -> None:
     # The second fork is for the first killall, the seventh for the reboot.
     running = failing("clone:error=EAGAIN:when=2+5", None, "exit", "0", alone=True)
     running.wait_for("system log", "Restarting process", count=4)
@@ -232,7 +243,7 @@ def test_a_killall_and_a_reboot_that_cannot_be_forked_are_passed_over(failing):
     assert not running.events("tool", "reboot")
 
 
-def test_a_tool_that_cannot_be_forked_is_told_like_one_that_fails(failing):
+def test_a_tool_that_cannot_be_forked_is_told_like_one_that_fails(failing: Failing) -> None:
     running = failing("clone:error=EAGAIN:when=2+", None, "wait", alone=True)
     application = running.application()
     running.wait_for("system log", START_ERROR + "0")
@@ -243,11 +254,12 @@ def test_a_tool_that_cannot_be_forked_is_told_like_one_that_fails(failing):
 
 
 @pytest.mark.parametrize("tool", ["killall", "reboot"])
-def test_a_tool_that_is_waited_for_without_limit_and_hangs_is_followed_by_a_reset(board, tool):
+def test_a_tool_that_is_waited_for_without_limit_and_hangs_is_followed_by_a_reset(
+        board: Board, tool: str) -> None:
     is_reset(board("exit", "0", tools={tool: "hang"}))
 
 
-def test_a_thread_that_cannot_be_made_is_followed_by_a_reset(failing):
+def test_a_thread_that_cannot_be_made_is_followed_by_a_reset(failing: Failing) -> None:
     running = failing("clone3:error=EAGAIN", None, "wait", alone=True)
     running.wait_for("supervisor", "QThread::start: Thread creation error")
     is_reset(running)
@@ -256,7 +268,8 @@ def test_a_thread_that_cannot_be_made_is_followed_by_a_reset(failing):
 
 @pytest.mark.parametrize("poll, environment", [("poll", {}), ("ppoll", {"QT_NO_GLIB": "1"})],
                          ids=["glib", "Qt's own loop"])
-def test_a_wait_for_events_that_fails_is_repeated(failing, poll, environment):
+def test_a_wait_for_events_that_fails_is_repeated(
+        failing: Failing, poll: str, environment: dict[str, str]) -> None:
     running = failing(f"{poll}:error=ENOMEM:when=1..9+2", None, "sleep", "1", "print", "heard\\n",
                       "wait", alone=True, environment=environment)
     wait_until(lambda: b"heard\n" in content(running), "the application's line")
@@ -269,7 +282,8 @@ def test_a_wait_for_events_that_fails_is_repeated(failing, poll, environment):
                  id="not switched to"),
 ])
 @AS_ROOT
-def test_an_account_that_cannot_be_used_lets_the_application_run_as_root(failing, injection, path, line):
+def test_an_account_that_cannot_be_used_lets_the_application_run_as_root(
+        failing: Failing, injection: str, path: str, line: bytes) -> None:
     running = failing(injection, path, "identity", options=["--singleRun", "--rotateOnly", "--user",
                                                             "daemon"])
     assert running.wait_supervisor_exit() == 0
@@ -277,10 +291,10 @@ def test_an_account_that_cannot_be_used_lets_the_application_run_as_root(failing
     assert (b"Failed to get info about user: daemon\n" in running.stderr) == (path is not None)
 
 
-# -- the watchdog device and the standard descriptors --------------------------------------------------
+# -- the watchdog device and the standard descriptors --------------------------------------------
 
 
-def test_a_device_that_another_holds_counts_as_missing(board, sample):
+def test_a_device_that_another_holds_counts_as_missing(board: Board, sample: str) -> None:
     running = board("wait")
     running.wait_for("watchdog device", "KEEPALIVE")
     done = running.run(["env", "LD_PRELOAD=/run/simulator/libwatchdogdevice.so",
@@ -290,13 +304,13 @@ def test_a_device_that_another_holds_counts_as_missing(board, sample):
 
 
 # The device's library passes an ioctl on with sendto().
-def test_a_time_out_that_is_refused_leaves_the_drivers_own(failing):
+def test_a_time_out_that_is_refused_leaves_the_drivers_own(failing: Failing) -> None:
     running = failing("sendto:error=EIO:when=1", None, "wait", alone=True)
     is_fed(running)
     assert not running.events("watchdog device", "SETTIMEOUT")
 
 
-def test_a_feed_that_is_refused_is_followed_by_a_reset(failing):
+def test_a_feed_that_is_refused_is_followed_by_a_reset(failing: Failing) -> None:
     running = failing("sendto:error=EIO:when=2+", None, "wait", alone=True)
     is_reset(running)
     assert complaints(running) == b""
@@ -304,7 +318,8 @@ def test_a_feed_that_is_refused_is_followed_by_a_reset(failing):
 
 @pytest.mark.parametrize("redirection", ["<&-", "<&- >&- 2>&-"], ids=["input", "all three"])
 @pytest.mark.parametrize("environment", [{}, {"QT_NO_GLIB": "1"}], ids=["glib", "Qt's own loop"])
-def test_without_standard_descriptors_the_device_is_armed_and_fed(board, redirection, environment):
+def test_without_standard_descriptors_the_device_is_armed_and_fed(
+        board: Board, redirection: str, environment: dict[str, str]) -> None:
     # The event loop has taken descriptor 0 by the time the device is opened.
     running = board("wait", launcher=shell(redirection), environment=environment)
     is_fed(running)
@@ -314,7 +329,8 @@ def test_without_standard_descriptors_the_device_is_armed_and_fed(board, redirec
 @pytest.mark.parametrize("launcher", [shell(">/dev/full 2>/dev/full"), shell(">&- 2>&-"),
                                       ["python3", "-c", BROKEN_PIPE]],
                          ids=["full", "closed", "reader gone"])
-def test_messages_that_nobody_takes_are_lost(device, sample, launcher):
+def test_messages_that_nobody_takes_are_lost(
+        device: DeviceFactory, sample: str, launcher: Sequence[str]) -> None:
     running = device(arguments=["--user", "no-such-account", "--app", sample, "flood", "20000",
                                 "1000", "wait"], launcher=launcher)
     is_fed(running)
@@ -322,14 +338,15 @@ def test_messages_that_nobody_takes_are_lost(device, sample, launcher):
 
 
 @pytest.mark.parametrize("descriptor", ["1", "2"], ids=["output", "error"])
-def test_a_reader_that_hangs_is_followed_by_a_reset(device, sample, descriptor):
+def test_a_reader_that_hangs_is_followed_by_a_reset(
+        device: DeviceFactory, sample: str, descriptor: str) -> None:
     # The application's output is shown, and killall says that there is nothing to kill.
     running = device(arguments=["--app", sample, "flood", "20000", "1000", "exit", "0"],
                      launcher=["python3", "-c", FILLED_PIPE, descriptor])
     is_reset(running)
 
 
-def test_without_system_log_its_messages_are_lost(board):
+def test_without_system_log_its_messages_are_lost(board: Board) -> None:
     running = board("sleep", "1")
     running.run(["rm", "/dev/log"])
     running.wait_for("tool", "reboot -f")
@@ -355,23 +372,24 @@ SILENT_SYSTEM_LOG = """if True:
 """A system log that is full and reads nothing any more."""
 
 
-def test_a_system_log_that_hangs_is_followed_by_a_reset(board):
+def test_a_system_log_that_hangs_is_followed_by_a_reset(board: Board) -> None:
     running = board("sleep", "2")
     assert running.run(["python3", "-c", SILENT_SYSTEM_LOG]).stdout == b"filled\n"
     is_reset(running)
 
 
-# -- settings, memory -----------------------------------------------------------------------------------
+# -- settings, memory ----------------------------------------------------------------------------
 
 
-def test_a_settings_document_that_is_a_fifo_is_waited_for_until_the_reset(board):
+def test_a_settings_document_that_is_a_fifo_is_waited_for_until_the_reset(board: Board) -> None:
     running = board("wait")
     os.mkfifo(running.host_path("/supervisor/settings/WatchdogMemoryReportingConf.json"))
     running.reset()
     is_reset(running)
 
 
-def test_a_supervisor_without_memory_aborts_and_the_board_is_reset(board, sanitized, tmp_path):
+def test_a_supervisor_without_memory_aborts_and_the_board_is_reset(
+        board: Board, sanitized: bool, tmp_path: Path) -> None:
     if sanitized:
         pytest.skip("a sanitizer needs more address space than any limit")
     running = board("wait", launcher=["prlimit", f"--as={300 << 20}"],
@@ -380,7 +398,8 @@ def test_a_supervisor_without_memory_aborts_and_the_board_is_reset(board, saniti
     is_reset(running)
 
 
-def test_what_a_tool_prints_and_nobody_reads_takes_no_memory(board, sanitized, tmp_path):
+def test_what_a_tool_prints_and_nobody_reads_takes_no_memory(
+        board: Board, sanitized: bool, tmp_path: Path) -> None:
     if sanitized:
         pytest.skip("a sanitizer needs more address space than any limit")
     flood = "head -c 400M /dev/zero >&2"
