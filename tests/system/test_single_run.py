@@ -168,9 +168,10 @@ def test_a_second_signal_ends_a_supervisor_whose_log_takes_no_more(board: Board)
     supervisor = running.supervisor().pid
     wait_until(lambda: b"pipe_write" in running.run(["cat", f"/proc/{supervisor}/wchan"]).stdout,
                "the log's pipe is full")
+    # Two of one kind could become one. The kernel decides which of two kinds comes first.
     running.signal("supervisor", signal.SIGTERM)
-    running.signal("supervisor", signal.SIGTERM)
-    assert running.wait_supervisor_exit() == -signal.SIGTERM
+    running.signal("supervisor", signal.SIGINT)
+    assert -running.wait_supervisor_exit() in (signal.SIGTERM, signal.SIGINT)
 
 
 def test_the_supervisor_ends_when_its_parent_dies(board: Board, sample: str) -> None:
