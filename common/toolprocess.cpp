@@ -4,8 +4,6 @@
 
 #include "common/terminationsignals.h"
 
-ToolProcess::~ToolProcess() = default;
-
 void ToolProcess::discardOutput()
 {
     setStandardOutputFile(nullDevice());

@@ -15,9 +15,6 @@
 class ToolProcess : public QProcess
 {
 public:
-    ToolProcess() = default;
-    ~ToolProcess() override;
-
     /** Before the start: what the tool prints is dropped, not kept in memory until its end. */
     void discardOutput();
 
