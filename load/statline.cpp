@@ -21,14 +21,13 @@ bool isDigit(char c)
     return c >= '0' && c <= '9';
 }
 
-// Keeps a byte order mark at the beginning, which fromUtf8() takes off: here it is part of a name.
+// A byte order mark at the beginning is part of a name here; fromUtf8() takes it off.
 QString toText(const char *begin, const char *end)
 {
-    constexpr char mark[] = "\xef\xbb\xbf";
-    constexpr int markSize = sizeof mark - 1;
-    if (end - begin >= markSize && std::memcmp(begin, mark, markSize) == 0)
-        return QChar(QChar::ByteOrderMark) + toText(begin + markSize, end);
-    return QString::fromUtf8(begin, static_cast<int>(end - begin));
+    QString text = QString::fromUtf8(begin, static_cast<int>(end - begin));
+    if (end - begin >= 3 && std::memcmp(begin, "\xef\xbb\xbf", 3) == 0)
+        text.prepend(QChar(QChar::ByteOrderMark));
+    return text;
 }
 
 qint64 toNumber(const char *begin, const char *end)
