@@ -7,7 +7,7 @@
  * back to the kernel at once. To be called once, at the start of the program, before there is a
  * second thread.
  *
- * Every chunk of the application's output is a short-lived block of up to 256 KiB. By its own
+ * What is read of the application's output comes in short-lived blocks of up to 256 KiB. By its own
  * limits the C library would give the larger of them mappings of their own, and give the memory of
  * all of them back after each chunk, only to have it mapped and cleared anew for the next, at the
  * cost of a third or more of all that logging takes.

@@ -51,7 +51,8 @@ def missed_the_start_limit(running: Device) -> bool:
     """
     def is_known() -> bool:
         return bool(running.events("watchdog device") or content(running)
-                    or content(running, OLD_LOG) or running.events("simulator", "supervisor ended"))
+                    or running.host_path(OLD_LOG).exists()
+                    or running.events("simulator", "supervisor ended"))
 
     try:
         wait_until(is_known, "the supervisor has started its application or ended", timeout=2)

@@ -57,6 +57,23 @@ def test_one_old_generation_is_kept_and_both_hold_the_unbroken_end(board: Board)
         "application.log", "application.log.0"]
 
 
+def test_what_the_application_prints_meanwhile_exceeds_the_limit_by_64_kib_at_most(
+        board: Board, sample: str) -> None:
+    # The supervisor is held up, as by a tool: the pipe takes it all, the log takes it in pieces.
+    script = (f"until [ -e /tmp/go ]; do sleep 0.02; done; {sample} flood 200000 10000; "
+              "touch /tmp/printed")
+    running = board(application=["/bin/sh", "-c", script], log_size="100k",
+                    options=["--singleRun", "--rotateOnly"])
+    running.signal("supervisor", signal.SIGSTOP)
+    running.host_path("/tmp/go").touch()
+    wait_until(running.host_path("/tmp/printed").exists, "the application has printed it all")
+    running.signal("supervisor", signal.SIGCONT)
+    assert running.wait_supervisor_exit() == 0
+    sizes = [len(content(running, path)) for path in (OLD_LOG, LOG)]
+    assert sum(sizes) > 200_000
+    assert sizes[0] <= (100 + 64) * 1024
+
+
 def test_an_existing_log_is_continued_and_counted(board: Board, tmp_path: Path) -> None:
     running = board("wait", options=["--rotateOnly"])
     running.host_path("/tmp/old.log").write_bytes(b"x" * 900)

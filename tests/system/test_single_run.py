@@ -141,6 +141,18 @@ def test_a_second_signal_ends_a_supervisor_that_waits_for_a_tool(board: Board) -
     end_by_second_signal(running)
 
 
+def test_the_application_is_told_at_once_while_a_tool_is_waited_for(board: Board) -> None:
+    running = board("on-term", "3", "wait", options=["--singleRun"], tools={"sfuflags": "hang"},
+                    watchdog_device=False)
+    running.wait_for("tool", "sfuflags")
+    application = running.application().pid
+    running.signal("supervisor", signal.SIGTERM)
+    wait_until(lambda: application not in {process.pid for process in running.processes()
+                                           if process.state != "Z"}, "the application has ended")
+    assert "sfuflags" in {process.comm for process in running.processes()}
+    assert running.wait_supervisor_exit() == 0
+
+
 def test_a_start_up_that_hangs_passes_the_signal_on_and_a_second_one_ends_it(
         board: Board) -> None:
     # Nobody writes the settings document, which is a FIFO.
