@@ -3,7 +3,6 @@
 #include "app/pynxprocess.h"
 
 #include "common/errorline.h"
-#include "common/terminationsignals.h"
 
 #include <QDir>
 #include <QVector>
@@ -89,7 +88,6 @@ void PynxProcess::setupChildProcess()
 {
     QProcess::setupChildProcess();
     enlargeOutputPipes();
-    releaseTerminationSignalsInChild();
     closeInheritedDescriptors();
     // A switch that fails does not stop the start: the application runs as whoever it is by then.
     if (m_passwd)

@@ -81,6 +81,7 @@ private:
     void applyCriticalErrorRule(qint64 uptimeSec);
     void killStrayProcesses();
     void rebootDevice();
+    static void passTerminationOn();
     static void onTerminationSignal(int signalNumber);
 
     PynxProcess m_process;

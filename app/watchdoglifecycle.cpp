@@ -4,10 +4,10 @@
 // The application's life as the supervisor sees it: start, end, accounting, restart.
 #include "app/watchdog.h"
 
+#include "app/terminationsignals.h"
 #include "app/uptimestring.h"
 #include "common/errorline.h"
 #include "common/processerror.h"
-#include "common/terminationsignals.h"
 #include "common/toolprocess.h"
 #include "health/sfuflagclearer.h"
 #include "health/systemloadlogger.h"
@@ -17,6 +17,8 @@
 #include <QElapsedTimer>
 #include <QTimer>
 
+#include <atomic>
+
 #include <syslog.h>
 
 namespace {
@@ -25,6 +27,8 @@ constexpr int startTimeoutMs = 500;
 constexpr int restartDelayMs = 1000;
 constexpr int criticalExitCount = 3;
 constexpr int criticalRunTimeSec = 60;
+
+std::atomic<bool> applicationTold(false); // of a termination signal
 
 qint64 monotonicSeconds()
 {
@@ -111,11 +115,19 @@ void Watchdog::rebootDevice()
     ToolProcess::run(QStringLiteral("reboot"), {QStringLiteral("-f")});
 }
 
-// Runs inside the signal handler, by design: a supervisor that waits for a tool still passes the
-// signal on to the application at once.
+// Runs wherever the signal falls: a supervisor that something holds up still passes it on at once.
+void Watchdog::passTerminationOn()
+{
+    applicationTold = theWatchdog->m_process.processId() != 0;
+    theWatchdog->m_process.terminate(); // no more than a kill()
+}
+
+// Runs inside the signal handler as well, but not before the event loop's next turn.
 void Watchdog::onTerminationSignal(int /*signalNumber*/)
 {
-    theWatchdog->m_process.terminate();
+    if (!applicationTold) // it was not there yet; and a second signal would mean more than the
+                          // first
+        theWatchdog->m_process.terminate();
     Q_ASSERT(theWatchdog->m_logProcessor);
     theWatchdog->m_logProcessor->flushOutput();
     QCoreApplication::quit();

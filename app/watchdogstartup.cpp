@@ -5,8 +5,8 @@
 #include "app/watchdog.h"
 
 #include "app/commandline.h"
+#include "app/terminationsignals.h"
 #include "common/checkedconnect.h"
-#include "common/terminationsignals.h"
 #include "health/hwwatchdog.h"
 #include "health/sfuflagclearer.h"
 #include "health/systemloadlogger.h"
@@ -47,15 +47,12 @@ int Watchdog::init(const QStringList &arguments)
     if (!openLog(options))
         return 1;
     if (m_singleRun)
-        armTerminationSignals(onTerminationSignal);
+        armTerminationSignals(passTerminationOn, onTerminationSignal);
     if (!startApp(m_appPath, m_appArgs))
         return 1;
     if (m_rotateOnly)
         return 0;
 
-    // What follows waits for others: for the device, the new thread and whoever writes the
-    // settings.
-    const TerminationWindow window;
     startHwWatchdog();
     startLoadStat();
     startMemoryReports();

@@ -2,18 +2,10 @@
 // SPDX-License-Identifier: MIT
 #include "common/toolprocess.h"
 
-#include "common/terminationsignals.h"
-
 void ToolProcess::discardOutput()
 {
     setStandardOutputFile(nullDevice());
     setStandardErrorFile(nullDevice());
-}
-
-bool ToolProcess::waitForEnd(int timeoutMs)
-{
-    const TerminationWindow window;
-    return waitForFinished(timeoutMs);
 }
 
 void ToolProcess::run(const QString &program, const QStringList &arguments)
@@ -22,5 +14,5 @@ void ToolProcess::run(const QString &program, const QStringList &arguments)
     ToolProcess tool;
     tool.setProcessChannelMode(ForwardedChannels);
     tool.start(program, arguments);
-    tool.waitForEnd(withoutLimit);
+    tool.waitForFinished(withoutLimit);
 }

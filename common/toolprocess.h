@@ -19,12 +19,6 @@ public:
     void discardOutput();
 
     /**
-     * Waits for the tool's end, for @p timeoutMs at most (-1: without a limit), and tells whether
-     * it came. A termination signal is handled at once meanwhile. Main thread only.
-     */
-    bool waitForEnd(int timeoutMs);
-
-    /**
      * Runs @p program and waits for its end without a time limit; what it prints goes where the
      * supervisor's own output goes. Nothing is said where it cannot be started, or fails.
      */

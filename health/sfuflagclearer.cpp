@@ -55,7 +55,7 @@ bool SfuFlagClearer::clearFlag(const QString &flag) const
     ToolProcess tool;
     tool.discardOutput();
     tool.start(QStringLiteral("sfuflags"), arguments, QIODevice::ReadWrite);
-    if (tool.waitForEnd(m_toolTimeoutMs) && tool.exitCode() == 0)
+    if (tool.waitForFinished(m_toolTimeoutMs) && tool.exitCode() == 0)
         return true;
     logProcessError(tool.error());
     return false;
@@ -70,6 +70,6 @@ void SfuFlagClearer::rebootFromReadOnlySystem() const
     environmentTool.discardOutput();
     environmentTool.start(QStringLiteral("fw_setenv"), {QStringLiteral("update_url_cache")},
                           QIODevice::ReadWrite);
-    environmentTool.waitForEnd(m_toolTimeoutMs);
+    environmentTool.waitForFinished(m_toolTimeoutMs);
     ToolProcess::run(QStringLiteral("reboot"), {QStringLiteral("-f")});
 }

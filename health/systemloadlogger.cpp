@@ -37,7 +37,7 @@ QByteArray outputOf(const Command &command, int timeoutMs)
     ToolProcess process;
     process.setStandardErrorFile(QProcess::nullDevice()); // else it is kept in memory until the end
     process.start(command.first, command.second, QIODevice::ReadWrite);
-    process.waitForEnd(timeoutMs);
+    process.waitForFinished(timeoutMs);
     return process.readAll(); // also of a command that hangs: what it has said may tell why
 }
 

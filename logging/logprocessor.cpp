@@ -31,9 +31,9 @@ void echo(const QByteArray &chunk)
     std::fwrite(chunk.constData(), 1, size, stdout);
 }
 
-// All that readAllStandardOutput() or readAllStandardError() would return and, like these, leaves
-// the read channel as it was: a termination signal's flushOutput() may come in between. But a read
-// of exactly what there is hands over the process's own buffer, where these copy it.
+// All that readAllStandardOutput() or readAllStandardError() would return; like these, it leaves
+// the read channel as it was. But a read of exactly what there is hands over the process's own
+// buffer, where these copy it.
 QByteArray takeOutput(QProcess *process, QProcess::ProcessChannel channel)
 {
     const QProcess::ProcessChannel current = process->readChannel();
@@ -126,8 +126,8 @@ bool LogProcessor::isLogging() const
     return m_file.handle() != -1;
 }
 
-// The pipes hold more than a chunk. It is cut up without a copy, so that it has no NUL byte behind
-// it. Empty output is a chunk, too.
+// The pipes hold more than a chunk. A chunk is a part of the output and no copy of it, so no NUL
+// byte follows it. Empty output is a chunk, too.
 void LogProcessor::takeIn(const QByteArray &output)
 {
     int begin = 0;

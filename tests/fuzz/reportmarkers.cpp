@@ -8,7 +8,9 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
-    const QByteArray chunk(reinterpret_cast<const char *>(data), static_cast<int>(size));
+    // No NUL byte follows a chunk.
+    const auto chunk =
+        QByteArray::fromRawData(reinterpret_cast<const char *>(data), static_cast<int>(size));
     const ReportRequest request = findReportRequest(chunk);
     const bool asksWithFile = chunk.contains("==Report file:");
     const bool asksWithout = chunk.contains("==Report==");

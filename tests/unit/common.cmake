@@ -2,4 +2,3 @@
 # SPDX-License-Identifier: MIT
 unit_test(tst_checkedconnect watchdog_common)
 unit_test(tst_errorline watchdog_common)
-unit_test(tst_terminationsignals watchdog_common)

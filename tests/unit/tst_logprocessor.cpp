@@ -1074,7 +1074,7 @@ void LogProcessorTest::anEchoedChunkEndsWhereTheNextBegins()
     QVERIFY(lineNumbers(result.standardOutput.split('\n'), "out") == upTo(2000));
 }
 
-// The handler of a termination signal flushes, perhaps in the middle of a read of standard error.
+// As Qt's own functions for all output of a channel do.
 void LogProcessorTest::flushOutputLeavesTheReadChannelAsItWas()
 {
     QProcess application;

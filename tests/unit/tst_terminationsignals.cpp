@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
+#include "app/terminationsignals.h"
 #include "childrun.h"
-#include "common/terminationsignals.h"
 
 #include <QtTest>
 
@@ -19,20 +19,15 @@ class TerminationSignalsTest : public QObject
     Q_OBJECT
 
 private slots:
-    void waitsForTheEventLoop_data();
-    void waitsForTheEventLoop();
-    void isHandledAtOnceInAWindow();
-    void aWindowTakesWhatWaits();
-    void theWindowOfTheMainThreadIsForNoOther();
+    void isPassedOnAtOnceAndHandledByTheEventLoop_data();
+    void isPassedOnAtOnceAndHandledByTheEventLoop();
+    void isHandledOnTheMainThread();
     void theHandlerFindsTheDefaultActionsBack();
     void aSecondSignalEndsTheProgramThoughTheFirstWaits();
-    void unarmedAWindowDoesNothing();
     void theInheritedMaskIsLeftAlone();
     void theInterruptedCodeKeepsItsErrorNumber();
     void theParentsDeathIsToldAsSigterm();
     void aChildBeforeItsExecNeverRunsTheHandler();
-    void releasedInTheChild();
-    void unarmedTheReleaseTouchesNothing();
 };
 
 namespace {
@@ -61,17 +56,24 @@ QByteArray actions()
     return text;
 }
 
+void sayPassedOn()
+{
+    say("passed on\n");
+}
+
 void sayNumber(int number)
 {
     say(QByteArray("handler ").append(QByteArray::number(number)).append('\n'));
+    QCoreApplication::quit();
 }
 
 void sayActions(int /*number*/)
 {
     say(actions().append('\n'));
+    QCoreApplication::quit();
 }
 
-void changeErrorNumber(int /*number*/)
+void changeErrorNumber()
 {
     errno = ENOSPC;
 }
@@ -84,7 +86,7 @@ void runEventLoop()
 
 } // namespace
 
-void TerminationSignalsTest::waitsForTheEventLoop_data()
+void TerminationSignalsTest::isPassedOnAtOnceAndHandledByTheEventLoop_data()
 {
     QTest::addColumn<int>("number");
     QTest::newRow("SIGINT") << SIGINT;
@@ -92,11 +94,11 @@ void TerminationSignalsTest::waitsForTheEventLoop_data()
     QTest::newRow("SIGTERM") << SIGTERM;
 }
 
-void TerminationSignalsTest::waitsForTheEventLoop()
+void TerminationSignalsTest::isPassedOnAtOnceAndHandledByTheEventLoop()
 {
     QFETCH(int, number);
     const ChildResult result = runInChild([number] {
-        armTerminationSignals(sayNumber);
+        armTerminationSignals(sayPassedOn, sayNumber);
         if (terminationSignalCame())
             say("too early\n");
         ::raise(number);
@@ -105,96 +107,48 @@ void TerminationSignalsTest::waitsForTheEventLoop()
         runEventLoop();
     });
     QCOMPARE(result.standardOutput,
-             "it came\nhandler " + QByteArray::number(number) + "\nthe event loop has ended\n");
+             "passed on\nit came\nhandler " + QByteArray::number(number)
+                 + "\nthe event loop has ended\n");
     QCOMPARE(result.exitCode, 0);
 }
 
-void TerminationSignalsTest::isHandledAtOnceInAWindow()
+void TerminationSignalsTest::isHandledOnTheMainThread()
 {
     const ChildResult result = runInChild([] {
-        armTerminationSignals(sayNumber);
-        {
-            const TerminationWindow window;
-            const TerminationWindow nested;
-        }
-        {
-            const TerminationWindow window;
-            {
-                const TerminationWindow nested;
-            }
-            ::raise(SIGTERM);
-            say("handled\n");
-        }
-        runEventLoop(); // though there was none yet that could be told to quit
-    });
-    QCOMPARE(result.standardOutput, QByteArray("handler 15\nhandled\nthe event loop has ended\n"));
-    QCOMPARE(result.exitCode, 0);
-}
-
-void TerminationSignalsTest::aWindowTakesWhatWaits()
-{
-    const ChildResult result = runInChild([] {
-        armTerminationSignals(sayNumber);
-        ::raise(SIGINT);
-        say("waiting\n");
-        {
-            const TerminationWindow window;
-            say("handled\n");
-        }
+        armTerminationSignals(sayPassedOn, [](int /*number*/) {
+            say(QThread::currentThread() == QCoreApplication::instance()->thread() ? "main\n"
+                                                                                   : "other\n");
+            QCoreApplication::quit();
+        });
+        std::thread([] { ::raise(SIGTERM); }).join();
         runEventLoop();
     });
-    QCOMPARE(result.standardOutput,
-             QByteArray("waiting\nhandler 2\nhandled\nthe event loop has ended\n"));
-}
-
-void TerminationSignalsTest::theWindowOfTheMainThreadIsForNoOther()
-{
-    const ChildResult result = runInChild([] {
-        armTerminationSignals(sayNumber);
-        {
-            const TerminationWindow window;
-            std::thread([] { ::raise(SIGTERM); }).join();
-            say("waiting\n");
-        }
-        runEventLoop();
-    });
-    QCOMPARE(result.standardOutput, QByteArray("waiting\nhandler 15\nthe event loop has ended\n"));
+    QCOMPARE(result.standardOutput, QByteArray("passed on\nmain\nthe event loop has ended\n"));
 }
 
 void TerminationSignalsTest::theHandlerFindsTheDefaultActionsBack()
 {
     const ChildResult result = runInChild([] {
-        armTerminationSignals(sayActions);
+        armTerminationSignals(sayPassedOn, sayActions);
         say(actions().append('\n'));
-        const TerminationWindow window;
         ::raise(SIGINT);
+        runEventLoop();
         ::raise(SIGTERM);
     });
     // In the handler the signal that it handles is held back, as by every signal handler.
-    QCOMPARE(result.standardOutput, QByteArray("+++\n-!--\n"));
+    QCOMPARE(result.standardOutput, QByteArray("+++\npassed on\n-!--\nthe event loop has ended\n"));
     QCOMPARE(result.signal, SIGTERM);
 }
 
 void TerminationSignalsTest::aSecondSignalEndsTheProgramThoughTheFirstWaits()
 {
     const ChildResult result = runInChild([] {
-        armTerminationSignals(sayNumber);
+        armTerminationSignals(sayPassedOn, sayNumber);
         ::raise(SIGINT);
-        say("waiting\n");
         ::raise(SIGTERM);
         say("still there\n");
     });
-    QCOMPARE(result.standardOutput, QByteArray("waiting\n"));
-    QCOMPARE(result.signal, SIGTERM);
-}
-
-void TerminationSignalsTest::unarmedAWindowDoesNothing()
-{
-    const ChildResult result = runInChild([] {
-        ::signal(SIGTERM, SIG_DFL);
-        const TerminationWindow window;
-        ::raise(SIGTERM);
-    });
+    QCOMPARE(result.standardOutput, QByteArray("passed on\n"));
     QCOMPARE(result.signal, SIGTERM);
 }
 
@@ -205,21 +159,20 @@ void TerminationSignalsTest::theInheritedMaskIsLeftAlone()
         sigemptyset(&set);
         sigaddset(&set, SIGQUIT);
         ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
-        armTerminationSignals(sayNumber);
+        armTerminationSignals(sayPassedOn, sayNumber);
         say(actions().append('\n'));
         ::raise(SIGTERM);
         runEventLoop();
         say(actions().append('\n'));
     });
     QCOMPARE(result.standardOutput,
-             QByteArray("++!+\nhandler 15\nthe event loop has ended\n--!-\n"));
+             QByteArray("++!+\npassed on\nhandler 15\nthe event loop has ended\n--!-\n"));
 }
 
 void TerminationSignalsTest::theInterruptedCodeKeepsItsErrorNumber()
 {
     const ChildResult result = runInChild([] {
-        armTerminationSignals(changeErrorNumber);
-        const TerminationWindow window;
+        armTerminationSignals(changeErrorNumber, sayNumber);
         errno = EDOM;
         ::raise(SIGTERM);
         ::_exit(errno);
@@ -230,7 +183,7 @@ void TerminationSignalsTest::theInterruptedCodeKeepsItsErrorNumber()
 void TerminationSignalsTest::theParentsDeathIsToldAsSigterm()
 {
     const ChildResult result = runInChild([] {
-        armTerminationSignals(sayNumber);
+        armTerminationSignals(sayPassedOn, sayNumber);
         int number = 0;
         ::prctl(PR_GET_PDEATHSIG, &number);
         ::_exit(number);
@@ -241,8 +194,7 @@ void TerminationSignalsTest::theParentsDeathIsToldAsSigterm()
 void TerminationSignalsTest::aChildBeforeItsExecNeverRunsTheHandler()
 {
     const ChildResult result = runInChild([] {
-        armTerminationSignals(sayNumber);
-        const TerminationWindow window;
+        armTerminationSignals(sayPassedOn, sayNumber);
         const ChildResult child = runInChild([] {
             ::raise(SIGTERM);
             say("still there\n");
@@ -252,34 +204,6 @@ void TerminationSignalsTest::aChildBeforeItsExecNeverRunsTheHandler()
     });
     QCOMPARE(result.standardOutput, QByteArray());
     QCOMPARE(result.exitCode, SIGTERM);
-}
-
-void TerminationSignalsTest::releasedInTheChild()
-{
-    const ChildResult result = runInChild([] {
-        armTerminationSignals(sayNumber);
-        say(actions().append('\n'));
-        releaseTerminationSignalsInChild();
-        say(actions().append('\n'));
-    });
-    QCOMPARE(result.standardOutput, QByteArray("+++\n---\n"));
-}
-
-void TerminationSignalsTest::unarmedTheReleaseTouchesNothing()
-{
-    const ChildResult result = runInChild([] {
-        sigset_t set;
-        sigemptyset(&set);
-        sigaddset(&set, SIGTERM);
-        ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
-        ::signal(SIGINT, SIG_DFL);
-        ::signal(SIGQUIT, SIG_IGN);
-        ::signal(SIGTERM, SIG_IGN);
-        const QByteArray before = actions();
-        releaseTerminationSignalsInChild();
-        say(QByteArray(before).append(' ').append(actions()));
-    });
-    QCOMPARE(result.standardOutput, QByteArray("-++! -++!"));
 }
 
 QTEST_GUILESS_MAIN(TerminationSignalsTest)

@@ -1,6 +1,6 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
-#include "common/terminationsignals.h"
+#include "app/terminationsignals.h"
 
 #include <QCoreApplication>
 #include <QEvent>
@@ -19,15 +19,14 @@ namespace {
 constexpr int terminationSignals[] = {SIGINT, SIGQUIT, SIGTERM};
 
 // Written before the handlers are installed, and read by them.
-pid_t armedProcess = 0; // 0: not armed
-pthread_t armedThread;
+pid_t armedProcess = 0;
+void (*armedPassOn)() = nullptr;
 void (*armedHandler)(int) = nullptr;
 int wakeUp = -1; // an event descriptor on which the event loop listens
 
 // Lock-free, as a signal handler needs it.
-std::atomic<int> openWindows(0);
-std::atomic<int> waitingSignal(0); // 0: none
-std::atomic<bool> signalCame(false);
+std::atomic<int> waitingSignal(0); // 0: none came
+std::atomic<bool> loopHasTurned(false);
 
 void restoreDefaultActions()
 {
@@ -35,42 +34,28 @@ void restoreDefaultActions()
         ::signal(number, SIG_DFL);
 }
 
-void wakeEventLoop()
-{
-    ::eventfd_write(wakeUp, 1);
-}
-
-bool mayActNow()
-{
-    return openWindows > 0 && ::pthread_equal(::pthread_self(), armedThread) != 0;
-}
-
 void handleSignal(int number)
 {
+    const int interruptedError = errno;
+    int none = 0;
     if (::getpid() != armedProcess) {
-        // A child before its exec: it must not touch its copy of our state. Not raise(): where the
-        // fork bypassed the C library, raise() may take the thread for the parent's.
+        // A child before its exec: it must not touch its copy of our state.
         restoreDefaultActions();
         ::kill(::getpid(), number);
-        return;
-    }
-    const int interruptedError = errno;
-    signalCame = true;
-    if (mayActNow()) {
+    } else if (waitingSignal.compare_exchange_strong(none, number)) {
+        armedPassOn();
+        ::eventfd_write(wakeUp, 1);
+    } else if (loopHasTurned) {
         restoreDefaultActions();
         armedHandler(number);
-        wakeEventLoop(); // its quit() is forgotten when the event loop does not run yet
-    } else if (waitingSignal.exchange(number) == 0) {
-        wakeEventLoop();
-    } else { // the second one, and the main thread is held up
+    } else { // a second one while the first waits
         restoreDefaultActions();
         ::kill(::getpid(), number);
     }
     errno = interruptedError;
 }
 
-// The event loop's end of the event descriptor, which is never read: it is told to quit until it
-// does.
+// The event loop's end of the event descriptor.
 class Listener : public QSocketNotifier
 {
 public:
@@ -83,18 +68,19 @@ protected:
     {
         if (event->type() != QEvent::SockAct)
             return QSocketNotifier::event(event);
-        const TerminationWindow window;
-        QCoreApplication::quit();
+        setEnabled(false);
+        loopHasTurned = true;
+        ::raise(waitingSignal);
         return true;
     }
 };
 
 } // namespace
 
-void armTerminationSignals(void (*handler)(int))
+void armTerminationSignals(void (*passOn)(), void (*handler)(int))
 {
     armedProcess = ::getpid();
-    armedThread = ::pthread_self();
+    armedPassOn = passOn;
     armedHandler = handler;
     wakeUp = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     new Listener(wakeUp); // belongs to the application object
@@ -105,23 +91,5 @@ void armTerminationSignals(void (*handler)(int))
 
 bool terminationSignalCame()
 {
-    return signalCame;
-}
-
-void releaseTerminationSignalsInChild()
-{
-    if (armedProcess != 0)
-        restoreDefaultActions();
-}
-
-TerminationWindow::TerminationWindow()
-{
-    ++openWindows;
-    if (const int number = waitingSignal.exchange(0))
-        ::raise(number);
-}
-
-TerminationWindow::~TerminationWindow()
-{
-    --openWindows;
+    return waitingSignal != 0;
 }
