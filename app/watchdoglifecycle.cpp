@@ -125,8 +125,8 @@ void Watchdog::passTerminationOn()
 // Runs inside the signal handler as well, but not before the event loop's next turn.
 void Watchdog::onTerminationSignal(int /*signalNumber*/)
 {
-    if (!applicationTold) // it was not there yet; and a second signal would mean more than the
-                          // first
+    // Only an application that was not there yet: to many, a second signal means more than a first.
+    if (!applicationTold)
         theWatchdog->m_process.terminate();
     Q_ASSERT(theWatchdog->m_logProcessor);
     theWatchdog->m_logProcessor->flushOutput();

@@ -51,8 +51,8 @@ void HwWatchdog::control(unsigned long request, int *argument)
 {
     // Descriptor 0 is left alone on purpose: it is where a program expects its standard input, also
     // when it was started without one. A device with this number would be armed by its opening and
-    // never fed, so that the driver's own time-out resets the board. In
-    // the program the event loop, which is made first, has taken 0 by then.
+    // never fed, so that the driver's own time-out resets the board. In the program it does not
+    // come to that: the event loop, which is made first, has taken 0 by then.
     if (m_fd > 0)
         ::ioctl(m_fd, request, argument);
 }

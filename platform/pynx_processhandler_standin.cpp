@@ -58,8 +58,7 @@ AsyncCommand::AsyncCommand(PynxProcessHandler::CompletionCallback completed,
         checkedConnect(&m_process, &QProcess::readyReadStandardOutput, this,
                        &AsyncCommand::readOutput);
     } else {
-        m_process.setStandardOutputFile(QProcess::nullDevice());
-        m_process.setStandardErrorFile(QProcess::nullDevice());
+        m_process.discardOutput();
     }
     checkedConnect(&m_process, static_cast<FinishedSignal>(&QProcess::finished), this,
                    &AsyncCommand::processFinished);
