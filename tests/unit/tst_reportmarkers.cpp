@@ -99,6 +99,8 @@ void ReportMarkersTest::request_data()
         << QByteArray("==Report==oops\0more\n", 20) << none << oops;
     QTest::newRow("a file ends at a NUL byte, and with it the line")
         << QByteArray("==Report file:/tmp/x.log\0==crash\n", 33) << log << none;
+    QTest::newRow("a name ends with its chunk, whatever lies behind that in memory")
+        << QByteArray::fromRawData("==Report==oops and more", 14) << none << oops;
     QTest::newRow("a marker after a NUL byte is found")
         << QByteArray("a\0b\n==Report==oops\n", 19) << none << oops;
 }
