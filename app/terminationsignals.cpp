@@ -37,18 +37,17 @@ void restoreDefaultActions()
 void handleSignal(int number)
 {
     const int interruptedError = errno;
+    const bool isOurs = ::getpid() == armedProcess;
     int none = 0;
-    if (::getpid() != armedProcess) {
-        // A child before its exec: it must not touch its copy of our state.
-        restoreDefaultActions();
-        ::kill(::getpid(), number);
-    } else if (waitingSignal.compare_exchange_strong(none, number)) {
+    if (isOurs && waitingSignal.compare_exchange_strong(none, number)) {
         armedPassOn();
         ::eventfd_write(wakeUp, 1);
-    } else if (loopHasTurned) {
+    } else if (isOurs && loopHasTurned) {
         restoreDefaultActions();
         armedHandler(number);
-    } else { // a second one while the first waits
+    } else {
+        // A second one while the first waits; or a child before its exec, which must not touch its
+        // copy of our state.
         restoreDefaultActions();
         ::kill(::getpid(), number);
     }

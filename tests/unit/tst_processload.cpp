@@ -91,7 +91,7 @@ void ProcessLoadTest::everySplitIsComputedWithoutFusedArithmetic()
                 const volatile double userPart = user / total * 100.0;
                 const volatile double systemPart = (ticks - user) / total * 100.0;
                 const double load = processLoad(record(user, ticks - user, 0, 0), StatRecord(),
-                                                static_cast<quint64>(ticks * processors));
+                                                static_cast<quint64>(total));
                 if (load != userPart + systemPart) {
                     QFAIL(qPrintable(QStringLiteral("user %1 and system %2 of %3 ticks: %4")
                                          .arg(user)
