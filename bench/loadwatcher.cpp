@@ -44,11 +44,11 @@ int main(int argc, char *argv[])
 
     SystemLoadStat *stat = NewQThread<SystemLoadStat>::create(QStringLiteral("SystemLoad"));
     // What is done with an alarm does not count, but it must be taken over by the main thread.
-    int alarmCount = 0;
-    int absenceCount = 0;
+    static int alarmCount = 0;
+    static int absenceCount = 0;
     QObject::connect(stat, &SystemLoadStat::cpuLoadExceed, &app,
-                     [&alarmCount](int, const QStringList &) { ++alarmCount; });
-    QObject::connect(stat, &SystemLoadStat::notFound, &app, [&absenceCount] { ++absenceCount; });
+                     [](int, const QStringList &) { ++alarmCount; });
+    QObject::connect(stat, &SystemLoadStat::notFound, &app, [] { ++absenceCount; });
 
     const QStringList names = parser.positionalArguments();
     for (const QString &name : names) {
