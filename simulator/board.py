@@ -76,8 +76,7 @@ class Board:
         supervisor.limit_capabilities()
         self._boot()
         while self._powered:
-            for key, _ in self._selector.select(self._seconds_to_expiry()):
-                key.data()
+            dispatch(self._selector, self._seconds_to_expiry())
             self._check_watchdog()
             if self._reset_reason:
                 self._reset()
@@ -244,6 +243,17 @@ class Board:
 
     def _set_read_only_root(self, request: dict[str, Any], descriptors: list[int]) -> None:
         kernel.set_read_only("/home/root", request["read_only"])
+
+
+def dispatch(selector: selectors.BaseSelector, seconds: float | None) -> None:
+    """Wait so long at most for events, and call what is registered for each.
+
+    What an earlier call of the same round takes out of the selector is left alone: the end of the
+    supervisor, for instance, drops its connections, and these may be ready in that very round.
+    """
+    for key, _ in selector.select(seconds):
+        if selector.get_map().get(key.fd) is key:
+            key.data()
 
 
 def _signal_name(number: int) -> str:
