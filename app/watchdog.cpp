@@ -2,14 +2,58 @@
 // SPDX-License-Identifier: MIT
 #include "app/watchdog.h"
 
+#include "app/commandline.h"
+#include "app/terminationsignals.h"
+#include "app/uptimestring.h"
 #include "common/checkedconnect.h"
+#include "common/errorline.h"
+#include "common/processerror.h"
+#include "common/toolprocess.h"
+#include "health/hwwatchdog.h"
+#include "health/memoryusage.h"
+#include "health/sfuflagclearer.h"
+#include "health/systemloadlogger.h"
+#include "load/newqthread.h"
+#include "load/systemloadstat.h"
+#include "logging/settings.h"
 #include "platform/pynx_api.h"
+
+#include <QCoreApplication>
+
+#include <atomic>
+#include <utility>
 
 #include <syslog.h>
 
 Watchdog *theWatchdog = nullptr;
 
-Watchdog::Watchdog(QObject *parent) : QObject(parent)
+namespace {
+
+constexpr int startTimeoutMs = 500;
+constexpr int restartDelayMs = 1000;
+constexpr int criticalExitCount = 3;
+constexpr int criticalRunTimeSec = 60;
+constexpr int hwWatchdogTimeoutSec = 30;
+constexpr int hwWatchdogFeedMs = 10000; // three feeds to a time-out
+constexpr int memoryReportMs = 180000;
+constexpr int notFoundPeriodSec = 30;
+constexpr int clearFlagsAfterMs = 10000;
+constexpr int snapshotMs = 10000;
+
+std::atomic<bool> applicationTold(false); // of a termination signal
+
+QStringList toStrings(const QVariantList &values)
+{
+    QStringList strings;
+    for (const QVariant &value : values)
+        strings.append(value.toString());
+    return strings;
+}
+
+} // namespace
+
+Watchdog::Watchdog(QObject *parent, Reporter::Clock clock)
+    : QObject(parent), m_clock(std::move(clock))
 {
     ::openlog("pynx_watchdog", 0, LOG_USER);
     PynxLogger::instance()->disable();
@@ -20,7 +64,276 @@ Watchdog::Watchdog(QObject *parent) : QObject(parent)
 
 Watchdog::~Watchdog()
 {
-    // The child's destructor tells of the end that it brings about; the slot would find the members
-    // that are destroyed before it gone.
+    // The process object is destroyed after most other members. It kills an application that still
+    // runs and emits finished() then, and processFinished() uses those members.
     disconnect(&m_process, nullptr, this, nullptr);
+}
+
+// ---- Start-up: what is done once, before the event loop runs.
+
+int Watchdog::init(const QStringList &arguments)
+{
+    m_appArgs = arguments.mid(1);
+    if (m_appArgs.isEmpty()) {
+        printUsage();
+        return 1;
+    }
+    const CommandLine options = parseCommandLine(m_appArgs);
+    applyOptions(options);
+
+    if (!openLog(options))
+        return 1;
+    if (m_singleRun)
+        armTerminationSignals(passTerminationOn, onTerminationSignal);
+    if (!startApp(m_appPath, m_appArgs))
+        return 1;
+    if (m_rotateOnly)
+        return 0;
+
+    startHwWatchdog();
+    startLoadStat();
+    startMemoryReports();
+    startReporter();
+    watchProcesses();
+    startFlagClearer();
+    m_hwWatchdog->keepAlive(); // what came before may have taken its time
+    startLoadLogger();
+    return 0;
+}
+
+void Watchdog::applyOptions(const CommandLine &options)
+{
+    m_rotateOnly = options.rotateOnly;
+    m_singleRun = options.singleRun;
+    m_appPath = options.appPath;
+    m_appArgs = options.appArgs;
+    if (!options.userName.isEmpty())
+        m_process.lookupUser(options.userName);
+}
+
+bool Watchdog::openLog(const CommandLine &options)
+{
+    m_logProcessor.reset(
+        new LogProcessor(&m_process, options.logFileName, options.logSize, options.logTime));
+    checkedConnect(m_logProcessor.data(), &LogProcessor::reportString, this,
+                   &Watchdog::on_logProcessor_reportString);
+    return m_logProcessor->open();
+}
+
+void Watchdog::startHwWatchdog()
+{
+    m_hwWatchdog = new HwWatchdog(nullptr);
+    checkedConnect(&m_hwWatchdogTimer, &QTimer::timeout, this,
+                   &Watchdog::on_hwWatchdogTimer_timeout);
+    m_hwWatchdog->setTimeout(hwWatchdogTimeoutSec);
+    m_hwWatchdogTimer.start(hwWatchdogFeedMs);
+}
+
+void Watchdog::startLoadStat()
+{
+    m_loadStat = NewQThread<SystemLoadStat>::create(QStringLiteral("SystemLoad"));
+    checkedConnect(m_loadStat, &SystemLoadStat::cpuLoadExceed, this,
+                   &Watchdog::on_stat_cpuLoadExceed);
+    checkedConnect(m_loadStat, &SystemLoadStat::notFound, this, &Watchdog::on_stat_notFound);
+}
+
+void Watchdog::startMemoryReports()
+{
+    if (!readSettings(PynxWatchdogMemoryReportingConfPath().base()).toBool())
+        return;
+    checkedConnect(&m_memoryTimer, &QTimer::timeout, this, &Watchdog::on_memoryUsage_report);
+    m_memoryTimer.start(memoryReportMs);
+}
+
+void Watchdog::startReporter()
+{
+    if (!readSettings(PynxWatchdogAutomaticReportingPath().base()).toBool())
+        return;
+    const PynxSystemLogReportConfig content(
+        PynxHash(readSettings(PynxSystemManagerLogReportConfigPath().base()).toHash()));
+    const PynxWatchdogReportsConfig upload(
+        PynxHash(readSettings(PynxWatchdogAutomaticReportingConfPath().base()).toHash()));
+    m_reporter.reset(
+        new Reporter(toStrings(content.files()), upload.uploadPath(), upload.uploadFilePrefix()));
+    m_logProcessor->enableReports();
+}
+
+void Watchdog::watchProcesses()
+{
+    const QVariantList entries = readSettings(PynxWatchdogWatchProcessListPath().base()).toList();
+    for (const QVariant &entry : entries)
+        watchProcess(PynxWatchdogWatchProcess(PynxHash(entry.toHash())));
+    if (entries.isEmpty())
+        return;
+    const bool started = QMetaObject::invokeMethod(m_loadStat, "do_start");
+    Q_ASSERT(started);
+}
+
+void Watchdog::watchProcess(const PynxWatchdogWatchProcess &process)
+{
+    int id = 0;
+    const bool watched = QMetaObject::invokeMethod(
+        m_loadStat, "do_watchProcessLoad", Qt::BlockingQueuedConnection, Q_RETURN_ARG(int, id),
+        Q_ARG(QString, process.name()), Q_ARG(QStringList, toStrings(process.arguments())),
+        Q_ARG(int, process.period()), Q_ARG(int, process.maxLoad()),
+        Q_ARG(bool, process.threadInfo()), Q_ARG(int, notFoundPeriodSec));
+    Q_ASSERT(watched);
+    m_watched.insert(id, {process.maxReports(), 0, process.logFile()});
+}
+
+void Watchdog::startFlagClearer()
+{
+    m_flagClearer = new SfuFlagClearer(clearFlagsAfterMs);
+    m_flagClearer->start();
+}
+
+void Watchdog::startLoadLogger()
+{
+    m_loadLogger = new SystemLoadLogger(QStringLiteral("/tmp/log/system"), nullptr);
+    m_loadLogger->start(snapshotMs);
+}
+
+// ---- The application's life: start, end, accounting, restart.
+
+bool Watchdog::startApp(const QString &program, const QStringList &arguments)
+{
+    m_startTimeSec = m_clock() / 1000;
+    m_process.start(program, arguments, QIODevice::ReadWrite);
+    const bool started = m_process.waitForStarted(startTimeoutMs);
+    if (!started)
+        logProcessError(m_process.error());
+    m_logProcessor->write(QStringLiteral("\n\n%1 Watchdog: %2 \n")
+                              .arg(pynxLocalTimeDateString()) // clazy:exclude=qstring-arg
+                              .arg(QStringLiteral("Starting app: ") + program));
+    if (!m_reporter.isNull())
+        m_reporter->clearHistory(); // every run of the application has reports of its own
+    return started;
+}
+
+void Watchdog::processFinished(int exitCode, QProcess::ExitStatus exitStatus)
+{
+    const qint64 uptimeSec = m_clock() / 1000 - m_startTimeSec;
+    if (!m_rotateOnly)
+        killStrayProcesses();
+    Q_ASSERT(m_logProcessor);
+    m_logProcessor->flushOutput();
+    m_exitCount += 1;
+    if (m_flagClearer != nullptr)
+        m_flagClearer->stop();
+    applyCriticalErrorRule(uptimeSec);
+    if (exitStatus == QProcess::CrashExit && !m_reporter.isNull())
+        m_reporter->requestReport({m_loadLogger->copyLoadFile()}, QStringLiteral("main"));
+
+    if (m_singleRun) {
+        // After a termination signal the status is 0. The application ends by it as well, which may
+        // be noticed before the event loop has stopped.
+        QCoreApplication::exit(terminationSignalCame() ? 0 : exitCode);
+        return;
+    }
+    ::syslog(LOG_NOTICE, "Restarting process: exit code:%d, exist status:%d, uptime:%s\n", exitCode,
+             static_cast<int>(exitStatus),
+             uptimeString(static_cast<int>(uptimeSec)).toUtf8().constData());
+    QTimer::singleShot(restartDelayMs, this, &Watchdog::processRestart);
+}
+
+void Watchdog::processRestart()
+{
+    if (m_flagClearer != nullptr)
+        m_flagClearer->start();
+    startApp(m_appPath, m_appArgs);
+}
+
+// The third exit since the supervisor started reboots the board, however long the application ran,
+// and no later exit does. This follows from m_exitRunTime: it is a null time at first, a null time
+// plus seconds is null again, and null is less than any other time. In plain seconds an application
+// that ran for long between its ends would never lead to the reboot by which a board falls back.
+void Watchdog::applyCriticalErrorRule(qint64 uptimeSec)
+{
+    const QTime criticalRunTime = QTime(0, 0, 0, 0).addSecs(criticalRunTimeSec);
+    m_exitRunTime = m_exitRunTime.addSecs(static_cast<int>(uptimeSec));
+    if (!m_rotateOnly && m_exitCount == criticalExitCount && criticalRunTime > m_exitRunTime) {
+        writeErrorLine(QStringLiteral("Critical FW error, rebooting."));
+        rebootDevice();
+    }
+    if (m_exitRunTime > criticalRunTime) {
+        m_exitRunTime.setHMS(0, 0, 0, 0);
+        m_exitCount = 0;
+    }
+}
+
+void Watchdog::killStrayProcesses()
+{
+    ToolProcess::run(QStringLiteral("killall"), {QStringLiteral("-9"), QStringLiteral("pYNX")});
+}
+
+void Watchdog::rebootDevice()
+{
+    ToolProcess::run(QStringLiteral("reboot"), {QStringLiteral("-f")});
+}
+
+// Runs in the signal handler at once, so that a supervisor which waits for a tool or a file passes
+// the signal on as well.
+void Watchdog::passTerminationOn()
+{
+    applicationTold = theWatchdog->m_process.processId() != 0;
+    theWatchdog->m_process.terminate(); // no more than a kill()
+}
+
+// Runs in the signal handler too, but at the event loop's next turn.
+void Watchdog::onTerminationSignal(int /*signalNumber*/)
+{
+    // An application that was told already is not told again: many take a second signal as an order
+    // to stop at once.
+    if (!applicationTold)
+        theWatchdog->m_process.terminate();
+    Q_ASSERT(theWatchdog->m_logProcessor);
+    theWatchdog->m_logProcessor->flushOutput();
+    QCoreApplication::quit();
+}
+
+// ---- What other parts have to tell.
+
+void Watchdog::on_logProcessor_reportString(const QString &fileName, const QString &str)
+{
+    if (m_reporter.isNull())
+        return;
+    m_logProcessor->flushOutput();
+    m_reporter->requestReport({fileName}, str);
+}
+
+void Watchdog::on_stat_cpuLoadExceed(int id, const QStringList &data)
+{
+    Q_ASSERT(m_logProcessor);
+    const auto info = m_watched.find(id);
+    if (info == m_watched.end())
+        return;
+    info->reportCount += 1;
+    if (info->reportCount > info->maxReports) {
+        m_watched.erase(info); // so alarms that are already under way are ignored
+        const bool removed =
+            QMetaObject::invokeMethod(m_loadStat, "do_removeProcessLoad", Q_ARG(int, id));
+        Q_ASSERT(removed);
+        return;
+    }
+    for (const QString &line : data)
+        m_logProcessor->write(line + QLatin1Char('\n'));
+}
+
+void Watchdog::on_stat_notFound(int /*id*/, const QString &name, const QStringList &args, int timeS)
+{
+    Q_ASSERT(m_logProcessor);
+    m_logProcessor->write(
+        QStringLiteral("Process %1 with args [%2] doesn't appear for %3 seconds\n")
+            .arg(name, args.join(QLatin1Char(',')), QString::number(timeS)));
+}
+
+void Watchdog::on_hwWatchdogTimer_timeout()
+{
+    m_hwWatchdog->keepAlive();
+}
+
+void Watchdog::on_memoryUsage_report()
+{
+    Q_ASSERT(m_logProcessor);
+    m_logProcessor->write(MemoryUsage::read().reportLine(pynxLocalTimeDateString()));
 }

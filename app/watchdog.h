@@ -38,8 +38,8 @@ class Watchdog : public QObject
     Q_OBJECT
 
 public:
-    /** Opens the system log. @p parent may be null. */
-    explicit Watchdog(QObject *parent);
+    /** Opens the system log. @p parent may be null; @p clock is what run times go by. */
+    explicit Watchdog(QObject *parent, Reporter::Clock clock = Reporter::monotonicMs);
 
     /** Kills an application that still runs. The program itself never gets here. */
     ~Watchdog() override;
@@ -103,6 +103,7 @@ private:
     bool m_singleRun = false;
     QScopedPointer<LogProcessor> m_logProcessor;
     QScopedPointer<Reporter> m_reporter;
+    Reporter::Clock m_clock;
 };
 
 /** The process's one supervisor, for the signal handler; null until the entry point has made it. */
