@@ -28,6 +28,11 @@ def reporting(files: list[str], upload_path: str = "/tmp/upload",
     }
 
 
+def log_sizes(**sizes: str) -> dict[str, Any]:
+    """The settings with these limits of logs by their names."""
+    return {"SystemManagerLogFilesSizeConfig.json": document(sizes)}
+
+
 def memory_reporting(switched_on: Any) -> dict[str, Any]:
     """The settings with memory reporting switched on or off."""
     return {"WatchdogMemoryReportingConf.json": document(switched_on)}

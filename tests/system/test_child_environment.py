@@ -8,13 +8,10 @@ import grp
 import os
 import pwd
 
-import pytest
-
 from boards import Board
 from logs import content
+from marks import AS_ROOT
 from simulator import Device
-
-AS_ROOT = pytest.mark.skipif(os.geteuid() != 0, reason="only root can switch to another account")
 
 
 def log_of(running: Device, status: int = 0) -> bytes:

@@ -4,14 +4,14 @@
 
 from __future__ import annotations
 
-import os
 import signal
-from typing import Any
 
 import pytest
 
 from boards import Board
 from logs import LOG, OLD_LOG, content
+from marks import AS_ROOT
+from settings import log_sizes
 from simulator import Device, wait_until
 from simulator.pytest_plugin import DeviceFactory
 
@@ -31,11 +31,6 @@ USAGE = (
 )
 
 START_FAILURE = "Error occured during process startup, code: 0"
-
-
-def sizes(**entries: Any) -> dict[str, Any]:
-    """The log-files-size document."""
-    return {"SystemManagerLogFilesSizeConfig.json": {"value": {"type": "sizes", "sizes": entries}}}
 
 
 def test_without_arguments_it_prints_the_usage_and_ends_with_1(device: DeviceFactory) -> None:
@@ -69,7 +64,7 @@ def test_an_option_without_its_value_ends_the_scan(device: DeviceFactory, option
     running.wait_for("system log", START_FAILURE)
 
 
-@pytest.mark.skipif(os.geteuid() != 0, reason="only root can switch to another account")
+@AS_ROOT
 def test_a_fork_that_fails_is_a_failed_start(board: Board, sample: str) -> None:
     running = board("wait", options=["--rotateOnly"])
     done = running.run(["setpriv", "--reuid=4711", "--clear-groups", "prlimit", "--nproc=1",
@@ -124,14 +119,14 @@ def test_a_size_without_suffix_loses_its_last_digit(board: Board) -> None:
 def test_the_size_may_come_from_the_settings(board: Board) -> None:
     running = board("flood", "8000", "100", "wait", log_size="1M",
                     options=["--rotateOnly", "--logfileSizeConf", "small"],
-                    settings=sizes(small="4k", default="1M"))
+                    settings=log_sizes(small="4k", default="1M"))
     assert 4096 <= rotated_size(running) < 1 << 20
 
 
 def test_the_later_size_wins(board: Board) -> None:
     running = board("flood", "8000", "100", "print", "end\\n", "wait", log_size="1k",
                     options=["--logfileSizeConf", "small", "--rotateOnly", "--logfileSize", "1M"],
-                    settings=sizes(small="4k"))
+                    settings=log_sizes(small="4k"))
     wait_until(lambda: content(running).endswith(b"end\n"), "all is in the log")
     assert not running.host_path(OLD_LOG).exists()
 
@@ -140,14 +135,14 @@ def test_the_factory_settings_serve_where_the_site_has_none(board: Board) -> Non
     running = board("flood", "8000", "100", "wait", log_size="1M",
                     options=["--rotateOnly", "--logfileSizeConf", "unknown"],
                     settings={"SystemManagerLogFilesSizeConfig.json": b"not JSON"},
-                    settings_default=sizes(default="4k"))
+                    settings_default=log_sizes(default="4k"))
     assert 4096 <= rotated_size(running) < 1 << 20
 
 
 def test_no_size_anywhere_means_no_log_file(board: Board) -> None:
     running = board("print", "shown\\n",
                     options=["--rotateOnly", "--singleRun", "--logfileSizeConf", "unknown"],
-                    settings_default=sizes(known="4k"))
+                    settings_default=log_sizes(known="4k"))
     assert running.wait_supervisor_exit() == 0
     assert not running.host_path(LOG).exists()
     assert b"shown\n" in running.stdout

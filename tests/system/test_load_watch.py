@@ -4,20 +4,17 @@
 
 from __future__ import annotations
 
-import os
 import re
 from typing import Any
 
-import pytest
-
 from boards import Board
 from logs import content
+from marks import AS_ROOT
 from settings import watch_list
 from simulator import Device, wait_until
 
 TIME = rb"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}"
 NUMBER = rb"[0-9.e+-]+"
-AS_ROOT = pytest.mark.skipif(os.geteuid() != 0, reason="real-time scheduling takes root")
 
 
 def watched(name: str, **fields: Any) -> dict[str, Any]:

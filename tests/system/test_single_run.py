@@ -13,13 +13,10 @@ import pytest
 
 from boards import STARTED, Board
 from logs import LOG, content
+from marks import DISPATCHERS
 from simulator import Device, wait_until
 
 TERMINATION = [signal.SIGINT, signal.SIGQUIT, signal.SIGTERM]
-
-# Qt turns the event loop with glib's where it has it; a device's Qt usually has not.
-DISPATCHERS = pytest.mark.parametrize("environment", [{}, {"QT_NO_GLIB": "1"}],
-                                      ids=["glib", "Qt's own loop"])
 
 
 def started(running: Device) -> None:
