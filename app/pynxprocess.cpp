@@ -16,10 +16,21 @@
 
 namespace {
 
-// The size for systems that name none. 8196, not 8192: the figure this program has always used.
+// Where the system names no size. Any account fits, so that it need not be a power of two.
 constexpr long fallbackBufferSize = 8196;
 
 constexpr int outputPipeBytes = 256 * 1024;
+
+// ---- What runs in the child, between fork and exec.
+//
+// The child is a copy of the main thread alone: a lock that another thread held at the fork is
+// never released in it. Memory may be allocated all the same, also by QDir. Qt starts a class
+// derived from QProcess by fork(), and there the C library sees to it that the allocator's locks
+// are free in the child. (A plain QProcess is started by clone(), of which the C library knows
+// nothing.) Accounts and groups are looked up by no other thread. All else is system calls;
+// messages are written by write(), because the buffer of stderr is a copy too.
+//
+// A signal that comes meanwhile finds the supervisor's handlers: see terminationsignals.cpp.
 
 void writeRaw(const char *message)
 {
@@ -89,7 +100,8 @@ void PynxProcess::setupChildProcess()
     QProcess::setupChildProcess();
     enlargeOutputPipes();
     closeInheritedDescriptors();
-    // A switch that fails does not stop the start: the application runs as whoever it is by then.
+    // A switch that fails does not stop the start. A board is of more use with its application
+    // under another account than without it, and the application's log tells of it.
     if (m_passwd)
         switchTo(*m_passwd);
 }
