@@ -4,6 +4,7 @@
 #include "common/checkedconnect.h"
 #include "localtimezone.h"
 #include "logging/logprocessor.h"
+#include "smallfilesystem.h"
 #include "stoppedwallclock.h"
 #include "testfiles.h"
 
@@ -15,7 +16,6 @@
 #include <functional>
 #include <utility>
 
-#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -806,38 +806,28 @@ void LogProcessorTest::lostBytesCountTowardsTheLimit()
 
 void LogProcessorTest::rotationFreesAFullFileSystem()
 {
-    // A file system of 64 KiB that has no place in the tree and goes with its descriptor.
-    const int context = ::fsopen("tmpfs", FSOPEN_CLOEXEC);
-    ::fsconfig(context, FSCONFIG_SET_STRING, "size", "64k", 0);
-    ::fsconfig(context, FSCONFIG_CMD_CREATE, nullptr, nullptr, 0);
-    const int fileSystem = ::fsmount(context, FSMOUNT_CLOEXEC, 0);
-    ::close(context);
-    if (fileSystem < 0)
-        QSKIP("This user or kernel cannot make a small file system");
-    const QString fileName = QStringLiteral("/proc/self/fd/%1/app.log").arg(fileSystem);
-    const QString rotated = fileName + QStringLiteral(".0");
-    writeFile(rotated, QByteArray(40 * kiB, 'o'));
+    const SmallFileSystem fileSystem(m_directory->path());
+    if (!fileSystem.isMounted())
+        QSKIP("needs the right to mount a file system");
+    writeFile(m_rotatedFileName, QByteArray(40 * kiB, 'o'));
 
-    {
-        // Room for 24 KiB; the other 24 KiB wait in the buffer or are lost.
-        Log log(fileName, 48 * kiB);
-        QVERIFY(log.processor.open());
-        for (int i = 0; i < 47; ++i)
-            log.processor.write(QByteArray(kiB, 'n'));
-        log.flush();
-        QCOMPARE(QFileInfo(fileName).size(), 24 * kiB);
-        QCOMPARE(QFileInfo(rotated).size(), 40 * kiB);
-
+    // Room for 24 KiB; the other 24 KiB wait in the buffer or are lost.
+    Log log(m_fileName, 48 * kiB);
+    QVERIFY(log.processor.open());
+    for (int i = 0; i < 47; ++i)
         log.processor.write(QByteArray(kiB, 'n'));
-        const qint64 kept = QFileInfo(rotated).size();
-        QVERIFY(kept > 24 * kiB); // what waited in the buffer found the older generation's room
-        QVERIFY(kept < 48 * kiB);
+    log.flush();
+    QCOMPARE(QFileInfo(m_fileName).size(), 24 * kiB);
+    QCOMPARE(QFileInfo(m_rotatedFileName).size(), 40 * kiB);
 
-        log.processor.write(QByteArray("room again\n"));
-        log.flush();
-        QCOMPARE(readFile(fileName), QByteArray("room again\n"));
-    }
-    ::close(fileSystem);
+    log.processor.write(QByteArray(kiB, 'n'));
+    const qint64 kept = QFileInfo(m_rotatedFileName).size();
+    QVERIFY(kept > 24 * kiB); // what waited in the buffer found the older generation's room
+    QVERIFY(kept < 48 * kiB);
+
+    log.processor.write(QByteArray("room again\n"));
+    log.flush();
+    QCOMPARE(readFile(m_fileName), QByteArray("room again\n"));
 }
 
 // ---- Time lines
