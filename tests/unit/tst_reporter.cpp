@@ -1,75 +1,60 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
 //
-// What a request leaves in the upload directory, with the real `tar` and with stand-ins for it.
-#include "processresources.h"
+// What the reporter asks of the process handler, when, and what it makes of the result. The process
+// handler is this file's own: it starts nothing and leaves the result to the test. What the real
+// handler and the real `tar` make of it, the tests on the simulated device show.
+#include "platform/pynx_processhandler.h"
 #include "report/reporter.h"
-#include "smallfilesystem.h"
 #include "standarderrorcapture.h"
-#include "standintools.h"
+#include "testfiles.h"
 
+#include <QDateTime>
 #include <QDir>
-#include <QProcess>
 #include <QTemporaryDir>
-#include <QTextCodec>
 #include <QtTest>
 
-#include <array>
+#include <ctime>
+#include <utility>
 
-#include <sys/inotify.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
 namespace {
 
-constexpr int eventTimeoutMs = 60000;
-constexpr int shortDelayMs = 1;
+constexpr int noDelayMs = 0; // a request is served at the next turn of the event loop
 
-QByteArray uploadPathMessage()
-{
-    return QByteArrayLiteral("Upload path doesn't allow non ROOT user to remove the report\n");
-}
+const QString a = QStringLiteral("a");
+const QString b = QStringLiteral("b");
+const QString c = QStringLiteral("c");
 
-QByteArray failureMessage()
-{
-    return QByteArrayLiteral("Failed to generate report\n");
-}
+const QByteArray uploadPathMessage =
+    QByteArrayLiteral("Upload path doesn't allow non ROOT user to remove the report\n");
+const QByteArray failureMessage = QByteArrayLiteral("Failed to generate report\n");
 
-// The output of the real `tar`, run with `arguments`; null when it fails.
-QByteArray realTar(const QStringList &arguments)
+struct Call
 {
-    QProcess tar;
-    tar.start(QStringLiteral("tar"), arguments);
-    const bool ended = tar.waitForFinished(eventTimeoutMs);
-    if (!ended || tar.exitStatus() != QProcess::NormalExit || tar.exitCode() != 0)
-        return QByteArray();
-    return tar.readAllStandardOutput();
-}
+    QString program;
+    QStringList arguments;
+    int number = 0;
+    PynxProcessHandler::CompletionCallback completed;
+    bool hasOutput = false;
+    bool flag = false;
 
-// The paths in an archive, sorted; tar takes the leading slash away. None for what is no archive.
-QStringList membersOf(const QString &archive)
-{
-    QStringList members;
-    const QByteArray listing =
-        realTar({QStringLiteral("tzf"), archive, QStringLiteral("--quoting-style=literal")});
-    const QList<QByteArray> lines = listing.split('\n');
-    for (const QByteArray &line : lines) {
-        if (!line.isEmpty())
-            members.append(QLatin1Char('/') + QString::fromUtf8(line));
+    QString temporaryPath() const { return arguments.value(1); }
+    QString temporaryName() const { return QFileInfo(temporaryPath()).fileName(); }
+    QString archiveName() const { return temporaryName().mid(4) + QStringLiteral(".tar.gz"); }
+    QStringList files() const
+    {
+        QStringList files = arguments.mid(2);
+        files.sort(); // their order is of no account, and differs from run to run
+        return files;
     }
-    members.sort();
-    return members;
-}
+};
 
-// What unpacking an archive gives for `path`; null when it gives no such file.
-QByteArray contentIn(const QString &archive, const QString &path)
+QVector<Call> &calls()
 {
-    const QTemporaryDir directory;
-    realTar({QStringLiteral("xzf"), archive, QStringLiteral("-C"), directory.path()});
-    const QString unpacked = directory.path() + path;
-    QFile file(unpacked);
-    if (QFileInfo(unpacked).isSymLink() || !file.open(QIODevice::ReadOnly))
-        return QByteArray();
-    return file.readAll();
+    static QVector<Call> all;
+    return all;
 }
 
 QStringList sorted(QStringList list)
@@ -78,7 +63,42 @@ QStringList sorted(QStringList list)
     return list;
 }
 
+int modeOf(const QString &path)
+{
+    struct stat status = {};
+    return ::stat(QFile::encodeName(path).constData(), &status) == 0
+        ? static_cast<int>(status.st_mode & 07777U)
+        : -1;
+}
+
+bool setMode(const QString &path, int mode)
+{
+    return ::chmod(QFile::encodeName(path).constData(), static_cast<mode_t>(mode)) == 0;
+}
+
+ino_t inodeOf(const QString &path)
+{
+    struct stat status = {};
+    return ::stat(QFile::encodeName(path).constData(), &status) == 0 ? status.st_ino : 0;
+}
+
 } // namespace
+
+void PynxProcessHandler::startAsync(const QString &program, const QStringList &arguments,
+                                    int number, const CompletionCallback &completed,
+                                    const OutputCallback &output, bool flag)
+{
+    calls().append({program, arguments, number, completed, static_cast<bool>(output), flag});
+}
+
+/** One request of a sequence, at a time of the controlled clock. */
+struct Request
+{
+    qint64 atMs;
+    QString name;
+    bool accepted;
+};
+Q_DECLARE_METATYPE(QVector<Request>)
 
 class ReporterTest : public QObject
 {
@@ -88,55 +108,57 @@ private slots:
     void init();
     void cleanup();
 
-    void archiveHoldsTheFiles();
-    void directoryIsPackedWithWhatItHolds();
-    void everyFileIsPackedOnce();
-    void symbolicLinksAreFollowed();
-    void missingExtraFileLeavesTheConfiguredOnes();
-    void extraFileStaysInLaterArchives();
-    void archiveHasTheNameOnAnyDevice_data();
-    void archiveHasTheNameOnAnyDevice();
-    void warningsOfTarStayOutOfStandardError();
+    void hasNoParentAndNoSignalsOrSlots();
+    void handlerIsCalledWithTheArchiveAndItsFiles();
+    void nameBecomesFileName_data();
+    void nameBecomesFileName();
+    void archivesOfOneMillisecondHaveNamesOfTheirOwn();
+    void emptyUploadPathIsTheRoot();
+    void eachFileThatExistsIsPackedOnce();
+    void nothingIsPackedWhenNoFileExists();
 
-    void tarIsCalledWithTheFiles();
-    void onlyTheTemporaryFileIsThereWhileTarRuns();
-    void archiveComesIntoBeingByRename();
-    void archivesAreMadeSideBySide();
-    void tarRunsOnWhenTheReporterIsGone();
+    void rateLimit_data();
+    void rateLimit();
+    void clearedHistoryAllowsFiveMore();
+    void productionClockIsMonotonic();
 
-    void nothingIsThereWhenNoFileExists();
-    void failingTarLeavesTheTemporaryFile_data();
-    void failingTarLeavesTheTemporaryFile();
-    void missingTarIsAFailure();
-    void fileThatGrowsWhileItIsReadIsAFailure();
-    void tooLongNameIsAFailure();
-    void missingUploadDirectoryIsAFailure();
-    void reportIsMadeInADirectoryOthersCannotWriteTo();
-    void fullUploadDirectoryIsAFailure();
-    void readOnlyUploadDirectoryIsAFailure();
-    void uploadDirectoryThatCannotBeCreatedIsAFailure();
+    void requestIsServedAfterItsDelay();
+    void pendingRequestsFireIndependently();
+    void destroyedReporterMakesNoReport();
+    void extraFilesAreLookedForInEveryLaterReport();
+    void droppedRequestLeavesNoFileBehind();
 
-    void nothingIsLeftBehind_data();
-    void nothingIsLeftBehind();
+    void successRenamesTheArchive();
+    void otherResultsAreFailures_data();
+    void otherResultsAreFailures();
+    void failedRenameIsIgnored();
+    void resultsMayComeInAnyOrderAndAfterTheReporterIsGone();
+
+    void uploadDirectoryIsCreated_data();
+    void uploadDirectoryIsCreated();
+    void whatIsInPlaceOfTheUploadDirectoryIsLeftUntouched_data();
+    void whatIsInPlaceOfTheUploadDirectoryIsLeftUntouched();
+    void uploadDirectoryThatCannotBeCreatedIsToldAtTheReport();
+    void unremovableReportIsMentionedEachTime_data();
+    void unremovableReportIsMentionedEachTime();
 
 private:
     void makeReporter(const QStringList &files = QStringList());
     void request(const QStringList &extraFiles, const QString &name);
-    QString writeFile(const QString &name, const QByteArray &content);
-    void addTar(const QString &script);
-    QString filePath(const QString &name) const { return m_directory->filePath(name); }
-    QString uploadPath() const { return filePath(QStringLiteral("upload")); }
+    void serveRequests() { QCoreApplication::processEvents(); }
+    QString newFile(const QString &name);
+    QString path(const QString &name) const { return m_directory->filePath(name); }
+    QString uploadPath() const { return path(QStringLiteral("upload")); }
     QStringList uploads() const;
-    QString archive(int index) const;
 
     QScopedPointer<QTemporaryDir> m_directory;
-    QScopedPointer<StandInTools> m_tools;
     QScopedPointer<Reporter> m_reporter;
     qint64 m_nowMs = 0;
 };
 
 void ReporterTest::init()
 {
+    calls().clear();
     m_nowMs = 1000000;
     m_directory.reset(new QTemporaryDir);
     QVERIFY(m_directory->isValid());
@@ -144,522 +166,506 @@ void ReporterTest::init()
 
 void ReporterTest::cleanup()
 {
-    waitForTimersAndChildren();
     m_reporter.reset();
-    m_tools.reset();
+    serveRequests();
 }
 
 void ReporterTest::makeReporter(const QStringList &files)
 {
     m_reporter.reset(new Reporter(
-        files, uploadPath(), QStringLiteral("board"), [this] { return m_nowMs; }, shortDelayMs));
+        files, uploadPath(), QStringLiteral("board"), [this] { return m_nowMs; }, noDelayMs));
 }
 
-// Requests a report and waits until it is made.
 void ReporterTest::request(const QStringList &extraFiles, const QString &name)
 {
     m_reporter->requestReport(extraFiles, name);
-    waitForTimersAndChildren();
+    serveRequests();
 }
 
-QString ReporterTest::writeFile(const QString &name, const QByteArray &content)
+QString ReporterTest::newFile(const QString &name)
 {
-    QFile file(filePath(name));
-    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
-        qFatal("cannot write a file");
-    return file.fileName();
-}
-
-// A stand-in for `tar`; its script calls the real one as "real_tar".
-void ReporterTest::addTar(const QString &script)
-{
-    const QString path = QString::fromLocal8Bit(qgetenv("PATH"));
-    m_tools.reset(new StandInTools);
-    m_tools->add(QStringLiteral("tar"),
-                 QStringLiteral("PATH='%1'\nreal_tar() { command tar \"$@\"; }\n").arg(path)
-                     + script);
+    writeFile(path(name), "content of " + name.toUtf8());
+    return path(name);
 }
 
 QStringList ReporterTest::uploads() const
 {
-    return QDir(uploadPath())
-        .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
+    return QDir(uploadPath()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot, QDir::Name);
 }
 
-QString ReporterTest::archive(int index) const
-{
-    const QString name = uploads().value(index);
-    return name.endsWith(QStringLiteral(".tar.gz")) ? uploadPath() + QLatin1Char('/') + name
-                                                    : QString();
-}
+// ---- What is asked of the process handler
 
-void ReporterTest::archiveHoldsTheFiles()
+void ReporterTest::hasNoParentAndNoSignalsOrSlots()
 {
-    QByteArray numbers;
-    for (int i = 0; i < 100000; ++i)
-        numbers += QByteArray::number(i) + '\n';
-    const QString big = writeFile(QStringLiteral("big.log"), numbers);
-    const QString empty = writeFile(QStringLiteral("empty.log"), QByteArray());
-    const QString spaced = writeFile(QStringLiteral("with blank.log"), "text");
-    makeReporter({big});
-    const StandardErrorCapture standardError;
-    request({empty, spaced}, QStringLiteral("disk full!"));
-
-    QCOMPARE(uploads().size(), 1);
-    QVERIFY2(
-        QRegExp(QStringLiteral("board-disk_full_-[0-9]+\\.tar\\.gz")).exactMatch(uploads().at(0)),
-        qPrintable(uploads().at(0)));
-    QCOMPARE(membersOf(archive(0)), sorted({big, empty, spaced}));
-    QVERIFY(contentIn(archive(0), big) == numbers);
-    QCOMPARE(contentIn(archive(0), spaced), QByteArray("text"));
-    QCOMPARE(standardError.text(), QByteArray());
-}
-
-void ReporterTest::directoryIsPackedWithWhatItHolds()
-{
-    QVERIFY(QDir().mkpath(filePath(QStringLiteral("logs/old"))));
-    const QString file = writeFile(QStringLiteral("logs/old/a.log"), "old");
-    makeReporter({filePath(QStringLiteral("logs"))});
-    request(QStringList(), QStringLiteral("a"));
-    QCOMPARE(uploads().size(), 1);
-    QCOMPARE(contentIn(archive(0), file), QByteArray("old"));
-}
-
-void ReporterTest::everyFileIsPackedOnce()
-{
-    const QString first = writeFile(QStringLiteral("first"), "1");
-    const QString second = writeFile(QStringLiteral("second"), "2");
-    makeReporter({first, second, first});
-    request({second, first}, QStringLiteral("a"));
-    request({second}, QStringLiteral("b"));
-    QCOMPARE(uploads().size(), 2);
-    QCOMPARE(membersOf(archive(0)), sorted({first, second}));
-    QCOMPARE(membersOf(archive(1)), sorted({first, second}));
-}
-
-void ReporterTest::symbolicLinksAreFollowed()
-{
-    const QString file = writeFile(QStringLiteral("file"), "behind the link");
-    const QString link = filePath(QStringLiteral("link"));
-    const QString chain = filePath(QStringLiteral("chain"));
-    QVERIFY(QFile::link(file, link));
-    QVERIFY(QFile::link(link, chain));
-    makeReporter({chain, link});
-    request(QStringList(), QStringLiteral("a"));
-    QCOMPARE(uploads().size(), 1);
-    QCOMPARE(membersOf(archive(0)), sorted({chain, link}));
-    QCOMPARE(contentIn(archive(0), chain), QByteArray("behind the link"));
-    QCOMPARE(contentIn(archive(0), link), QByteArray("behind the link"));
-}
-
-void ReporterTest::missingExtraFileLeavesTheConfiguredOnes()
-{
-    const QString configured = writeFile(QStringLiteral("configured"), "x");
-    const QString late = filePath(QStringLiteral("late"));
-    makeReporter({configured});
-    request({late}, QStringLiteral("a"));
-    writeFile(QStringLiteral("late"), "y");
-    request(QStringList(), QStringLiteral("b"));
-    QCOMPARE(uploads().size(), 2);
-    QCOMPARE(membersOf(archive(0)), sorted({configured}));
-    QCOMPARE(membersOf(archive(1)), sorted({configured, late}));
-}
-
-void ReporterTest::extraFileStaysInLaterArchives()
-{
-    const QString extra = writeFile(QStringLiteral("extra"), "x");
-    const QString other = writeFile(QStringLiteral("other"), "y");
     makeReporter();
-    request({extra}, QStringLiteral("a"));
-    request({other}, QStringLiteral("b"));
-    QVERIFY(QFile::remove(extra));
-    request(QStringList(), QStringLiteral("c"));
-    QCOMPARE(uploads().size(), 3);
-    QCOMPARE(membersOf(archive(0)), sorted({extra}));
-    QCOMPARE(membersOf(archive(1)), sorted({extra, other}));
-    QCOMPARE(membersOf(archive(2)), sorted({other}));
+    QVERIFY(m_reporter->parent() == nullptr);
+    const QMetaObject *meta = m_reporter->metaObject();
+    QCOMPARE(meta->className(), "Reporter");
+    QCOMPARE(meta->methodCount(), meta->methodOffset());
 }
 
-void ReporterTest::archiveHasTheNameOnAnyDevice_data()
+void ReporterTest::handlerIsCalledWithTheArchiveAndItsFiles()
 {
-    QTest::addColumn<QByteArray>("codec");
+    const QString file = newFile(a);
+    makeReporter();
+    const qint64 before = QDateTime::currentMSecsSinceEpoch();
+    m_reporter->createReport({file}, QStringLiteral("main"));
+    const qint64 after = QDateTime::currentMSecsSinceEpoch();
+
+    QCOMPARE(calls().size(), 1);
+    const Call &call = calls().first();
+    const QString time = call.temporaryPath().section(QLatin1Char('-'), -1);
+    QCOMPARE(call.program, QStringLiteral("tar"));
+    QCOMPARE(call.arguments,
+             QStringList({QStringLiteral("czhf"),
+                          uploadPath() + QStringLiteral("/tmp_board-main-") + time, file}));
+    QCOMPARE(time, QString::number(time.toLongLong()));
+    QVERIFY2(time.toLongLong() >= before && time.toLongLong() <= after, qPrintable(time));
+    QCOMPARE(call.number, 1000);
+    QVERIFY(call.completed);
+    QVERIFY(!call.hasOutput);
+    QVERIFY(call.flag);
+}
+
+void ReporterTest::nameBecomesFileName_data()
+{
     QTest::addColumn<QString>("name");
-    QTest::addColumn<QString>("part"); // as the device's encoding can say it
+    QTest::addColumn<QString>("part");
 
-    const QString latin = QStringLiteral("Größe");
-    const QString kanji = QStringLiteral("日本");
-    QTest::newRow("UTF-8, Latin letters") << QByteArray("UTF-8") << latin << latin;
-    QTest::newRow("UTF-8, other letters") << QByteArray("UTF-8") << kanji << kanji;
-    QTest::newRow("ASCII letters in an ASCII locale")
-        << QByteArray("US-ASCII") << QStringLiteral("main") << QStringLiteral("main");
-    QTest::newRow("Latin letters in a Latin locale") << QByteArray("ISO-8859-1") << latin << latin;
-    QTest::newRow("other letters in a Latin locale")
-        << QByteArray("ISO-8859-1") << kanji << QStringLiteral("??");
+    const auto row = [](const char *what, const char *name, const char *part) {
+        QTest::newRow(what) << QString::fromUtf8(name) << QString::fromUtf8(part);
+    };
+    row("letters and digits", "Main42", "Main42");
+    row("blank and exclamation mark", "disk full!", "disk_full_");
+    row("each character becomes one underscore", "a  ?!b", "a____b");
+    row("an empty name gives two hyphens in a row", "", "");
+    row("underscore and hyphen survive", "_a-b_-", "_a-b_-");
+    row("a way out", "../../etc/x", "______etc_x");
+    row("dot and extension", "x.tar.gz", "x_tar_gz");
+    row("line ends and tabulator", "a\r\n\tb", "a___b");
+    row("shell characters", "$(x);`y`|z&*?[]{}<>'\"\\", "__x___y__z____________");
+    row("letters outside ASCII", "Größe", "Größe");
+    row("letters without case", "日本", "日本");
+    row("digits outside ASCII", "٣४", "٣४");
+    row("numbers that are no digits", "½²Ⅷ", "½²Ⅷ");
+    row("combining marks count as part of a word", "e\u0301a\u0308", "e\u0301a\u0308");
+    row("a dash is no hyphen", "a–b", "a_b");
+    row("outside the basic plane a character is two code units", "a😀b", "a__b");
+    QTest::newRow("a NUL character") << QString(QChar(0)) << QStringLiteral("_");
 }
 
-void ReporterTest::archiveHasTheNameOnAnyDevice()
+void ReporterTest::nameBecomesFileName()
 {
-    QFETCH(QByteArray, codec);
     QFETCH(QString, name);
     QFETCH(QString, part);
-    const QString file = writeFile(QStringLiteral("a.log"), "text");
-    makeReporter({file});
-    const StandardErrorCapture standardError;
-    QTextCodec *const previous = QTextCodec::codecForLocale();
-    QTextCodec *const locale = QTextCodec::codecForName(codec);
-    QVERIFY(locale != nullptr);
-    QTextCodec::setCodecForLocale(locale);
-    request(QStringList(), name);
-    const QStringList names = uploads();
-    const QStringList members = membersOf(archive(0));
-    // Only in the encoding it was made in can the file be found again and removed.
-    const bool removed = QDir(uploadPath()).removeRecursively();
-    QTextCodec::setCodecForLocale(previous);
-
-    QVERIFY(removed);
-    QCOMPARE(standardError.text(), QByteArray());
-    QCOMPARE(names.size(), 1);
-    QVERIFY2(names.first().startsWith(QStringLiteral("board-") + part + QLatin1Char('-')),
-             qPrintable(names.first()));
-    QCOMPARE(members, sorted({file}));
-}
-
-// The real one says "Removing leading `/' from member names".
-void ReporterTest::warningsOfTarStayOutOfStandardError()
-{
-    makeReporter({writeFile(QStringLiteral("a.log"), "text")});
-    addTar(QStringLiteral("echo 'tar: something to say' >&2\necho output\nreal_tar \"$@\""));
-    const StandardErrorCapture standardError;
-    request(QStringList(), QStringLiteral("a"));
-    QCOMPARE(uploads().size(), 1);
-    QVERIFY(!archive(0).isEmpty());
-    QCOMPARE(standardError.text(), QByteArray());
-}
-
-void ReporterTest::tarIsCalledWithTheFiles()
-{
-    const QString first = writeFile(QStringLiteral("first"), "1");
-    const QString second = writeFile(QStringLiteral("second"), "2");
-    makeReporter({first, filePath(QStringLiteral("missing"))});
-    addTar(QString());
-    request({second, first}, QStringLiteral("a b"));
-    QCOMPARE(m_tools->calls().size(), 1);
-    QStringList words = m_tools->calls().first().split(QLatin1Char('|'));
-    QCOMPARE(words.size(), 5);
-    QCOMPARE(words.at(0), QStringLiteral("tar"));
-    QCOMPARE(words.at(1), QStringLiteral("czhf"));
-    QVERIFY2(QRegExp(QRegExp::escape(uploadPath()) + QStringLiteral("/tmp_board-a_b-[0-9]+"))
-                 .exactMatch(words.at(2)),
-             qPrintable(words.at(2)));
-    QCOMPARE(sorted(words.mid(3)), sorted({first, second}));
-}
-
-void ReporterTest::onlyTheTemporaryFileIsThereWhileTarRuns()
-{
-    const QString packed = filePath(QStringLiteral("packed"));
-    const QString proceed = filePath(QStringLiteral("proceed"));
-    QCOMPARE(QProcess::execute(QStringLiteral("mkfifo"), {proceed}), 0);
-    const QString file = writeFile(QStringLiteral("a.log"), "text");
-    makeReporter({file});
-    // The archive is complete, but tar has not ended until somebody opens the pipe.
-    addTar(
-        QStringLiteral("real_tar \"$@\"\n: > '%1'\nread line < '%2'\nexit 0").arg(packed, proceed));
-    m_reporter->requestReport(QStringList(), QStringLiteral("a"));
-    QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(packed), eventTimeoutMs);
-    const QStringList meanwhile = uploads();
-
-    QFile pipe(proceed);
-    QVERIFY(pipe.open(QIODevice::WriteOnly));
-    pipe.write("go\n");
-    pipe.close();
-    waitForTimersAndChildren();
-    m_tools.reset();
-
-    QCOMPARE(meanwhile.size(), 1);
-    QVERIFY2(QRegExp(QStringLiteral("tmp_board-a-[0-9]+")).exactMatch(meanwhile.first()),
-             qPrintable(meanwhile.first()));
-    QCOMPARE(uploads(), QStringList{meanwhile.first().mid(4) + QStringLiteral(".tar.gz")});
-    QCOMPARE(membersOf(archive(0)), sorted({file}));
-}
-
-void ReporterTest::archiveComesIntoBeingByRename()
-{
-    makeReporter({writeFile(QStringLiteral("a.log"), QByteArray(1000000, 'x'))});
-    const int watcher = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-    QVERIFY(watcher != -1);
-    QVERIFY(::inotify_add_watch(watcher, QFile::encodeName(uploadPath()).constData(),
-                                IN_CREATE | IN_MOVED_TO | IN_MODIFY | IN_DELETE)
-            != -1);
-    request(QStringList(), QStringLiteral("a"));
-
-    alignas(inotify_event) std::array<char, 65536> buffer = {};
-    const ssize_t size = ::read(watcher, buffer.data(), buffer.size());
-    ::close(watcher);
-    QVector<quint32> archiveEvents;
-    ssize_t offset = 0;
-    while (offset < size) {
-        const auto *event = reinterpret_cast<const inotify_event *>(&buffer.at(offset));
-        if (QByteArray(event->name).endsWith(".tar.gz"))
-            archiveEvents.append(event->mask);
-        offset += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
-    }
-    QCOMPARE(archiveEvents, QVector<quint32>{IN_MOVED_TO});
-}
-
-void ReporterTest::archivesAreMadeSideBySide()
-{
-    constexpr int count = 5;
-    const QString started = filePath(QStringLiteral("started"));
-    const QString file = writeFile(QStringLiteral("a.log"), QByteArray(100000, 'x'));
-    makeReporter({file});
-    // None goes on before all have been started.
-    addTar(QStringLiteral("echo x >> '%1'\n"
-                          "while [ $(wc -l < '%1') -lt %2 ]; do sleep 0.01; done\n"
-                          "real_tar \"$@\"")
-               .arg(started)
-               .arg(count));
-    const StandardErrorCapture standardError;
-    for (int i = 0; i < count; ++i)
-        m_reporter->requestReport(QStringList(), QStringLiteral("name%1").arg(i));
-    waitForTimersAndChildren();
-    m_tools.reset();
-    QCOMPARE(uploads().size(), count);
-    for (int i = 0; i < count; ++i)
-        QCOMPARE(membersOf(archive(i)), sorted({file}));
-    QCOMPARE(standardError.text(), QByteArray());
-}
-
-void ReporterTest::tarRunsOnWhenTheReporterIsGone()
-{
-    const QString file = writeFile(QStringLiteral("a.log"), "text");
+    const QString file = newFile(a);
     makeReporter();
-    m_reporter->createReport({file}, QStringLiteral("a"));
-    m_reporter.reset();
-    waitForTimersAndChildren();
-    QCOMPARE(uploads().size(), 1);
-    QCOMPARE(membersOf(archive(0)), sorted({file}));
+    m_reporter->createReport({file}, name);
+
+    QCOMPARE(calls().size(), 1);
+    const QString temporaryName = calls().first().temporaryName();
+    const QString time = temporaryName.section(QLatin1Char('-'), -1);
+    QCOMPARE(temporaryName, QStringLiteral("tmp_board-") + part + QLatin1Char('-') + time);
 }
 
-void ReporterTest::nothingIsThereWhenNoFileExists()
+void ReporterTest::archivesOfOneMillisecondHaveNamesOfTheirOwn()
 {
-    makeReporter({filePath(QStringLiteral("missing"))});
-    addTar(QString());
-    const StandardErrorCapture standardError;
-    request({QString()}, QStringLiteral("a"));
-    QCOMPARE(m_tools->calls(), QStringList());
-    QCOMPARE(uploads(), QStringList());
-    QCOMPARE(standardError.text(), QByteArray());
-}
-
-void ReporterTest::failingTarLeavesTheTemporaryFile_data()
-{
-    QTest::addColumn<QString>("end");
-
-    QTest::newRow("a file changed as it was read") << QStringLiteral("exit 1");
-    QTest::newRow("fatal error") << QStringLiteral("exit 2");
-    QTest::newRow("compressor not found") << QStringLiteral("exit 127");
-    QTest::newRow("largest exit code") << QStringLiteral("exit 255");
-    QTest::newRow("killed") << QStringLiteral("kill -KILL $$");
-    QTest::newRow("crashed") << QStringLiteral("kill -SEGV $$");
-}
-
-void ReporterTest::failingTarLeavesTheTemporaryFile()
-{
-    QFETCH(QString, end);
-    makeReporter({writeFile(QStringLiteral("a.log"), "text")});
-    addTar(QStringLiteral("echo half > \"$2\"\necho 'tar: no more' >&2\n") + end);
-    const StandardErrorCapture standardError;
-    request(QStringList(), QStringLiteral("a"));
-    QCOMPARE(standardError.text(), failureMessage());
-    QCOMPARE(uploads().size(), 1);
-    QVERIFY2(QRegExp(QStringLiteral("tmp_board-a-[0-9]+")).exactMatch(uploads().at(0)),
-             qPrintable(uploads().at(0)));
-    QFile temporary(uploadPath() + QLatin1Char('/') + uploads().at(0));
-    QVERIFY(temporary.open(QIODevice::ReadOnly));
-    QCOMPARE(temporary.readAll(), QByteArray("half\n"));
-}
-
-void ReporterTest::missingTarIsAFailure()
-{
-    makeReporter({writeFile(QStringLiteral("a.log"), "text")});
-    m_tools.reset(new StandInTools);
-    const StandardErrorCapture standardError;
-    request(QStringList(), QStringLiteral("a"));
-    QCOMPARE(standardError.text(), failureMessage());
-    QCOMPARE(uploads(), QStringList());
-}
-
-// Tar then exits with 1, though its archive is whole: a warning for others, a failure here.
-void ReporterTest::fileThatGrowsWhileItIsReadIsAFailure()
-{
-    const QString file = writeFile(QStringLiteral("a.log"), QByteArray(16 * 1024 * 1024, 'x'));
-    makeReporter({file});
-    // Fed by a writer that starts before tar does and goes on until it has ended.
-    addTar(QStringLiteral("(while :; do echo x >> '%1'; done) &\n"
-                          "writer=$!\n"
-                          "real_tar \"$@\"\n"
-                          "code=$?\n"
-                          "kill $writer\n"
-                          "exit $code")
-               .arg(file));
-    const StandardErrorCapture standardError;
-    request(QStringList(), QStringLiteral("a"));
-    QCOMPARE(standardError.text(), failureMessage());
-    QCOMPARE(uploads().size(), 1);
-    QVERIFY(uploads().at(0).startsWith(QStringLiteral("tmp_board-a-")));
-}
-
-void ReporterTest::tooLongNameIsAFailure()
-{
-    makeReporter({writeFile(QStringLiteral("a.log"), "text")});
-    const StandardErrorCapture standardError;
-    request(QStringList(), QString(300, QLatin1Char('n')));
-    QCOMPARE(standardError.text(), failureMessage());
-    QCOMPARE(uploads(), QStringList());
-}
-
-void ReporterTest::missingUploadDirectoryIsAFailure()
-{
-    const QString file = writeFile(QStringLiteral("a.log"), "text");
-    makeReporter({file});
-    QVERIFY(QDir().rmdir(uploadPath()));
-    const StandardErrorCapture standardError;
-    request(QStringList(), QStringLiteral("a"));
-    QCOMPARE(standardError.text(), uploadPathMessage() + failureMessage());
-    QVERIFY(!QFile::exists(uploadPath()));
-}
-
-void ReporterTest::reportIsMadeInADirectoryOthersCannotWriteTo()
-{
-    const QString file = writeFile(QStringLiteral("a.log"), "text");
-    QVERIFY(QDir().mkpath(uploadPath()));
-    QVERIFY(QFile::setPermissions(
-        uploadPath(), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner));
-    makeReporter({file});
-    const StandardErrorCapture standardError;
-    request(QStringList(), QStringLiteral("a"));
-    request(QStringList(), QStringLiteral("b"));
-    QCOMPARE(standardError.text(), uploadPathMessage() + uploadPathMessage());
-    QCOMPARE(uploads().size(), 2);
-    QCOMPARE(membersOf(archive(0)), sorted({file}));
-    QCOMPARE(membersOf(archive(1)), sorted({file}));
-}
-
-void ReporterTest::fullUploadDirectoryIsAFailure()
-{
-    // More than the file system holds, and no compressor makes it smaller.
-    QFile random(QStringLiteral("/dev/urandom"));
-    QVERIFY(random.open(QIODevice::ReadOnly | QIODevice::Unbuffered));
-    const QString big = writeFile(QStringLiteral("big"), random.read(1000000));
-    const QString small = writeFile(QStringLiteral("small"), "text");
+    const QString file = newFile(a);
     makeReporter();
-    const SmallFileSystem fileSystem(uploadPath());
-    if (!fileSystem.isMounted())
-        QSKIP("needs the right to mount a file system");
-    const StandardErrorCapture standardError;
-    m_reporter->createReport({big, small}, QStringLiteral("a"));
-    waitForTimersAndChildren();
-    m_reporter->createReport({small}, QStringLiteral("b"));
-    waitForTimersAndChildren();
-    QCOMPARE(standardError.text(), failureMessage() + failureMessage());
-    QCOMPARE(uploads().size(), 2);
-    QVERIFY(uploads().at(0).startsWith(QStringLiteral("tmp_board-a-")));
-    QVERIFY(uploads().at(1).startsWith(QStringLiteral("tmp_board-b-")));
-
-    // With space again the next report is whole.
-    QVERIFY(QFile::remove(uploadPath() + QLatin1Char('/') + uploads().at(0)));
-    m_reporter->createReport({small}, QStringLiteral("c"));
-    waitForTimersAndChildren();
-    QCOMPARE(standardError.text(), failureMessage() + failureMessage());
-    QCOMPARE(membersOf(archive(0)), sorted({small}));
-}
-
-void ReporterTest::readOnlyUploadDirectoryIsAFailure()
-{
-    const QString file = writeFile(QStringLiteral("a.log"), "text");
-    makeReporter({file});
-    SmallFileSystem fileSystem(uploadPath());
-    if (!fileSystem.isMounted())
-        QSKIP("needs the right to mount a file system");
-    fileSystem.makeReadOnly();
-    const StandardErrorCapture standardError;
-    request(QStringList(), QStringLiteral("a"));
-    QCOMPARE(standardError.text(), failureMessage());
-    QCOMPARE(uploads(), QStringList());
-}
-
-void ReporterTest::uploadDirectoryThatCannotBeCreatedIsAFailure()
-{
-    const QString file = writeFile(QStringLiteral("a.log"), "text");
-    const QString inTheWay = writeFile(QStringLiteral("upload"), "no directory");
-    const StandardErrorCapture standardError;
-    m_reporter.reset(new Reporter(
-        {file}, inTheWay + QStringLiteral("/deep"), QStringLiteral("board"),
-        [this] { return m_nowMs; }, shortDelayMs));
-    QCOMPARE(standardError.text(), QByteArray());
-    request(QStringList(), QStringLiteral("a"));
-    QCOMPARE(standardError.text(), uploadPathMessage() + failureMessage());
-}
-
-void ReporterTest::nothingIsLeftBehind_data()
-{
-    QTest::addColumn<QString>("tool");
-    QTest::addColumn<int>("requests");
-
-    QTest::newRow("tar") << QStringLiteral("tar") << 100;
-    QTest::newRow("a tar that does nothing, for the number") << QStringLiteral("true") << 2000;
-    QTest::newRow("a tar that fails") << QStringLiteral("false") << 100;
-    QTest::newRow("no tar") << QString() << 500;
-}
-
-void ReporterTest::nothingIsLeftBehind()
-{
-    QFETCH(QString, tool);
-    QFETCH(int, requests);
-    constexpr int batch = 20;
-    const QString file = writeFile(QStringLiteral("a.log"), "text");
-    const bool real = tool == QStringLiteral("tar");
-    if (!real) {
-        const QString path = QStandardPaths::findExecutable(tool);
-        m_tools.reset(new StandInTools);
-        const QString directory = QString::fromLocal8Bit(qgetenv("PATH"));
-        if (!tool.isEmpty())
-            QVERIFY(QFile::link(path, directory + QStringLiteral("/tar")));
+    for (int i = 0; i < 100; ++i) {
+        m_reporter->createReport({file}, QStringLiteral("a b"));
+        m_reporter->createReport({file}, QStringLiteral("a_b"));
     }
-    makeReporter({file});
+    QSet<QString> paths;
+    for (const Call &call : std::as_const(calls()))
+        paths.insert(call.temporaryPath());
+    QCOMPARE(paths.size(), 200);
+}
+
+void ReporterTest::emptyUploadPathIsTheRoot()
+{
     const StandardErrorCapture standardError;
-    int made = 0;
-    const auto make = [this, &made, file](int count) {
-        for (int i = 0; i < count; ++i) {
-            if (i % (5 * batch) == 0)
-                m_reporter->clearHistory();
+    m_reporter.reset(new Reporter({}, QString(), QString()));
+    m_reporter->createReport({newFile(a)}, QStringLiteral("x"));
+    QCOMPARE(calls().size(), 1);
+    QVERIFY(calls().first().temporaryPath().startsWith(QStringLiteral("/tmp_-x-")));
+    QCOMPARE(standardError.text(), uploadPathMessage);
+}
+
+void ReporterTest::eachFileThatExistsIsPackedOnce()
+{
+    QStringList files = {newFile(QStringLiteral("two words")), newFile(QStringLiteral("-a")),
+                         newFile(QStringLiteral("quote'\"")),  newFile(QStringLiteral("line\nend")),
+                         newFile(QStringLiteral("*")),         m_directory->path()};
+    const QString link = path(QStringLiteral("link"));
+    const QString dangling = path(QStringLiteral("dangling"));
+    const QString missing = path(QStringLiteral("missing"));
+    QVERIFY(QFile::link(files.first(), link));
+    QVERIFY(QFile::link(missing, dangling));
+    files += {link, m_directory->path() + QStringLiteral("/.//two words")};
+    makeReporter();
+    m_reporter->createReport(files + QStringList{missing, QString(), dangling} + files, a);
+    QCOMPARE(calls().size(), 1);
+    QCOMPARE(calls().first().files(), sorted(files));
+}
+
+void ReporterTest::nothingIsPackedWhenNoFileExists()
+{
+    makeReporter();
+    const StandardErrorCapture standardError;
+    m_reporter->createReport(QStringList(), a);
+    m_reporter->createReport({QString(), path(QStringLiteral("missing"))}, a);
+    QCOMPARE(calls().size(), 0);
+    QCOMPARE(uploads(), QStringList());
+    QCOMPARE(standardError.text(), QByteArray());
+
+    QVERIFY(setMode(uploadPath(), 0755)); // looked at before the files are
+    m_reporter->createReport(QStringList(), a);
+    QCOMPARE(calls().size(), 0);
+    QCOMPARE(standardError.text(), uploadPathMessage);
+}
+
+// ---- The rate limit
+
+void ReporterTest::rateLimit_data()
+{
+    QTest::addColumn<QVector<Request>>("requests");
+
+    QTest::newRow("six of one name, each 31 s apart: the sixth is dropped")
+        << QVector<Request>{{31000, a, true},  {62000, a, true},  {93000, a, true},
+                            {124000, a, true}, {155000, a, true}, {186000, a, false}};
+    QTest::newRow("the sixth is dropped however late it comes") << QVector<Request>{
+        {30000, a, true},  {60000, a, true},  {90000, a, true},
+        {120000, a, true}, {150000, a, true}, {Q_INT64_C(1000) * 86400 * 365, a, false}};
+    QTest::newRow("29999 ms apart is too close")
+        << QVector<Request>{{50000, a, true}, {79999, a, false}};
+    QTest::newRow("30000 ms apart is enough")
+        << QVector<Request>{{50000, a, true}, {80000, a, true}};
+    QTest::newRow("the interval counts from the last that was accepted")
+        << QVector<Request>{{50000, a, true}, {70000, a, false}, {80000, a, true}};
+    QTest::newRow("what is dropped is not counted") << QVector<Request>{
+        {30000, a, true},  {30001, a, false}, {60000, a, true},  {60001, a, false},
+        {90000, a, true},  {90001, a, false}, {120000, a, true}, {120001, a, false},
+        {150000, a, true}, {180000, a, false}};
+    QTest::newRow("the first 30 s of the clock are dropped")
+        << QVector<Request>{{0, a, false}, {29999, a, false}, {30000, a, true}};
+    QTest::newRow("every name has its own limit")
+        << QVector<Request>{{40000, a, true},  {40000, b, true}, {50000, a, false},
+                            {50000, b, false}, {70000, b, true}, {70000, a, true}};
+    QTest::newRow("names that share a file name are different names")
+        << QVector<Request>{{40000, QStringLiteral("x y"), true},
+                            {40000, QStringLiteral("x_y"), true},
+                            {40000, QStringLiteral("X_Y"), true}};
+    QTest::newRow("an empty name is never limited") << QVector<Request>(20, {0, QString(), true});
+    QTest::newRow("an empty text is an empty name too")
+        << QVector<Request>(7, {40000, QLatin1String(""), true});
+    QTest::newRow("a blank is a name") << QVector<Request>{{40000, QStringLiteral(" "), true},
+                                                           {40000, QStringLiteral(" "), false}};
+}
+
+void ReporterTest::rateLimit()
+{
+    QFETCH(QVector<Request>, requests);
+    makeReporter({newFile(a)});
+    QVector<bool> accepted;
+    QVector<bool> expected;
+    const StandardErrorCapture standardError;
+    for (const Request &each : std::as_const(requests)) {
+        calls().clear();
+        m_nowMs = each.atMs;
+        request({}, each.name);
+        accepted.append(calls().size() == 1);
+        expected.append(each.accepted);
+    }
+    QCOMPARE(accepted, expected);
+    QCOMPARE(standardError.text(), QByteArray());
+}
+
+void ReporterTest::clearedHistoryAllowsFiveMore()
+{
+    makeReporter({newFile(a)});
+    const auto requestSix = [this] {
+        for (int i = 0; i < 6; ++i) {
+            request({}, a);
             m_nowMs += 30000;
-            m_reporter->requestReport({file}, QStringLiteral("name%1").arg(i % batch));
-            if ((i + 1) % batch == 0)
-                waitForTimersAndChildren();
         }
-        made += count;
     };
-    make(5 * batch); // what is allocated once is there
-    const int descriptors = openDescriptors();
-    const qint64 heap = heapInUse();
-    make(requests);
-    const qint64 growth = heapInUse() - heap;
+    requestSix();
+    QCOMPARE(calls().size(), 5);
+    m_reporter->clearHistory();
+    requestSix();
+    QCOMPARE(calls().size(), 10);
 
-    QCOMPARE(openDescriptors(), descriptors);
-    QVERIFY(!hasChildren());
-    QCOMPARE(pendingSingleShots(), 0);
-    // The list of files grows by a reference each time; anything left behind would be far larger.
-    QVERIFY2(growth < 50000 + 100 * requests, qPrintable(QString::number(growth)));
+    // Neither the count nor the time of the last one survives.
+    m_reporter->clearHistory();
+    request({}, a);
+    m_reporter->clearHistory();
+    request({}, a);
+    QCOMPARE(calls().size(), 12);
+}
 
-    if (real) {
-        QCOMPARE(uploads().filter(QRegExp(QStringLiteral("^board-.*\\.tar\\.gz$"))).size(), made);
-        QCOMPARE(uploads().size(), made);
-    } else {
-        QCOMPARE(uploads(), QStringList());
+void ReporterTest::productionClockIsMonotonic()
+{
+    const auto systemMs = [] {
+        timespec now = {};
+        ::clock_gettime(CLOCK_MONOTONIC, &now);
+        return static_cast<qint64>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+    };
+    const qint64 before = systemMs();
+    const qint64 ms = Reporter::monotonicMs();
+    QVERIFY(ms >= before);
+    QVERIFY(ms <= systemMs());
+}
+
+// ---- Requests and their files
+
+void ReporterTest::requestIsServedAfterItsDelay()
+{
+    makeReporter({newFile(a)});
+    m_reporter->requestReport({}, a);
+    QCOMPARE(calls().size(), 0);
+    serveRequests();
+    QCOMPARE(calls().size(), 1);
+}
+
+void ReporterTest::pendingRequestsFireIndependently()
+{
+    const QStringList files = {newFile(a), newFile(b), newFile(c)};
+    makeReporter();
+    for (const QString &name : {a, b, c})
+        m_reporter->requestReport({path(name)}, name);
+    serveRequests();
+
+    // A file belongs to the reporter from when its request's delay is over, not earlier.
+    QCOMPARE(calls().size(), 3);
+    for (int i = 0; i < 3; ++i) {
+        QCOMPARE(calls().at(i).files(), files.mid(0, i + 1));
+        QCOMPARE(calls().at(i).temporaryName().section(QLatin1Char('-'), 1, 1),
+                 QFileInfo(files.at(i)).fileName());
     }
-    const bool fails = tool.isEmpty() || tool == QStringLiteral("false");
-    QCOMPARE(standardError.text(), fails ? failureMessage().repeated(made) : QByteArray());
+}
+
+void ReporterTest::destroyedReporterMakesNoReport()
+{
+    makeReporter({newFile(a)});
+    m_reporter->requestReport({newFile(b)}, a);
+    m_reporter.reset();
+    serveRequests();
+    QCOMPARE(calls().size(), 0);
+}
+
+void ReporterTest::extraFilesAreLookedForInEveryLaterReport()
+{
+    const QString configured = newFile(QStringLiteral("configured"));
+    const QString extra = newFile(QStringLiteral("extra"));
+    const QString late = path(QStringLiteral("late"));
+    makeReporter({configured});
+    request({extra, late}, a);
+    newFile(QStringLiteral("late"));
+    request({}, b);
+    QVERIFY(QFile::remove(extra));
+    m_reporter->clearHistory(); // which is not that of the files
+    request({QString()}, c);    // what a marker without a file asks for
+
+    QCOMPARE(calls().size(), 3);
+    QCOMPARE(calls().at(0).files(), sorted({configured, extra}));
+    QCOMPARE(calls().at(1).files(), sorted({configured, extra, late}));
+    QCOMPARE(calls().at(2).files(), sorted({configured, late}));
+}
+
+void ReporterTest::droppedRequestLeavesNoFileBehind()
+{
+    const QString configured = newFile(QStringLiteral("configured"));
+    makeReporter({configured});
+    request({}, a);
+    request({newFile(QStringLiteral("dropped"))}, a);
+    request({}, b);
+    QCOMPARE(calls().size(), 2);
+    QCOMPARE(calls().at(1).files(), QStringList(configured));
+}
+
+// ---- Results
+
+void ReporterTest::successRenamesTheArchive()
+{
+    const QString file = newFile(a);
+    makeReporter();
+    const StandardErrorCapture standardError;
+    m_reporter->createReport({file}, a);
+    QCOMPARE(calls().size(), 1);
+    const Call call = calls().first();
+    QVERIFY(QFile::copy(file, call.temporaryPath()));
+    const ino_t inode = inodeOf(call.temporaryPath());
+
+    call.completed({0});
+    QCOMPARE(uploads(), QStringList{call.archiveName()});
+    // The very file, so that nobody finds a part of it under the final name.
+    QCOMPARE(inodeOf(uploadPath() + QLatin1Char('/') + call.archiveName()), inode);
+    QCOMPARE(standardError.text(), QByteArray());
+}
+
+void ReporterTest::otherResultsAreFailures_data()
+{
+    QTest::addColumn<int>("resultCode");
+
+    QTest::newRow("a file changed as it was read") << 1;
+    QTest::newRow("tar's fatal error") << 2;
+    QTest::newRow("could not start, or crashed") << -1;
+}
+
+void ReporterTest::otherResultsAreFailures()
+{
+    QFETCH(int, resultCode);
+    const QString file = newFile(a);
+    makeReporter();
+    const StandardErrorCapture standardError;
+    m_reporter->createReport({file}, a);
+    QCOMPARE(calls().size(), 1);
+    QVERIFY(QFile::copy(file, calls().first().temporaryPath()));
+
+    calls().first().completed({resultCode});
+    QCOMPARE(uploads(), QStringList{calls().first().temporaryName()});
+    QCOMPARE(standardError.text(), failureMessage);
+}
+
+void ReporterTest::failedRenameIsIgnored()
+{
+    const QString file = newFile(a);
+    makeReporter();
+    const StandardErrorCapture standardError;
+    m_reporter->createReport({file}, a);
+    QCOMPARE(calls().size(), 1);
+    const Call call = calls().first();
+    call.completed({0}); // without a temporary file
+    QCOMPARE(uploads(), QStringList());
+
+    // An archive that is there already is not replaced.
+    QVERIFY(QFile::copy(file, call.temporaryPath()));
+    writeFile(uploadPath() + QLatin1Char('/') + call.archiveName(), "earlier");
+    call.completed({0});
+    QCOMPARE(uploads(), QStringList({call.archiveName(), call.temporaryName()}));
+    QCOMPARE(readFile(uploadPath() + QLatin1Char('/') + call.archiveName()), QByteArray("earlier"));
+    QCOMPARE(standardError.text(), QByteArray());
+}
+
+void ReporterTest::resultsMayComeInAnyOrderAndAfterTheReporterIsGone()
+{
+    const QString file = newFile(a);
+    makeReporter();
+    const StandardErrorCapture standardError;
+    for (const QString &name : {a, b, c})
+        m_reporter->createReport({file}, name);
+    m_reporter.reset();
+    QCOMPARE(calls().size(), 3);
+    for (const Call &call : std::as_const(calls()))
+        QVERIFY(QFile::copy(file, call.temporaryPath()));
+
+    calls().at(2).completed({0});
+    calls().at(0).completed({2});
+    calls().at(1).completed({0});
+    QCOMPARE(uploads(),
+             QStringList({calls().at(1).archiveName(), calls().at(2).archiveName(),
+                          calls().at(0).temporaryName()}));
+    QCOMPARE(standardError.text(), failureMessage);
+}
+
+// ---- The upload directory
+
+void ReporterTest::uploadDirectoryIsCreated_data()
+{
+    QTest::addColumn<QString>("directory");
+    QTest::addColumn<int>("mask");
+    QTest::addColumn<int>("mode");
+
+    const QString one = QStringLiteral("upload");
+    QTest::newRow("usual mask") << one << 0022 << 0777;
+    QTest::newRow("private mask") << one << 0077 << 0722;
+    QTest::newRow("no mask") << one << 0000 << 0777;
+    QTest::newRow("with its parents") << QStringLiteral("a/b/c/upload") << 0022 << 0777;
+    QTest::newRow("with a slash at the end") << QStringLiteral("a/upload/") << 0022 << 0777;
+}
+
+void ReporterTest::uploadDirectoryIsCreated()
+{
+    QFETCH(QString, directory);
+    QFETCH(int, mask);
+    QFETCH(int, mode);
+    const StandardErrorCapture standardError;
+    const mode_t previous = ::umask(static_cast<mode_t>(mask));
+    m_reporter.reset(new Reporter({}, path(directory), QStringLiteral("board")));
+    ::umask(previous);
+
+    QVERIFY(QFileInfo(path(directory)).isDir());
+    QCOMPARE(modeOf(path(directory)), mode);
+    // The parents keep what they were created with.
+    if (directory.startsWith(QStringLiteral("a/")))
+        QCOMPARE(modeOf(path(a)), 0755);
+    QCOMPARE(standardError.text(), QByteArray());
+}
+
+void ReporterTest::whatIsInPlaceOfTheUploadDirectoryIsLeftUntouched_data()
+{
+    QTest::addColumn<bool>("isDirectory");
+    QTest::addColumn<int>("mode");
+
+    QTest::newRow("a private directory") << true << 0700;
+    QTest::newRow("a usual directory") << true << 0755;
+    QTest::newRow("a directory that allows nothing") << true << 0000;
+    QTest::newRow("a file") << false << 0644;
+}
+
+void ReporterTest::whatIsInPlaceOfTheUploadDirectoryIsLeftUntouched()
+{
+    QFETCH(bool, isDirectory);
+    QFETCH(int, mode);
+    if (isDirectory)
+        QVERIFY(QDir().mkpath(uploadPath()));
+    else
+        writeFile(uploadPath(), "no directory");
+    QVERIFY(setMode(uploadPath(), mode));
+    const StandardErrorCapture standardError;
+    makeReporter();
+    QCOMPARE(modeOf(uploadPath()), mode);
+    QCOMPARE(QFileInfo(uploadPath()).isDir(), isDirectory);
+    QCOMPARE(standardError.text(), QByteArray());
+}
+
+void ReporterTest::uploadDirectoryThatCannotBeCreatedIsToldAtTheReport()
+{
+    const QString file = newFile(a);
+    const StandardErrorCapture standardError;
+    m_reporter.reset(new Reporter({}, file + QStringLiteral("/deep"), QString()));
+    QCOMPARE(standardError.text(), QByteArray());
+    m_reporter->createReport({file}, a);
+    QCOMPARE(standardError.text(), uploadPathMessage);
+    QCOMPARE(calls().size(), 1);
+}
+
+void ReporterTest::unremovableReportIsMentionedEachTime_data()
+{
+    QTest::addColumn<int>("mode");
+    QTest::addColumn<bool>("mentioned");
+
+    QTest::newRow("open to others alone") << 0702 << false;
+    QTest::newRow("sticky and open to all") << 01777 << false;
+    QTest::newRow("open to the group") << 0775 << true;
+    QTest::newRow("gone") << -1 << true;
+}
+
+void ReporterTest::unremovableReportIsMentionedEachTime()
+{
+    QFETCH(int, mode);
+    QFETCH(bool, mentioned);
+    const QString file = newFile(a);
+    makeReporter();
+    QVERIFY(mode == -1 ? QDir().rmdir(uploadPath()) : setMode(uploadPath(), mode));
+    const StandardErrorCapture standardError;
+    const QByteArray message = mentioned ? uploadPathMessage : QByteArray();
+    m_reporter->createReport({file}, a);
+    QCOMPARE(standardError.text(), message);
+    m_reporter->createReport({file}, b);
+    QCOMPARE(standardError.text(), message + message);
+    QCOMPARE(calls().size(), 2); // the reports are made all the same
 }
 
 QTEST_GUILESS_MAIN(ReporterTest)
