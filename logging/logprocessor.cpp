@@ -6,12 +6,12 @@
 #include "common/errorline.h"
 #include "logging/reportmarkers.h"
 
-#include <QDateTime>
 #include <QProcess>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -46,9 +46,9 @@ QByteArray takeOutput(QProcess *process, QProcess::ProcessChannel channel)
 } // namespace
 
 LogProcessor::LogProcessor(QProcess *process, const QString &fileName, quint32 maxSize,
-                           bool logTime)
+                           bool logTime, Clock clock)
     : m_process(process), m_fileName(fileName), m_rotatedFileName(fileName + QStringLiteral(".0")),
-      m_maxSize(maxSize), m_logTime(logTime)
+      m_maxSize(maxSize), m_logTime(logTime), m_clock(std::move(clock))
 {
     m_flushTimer.setInterval(flushIntervalMs);
     m_flushTimer.setSingleShot(true);
@@ -96,7 +96,7 @@ void LogProcessor::enableReports()
 
 void LogProcessor::flushOutput()
 {
-    // Standard output twice and standard error not at all is required, not a slip.
+    // The second finds nothing, and that empty chunk can bring a time line after the last words.
     on_process_readyReadStandardOutput();
     on_process_readyReadStandardOutput();
     on_flushTimer_timeout();
@@ -152,7 +152,7 @@ void LogProcessor::writeTimeStamp()
 {
     if (!m_atLineStart)
         return;
-    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    const qint64 now = m_clock();
     const qint64 second = now / msPerSecond;
     if (second == m_lastStampSecond)
         return;

@@ -2,10 +2,13 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QDateTime>
 #include <QFile>
 #include <QObject>
 #include <QString>
 #include <QTimer>
+
+#include <functional>
 
 class QProcess;
 
@@ -25,6 +28,9 @@ class LogProcessor : public QObject
     Q_OBJECT
 
 public:
+    /** Milliseconds since the epoch. */
+    using Clock = std::function<qint64()>;
+
     /**
      * Listens to @p process, which must outlive this object and is not owned.
      *
@@ -32,8 +38,10 @@ public:
      * @param fileName path of the log file; empty for none
      * @param maxSize size limit in bytes; 0 for no log file
      * @param logTime put a time line in front of new output when the second has changed
+     * @param clock the time of these lines
      */
-    LogProcessor(QProcess *process, const QString &fileName, quint32 maxSize, bool logTime);
+    LogProcessor(QProcess *process, const QString &fileName, quint32 maxSize, bool logTime,
+                 Clock clock = QDateTime::currentMSecsSinceEpoch);
 
     /**
      * Opens the log file, continuing an existing one; to be called once, before anything is
@@ -65,7 +73,8 @@ public:
 signals:
     /**
      * The application asked for a report named @p str that includes @p file, which may be empty.
-     * Emitted at most once per chunk of output, after the chunk was written.
+     * Emitted at most once per chunk of output, after the chunk was written. The receiver may call
+     * flushOutput(), also while that function emits it.
      */
     void reportString(QString file, QString str);
 
@@ -89,6 +98,7 @@ private:
     QString m_rotatedFileName;
     quint32 m_maxSize;
     bool m_logTime;
+    Clock m_clock;
     bool m_reportsEnabled = false;
     quint32 m_bytesWritten = 0;   // to the active file; wraps
     qint64 m_lastStampSecond = 0; // since the epoch
