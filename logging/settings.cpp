@@ -47,14 +47,14 @@ quint32 logFileSizeFromConf(const QString &confName)
 qint32 parseSize(const QString &text)
 {
     const QString lower = text.toLower();
-    const QChar suffix = lower.at(lower.size() - 1); // asserts on an empty text, as it must
+    const QChar suffix = lower.at(lower.size() - 1); // whose assertion an empty text fails
     quint32 factor = 1;
     if (suffix == QLatin1Char('k'))
         factor = 1024;
     else if (suffix == QLatin1Char('m'))
         factor = 1048576;
-    // The last character goes whatever it was: a number without a suffix loses its last digit.
-    // Existing command lines and documents are written for that, so it must stay.
+    // The last character goes whatever it was, which is what command lines and documents are
+    // written for: "10240" means 1024 bytes.
     const int number = lower.leftRef(lower.size() - 1).toInt();
     // Unsigned, because the product has to wrap.
     return static_cast<qint32>(factor * static_cast<quint32>(number));

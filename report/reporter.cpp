@@ -20,7 +20,8 @@ namespace {
 
 constexpr qint32 maxReportsPerName = 5;
 constexpr qint64 minIntervalMs = 30000;
-constexpr int handlerNumber = 1000; // with the flag, as the maker's process handler is to be called
+// What the maker's process handler is told with each archive; the stand-in ignores both.
+constexpr int handlerNumber = 1000;
 constexpr bool handlerFlag = true;
 
 // Group and others may write, so that the component that collects archives can remove them.
@@ -117,8 +118,8 @@ bool Reporter::accept(const QString &name)
     HistoryRecord &record = m_history[name];
     if (record.count >= maxReportsPerName)
         return false;
-    // A new record says 0, so that nothing is accepted within the clock's first 30 s either. That
-    // is required, though a board that has just been restarted may then miss its first report.
+    // A new record says 0, so that nothing is accepted within the clock's first 30 s either: a
+    // board that has just been restarted may miss its first report.
     const qint64 nowMs = m_clock();
     if (nowMs - record.lastMs < minIntervalMs)
         return false;
