@@ -171,13 +171,14 @@ void Watchdog::watchProcesses()
 
 void Watchdog::watchProcess(const PynxWatchdogWatchProcess &process)
 {
-    int id = 0;
-    const bool watched = QMetaObject::invokeMethod(
-        m_loadStat, "do_watchProcessLoad", Qt::BlockingQueuedConnection, Q_RETURN_ARG(int, id),
-        Q_ARG(QString, process.name()), Q_ARG(QStringList, toStrings(process.arguments())),
-        Q_ARG(int, process.period()), Q_ARG(int, process.maxLoad()),
-        Q_ARG(bool, process.threadInfo()), Q_ARG(int, notFoundPeriodSec));
-    Q_ASSERT(watched);
+    WatchEntry entry;
+    entry.name = process.name();
+    entry.args = toStrings(process.arguments());
+    entry.period = process.period();
+    entry.cpuLoad = process.maxLoad();
+    entry.readThreads = process.threadInfo();
+    entry.notFoundPeriod = notFoundPeriodSec;
+    const int id = watch(m_loadStat, entry);
     m_watched.insert(id, {process.maxReports(), 0, process.logFile()});
 }
 

@@ -52,12 +52,13 @@ int main(int argc, char *argv[])
 
     const QStringList names = parser.positionalArguments();
     for (const QString &name : names) {
-        int id = -1;
-        QMetaObject::invokeMethod(stat, "do_watchProcessLoad", Qt::BlockingQueuedConnection,
-                                  Q_RETURN_ARG(int, id), Q_ARG(QString, name),
-                                  Q_ARG(QStringList, QStringList()), Q_ARG(int, 1),
-                                  Q_ARG(int, parser.isSet(alarm) ? alwaysReached : unreachable),
-                                  Q_ARG(bool, parser.isSet(threads)), Q_ARG(int, notFoundPeriod));
+        WatchEntry entry;
+        entry.name = name;
+        entry.period = 1;
+        entry.cpuLoad = parser.isSet(alarm) ? alwaysReached : unreachable;
+        entry.readThreads = parser.isSet(threads);
+        entry.notFoundPeriod = notFoundPeriod;
+        watch(stat, entry);
     }
     const int wanted = parser.value(samples).toInt();
     int taken = 0;

@@ -8,6 +8,7 @@
 #include "platform/pynx_api.h"
 
 #include <QStringBuilder>
+#include <QThread>
 #include <QVector>
 
 #include <algorithm>
@@ -44,10 +45,11 @@ bool isHigher(const ThreadLoad &left, const ThreadLoad &right)
 
 } // namespace
 
-SystemLoadStat::SystemLoadStat(QString procRoot) : m_procRoot(std::move(procRoot))
+SystemLoadStat::SystemLoadStat(const QString &procRoot, bool raisePriority) : ProcessTable(procRoot)
 {
     checkedConnect(&cpuLoadTimer, &QTimer::timeout, this, &SystemLoadStat::on_cpuLoadTimer_timeout);
-    raiseThreadPriority();
+    if (raisePriority)
+        raiseThreadPriority();
 }
 
 void SystemLoadStat::on_cpuLoadTimer_timeout()
@@ -219,4 +221,18 @@ qint64 SystemLoadStat::nowMs()
     timespec now = {};
     ::clock_gettime(CLOCK_MONOTONIC, &now);
     return now.tv_sec * msPerSecond + now.tv_nsec / nsPerMs;
+}
+
+int watch(SystemLoadStat *stat, const WatchEntry &entry)
+{
+    const bool isOnItsThread = stat->thread() == QThread::currentThread();
+    int id = -1;
+    const bool called = QMetaObject::invokeMethod(
+        stat, "do_watchProcessLoad",
+        isOnItsThread ? Qt::DirectConnection : Qt::BlockingQueuedConnection, Q_RETURN_ARG(int, id),
+        Q_ARG(QString, entry.name), Q_ARG(QStringList, entry.args), Q_ARG(int, entry.period),
+        Q_ARG(int, entry.cpuLoad), Q_ARG(bool, entry.readThreads),
+        Q_ARG(int, entry.notFoundPeriod));
+    Q_ASSERT(called);
+    return id;
 }

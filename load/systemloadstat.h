@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "load/processtable.h"
 #include "load/statrecord.h"
 #include "load/watchentry.h"
 
@@ -19,54 +20,21 @@
  * of lines ready for a log, and of a process that stays absent. It writes nothing itself.
  *
  * The object is constructed on the thread it is to live on, see NewQThread, and makes a real-time
- * thread of it. Other threads reach it by calling its slots by name, queued; the functions of the
- * process table are for that one thread too.
+ * thread of it. Other threads reach it with watch() and by calling its slots by name, queued; the
+ * functions of the process table are for its own thread too.
  */
-class SystemLoadStat : public QObject
+class SystemLoadStat : public QObject, public ProcessTable
 {
     Q_OBJECT
 
 public:
-    /** @param procRoot where the process file system lies; an absolute path */
-    explicit SystemLoadStat(QString procRoot = QStringLiteral("/proc"));
-
-    // The process table, read afresh at every call; nothing is kept and nothing printed.
-
     /**
-     * Stores in @p total the time of all processors together since the machine's start, idle time
-     * included, in clock ticks. Returns 0, or -1 when it cannot be read; @p total is then left as
-     * it is.
+     * @param procRoot where the process file system lies; an absolute path
+     * @param raisePriority whether the calling thread is to run in real time, see
+     * raiseThreadPriority()
      */
-    int readCpuTotal(quint64 &total) const;
-
-    /**
-     * Reads the stat file at @p path, of a process or a thread, into @p record. Returns 0, or -1
-     * with a reset @p record when the file is not there or its process ends at that moment. A line
-     * that is not a stat line's length ends the program with a failed assertion.
-     */
-    int readStatFile(const QString &path, StatRecord &record) const;
-
-    /**
-     * Reads the machine-wide counter, the process @p pid and, with @p readThreads, its threads into
-     * @p sample, which is to be fresh. Returns 0, or a negative value when any of them cannot be
-     * read; @p sample then keeps what was read before.
-     */
-    int readProcessSample(int pid, bool readThreads, ProcessSample &sample) const;
-
-    /**
-     * The process id in the stat file at @p path when the command name in it, trimmed, is @p name;
-     * 0 when it is another, -1 when the file cannot be opened.
-     */
-    int pidIfNameMatches(const QString &path, const QString &name) const;
-
-    /**
-     * Whether the command line in the file at @p path holds each of @p args as one of its elements,
-     * the program included, in any order. One that cannot be opened matches.
-     */
-    bool argsMatch(const QString &path, const QStringList &args) const;
-
-    /** The first process listed that has this name and these arguments, or 0. */
-    int findPidByNameAndArgs(const QString &name, const QStringList &args) const;
+    explicit SystemLoadStat(const QString &procRoot = QStringLiteral("/proc"),
+                            bool raisePriority = true);
 
 signals:
     /** The process of the watch id @p id was at or over its threshold; @p data are lines for a log.
@@ -99,7 +67,7 @@ private slots:
     /** Takes a first sample and starts the ticks. */
     void do_start();
 
-    /** Stops the ticks; do_start() goes on with the counts as they are. */
+    /** Stops the ticks; do_start() goes on with the counts as they are. The program never does. */
     void do_stop();
 
 private:
@@ -107,11 +75,6 @@ private:
     void takeSample(QHash<int, ProcessSample> &out);
     void lookUp(int id, WatchEntry &entry);
     void compareSamples(int id, const ProcessSample &current, const ProcessSample &previous);
-
-    // The process table.
-    int readStatFileAt(int directory, const char *path, StatRecord &record) const;
-    int readThreadsOf(int pid, QHash<int, StatRecord> &threads) const;
-    int pidIfNameMatchesAt(int directory, const char *path, const QString &name) const;
 
     // The lines of an alarm.
     static QString headerLine(const ProcessSample &sample, const WatchEntry &entry);
@@ -130,5 +93,10 @@ private:
     QHash<int, ExceedState> m_exceeded;
     qint64 m_lastTickMs = 0; // monotonic clock
     qint64 m_elapsedMs = 0;  // between the last two ticks
-    QString m_procRoot;
 };
+
+/**
+ * Has @p stat watch the process that @p entry describes and returns its watch id. Any thread; the
+ * caller is blocked until the thread of @p stat has taken the entry over.
+ */
+int watch(SystemLoadStat *stat, const WatchEntry &entry);

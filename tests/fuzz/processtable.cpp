@@ -7,7 +7,6 @@
 #include "fuzz.h"
 #include "inputfile.h"
 #include "load/systemloadstat.h"
-#include "schedulingcapture.h"
 
 #include <QDir>
 #include <QFile>
@@ -20,10 +19,10 @@ constexpr const char *names[fileCount] = {"stat", "7/stat", "7/task/7/stat", "7/
                                           "7/cmdline"};
 
 // Links to files in memory: to write those anew costs less than to make and remove files.
-class ProcessTable
+class WrittenTable
 {
 public:
-    ProcessTable()
+    WrittenTable()
     {
         QDir(root()).mkpath(QStringLiteral("7/task/7"));
         QDir(root()).mkpath(QStringLiteral("7/task/8"));
@@ -56,21 +55,24 @@ void call(SystemLoadStat &stat, const char *slot)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
-    static const ProcessTable table;
+    static const WrittenTable table;
     QByteArrayList files =
         QByteArray(reinterpret_cast<const char *>(data), static_cast<int>(size)).split('\x1e');
     QStringList args = QString::fromUtf8(files.takeFirst()).split(QChar::Null);
     const QString name = args.takeFirst();
 
-    SystemLoadStat stat(table.root());
-    takeSchedulingRequests(); // which would pile up
+    SystemLoadStat stat(table.root(), false);
     QObject::connect(&stat, &SystemLoadStat::cpuLoadExceed, [](int id, const QStringList &lines) {
         Q_ASSERT(id == 0 && lines.size() > 1);
     });
-    const bool watched = QMetaObject::invokeMethod(
-        &stat, "do_watchProcessLoad", Q_ARG(QString, name), Q_ARG(QStringList, args), Q_ARG(int, 2),
-        Q_ARG(int, 50), Q_ARG(bool, true), Q_ARG(int, 2));
-    Q_ASSERT(watched);
+    WatchEntry entry;
+    entry.name = name;
+    entry.args = args;
+    entry.period = 2;
+    entry.cpuLoad = 50;
+    entry.readThreads = true;
+    entry.notFoundPeriod = 2;
+    watch(&stat, entry);
 
     for (bool started = false; files.size() >= fileCount; started = true) {
         bool readable = true;

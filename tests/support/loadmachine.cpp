@@ -13,7 +13,7 @@ constexpr int timeSize = 23; // of a line, before the blank
 } // namespace
 
 LoadMachine::LoadMachine()
-    : stat(proc.root()), alarms(&stat, &SystemLoadStat::cpuLoadExceed),
+    : stat(proc.root(), false), alarms(&stat, &SystemLoadStat::cpuLoadExceed),
       absences(&stat, &SystemLoadStat::notFound)
 {
     proc.setCpuTotal(1000);
@@ -22,11 +22,14 @@ LoadMachine::LoadMachine()
 int LoadMachine::watch(const QString &name, int period, int cpuLoad, bool threads,
                        int notFoundPeriod, const QStringList &args)
 {
-    int id = -1;
-    call("do_watchProcessLoad", Q_RETURN_ARG(int, id), Q_ARG(QString, name),
-         Q_ARG(QStringList, args), Q_ARG(int, period), Q_ARG(int, cpuLoad), Q_ARG(bool, threads),
-         Q_ARG(int, notFoundPeriod));
-    return id;
+    WatchEntry entry;
+    entry.name = name;
+    entry.args = args;
+    entry.period = period;
+    entry.cpuLoad = cpuLoad;
+    entry.readThreads = threads;
+    entry.notFoundPeriod = notFoundPeriod;
+    return ::watch(&stat, entry);
 }
 
 void LoadMachine::remove(int id)

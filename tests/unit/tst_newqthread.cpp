@@ -5,11 +5,10 @@
 #include "load/newqthread.h"
 #include "load/systemloadstat.h"
 #include "qtsynchronisation.h"
+#include "testfiles.h"
 
 #include <QDir>
 #include <QPointer>
-#include <QProcess>
-#include <QScopedPointer>
 #include <QSemaphore>
 #include <QtTest>
 
@@ -17,15 +16,9 @@
 #include <thread>
 #include <utility>
 
-#include <grp.h>
-#include <sched.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 namespace {
-
-constexpr uid_t nobody = 65534;
-const char unprivilegedRun[] = "--unprivileged-run";
 
 /** A worker that notes where and from what it was constructed. */
 class Worker : public QObject
@@ -88,12 +81,6 @@ private:
     }
 };
 
-QByteArray contentOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 // The threads of this process that have this name.
 QList<pid_t> threadsNamed(const QByteArray &name)
 {
@@ -101,7 +88,7 @@ QList<pid_t> threadsNamed(const QByteArray &name)
     const QStringList ids =
         QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
     for (const QString &id : ids) {
-        if (contentOf(QStringLiteral("/proc/self/task/%1/comm").arg(id)) == name + '\n')
+        if (readFile(QStringLiteral("/proc/self/task/%1/comm").arg(id)) == name + '\n')
             threads += id.toInt();
     }
     return threads;
@@ -117,49 +104,14 @@ void end(T *worker)
     QTRY_VERIFY(thread.isNull());
 }
 
-int watch(SystemLoadStat *stat, const QString &name, int notFoundPeriod)
+WatchEntry entryFor(const QString &name)
 {
-    int id = -1;
-    const bool called = QMetaObject::invokeMethod(
-        stat, "do_watchProcessLoad", Qt::BlockingQueuedConnection, Q_RETURN_ARG(int, id),
-        Q_ARG(QString, name), Q_ARG(QStringList, QStringList()), Q_ARG(int, 1), Q_ARG(int, 0),
-        Q_ARG(bool, true), Q_ARG(int, notFoundPeriod));
-    return called ? id : -1;
-}
-
-// Whether a thread of this process may be given real-time scheduling; tried on one of its own.
-bool mayRunInRealTime()
-{
-    bool allowed = false;
-    std::thread([&allowed] {
-        sched_param parameters = {};
-        parameters.sched_priority = ::sched_get_priority_max(SCHED_RR);
-        allowed = ::sched_setscheduler(0, SCHED_RR, &parameters) == 0;
-    }).join();
-    return allowed;
-}
-
-// A name for this process that another run of this test on the same machine does not have.
-void takeOwnName()
-{
-    pynxSetThreadName(QStringLiteral("test-%1").arg(::getpid()));
-}
-
-// What another user's process with no right to real time goes through: exit code 0 when the load
-// watcher worked all the same.
-int runUnprivileged()
-{
-    const rlimit none = {0, 0};
-    const bool dropped = ::setrlimit(RLIMIT_RTPRIO, &none) == 0
-        && (::getuid() != 0 || (::setgroups(0, nullptr) == 0 && ::setuid(nobody) == 0));
-    if (!dropped || mayRunInRealTime())
-        return 2;
-    takeOwnName();
-    SystemLoadStat *stat = NewQThread<SystemLoadStat>::create(QStringLiteral("SystemLoad"));
-    watch(stat, QString::fromUtf8(contentOf(QStringLiteral("/proc/self/comm")).trimmed()), 0);
-    const Receiver receiver(stat);
-    QMetaObject::invokeMethod(stat, "do_start");
-    return QTest::qWaitFor([&receiver] { return !receiver.alarms.isEmpty(); }, 30000) ? 0 : 1;
+    WatchEntry entry;
+    entry.name = name;
+    entry.period = 1;
+    entry.readThreads = true;
+    entry.notFoundPeriod = 1;
+    return entry;
 }
 
 } // namespace
@@ -179,13 +131,12 @@ private slots:
     void manyAtOnce();
 
     void loadWatcherAnswersAcrossThreads();
-    void loadWatcherRunsInRealTimeAlone();
-    void loadWatcherWorksWithoutPrivilege();
 };
 
 void NewQThreadTest::initTestCase()
 {
-    takeOwnName();
+    // A name that another run of this test on the same machine does not have.
+    pynxSetThreadName(QStringLiteral("test-%1").arg(::getpid()));
 }
 
 void NewQThreadTest::workerLivesOnTheNewThread()
@@ -253,11 +204,11 @@ void NewQThreadTest::threadBearsTheName()
 {
     QFETCH(QString, name);
     QFETCH(QByteArray, kernelName);
-    const QByteArray ownName = contentOf(QStringLiteral("/proc/self/comm"));
+    const QByteArray ownName = readFile(QStringLiteral("/proc/self/comm"));
     Worker *worker = NewQThread<Worker>::create(name);
     QCOMPARE(threadsNamed(kernelName).size(), 1);
     QVERIFY(!threadsNamed(kernelName).contains(::getpid()));
-    QCOMPARE(contentOf(QStringLiteral("/proc/self/comm")), ownName);
+    QCOMPARE(readFile(QStringLiteral("/proc/self/comm")), ownName);
     end(worker);
     // The kernel's thread ends a moment after the thread object is finished.
     QTRY_COMPARE(threadsNamed(kernelName).size(), 0);
@@ -296,9 +247,9 @@ void NewQThreadTest::loadWatcherAnswersAcrossThreads()
     SystemLoadStat *stat = NewQThread<SystemLoadStat>::create(QStringLiteral("SystemLoad"));
     const Receiver receiver(stat);
     const QString ownName =
-        QString::fromUtf8(contentOf(QStringLiteral("/proc/self/comm")).trimmed());
-    QCOMPARE(watch(stat, ownName, 1), 0);
-    QCOMPARE(watch(stat, QStringLiteral("nobody at all"), 1), 1);
+        QString::fromUtf8(readFile(QStringLiteral("/proc/self/comm")).trimmed());
+    QCOMPARE(watch(stat, entryFor(ownName)), 0);
+    QCOMPARE(watch(stat, entryFor(QStringLiteral("nobody at all"))), 1);
     QVERIFY(QMetaObject::invokeMethod(stat, "do_start"));
     QTRY_VERIFY_WITH_TIMEOUT(!receiver.alarms.isEmpty() && !receiver.absences.isEmpty(), 30000);
     QCOMPARE(receiver.alarms.first(), 0);
@@ -313,55 +264,16 @@ void NewQThreadTest::loadWatcherAnswersAcrossThreads()
 
     // Entries come and go while it runs.
     QVERIFY(QMetaObject::invokeMethod(stat, "do_removeProcessLoad", Q_ARG(int, 0)));
-    QCOMPARE(watch(stat, ownName, 1), 2);
+    QCOMPARE(watch(stat, entryFor(ownName)), 2);
     QTRY_VERIFY_WITH_TIMEOUT(receiver.alarms.last() == 2, 30000);
     QVERIFY(receiver.isOnItsThread);
     QVERIFY(QMetaObject::invokeMethod(stat, "do_stop"));
     end(stat);
 }
 
-void NewQThreadTest::loadWatcherRunsInRealTimeAlone()
-{
-    if (!mayRunInRealTime())
-        QSKIP("real-time scheduling is not allowed here");
-    const int ownPolicy = ::sched_getscheduler(0);
-    SystemLoadStat *stat = NewQThread<SystemLoadStat>::create(QStringLiteral("SystemLoad"));
-    QTRY_COMPARE(threadsNamed("SystemLoad").size(), 1); // the previous test's may not be gone yet
-    const pid_t thread = threadsNamed("SystemLoad").value(0);
-    QCOMPARE(::sched_getscheduler(thread), SCHED_RR);
-    sched_param parameters = {};
-    QCOMPARE(::sched_getparam(thread, &parameters), 0);
-    QCOMPARE(parameters.sched_priority, ::sched_get_priority_max(SCHED_RR));
-
-    QCOMPARE(ownPolicy, SCHED_OTHER);
-    QCOMPARE(::sched_getscheduler(0), ownPolicy);
-    // Nor is it handed on to a thread that is made later.
-    Worker *worker = NewQThread<Worker>::create(QStringLiteral("made later"));
-    QCOMPARE(::sched_getscheduler(threadsNamed("made later").value(0)), ownPolicy);
-    end(worker);
-    end(stat);
-}
-
-void NewQThreadTest::loadWatcherWorksWithoutPrivilege()
-{
-    if (runsUnderEmulation())
-        QSKIP("the namespace of the emulation holds no other user");
-    QProcess run;
-    run.start(QCoreApplication::applicationFilePath(), {QString::fromLatin1(unprivilegedRun)});
-    QVERIFY(run.waitForFinished(60000));
-    QCOMPARE(run.exitStatus(), QProcess::NormalExit);
-    QCOMPARE(run.readAllStandardError(), QByteArray("Cannot set priority\n"));
-    QCOMPARE(run.exitCode(), 0);
-}
-
 int main(int argc, char *argv[])
 {
     const SynchronisedApplication app(argc, argv);
-    if (argc == 2 && qstrcmp(argv[1], unprivilegedRun) == 0) {
-        const int code = runUnprivileged();
-        std::fflush(nullptr);
-        ::_exit(code); // as the supervisor ends: with the thread running
-    }
     NewQThreadTest test;
     return QTest::qExec(&test, argc, argv);
 }

@@ -1,7 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
+#include "load/processtable.h"
+
 #include "load/statline.h"
-#include "load/systemloadstat.h"
 #include "load/textfile.h"
 
 #include <QFile>
@@ -11,6 +12,7 @@
 #include <iterator>
 #include <memory>
 #include <numeric>
+#include <utility>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -39,12 +41,52 @@ const char *nextId(const Directory &directory)
     return nullptr;
 }
 
+// A relative path starts at the open directory: the kernel has less of it to look up.
+int readStatFileAt(int directory, const char *path, StatRecord &record)
+{
+    record = StatRecord();
+    FileText text;
+    // Empty is what remains to be read of a process that ended after the file was opened.
+    if (!readTextFile(directory, path, text) || text.isEmpty())
+        return -1;
+    record = StatLine(text.constData(), text.size()).record();
+    return 0;
+}
+
+int readThreadsIn(const QString &tasks, QHash<int, StatRecord> &threads)
+{
+    const Directory directory = openDirectory(tasks);
+    if (!directory)
+        return -1;
+    while (const char *id = nextId(directory)) {
+        StatRecord thread;
+        const QByteArray path = QByteArray(id) + "/stat";
+        if (readStatFileAt(::dirfd(directory.get()), path.constData(), thread) < 0)
+            return -1;
+        threads.insert(thread.pid, thread);
+    }
+    return 0;
+}
+
+int pidIfNameMatchesAt(int directory, const char *path, const QString &name)
+{
+    FileText text;
+    if (!readTextFile(directory, path, text))
+        return -1;
+    const StatLine line(text.constData(), text.size());
+    return line.name().trimmed() == name ? line.pid() : 0;
+}
+
 } // namespace
 
-int SystemLoadStat::readCpuTotal(quint64 &total) const
+ProcessTable::ProcessTable(QString root) : m_root(std::move(root))
+{ }
+
+int ProcessTable::readCpuTotal(quint64 &total) const
 {
-    // "e" keeps the descriptor from the children that the other thread may start at this moment.
-    FILE *file = std::fopen((m_procRoot + QStringLiteral("/stat")).toUtf8().constData(), "re");
+    // Only the beginning is wanted of a file that is long where there are many processors. The "e"
+    // keeps the descriptor from the children that the other thread may start at this moment.
+    FILE *file = std::fopen((m_root + QStringLiteral("/stat")).toUtf8().constData(), "re");
     if (file == nullptr)
         return -1;
     // Without a buffer of its own the stream would ask for the file's block size and allocate one.
@@ -65,23 +107,12 @@ int SystemLoadStat::readCpuTotal(quint64 &total) const
     return 0;
 }
 
-int SystemLoadStat::readStatFile(const QString &path, StatRecord &record) const
+int ProcessTable::readStatFile(const QString &path, StatRecord &record) const
 {
     return readStatFileAt(AT_FDCWD, path.toUtf8().constData(), record);
 }
 
-int SystemLoadStat::readStatFileAt(int directory, const char *path, StatRecord &record) const
-{
-    record = StatRecord();
-    FileText text;
-    // Empty is what remains to be read of a process that ended after the file was opened.
-    if (!readTextFile(directory, path, text) || text.isEmpty())
-        return -1;
-    record = StatLine(text.constData(), text.size()).record();
-    return 0;
-}
-
-int SystemLoadStat::readProcessSample(int pid, bool readThreads, ProcessSample &sample) const
+int ProcessTable::readProcessSample(int pid, bool readThreads, ProcessSample &sample) const
 {
     quint64 cpuTotal = 0;
     if (const int result = readCpuTotal(cpuTotal); result < 0)
@@ -89,49 +120,24 @@ int SystemLoadStat::readProcessSample(int pid, bool readThreads, ProcessSample &
     sample.cpuTotal = cpuTotal;
 
     StatRecord process;
-    const QString directory = m_procRoot + QLatin1Char('/') + QString::number(pid);
+    const QString directory = m_root + QLatin1Char('/') + QString::number(pid);
     if (const int result = readStatFile(directory + QStringLiteral("/stat"), process); result < 0)
         return result;
     static_cast<StatRecord &>(sample) = process;
 
-    return readThreads ? readThreadsOf(pid, sample.threads) : 0;
+    return readThreads ? readThreadsIn(directory + QStringLiteral("/task"), sample.threads) : 0;
 }
 
-int SystemLoadStat::readThreadsOf(int pid, QHash<int, StatRecord> &threads) const
-{
-    const Directory directory =
-        openDirectory(QStringLiteral("%1/%2/task").arg(m_procRoot, QString::number(pid)));
-    if (!directory)
-        return -1;
-    while (const char *id = nextId(directory)) {
-        StatRecord thread;
-        const QByteArray path = QByteArray(id) + "/stat";
-        if (readStatFileAt(::dirfd(directory.get()), path.constData(), thread) < 0)
-            return -1;
-        threads.insert(thread.pid, thread);
-    }
-    return 0;
-}
-
-int SystemLoadStat::pidIfNameMatches(const QString &path, const QString &name) const
+int ProcessTable::pidIfNameMatches(const QString &path, const QString &name) const
 {
     return pidIfNameMatchesAt(AT_FDCWD, path.toUtf8().constData(), name);
 }
 
-int SystemLoadStat::pidIfNameMatchesAt(int directory, const char *path, const QString &name) const
-{
-    FileText text;
-    if (!readTextFile(directory, path, text))
-        return -1;
-    const StatLine line(text.constData(), text.size());
-    return line.name().trimmed() == name ? line.pid() : 0;
-}
-
-bool SystemLoadStat::argsMatch(const QString &path, const QStringList &args) const
+bool ProcessTable::argsMatch(const QString &path, const QStringList &args) const
 {
     if (args.isEmpty())
         return true;
-    QFile file(path);
+    QFile file(path); // not as text: a carriage return belongs to its argument
     // A process whose arguments are kept from this one is taken for the one that is meant.
     if (!file.open(QIODevice::ReadOnly))
         return true;
@@ -142,9 +148,9 @@ bool SystemLoadStat::argsMatch(const QString &path, const QStringList &args) con
     return missing.isEmpty();
 }
 
-int SystemLoadStat::findPidByNameAndArgs(const QString &name, const QStringList &args) const
+int ProcessTable::findPidByNameAndArgs(const QString &name, const QStringList &args) const
 {
-    const Directory directory = openDirectory(m_procRoot);
+    const Directory directory = openDirectory(m_root);
     if (!directory)
         return 0;
     while (const char *id = nextId(directory)) {
@@ -152,8 +158,7 @@ int SystemLoadStat::findPidByNameAndArgs(const QString &name, const QStringList 
         const int pid = pidIfNameMatchesAt(::dirfd(directory.get()), path.constData(), name);
         if (pid < 1)
             continue;
-        const QString commandLine =
-            QStringLiteral("%1/%2/cmdline").arg(m_procRoot, QLatin1String(id));
+        const QString commandLine = QStringLiteral("%1/%2/cmdline").arg(m_root, QLatin1String(id));
         if (argsMatch(commandLine, args))
             return pid;
     }
