@@ -42,7 +42,7 @@ class Board:
         self._runs = runs.Runs()
         os.makedirs(paths.RUN, exist_ok=True)
         places.link_commands()
-        self._driver = Driver(configuration.watchdog_maximum)
+        self._driver = Driver()
         self._watchdog = WatchdogServer(self._selector, log, self._driver)
         self._system_log = SystemLogServer(self._selector, log)
         self._tools = ToolServer(self._selector, log, {
@@ -111,7 +111,7 @@ class Board:
         self._system_log.drain()
         self._tools.drop_connections()
         self._watchdog.drop_connections()
-        self._driver.reset(by_expiry=reason == WATCHDOG_DEVICE)
+        self._driver.reset()
         places.empty_volatile()
         if self._ended:
             return

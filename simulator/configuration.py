@@ -43,14 +43,12 @@ class Configuration:
     tools: dict[str, str] = field(default_factory=dict)
     read_only_root: bool = False
     watchdog_device: bool = True
-    watchdog_maximum: int = 3600
     directories: list[str] = field(default_factory=lambda: list(DEFAULT_DIRECTORIES))
     spaces: dict[str, int] = field(default_factory=dict)
     environment: dict[str, str] = field(default_factory=dict)
     bad_boots: int = 3
     boots: int = 0
     binds: list[Bind] = field(default_factory=list)
-    working_directory: str = "/"
     launcher: list[str] = field(default_factory=list)
 
     def save(self, path: Path) -> None:

@@ -46,9 +46,9 @@ class Device:
         `settings_default` starts from the directory of that name beside `program`.
     tools
         Behaviour by tool: "normal", "fail", "fail=N", "hang", "absent", for reboot also "return".
-    watchdog_device, watchdog_maximum, watchdog_library
-        Whether /dev/watchdog exists, the longest time-out in seconds that its driver grants, and
-        the library to preload (by default the one of the build that `program` comes from).
+    watchdog_device, watchdog_library
+        Whether /dev/watchdog exists, and the library to preload (by default the one of the build
+        that `program` comes from).
     directories
         Directories made at every boot, as a board's start-up scripts do.
     spaces
@@ -56,9 +56,6 @@ class Device:
     bad_boots, boots
         Boots without cleared flags before the fallback system; boots after which a further reset
         ends the simulation (0: no limit).
-    boot_state
-        What the boot loader finds at the first boot; by default what the directory holds, or a
-        fresh one.
     launcher
         The command that executes the supervisor, such as prlimit, strace -D or a shell, with its
         options: the program and its arguments are put behind. It must keep its process number.
@@ -70,32 +67,27 @@ class Device:
                  tools: Mapping[str, str] | None = None,
                  read_only_root: bool = False,
                  watchdog_device: bool = True,
-                 watchdog_maximum: int = 3600,
                  watchdog_library: Path | str | None = None,
                  directories: Sequence[str] = DEFAULT_DIRECTORIES,
                  spaces: Mapping[str, str | int] | None = None,
                  environment: Mapping[str, str] | None = None,
                  bad_boots: int = 3,
                  boots: int = 0,
-                 boot_state: BootState | None = None,
                  binds: Sequence[Bind] = (),
-                 working_directory: str = "/",
                  launcher: Sequence[str] = ()) -> None:
         self.directory = Path(directory).resolve()
         self.program = Path(program).resolve()
         self._settings = None if settings is None else dict(settings)
         self._settings_default = dict(settings_default or {})
-        self._boot_state = boot_state
         self._binds = list(binds)
         self._library = Path(watchdog_library) if watchdog_library else None
         self._configuration = Configuration(
             directory=str(self.directory), arguments=list(arguments), tools=dict(tools or {}),
             read_only_root=read_only_root, watchdog_device=watchdog_device,
-            watchdog_maximum=watchdog_maximum,
             directories=list(directories),
             spaces={place: size_in_bytes(size) for place, size in (spaces or {}).items()},
             environment=dict(environment or {}), bad_boots=bad_boots, boots=boots,
-            working_directory=working_directory, launcher=list(launcher))
+            launcher=list(launcher))
         self._box: Box | None = None
         self.trace: Trace | None = None
         """Finds remains of the device; the caller closes it. While the device runs it finds all."""
@@ -325,9 +317,6 @@ class Device:
         preparation.make_places(self.directory)
         preparation.write_settings(self.directory, self.program, self._settings,
                                    self._settings_default)
-        if self._boot_state is not None:
-            (self.directory / paths.BOOT_LOADER).write_text(self._boot_state.to_json(),
-                                                            encoding="utf-8")
         configuration.binds = [*self._binds, Bind(str(self.program), PROGRAM)]
         if configuration.watchdog_device:
             configuration.binds.append(Bind(str(self._find_library()), paths.WATCHDOG_LIBRARY))

@@ -128,7 +128,7 @@ class Supervisor:
         try:
             self._process = subprocess.Popen(
                 command, stdin=subprocess.DEVNULL, stdout=out, stderr=err, env=environment,
-                cwd=self._configuration.working_directory, start_new_session=True)
+                cwd="/", start_new_session=True)
         finally:
             os.close(out)
             os.close(err)

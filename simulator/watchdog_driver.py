@@ -14,18 +14,14 @@ DEFAULT_TIMEOUT = 60
 """Seconds from the opening to the reset when nobody sets another time-out."""
 
 IOCTLS = {
-    0x80045701: "WDIOC_GETSTATUS",
-    0x80045702: "WDIOC_GETBOOTSTATUS",
     0x80045704: "WDIOC_SETOPTIONS",
     0x80045705: "WDIOC_KEEPALIVE",
     0xC0045706: "WDIOC_SETTIMEOUT",
     0x80045707: "WDIOC_GETTIMEOUT",
-    0x8004570A: "WDIOC_GETTIMELEFT",
 }
 
 _DISABLE_CARD = 1
 _ENABLE_CARD = 2
-_CARD_RESET = 0x20
 _MAGIC_CLOSE = b"V"
 
 
@@ -40,22 +36,16 @@ class Answer:
 class Driver:
     """One device. Times are seconds of one monotonic clock."""
 
-    def __init__(self, maximum: int) -> None:
-        self._maximum = maximum
-        self._reset_board_before = False
-        self._power_on()
+    def __init__(self) -> None:
+        self.reset()
 
-    def _power_on(self) -> None:
-        self.timeout = min(DEFAULT_TIMEOUT, self._maximum)
+    def reset(self) -> None:
+        """The board is switched on or reset: the device starts anew."""
+        self.timeout = DEFAULT_TIMEOUT
         self.armed = False
         self.is_open = False
         self.last_feed = 0.0
         self._may_close = False
-
-    def reset(self, by_expiry: bool) -> None:
-        """The board is reset: the device starts anew, but knows whether it was the reason."""
-        self._reset_board_before = by_expiry
-        self._power_on()
 
     @property
     def deadline(self) -> float | None:
@@ -94,19 +84,13 @@ class Driver:
             case "WDIOC_SETTIMEOUT":
                 if value < 1:
                     return Answer(errno.EINVAL, value)
-                self.timeout = min(value, self._maximum)
+                self.timeout = value
                 self.last_feed = now
                 return Answer(0, self.timeout)
             case "WDIOC_GETTIMEOUT":
                 return Answer(0, self.timeout)
-            case "WDIOC_GETTIMELEFT":
-                return Answer(0, max(0, int(self.last_feed + self.timeout - now)))
             case "WDIOC_SETOPTIONS":
                 return self._set_options(value, now)
-            case "WDIOC_GETSTATUS":
-                return Answer(0, 0)
-            case "WDIOC_GETBOOTSTATUS":
-                return Answer(0, _CARD_RESET if self._reset_board_before else 0)
         return Answer(errno.ENOTTY, value)
 
     def _set_options(self, value: int, now: float) -> Answer:

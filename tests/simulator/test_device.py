@@ -10,7 +10,7 @@ from typing import Any
 
 import pytest
 
-from simulator import BootState, SimulatorError, wait_until
+from simulator import SimulatorError, wait_until
 from simulator.pytest_plugin import DeviceFactory
 
 from standin import WAIT, WITHOUT_INPUT, Script
@@ -189,11 +189,6 @@ def test_a_used_directory_goes_on_where_it_was_left(device: DeviceFactory, scrip
     second.wait_for("supervisor", "left")
     assert second.boot_state.boot_count == 2
     assert len(second.events("boot loader")) == 1
-
-
-def test_the_boot_loaders_state_can_be_given(device: DeviceFactory, script: Script) -> None:
-    board = device(script(WAIT), boot_state=BootState(fail=1, boot_count=3))
-    assert board.wait_end()["end"] == "fallback"
 
 
 def test_a_directory_is_one_devices_at_a_time(device: DeviceFactory, script: Script,

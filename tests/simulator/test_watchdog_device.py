@@ -49,12 +49,6 @@ def test_every_operation_is_recorded_in_order(device: DeviceFactory, feeder: Pat
     assert board.stdout == b"granted 30\ntimeout 30\n"
 
 
-def test_the_driver_grants_its_maximum_at_most(device: DeviceFactory, feeder: Path) -> None:
-    board = device(feeder, ["open", "timeout", "30", "magic"], watchdog_maximum=16)
-    board.wait_end()
-    assert board.stdout == b"granted 16\n"
-
-
 def test_a_magic_close_disarms(device: DeviceFactory, feeder: Path) -> None:
     board = device(feeder, ["open", "timeout", "1", "magic", "close"])
     assert board.wait_end()["end"] == "supervisor"
