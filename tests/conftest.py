@@ -6,7 +6,7 @@ from __future__ import annotations
 
 import pytest
 
-pytest_plugins = ["simulator.pytest_plugin"]
+pytest_plugins = ["simulated_devices"]
 
 
 def pytest_collection_modifyitems(items: list[pytest.Item]) -> None:

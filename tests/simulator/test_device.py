@@ -11,8 +11,8 @@ from typing import Any
 import pytest
 
 from simulator import SimulatorError, wait_until
-from simulator.pytest_plugin import DeviceFactory
 
+from simulated_devices import DeviceFactory
 from standin import WAIT, WITHOUT_INPUT, Script
 
 

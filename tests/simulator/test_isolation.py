@@ -8,8 +8,8 @@ from pathlib import Path
 import pytest
 
 from simulator import Bind, Device, SimulatorError
-from simulator.pytest_plugin import DeviceFactory
 
+from simulated_devices import DeviceFactory
 from standin import WAIT, Script
 
 

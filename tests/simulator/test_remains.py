@@ -12,8 +12,8 @@ import pytest
 
 from simulator import Bind, SimulatorError, wait_until
 from simulator.leftovers import Trace
-from simulator.pytest_plugin import DeviceFactory
 
+from simulated_devices import DeviceFactory
 from standin import WAIT, Script
 
 _PROJECT = Path(__file__).resolve().parents[2]

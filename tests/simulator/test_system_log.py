@@ -4,9 +4,9 @@
 
 import pytest
 
-from simulator.pytest_plugin import DeviceFactory
 from simulator.system_log import PRIORITIES, Message, decode
 
+from simulated_devices import DeviceFactory
 from standin import Script
 
 

@@ -6,9 +6,9 @@ import pytest
 
 from simulator import BootState, Device, SimulatorError, wait_until
 from simulator.commands import fw_setenv, sfuflags
-from simulator.pytest_plugin import DeviceFactory
 from simulator.tools import TOOLS, Behaviour
 
+from simulated_devices import DeviceFactory
 from standin import WAIT, Script
 
 

@@ -7,8 +7,8 @@ from pathlib import Path
 import pytest
 
 from simulator import Bind
-from simulator.pytest_plugin import DeviceFactory
 
+from simulated_devices import DeviceFactory
 from standin import WITHOUT_INPUT
 
 DEVICE = "watchdog device"

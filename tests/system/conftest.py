@@ -14,7 +14,7 @@ import pytest
 from boards import ATTEMPTS, Board, missed_the_start_limit
 from logs import LOG
 from simulator.device import Device
-from simulator.pytest_plugin import DeviceFactory
+from simulated_devices import DeviceFactory
 
 
 @pytest.fixture

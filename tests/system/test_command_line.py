@@ -13,7 +13,7 @@ from logs import LOG, OLD_LOG, content
 from marks import AS_ROOT
 from settings import log_sizes
 from simulator import Device, wait_until
-from simulator.pytest_plugin import DeviceFactory
+from simulated_devices import DeviceFactory
 
 USAGE = (
     b"Usage: watchdog executable [args] --app <app> [appargs]\n"

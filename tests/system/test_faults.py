@@ -18,7 +18,7 @@ from marks import AS_ROOT, DISPATCHERS
 from settings import reporting
 from simulator import Bind, wait_until
 from simulator.device import Device
-from simulator.pytest_plugin import DeviceFactory
+from simulated_devices import DeviceFactory
 
 SNAPSHOTS = "/tmp/log/system"
 MARKER = "/home/root/ro-test"

@@ -15,9 +15,8 @@ import pytest
 from boards import Board
 from logs import content
 from settings import memory_reporting, reporting, watch_list
-from simulator.configuration import Bind
-from simulator import Device, wait_until
-from simulator.pytest_plugin import DeviceFactory
+from simulator import Bind, Device, wait_until
+from simulated_devices import DeviceFactory
 
 SNAPSHOTS = "/tmp/log/system"
 START_ERROR = "Error occured during process startup, code: "

@@ -15,7 +15,7 @@ from datetime import datetime, timezone
 from boards import Board
 from logs import OLD_LOG, content
 from simulator import wait_until
-from simulator.pytest_plugin import DeviceFactory
+from simulated_devices import DeviceFactory
 
 
 def test_ten_megabytes_on_each_channel_at_once_and_nothing_is_lost(board: Board) -> None:

@@ -12,7 +12,7 @@ import pytest
 
 from simulator.device import Device
 
-_ROOT = Path(__file__).resolve().parent.parent
+_ROOT = Path(__file__).resolve().parents[1]
 _DEVICES = pytest.StashKey[list[Device]]()
 
 
