@@ -9,7 +9,7 @@ from pathlib import Path
 
 import pytest
 
-from standin import Script
+from standin import FEEDER, Script
 
 
 @pytest.fixture
@@ -26,6 +26,12 @@ def script(tmp_path: Path) -> Script:
 
 
 @pytest.fixture
-def feeder(build_directory: Path) -> Path:
-    """A program in C that uses the watchdog device as its arguments say."""
-    return build_directory / "simulator" / "watchdogfeeder"
+def feeder(tmp_path: Path) -> Script:
+    """Makes a program that uses the watchdog device by the functions of FEEDER."""
+
+    def make(text: str, name: str = "feeder") -> Path:
+        path = tmp_path / name
+        path.write_text(FEEDER + text + "\n", encoding="utf-8")
+        path.chmod(0o755)
+        return path
+    return make

@@ -1,13 +1,13 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""Scripts that stand in for the supervisor."""
+"""Programs that stand in for the supervisor."""
 
 from pathlib import Path
 from typing import Protocol
 
 
 class Script(Protocol):
-    """Makes an executable shell script of the lines given."""
+    """Makes an executable program of the lines given."""
 
     def __call__(self, text: str, name: str = "") -> Path: ...
 
@@ -17,3 +17,28 @@ WAIT = "exec sleep infinity"
 
 WITHOUT_INPUT = ["sh", "-c", 'exec "$@" <&-', "sh"]
 """A launcher for a supervisor without descriptor 0."""
+
+FEEDER = """#!/usr/bin/python3 -ISB
+import fcntl, os, struct, time
+
+def open_device():
+    global device
+    device = os.open("/dev/watchdog", os.O_WRONLY)
+
+def control(number, value=0):
+    return struct.unpack("i", fcntl.ioctl(device, number, struct.pack("i", value)))[0]
+
+def set_timeout(seconds):
+    return control(0xC0045706, seconds)
+
+def get_timeout():
+    return control(0x80045707)
+
+def set_options(options):
+    control(0x80045704, options)
+
+def feed():
+    control(0x80045705)
+
+"""
+"""What a program in Python begins with that uses the watchdog device."""

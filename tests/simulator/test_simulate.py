@@ -32,8 +32,8 @@ def build(tmp_path: Path, script: Script, build_directory: Path) -> Path:
     """A build tree whose supervisor is a script: it does what its test wrote into `act`."""
     tree = tmp_path / "build"
     (tree / "simulator").mkdir(parents=True)
-    for name in ("libwatchdogdevice.so", "watchdogfeeder"):
-        (tree / "simulator" / name).symlink_to(build_directory / "simulator" / name)
+    library = "simulator/libwatchdogdevice.so"
+    (tree / library).symlink_to(build_directory / library)
     (tree / "settings-default").symlink_to(build_directory / "settings-default")
     script('echo "arguments: $*"; while [ "$1" != --app ]; do shift; done; shift; "$@"',
            "build/watchdog")

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The stand-in watchdog device, used by a program in C through the preloaded library."""
+"""The stand-in watchdog device, used by a program through the preloaded library."""
 
 from pathlib import Path
 
@@ -9,15 +9,15 @@ import pytest
 from simulator import Bind
 
 from simulated_devices import DeviceFactory
-from standin import WITHOUT_INPUT
+from standin import WITHOUT_INPUT, Script
 
 DEVICE = "watchdog device"
 BOUND = 30.0  # seconds within which a loaded machine still does what it does at once otherwise
 
 
 def test_a_program_that_stops_feeding_is_reset_and_booted_again(device: DeviceFactory,
-                                                                feeder: Path) -> None:
-    board = device(feeder, ["open", "timeout", "1", "feed", "3", "wait"], boots=2)
+                                                                feeder: Script) -> None:
+    board = device(feeder("open_device(); set_timeout(1); feed(); time.sleep(600)"), boots=2)
     expired = board.wait_for(DEVICE, operation="expired")
     last = board.events(DEVICE, name="WDIOC_KEEPALIVE", boot=expired["boot"])[-1]
     assert 1.0 <= expired.monotonic - last.monotonic < 1.0 + BOUND
@@ -30,9 +30,9 @@ def test_a_program_that_stops_feeding_is_reset_and_booted_again(device: DeviceFa
     assert board.processes() == []
 
 
-def test_every_operation_is_recorded_in_order(device: DeviceFactory, feeder: Path) -> None:
-    board = device(feeder, ["open", "timeout", "30", "feed", "1", "get", "options", "1",
-                            "options", "2", "magic", "close"])
+def test_every_operation_is_recorded_in_order(device: DeviceFactory, feeder: Script) -> None:
+    board = device(feeder("open_device(); print(set_timeout(30)); feed(); print(get_timeout());"
+                          "set_options(1); set_options(2); os.write(device, b'V')"))
     assert board.wait_end()["status"] == 0
     seen = [(event["operation"], event.get("name"), event.get("argument"), event.get("result"))
             for event in board.events(DEVICE)]
@@ -40,25 +40,25 @@ def test_every_operation_is_recorded_in_order(device: DeviceFactory, feeder: Pat
         ("open", None, None, None),
         ("ioctl", "WDIOC_SETTIMEOUT", 30, 30),
         ("ioctl", "WDIOC_KEEPALIVE", 0, 0),
-        ("ioctl", "WDIOC_GETTIMEOUT", 30, 30),
+        ("ioctl", "WDIOC_GETTIMEOUT", 0, 30),
         ("ioctl", "WDIOC_SETOPTIONS", 1, 1),
         ("ioctl", "WDIOC_SETOPTIONS", 2, 2),
         ("write", None, None, None),
         ("close", None, None, None),
     ]
-    assert board.stdout == b"granted 30\ntimeout 30\n"
+    assert board.stdout == b"30\n30\n"
 
 
-def test_a_magic_close_disarms(device: DeviceFactory, feeder: Path) -> None:
-    board = device(feeder, ["open", "timeout", "1", "magic", "close"])
+def test_a_magic_close_disarms(device: DeviceFactory, feeder: Script) -> None:
+    board = device(feeder("open_device(); set_timeout(1); os.write(device, b'V')"))
     assert board.wait_end()["end"] == "supervisor"
     assert not board.events(DEVICE, operation="expired")
 
 
-@pytest.mark.parametrize("ending", [["close"], []], ids=["closed", "left to the exit"])
-def test_without_it_the_countdown_goes_on_after_the_end(device: DeviceFactory, feeder: Path,
+@pytest.mark.parametrize("ending", ["os.close(device)", ""], ids=["closed", "left to the exit"])
+def test_without_it_the_countdown_goes_on_after_the_end(device: DeviceFactory, feeder: Script,
                                                         ending: str) -> None:
-    board = device(feeder, ["open", "timeout", "1", *ending], boots=1)
+    board = device(feeder(f"open_device(); set_timeout(1); {ending}"), boots=1)
     assert board.wait_supervisor_exit() == 0
     close = board.wait_for(DEVICE, operation="close")
     expired = board.wait_for(DEVICE, operation="expired")
@@ -66,8 +66,8 @@ def test_without_it_the_countdown_goes_on_after_the_end(device: DeviceFactory, f
     assert board.wait_end()["end"] == "boots"
 
 
-def test_a_killed_program_is_reset_too(device: DeviceFactory, feeder: Path) -> None:
-    board = device(feeder, ["open", "timeout", "1", "feed", "1000000"])
+def test_a_killed_program_is_reset_too(device: DeviceFactory, feeder: Script) -> None:
+    board = device(feeder("open_device(); set_timeout(1); feed(); time.sleep(600)"))
     board.wait_for(DEVICE, name="WDIOC_KEEPALIVE")
     board.signal("supervisor", 9)
     assert board.wait_supervisor_exit() == -9
@@ -75,50 +75,51 @@ def test_a_killed_program_is_reset_too(device: DeviceFactory, feeder: Path) -> N
     board.wait_for("boot loader", count=2, starts=True)
 
 
-def test_an_absent_device_cannot_be_opened(device: DeviceFactory, feeder: Path) -> None:
-    board = device(feeder, ["open"], watchdog_device=False)
+def test_an_absent_device_cannot_be_opened(device: DeviceFactory, feeder: Script) -> None:
+    board = device(feeder("open_device()"), watchdog_device=False)
     assert board.wait_end()["status"] == 1
-    assert board.stderr == b"open: No such file or directory\n"
+    assert b"No such file or directory: '/dev/watchdog'" in board.stderr
     assert not board.events(DEVICE)
 
 
 def test_a_second_descriptor_is_refused_while_the_first_is_open(device: DeviceFactory,
-                                                                feeder: Path) -> None:
-    board = device(feeder, ["open", "open"], boots=1)
+                                                                feeder: Script) -> None:
+    board = device(feeder("open_device(); open_device()"), boots=1)
     assert board.wait_supervisor_exit() == 1
-    assert board.stderr == b"open: Device or resource busy\n"
+    assert b"Device or resource busy: '/dev/watchdog'" in board.stderr
 
 
 def test_children_get_neither_the_library_nor_the_device(device: DeviceFactory,
-                                                         feeder: Path) -> None:
-    board = device(feeder, ["environment", "exec", "/bin/sh", "-c",
-                            "echo child ${LD_PRELOAD-is not set}; : < /dev/watchdog"])
+                                                         feeder: Script) -> None:
+    board = device(feeder("os.execv('/bin/sh', ['sh', '-c',"
+                          "'echo ${LD_PRELOAD-not set}; : < /dev/watchdog'])"))
     assert board.wait_end()["status"] == 2
-    assert board.stdout == b"LD_PRELOAD is not set\nchild is not set\n"
+    assert board.stdout == b"not set\n"
     assert b"/dev/watchdog" in board.stderr
     assert not board.events(DEVICE)
 
 
-def test_other_preloaded_libraries_are_kept(device: DeviceFactory, feeder: Path, tmp_path: Path,
+def test_other_preloaded_libraries_are_kept(device: DeviceFactory, feeder: Script, tmp_path: Path,
                                             build_directory: Path) -> None:
     other = tmp_path / "libother.so"
     other.write_bytes((build_directory / "simulator" / "libwatchdogdevice.so").read_bytes())
-    board = device(feeder, ["environment"], environment={"LD_PRELOAD": "/run/libother.so"},
+    board = device(feeder("print(os.environ['LD_PRELOAD'])"),
+                   environment={"LD_PRELOAD": "/run/libother.so"},
                    binds=[Bind(str(other), "/run/libother.so")])
     board.wait_end()
-    assert board.stdout == b"LD_PRELOAD /run/libother.so\n"
+    assert board.stdout == b"/run/libother.so\n"
 
 
-def test_other_files_open_as_ever(device: DeviceFactory, feeder: Path) -> None:
-    board = device(feeder, ["cat", "/proc/sys/kernel/hostname", "cat", "/nothing"])
+def test_other_files_open_as_ever(device: DeviceFactory, feeder: Script) -> None:
+    board = device(feeder("print(open('/proc/sys/kernel/hostname').read()); open('/nothing')"))
     assert board.wait_end()["status"] == 1
-    assert board.stdout == b"simulated-device\n"
-    assert board.stderr == b"cat: No such file or directory\n"
+    assert board.stdout == b"simulated-device\n\n"
+    assert b"No such file or directory: '/nothing'" in board.stderr
 
 
 def test_a_program_without_standard_input_gets_descriptor_zero(device: DeviceFactory,
-                                                               feeder: Path) -> None:
-    board = device(feeder, ["open", "wait"], launcher=WITHOUT_INPUT)
+                                                               feeder: Script) -> None:
+    board = device(feeder("open_device(); time.sleep(600)"), launcher=WITHOUT_INPUT)
     board.wait_for(DEVICE, operation="open")
     listed = board.run(["ls", "-l", f"/proc/{board.supervisor().pid}/fd/0"]).stdout
     assert b"socket:" in listed
