@@ -133,6 +133,14 @@ def test_a_log_that_cannot_be_renamed_is_rotated_by_copying(failing: Failing) ->
     assert content(running) == b"in the new log\n"
 
 
+def test_a_rotation_begins_with_an_empty_file_whatever_is_there(failing: Failing) -> None:
+    # The rename does nothing and succeeds, as if another program had made the file anew since.
+    running = failing("renameat2:retval=0", LOG, "flood", "4000", "4000", "sleep", "0.5", "print",
+                      "in the new log\\n", log_size="2k", options=["--rotateOnly", "--singleRun"])
+    assert running.wait_supervisor_exit() == 0
+    assert content(running) == b"in the new log\n"
+
+
 FILLED_LOG = """
     echo older >/tmp/log/application.log.0
     seq 1000
