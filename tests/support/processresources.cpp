@@ -3,7 +3,6 @@
 #include "processresources.h"
 
 #include <QAbstractEventDispatcher>
-#include <QCoreApplication>
 #include <QDir>
 
 #include <algorithm>
@@ -37,15 +36,4 @@ qint64 heapInUse()
 {
     const struct mallinfo2 info = ::mallinfo2();
     return static_cast<qint64>(info.uordblks) + static_cast<qint64>(info.hblkhd);
-}
-
-void waitForTimersAndChildren()
-{
-    while (pendingSingleShots() > 0 || hasChildren())
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-    // A queued call may lead to one more of its kind.
-    for (int i = 0; i < 10; ++i) {
-        QCoreApplication::processEvents();
-        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    }
 }

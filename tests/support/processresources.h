@@ -17,9 +17,3 @@ int pendingSingleShots();
 
 /** Bytes in use on the heap; 0 where a sanitizer replaces the allocator. */
 qint64 heapInUse();
-
-/**
- * Turns the event loop until no single-shot timer is pending, no child is left and what they
- * brought about has been handled.
- */
-void waitForTimersAndChildren();
