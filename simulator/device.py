@@ -10,84 +10,40 @@ import select
 import shlex
 import signal
 import tempfile
-from collections.abc import Mapping, Sequence
+from collections.abc import Sequence
+from dataclasses import dataclass
 from pathlib import Path
 from typing import Any
 
-from simulator import control, paths, preparation, root
-from simulator.account import BOOT_LOADER, SIMULATOR, Event
-from simulator.boot_loader import BootState
-from simulator.configuration import (
-    DEFAULT_DIRECTORIES, PROGRAM, Bind, Configuration, size_in_bytes)
-from simulator.errors import SimulatorError
-from simulator.history import History, Text
-from simulator.launcher import Box
-from simulator.leftovers import Trace
-from simulator.processes import Process
-from simulator.tools import Behaviour
-from simulator.waiting import DEFAULT_TIMEOUT, wait_until
+from simulator import preparation
+from simulator.common import SimulatorError, paths
+from simulator.common.account import BOOT_LOADER, SIMULATOR, Event
+from simulator.common.configuration import BootState, Configuration
+from simulator.common.control import Answer, Process
+from simulator.history import DEFAULT_TIMEOUT, History, Text, wait_until
+from simulator.launcher import Box, Trace
+
+
+@dataclass(frozen=True)
+class Completed:
+    """A command that was run in the box: exit status (minus the number for a signal), output."""
+
+    status: int
+    stdout: bytes
+    stderr: bytes
 
 
 class Device:
     """One board with the supervisor on it, from power-on (`start`) to power-off (`stop`).
 
-    program
-        The supervisor's executable; seen in the box as /supervisor/watchdog.
-    directory
-        The device directory: everything the board writes stays there, also after `stop`. A
-        directory that was used before goes on where it was left: same files, same boot flags.
-    arguments
-        The supervisor's arguments, including --app and what follows it. An application below a
-        directory that the box replaces (such as /tmp) is made visible there with its neighbours.
-    settings, settings_default
-        Documents for the two directories beside the executable, by file name: bytes are written as
-        they are, None means that there is no such document, everything else is written as JSON.
-        Without `settings` the directory stays as it is, which on a new device is empty.
-        `settings_default` starts from the directory of that name beside `program`.
-    tools
-        Behaviour by tool: "normal", "fail", "fail=N", "hang", "absent", for reboot also "return".
-    watchdog_device, watchdog_library
-        Whether /dev/watchdog exists, and the library to preload (by default the one of the build
-        that `program` comes from).
-    directories
-        Directories made at every boot, as a board's start-up scripts do.
-    spaces
-        Directory → size ("1M"): small file systems of their own.
-    bad_boots, boots
-        Boots without cleared flags before the fallback system; boots after which a further reset
-        ends the simulation (0: no limit).
-    launcher
-        The command that executes the supervisor, such as prlimit, strace -D or a shell, with its
-        options: the program and its arguments are put behind. It must keep its process number.
+    The parameters are those of `Configuration`, where each is explained.
     """
 
-    def __init__(self, program: Path | str, directory: Path | str, arguments: Sequence[str] = (), *,
-                 settings: Mapping[str, Any] | None = None,
-                 settings_default: Mapping[str, Any] | None = None,
-                 tools: Mapping[str, str] | None = None,
-                 read_only_root: bool = False,
-                 watchdog_device: bool = True,
-                 watchdog_library: Path | str | None = None,
-                 directories: Sequence[str] = DEFAULT_DIRECTORIES,
-                 spaces: Mapping[str, str | int] | None = None,
-                 environment: Mapping[str, str] | None = None,
-                 bad_boots: int = 3,
-                 boots: int = 0,
-                 binds: Sequence[Bind] = (),
-                 launcher: Sequence[str] = ()) -> None:
-        self.directory = Path(directory).resolve()
-        self.program = Path(program).resolve()
-        self._settings = None if settings is None else dict(settings)
-        self._settings_default = dict(settings_default or {})
-        self._binds = list(binds)
-        self._library = Path(watchdog_library) if watchdog_library else None
-        self._configuration = Configuration(
-            directory=str(self.directory), arguments=list(arguments), tools=dict(tools or {}),
-            read_only_root=read_only_root, watchdog_device=watchdog_device,
-            directories=list(directories),
-            spaces={place: size_in_bytes(size) for place, size in (spaces or {}).items()},
-            environment=dict(environment or {}), bad_boots=bad_boots, boots=boots,
-            launcher=list(launcher))
+    def __init__(self, program: Path | str, directory: Path | str, arguments: Sequence[str] = (),
+                 **parameters: Any) -> None:
+        self._configuration = Configuration(Path(program), Path(directory), arguments, **parameters)
+        self._prepared = self._configuration
+        self.directory = self._configuration.directory
         self._box: Box | None = None
         self.trace: Trace | None = None
         """Finds remains of the device; the caller closes it. While the device runs it finds all."""
@@ -106,15 +62,14 @@ class Device:
         """Build the box and boot the board; SimulatorError with the reason if that fails."""
         if self._box is not None:
             raise SimulatorError("the device is running already")
-        self._check()
-        self._prepare_directory()
+        self._prepared = preparation.prepare(self._configuration)
         self._history.begin()
         box = Box(self.directory)
         try:
             box.request("ping")
         except SimulatorError:
             box.stop()
-            root.remove_mount_points(self._configuration)
+            preparation.remove_mount_points(self._prepared)
             raise
         self.trace = Trace(box.pid, self.directory)
         self._box = box
@@ -125,7 +80,7 @@ class Device:
             return
         box, self._box = self._box, None
         box.stop()
-        root.remove_mount_points(self._configuration)
+        preparation.remove_mount_points(self._prepared)
 
     def reset(self, reason: str = "reset button") -> None:
         """Reset the board as a pressed button does: everything dies at once, then it boots."""
@@ -242,7 +197,7 @@ class Device:
             listed, pid = self._processes()
             return next((process for process in listed
                          if pid and process.ppid == pid and process.state != "Z"
-                         and self._application_path() in process.command_line[:3]
+                         and self._configuration.application in process.command_line[:3]
                          and (unlike is None or process.pid != unlike.pid)), None)
 
         found = wait_until(look, "an application's process", timeout)
@@ -265,7 +220,7 @@ class Device:
             self._request("signal", pid=pid, number=int(number))
 
     def run(self, command: Sequence[str], *, stdin: bytes = b"",
-            timeout: float = DEFAULT_TIMEOUT) -> control.Completed:
+            timeout: float = DEFAULT_TIMEOUT) -> Completed:
         """Run a command in the box, as root and with the supervisor's environment."""
         report_fd, boards_report_fd = os.pipe()
         try:
@@ -286,7 +241,7 @@ class Device:
                 status = int(os.read(report_fd, 16))
                 out.seek(0)
                 err.seek(0)
-                return control.Completed(status, out.read(), err.read())
+                return Completed(status, out.read(), err.read())
         finally:
             os.close(report_fd)
 
@@ -302,44 +257,8 @@ class Device:
 
     # -- the inside ----------------------------------------------------------------------------
 
-    def _check(self) -> None:
-        configuration = self._configuration
-        if not os.access(self.program, os.X_OK) or self.program.is_dir():
-            raise SimulatorError(f"the supervisor's program cannot be executed: {self.program}")
-        for name, behaviour in configuration.tools.items():
-            Behaviour.parse(name, behaviour)
-        for place in configuration.spaces:
-            if not os.path.isabs(place):
-                raise SimulatorError(f"a small file system needs an absolute path, not '{place}'")
-
-    def _prepare_directory(self) -> None:
-        configuration = self._configuration
-        preparation.make_places(self.directory)
-        preparation.write_settings(self.directory, self.program, self._settings,
-                                   self._settings_default)
-        configuration.binds = [*self._binds, Bind(str(self.program), PROGRAM)]
-        if configuration.watchdog_device:
-            configuration.binds.append(Bind(str(self._find_library()), paths.WATCHDOG_LIBRARY))
-        application = self._application_path()
-        if os.path.isabs(application) and os.path.exists(application):
-            configuration.binds += preparation.binds_for(application, configuration.binds)
-        configuration.save(self.directory / paths.CONFIGURATION)
-        root.make_mount_points(configuration)
-
-    def _find_library(self) -> Path:
-        wanted = self._library or self.program.parent / "simulator" / "libwatchdogdevice.so"
-        if not wanted.is_file():
-            raise SimulatorError(f"the watchdog device's library is missing: {wanted}; build the "
-                                 "project, or name the library")
-        return wanted.resolve()
-
-    def _application_path(self) -> str:
-        arguments = self._configuration.arguments
-        place = arguments.index("--app") + 1 if "--app" in arguments else len(arguments)
-        return arguments[place] if place < len(arguments) else ""
-
     def _request(self, command: str, descriptors: tuple[int, ...] = (),
-                 **values: Any) -> control.Answer:
+                 **values: Any) -> Answer:
         if self._box is None:
             raise SimulatorError("the device is switched off")
         return self._box.request(command, descriptors, **values)

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""What has happened on a device, as one asks for it: by source, text and fields, now or later."""
+"""What has happened on a device, as one asks for it, and waiting for what has not yet."""
 
 from __future__ import annotations
 
@@ -8,14 +8,33 @@ import re
 import time
 from collections.abc import Callable, Mapping
 from pathlib import Path
-from typing import Any
+from typing import Any, TypeVar
 
-from simulator.account import AccountReader, Event
-from simulator.errors import SimulatorError
+from simulator.common import SimulatorError
+from simulator.common.account import Event
 
-_TAIL = 60
+DEFAULT_TIMEOUT = 60.0
+"""Seconds to wait for an event; generous, because a loaded machine is no reason to fail."""
 
+_LOOKS_APART = 0.02
+
+Found = TypeVar("Found")
 Text = str | re.Pattern[str] | None
+
+
+def wait_until(look: Callable[[], Found | None], what: str,
+               timeout: float = DEFAULT_TIMEOUT) -> Found:
+    """Look again and again until what is found is true, and return it.
+
+    For what no event announces, such as a file that grows. Raises SimulatorError, saying `what` was
+    waited for and what was seen last, after `timeout` seconds.
+    """
+    deadline = time.monotonic() + timeout
+    while not (found := look()):
+        if time.monotonic() > deadline:
+            raise SimulatorError(f"not within {timeout} s: {what}; seen last: {found!r}")
+        time.sleep(_LOOKS_APART)
+    return found
 
 
 class History:
@@ -26,18 +45,28 @@ class History:
     """
 
     def __init__(self, account: Path, wait_for_news: Callable[[float], bool]) -> None:
-        self._reader = AccountReader(account)
+        self._account = account
+        self._offset = 0
         self._wait_for_news = wait_for_news
         self._events: list[Event] = []
 
     def begin(self) -> None:
         """Leave out what an earlier life of the device has recorded."""
-        if not self._events:
-            self._reader.skip()
+        if not self._events and self._account.exists():
+            self._offset = self._account.stat().st_size
 
     def read(self) -> list[Event]:
         """Take in what is new, and return it."""
-        news = self._reader.read_new()
+        try:
+            with self._account.open("rb") as account:
+                account.seek(self._offset)
+                data = account.read()
+        except FileNotFoundError:
+            return []
+        complete = data[:data.rfind(b"\n") + 1]
+        self._offset += len(complete)
+        news = [Event.parse(index, line)
+                for index, line in enumerate(complete.splitlines(), len(self._events))]
         self._events += news
         return news
 
@@ -67,7 +96,7 @@ class History:
                 raise self._missing(f"not within {timeout} s: {wanted}")
             can_come = self._wait_for_news(remaining)
 
-    def tail(self, lines: int = _TAIL) -> str:
+    def tail(self, lines: int = 60) -> str:
         """The end of the account, for messages."""
         self.read()
         return "\n".join(map(str, self._events[-lines:]))

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""Starts a box from the outer process and ends it again."""
+"""Starts a box from the outer process, ends it again, and finds what would be left of it."""
 
 from __future__ import annotations
 
@@ -13,8 +13,7 @@ import sys
 from pathlib import Path
 from typing import Any
 
-from simulator import control, paths
-from simulator.errors import SimulatorError
+from simulator.common import SimulatorError, control, paths
 
 _PACKAGE_PARENT = str(Path(__file__).resolve().parent.parent)
 _STOPS_WITHIN = 60.0
@@ -94,3 +93,37 @@ def _lock(directory: Path) -> int:
         raise SimulatorError(f"another simulated device is running in {directory}; name another "
                              "directory with --device-dir") from None
     return descriptor
+
+
+class Trace:
+    """Remembers a box, to look for remains of it afterwards.
+
+    It holds the box' process namespace open, because the kernel gives the number of one that is
+    gone to the next, which may be that of another box. An empty one holds nothing else up.
+    """
+
+    def __init__(self, box_pid: int, directory: Path) -> None:
+        self._directory = directory
+        self._namespace_fd = os.open(f"/proc/{box_pid}/ns/pid_for_children", os.O_RDONLY)
+
+    def remains(self) -> list[str]:
+        """Processes of the box, and mounts of the host below the device directory."""
+        namespace = os.fstat(self._namespace_fd)
+        found = [f"process {process.name}" for process in Path("/proc").iterdir()
+                 if process.name.isdecimal() and _lives_in(process, namespace)]
+        for line in Path("/proc/self/mountinfo").read_text(encoding="utf-8").splitlines():
+            mount_point = line.split()[4]
+            if Path(mount_point).is_relative_to(self._directory):
+                found.append(f"mount {mount_point}")
+        return found
+
+    def close(self) -> None:
+        """Let the kernel forget the box."""
+        os.close(self._namespace_fd)
+
+
+def _lives_in(process: Path, namespace: os.stat_result) -> bool:
+    try:
+        return os.path.samestat(os.stat(process / "ns" / "pid"), namespace)
+    except (FileNotFoundError, ProcessLookupError, PermissionError):
+        return False  # it has just ended, or belongs to somebody else

@@ -1,51 +1,93 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""Makes a device directory ready for the board: its places, its settings, what is shown in it."""
+"""Makes a device directory ready for the box: its places, its settings, what is shown in it."""
 
 from __future__ import annotations
 
 import json
 import os
 import shutil
-from collections.abc import Mapping, Sequence
+from collections.abc import Iterator, Mapping
+from dataclasses import replace
 from pathlib import Path
 from typing import Any
 
-from simulator import paths, root
-from simulator.configuration import PROGRAM_DIRECTORY, Bind
+from simulator.common import SimulatorError, paths
+from simulator.common.configuration import Bind, Configuration
 
-_MODES = {"/tmp": 0o1777, "/home/root": 0o755, PROGRAM_DIRECTORY: 0o755}
+_MODES = {"/tmp": 0o1777, paths.HOME: 0o755, paths.PROGRAM_DIRECTORY: 0o755}
+_OWN_PLACES = ("/dev", "/home/root", "/proc", "/run", "/tmp")
 
 
-def make_places(directory: Path) -> None:
-    """Make the directories and files that every board has."""
+def is_replaced(path: str) -> bool:
+    """Whether what the host has at `path` cannot be seen in the box, which has its own there."""
+    return any(path == place or path.startswith(place + "/") for place in _OWN_PLACES)
+
+
+def prepare(wanted: Configuration) -> Configuration:
+    """Prepare the device directory; returns the configuration with all binds, which lies there."""
+    if not os.access(wanted.program, os.X_OK) or wanted.program.is_dir():
+        raise SimulatorError(f"the supervisor's program cannot be executed: {wanted.program}")
+    binds = [*wanted.binds, Bind(str(wanted.program), paths.PROGRAM)]
+    if wanted.watchdog_device:
+        binds.append(Bind(str(_find_library(wanted)), paths.WATCHDOG_LIBRARY))
+    configuration = replace(wanted, binds=binds + _binds_for(wanted.application, binds))
     for place, mode in _MODES.items():
-        path = directory / paths.KEPT_DIRECTORIES[place]
+        path = wanted.directory / paths.KEPT_DIRECTORIES[place]
         path.mkdir(parents=True, exist_ok=True)
         path.chmod(mode)
     for name in (paths.SUPERVISOR_STDOUT, paths.SUPERVISOR_STDERR):
-        (directory / name).touch()
+        (wanted.directory / name).touch()
+    _write_settings(wanted)
+    configuration.save(wanted.directory / paths.CONFIGURATION)
+    _make_mount_points(configuration)
+    return configuration
 
 
-def write_settings(directory: Path, program: Path, settings: Mapping[str, Any] | None,
-                   changes: Mapping[str, Any]) -> None:
-    """Write the documents beside the board's program: the factory's with `changes`, and `settings`.
+def remove_mount_points(configuration: Configuration) -> None:
+    """Remove the mount points that `prepare` has made, as far as they are still empty."""
+    for _, point in _kept_mount_points(configuration):
+        try:
+            if point.is_file() and point.stat().st_size == 0:
+                point.unlink()
+            while point.parent != configuration.directory:
+                if point.is_dir():
+                    point.rmdir()
+                point = point.parent
+        except OSError:
+            continue  # not empty, so it was there for itself
 
-    Bytes are written as they are, None stands for no document, all else is written as JSON. What an
-    earlier life of the device has as settings is kept when there are none to replace it.
+
+def _find_library(wanted: Configuration) -> Path:
+    library = Path(wanted.watchdog_library
+                   or wanted.program.parent / "simulator" / "libwatchdogdevice.so")
+    if not library.is_file():
+        raise SimulatorError(f"the watchdog device's library is missing: {library}; build the "
+                             "project, or name the library")
+    return library.resolve()
+
+
+def _binds_for(application: str, binds: list[Bind]) -> list[Bind]:
+    """What makes an application visible that lies where the box has its own directory.
+
+    It comes with its neighbours, which it may need, unless it lies directly in that directory.
     """
-    target = directory / paths.KEPT_DIRECTORIES[PROGRAM_DIRECTORY]
-    factory = _documents(program.parent / "settings-default")
-    _write_documents(target / "settings-default", {**factory, **changes})
-    if settings is not None:
-        _write_documents(target / "settings", settings)
+    if not is_replaced(application) or not os.path.exists(application) or any(
+            application == bind.target or application.startswith(bind.target + "/")
+            for bind in binds):
+        return []
+    directory = os.path.dirname(application)
+    return [Bind(application if directory in _OWN_PLACES else directory)]
+
+
+def _write_settings(wanted: Configuration) -> None:
+    target = wanted.directory / paths.KEPT_DIRECTORIES[paths.PROGRAM_DIRECTORY]
+    factory = {document.name: document.read_bytes()
+               for document in (wanted.program.parent / "settings-default").glob("*.json")}
+    _write_documents(target / "settings-default", {**factory, **wanted.settings_default})
+    if wanted.settings is not None:
+        _write_documents(target / "settings", wanted.settings)
     (target / "settings").mkdir(exist_ok=True)
-
-
-def _documents(directory: Path) -> dict[str, bytes]:
-    if not directory.is_dir():
-        return {}
-    return {entry.name: entry.read_bytes() for entry in directory.glob("*.json")}
 
 
 def _write_documents(directory: Path, documents: Mapping[str, Any]) -> None:
@@ -57,14 +99,21 @@ def _write_documents(directory: Path, documents: Mapping[str, Any]) -> None:
             (directory / name).write_bytes(data)
 
 
-def binds_for(application: str, binds: Sequence[Bind]) -> list[Bind]:
-    """What makes an application visible that lies where the box has its own directory.
+def _make_mount_points(configuration: Configuration) -> None:
+    """Make the files and directories below the device directory that the box mounts on."""
+    for bind, point in _kept_mount_points(configuration):
+        is_directory = os.path.isdir(bind.source)
+        try:
+            (point if is_directory else point.parent).mkdir(parents=True, exist_ok=True)
+            if not is_directory:
+                point.touch()
+        except OSError as error:
+            raise SimulatorError(f"cannot make room for {bind.source} in the device directory: "
+                                 f"{error.strerror}") from error
 
-    It comes with its neighbours, which it may need, unless it lies directly in that directory.
-    """
-    if not root.is_replaced(application) or any(
-            application == bind.target or application.startswith(bind.target + "/")
-            for bind in binds):
-        return []
-    directory = os.path.dirname(application)
-    return [Bind(application if root.is_own_place(directory) else directory)]
+
+def _kept_mount_points(configuration: Configuration) -> Iterator[tuple[Bind, Path]]:
+    for bind in configuration.binds:
+        for place, name in paths.KEPT_DIRECTORIES.items():
+            if bind.target.startswith(place + "/"):
+                yield bind, configuration.directory / name / bind.target[len(place) + 1:]

@@ -10,7 +10,7 @@ from contextlib import ExitStack
 
 import pytest
 
-from simulator.board import dispatch
+from simulator.box.init import dispatch
 
 
 @pytest.fixture

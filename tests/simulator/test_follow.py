@@ -7,7 +7,7 @@ from pathlib import Path
 
 import pytest
 
-from simulator.follow import LINES_AT_A_TIME, LogFollower
+from simulator.cli.follow import LINES_AT_A_TIME, LogFollower
 
 
 @pytest.fixture

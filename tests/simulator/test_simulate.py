@@ -16,8 +16,9 @@ from typing import Any
 
 import pytest
 
-from simulator import options, wait_until
-from simulator.archives import ArchiveFollower
+from simulator import wait_until
+from simulator.cli import options
+from simulator.cli.follow import ArchiveFollower
 
 from standin import Script
 
@@ -48,8 +49,8 @@ def simulate(tmp_path: Path, build: Path) -> Iterator[Simulate]:
     def start(*arguments: str, **keywords: Any) -> subprocess.Popen[bytes]:
         keywords.setdefault("stdout", subprocess.PIPE)
         process = subprocess.Popen(
-            [sys.executable, "-B", "-P", "-m", "simulator", "--build-dir", str(build), *arguments],
-            cwd=tmp_path, env={**os.environ, "PYTHONPATH": str(_PROJECT)},
+            [sys.executable, "-B", "-P", "-m", "simulator.cli", "--build-dir", str(build),
+             *arguments], cwd=tmp_path, env={**os.environ, "PYTHONPATH": str(_PROJECT)},
             stderr=subprocess.PIPE, stdin=subprocess.DEVNULL, **keywords)
         started.append(process)
         return process

@@ -4,7 +4,7 @@
 
 import pytest
 
-from simulator.system_log import PRIORITIES, Message, decode
+from simulator.box.system_log import PRIORITIES, Message, decode
 
 from simulated_devices import DeviceFactory
 from standin import Script

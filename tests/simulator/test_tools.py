@@ -4,9 +4,8 @@
 
 import pytest
 
-from simulator import BootState, Device, SimulatorError, wait_until
-from simulator.commands import fw_setenv, sfuflags
-from simulator.tools import TOOLS, Behaviour
+from simulator import Device, SimulatorError, wait_until
+from simulator.common.configuration import TOOLS, Behaviour
 
 from simulated_devices import DeviceFactory
 from standin import WAIT, Script
@@ -136,38 +135,13 @@ def test_a_fifteen_byte_name_is_all_that_a_process_has(device: DeviceFactory,
     wait_for_processes(board, "application-wit", 0)
 
 
-def test_sfuflags_clears_the_flags_of_the_boot_loader(device: DeviceFactory,
-                                                      script: Script) -> None:
+def test_flags_and_environment_are_the_boot_loaders(device: DeviceFactory, script: Script) -> None:
     board = device(script(WAIT))
     assert (board.boot_state.fail, board.boot_state.boot_count) == (1, 1)
     assert call(board, "sfuflags", "-f", "fail", "-v", "0") == 0
-    assert call(board, "sfuflags", "-f", "boot_count", "-v", "0") == 0
-    assert board.boot_state.cleared
-
-
-def test_fw_setenv_deletes_and_sets(device: DeviceFactory, script: Script) -> None:
-    board = device(script(WAIT))
-    assert "update_url_cache" in board.boot_state.environment
     assert call(board, "fw_setenv", "update_url_cache") == 0
-    assert call(board, "fw_setenv", "other", "a", "value") == 0
-    assert board.boot_state.environment == {"other": "a value"}
-
-
-@pytest.mark.parametrize("arguments", [
-    [], ["-f"], ["-f", "fail"], ["-f", "fail", "-v", "x"], ["-f", "fail", "-v", "-1"],
-    ["-f", "none", "-v", "0"], ["-v", "0", "-f", "fail"]])
-def test_sfuflags_refuses_what_it_does_not_know(arguments: list[str]) -> None:
-    state = BootState(fail=1, boot_count=1)
-    outcome = sfuflags(state, arguments)
-    assert outcome.status == 1 and outcome.message
-    assert state == BootState(fail=1, boot_count=1)
-
-
-@pytest.mark.parametrize("arguments", [[], ["-x"], ["-x", "y"]])
-def test_fw_setenv_refuses_what_it_does_not_know(arguments: list[str]) -> None:
-    state = BootState()
-    assert fw_setenv(state, arguments).status == 1
-    assert state == BootState()
+    assert (board.boot_state.fail, board.boot_state.boot_count) == (0, 1)
+    assert not board.boot_state.environment
 
 
 def test_the_application_may_call_the_tools_under_any_account(device: DeviceFactory,

@@ -6,7 +6,7 @@ import errno
 
 import pytest
 
-from simulator.watchdog_driver import Answer, Driver
+from simulator.box.watchdog_driver import Answer, Driver
 
 KEEPALIVE, SETTIMEOUT, GETTIMEOUT, SETOPTIONS = 0x80045705, 0xC0045706, 0x80045707, 0x80045704
 

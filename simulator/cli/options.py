@@ -9,13 +9,14 @@ import json
 import os
 import re
 import shutil
+import sys
 from pathlib import Path
 from typing import Any, NoReturn
 
-from simulator import root
-from simulator.configuration import COMMAND_PATH, Bind, size_in_bytes
-from simulator.errors import SimulatorError
-from simulator.tools import Behaviour
+from simulator import Bind, SimulatorError
+from simulator.common.configuration import Behaviour, size_in_bytes
+from simulator.common.paths import COMMAND_PATH
+from simulator.preparation import is_replaced
 
 SAMPLE = "sample-application"
 DEFAULT_LOG = "/tmp/log/application.log"
@@ -23,7 +24,7 @@ DEFAULT_LOG_SIZE = "64k"
 DEFAULT_DIRECTORY = "simulated-device"
 USAGE_ERROR = 2
 
-_ROOT = Path(__file__).resolve().parent.parent
+_ROOT = Path(__file__).resolve().parents[2]
 _LONGEST_NAME = 15  # TASK_COMM_LEN without its NUL
 _WATCH_TICKS = 3
 _WATCH_REPORTS = 5
@@ -104,7 +105,7 @@ def parse(arguments: list[str]) -> argparse.Namespace:
         sample = options.build / "simulator" / "application" / SAMPLE
         options.application = [str(sample) if name == SAMPLE else _application(name), *values]
         options.binds = [Bind(argument) for argument in options.application[1:]
-                         if root.is_replaced(argument) and os.path.isfile(argument)]
+                         if is_replaced(argument) and os.path.isfile(argument)]
     except SimulatorError as error:
         parser.error(str(error))
     return options
@@ -297,3 +298,11 @@ def _device_directory(name: str) -> Path:
     if path.exists() and not path.is_dir():
         raise SimulatorError(f"the device directory is not a directory: {name}")
     return path
+
+
+# What ./simulate runs before the build. Status 3 tells it that this was --help.
+if __name__ == "__main__":
+    try:
+        parse(sys.argv[1:])
+    except SystemExit as end:
+        sys.exit(end.code or 3)

@@ -14,8 +14,8 @@ import socket
 import struct
 import time
 
-from simulator import account, paths
-from simulator.watchdog_driver import IOCTLS, Driver
+from simulator.box.watchdog_driver import IOCTLS, Driver
+from simulator.common import account, paths
 
 # Must agree with the preloaded library: a request is told from written bytes by its first eight.
 _REQUEST = struct.Struct("=8sIi")

@@ -10,10 +10,16 @@ SIMULATOR_LOG = "simulator.log"
 SUPERVISOR_STDOUT = "supervisor.stdout"
 SUPERVISOR_STDERR = "supervisor.stderr"
 
-# Directories of the box that lie in the device directory: place in the box → name there.
-KEPT_DIRECTORIES = {"/tmp": "tmp", "/home/root": "home-root", "/supervisor": "supervisor"}
+# In the box.
+HOME = "/home/root"
+PROGRAM_DIRECTORY = "/supervisor"
+PROGRAM = PROGRAM_DIRECTORY + "/watchdog"
+COMMAND_PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
 
-# In the box. Everything of the simulator lies below one directory of the box's own /run.
+# Directories of the box that lie in the device directory: place in the box → name there.
+KEPT_DIRECTORIES = {"/tmp": "tmp", HOME: "home-root", PROGRAM_DIRECTORY: "supervisor"}
+
+# Everything of the simulator lies below one directory of the box's own /run.
 RUN = "/run/simulator"
 TOOLS = RUN + "/tools"
 COMMANDS = RUN + "/commands"

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The board: PID 1 of the box.
+"""PID 1 of the box.
 
 It is the boot loader, the system logger, the watchdog device and the tools' other end, and it
 starts the supervisor. One thread, one loop; nothing here waits for anything but the next event.
@@ -16,46 +16,43 @@ import time
 from dataclasses import asdict
 from typing import Any
 
-from simulator import (
-    boot_loader, commands, control, kernel, paths, places, processes, runs, supervisor)
-from simulator.account import BOOT_LOADER, SIMULATOR, WATCHDOG_DEVICE, AccountWriter
-from simulator.configuration import Configuration
-from simulator.device_directory import DeviceDirectory
-from simulator.system_log import SystemLogServer
-from simulator.tools import Outcome, ToolServer
-from simulator.watchdog_driver import Driver
-from simulator.watchdog_server import WatchdogServer
+from simulator.box import kernel, processes, root, supervisor
+from simulator.box.boot_loader import BootLoader
+from simulator.box.system_log import SystemLogServer
+from simulator.box.tools import Outcome, ToolServer, killall
+from simulator.box.watchdog_driver import Driver
+from simulator.box.watchdog_server import WatchdogServer
+from simulator.common import control, paths
+from simulator.common.account import BOOT_LOADER, SIMULATOR, WATCHDOG_DEVICE, AccountWriter
+from simulator.common.configuration import Configuration
 
 
-class Board:
-    """From power-on to power-off."""
+class Init:
+    """The board from power-on to power-off."""
 
-    def __init__(self, configuration: Configuration, directory: DeviceDirectory,
-                 log: AccountWriter, connection: socket.socket) -> None:
+    def __init__(self, configuration: Configuration, boot_loader: BootLoader, log: AccountWriter,
+                 out_fd: int, err_fd: int, connection: socket.socket) -> None:
         self._configuration = configuration
-        self._directory = directory
+        self._boot_loader = boot_loader
         self._account = log
         self._selector = selectors.DefaultSelector()
         self._reset_reason = ""
         self._ended = False
         self._powered = True
-        self._runs = runs.Runs()
+        self._runs = processes.Runs()
         os.makedirs(paths.RUN, exist_ok=True)
-        places.link_commands()
         self._driver = Driver()
         self._watchdog = WatchdogServer(self._selector, log, self._driver)
         self._system_log = SystemLogServer(self._selector, log)
         self._tools = ToolServer(self._selector, log, {
             "reboot": self._reboot,
-            "killall": commands.killall,
-            "sfuflags": self._sfuflags,
-            "fw_setenv": self._fw_setenv,
+            "killall": killall,
+            "sfuflags": boot_loader.sfuflags,
+            "fw_setenv": boot_loader.fw_setenv,
         }, configuration.tools)
         self._supervisor = supervisor.Supervisor(configuration, (
-            supervisor.Channel("stdout", directory.append_to(paths.SUPERVISOR_STDOUT),
-                               self._selector, log),
-            supervisor.Channel("stderr", directory.append_to(paths.SUPERVISOR_STDERR),
-                               self._selector, log)), log)
+            supervisor.Channel("stdout", out_fd, self._selector, log),
+            supervisor.Channel("stderr", err_fd, self._selector, log)), log)
         self._control = control.Server(self._selector, connection, {
             "ping": lambda request, descriptors: None,
             "stop": self._stop,
@@ -68,12 +65,12 @@ class Board:
             "set_read_only_root": self._set_read_only_root,
         }, self._power_off)
         if configuration.read_only_root:
-            kernel.set_read_only("/home/root", True)
+            kernel.set_read_only(paths.HOME, True)
 
     def run(self) -> None:
         """Boot, and go on until the power is switched off."""
         self._notice_ended_children()
-        supervisor.limit_capabilities()
+        kernel.limit_capabilities()
         self._boot()
         while self._powered:
             dispatch(self._selector, self._seconds_to_expiry())
@@ -86,11 +83,8 @@ class Board:
 
     def _boot(self) -> None:
         self._account.boot += 1
-        state = self._directory.load_boot_state()
-        decision = boot_loader.decide(state, self._configuration.bad_boots)
-        self._directory.save_boot_state(state)
-        self._account.record(BOOT_LOADER, decision.text, fail=state.fail,
-                             boot_count=state.boot_count, starts=decision.boots)
+        decision = self._boot_loader.decide()
+        self._account.record(BOOT_LOADER, decision.text, starts=decision.boots)
         if not decision.boots:
             self._end("fallback", "the simulation ends: the board would run its fallback system")
             return
@@ -112,7 +106,7 @@ class Board:
         self._tools.drop_connections()
         self._watchdog.drop_connections()
         self._driver.reset()
-        places.empty_volatile()
+        root.empty_volatile()
         if self._ended:
             return
         if self._account.boot == self._configuration.boots:
@@ -199,18 +193,6 @@ class Board:
         self._reset_reason = "reboot"
         return Outcome(None, "resets the board")
 
-    def _sfuflags(self, arguments: list[str]) -> Outcome:
-        state = self._directory.load_boot_state()
-        outcome = commands.sfuflags(state, arguments)
-        self._directory.save_boot_state(state)
-        return outcome
-
-    def _fw_setenv(self, arguments: list[str]) -> Outcome:
-        state = self._directory.load_boot_state()
-        outcome = commands.fw_setenv(state, arguments)
-        self._directory.save_boot_state(state)
-        return outcome
-
     # -- requests ------------------------------------------------------------------------------
 
     def _power_off(self) -> None:
@@ -242,7 +224,7 @@ class Board:
         self._tools.set_behaviour(request["name"], request["behaviour"])
 
     def _set_read_only_root(self, request: dict[str, Any], descriptors: list[int]) -> None:
-        kernel.set_read_only("/home/root", request["read_only"])
+        kernel.set_read_only(paths.HOME, request["read_only"])
 
 
 def dispatch(selector: selectors.BaseSelector, seconds: float | None) -> None:

@@ -10,7 +10,7 @@ import selectors
 import socket
 from dataclasses import dataclass
 
-from simulator import account
+from simulator.common import account
 
 DEVICE = "/dev/log"
 PRIORITIES = ("emerg", "alert", "crit", "err", "warning", "notice", "info", "debug")

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""Requests from the outer process to the board, and how they are answered.
+"""Requests from the outer process to PID 1 of the box, and how they are answered.
 
 One datagram of JSON each way over a socket pair, with descriptors beside it where a request or its
 answer has some. Every request is answered at once; what takes longer reports elsewhere.
@@ -17,7 +17,7 @@ from collections.abc import Callable, Mapping
 from dataclasses import dataclass
 from typing import Any
 
-from simulator.errors import SimulatorError
+from simulator.common import SimulatorError
 
 _LARGEST = 1 << 18
 _MOST_DESCRIPTORS = 8
@@ -33,12 +33,14 @@ class Answer:
 
 
 @dataclass(frozen=True)
-class Completed:
-    """A command that was run in the box: exit status (minus the number for a signal), output."""
+class Process:
+    """One process, with its numbers as the box counts them."""
 
-    status: int
-    stdout: bytes
-    stderr: bytes
+    pid: int
+    ppid: int
+    comm: str
+    state: str
+    command_line: list[str]
 
 
 class Client:

@@ -1,11 +1,36 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""Commands that the outer process has run in the box."""
+"""The processes of the box, and the commands that the outer process has run there."""
 
 from __future__ import annotations
 
 import os
 import subprocess
+from pathlib import Path
+
+from simulator.common.control import Process
+
+
+def list_processes() -> list[Process]:
+    """Every process, in the order of the numbers; one that ends meanwhile is left out."""
+    numbers = sorted(int(entry.name) for entry in Path("/proc").iterdir() if entry.name.isdecimal())
+    found = (read_process(number) for number in numbers)
+    return [process for process in found if process is not None]
+
+
+def read_process(pid: int) -> Process | None:
+    """The process `pid`, or None when there is none (any more)."""
+    try:
+        stat = Path(f"/proc/{pid}/stat").read_text(encoding="utf-8", errors="backslashreplace")
+        command_line = Path(f"/proc/{pid}/cmdline").read_bytes()
+    except (FileNotFoundError, ProcessLookupError):
+        return None
+    # The name may itself hold blanks and parentheses, so it ends at the last one of the line.
+    comm = stat[stat.index("(") + 1:stat.rindex(")")]
+    state, ppid = stat[stat.rindex(")") + 2:].split()[:2]
+    words = command_line.rstrip(b"\0").split(b"\0") if command_line else []
+    return Process(pid, int(ppid), comm, state,
+                   [word.decode("utf-8", "backslashreplace") for word in words])
 
 
 class Runs:

@@ -8,47 +8,11 @@ import os
 import selectors
 import subprocess
 
-from simulator import account, kernel, paths
-from simulator.configuration import PROGRAM, Configuration
-
-# What a program on the board needs: files of any owner, other accounts, real-time priority. Left
-# out is all that reaches beyond the box (mounts, devices, clock, modules, network set-up, the
-# board's own PID 1), because root in the box is root of the machine when the simulator is.
-_CAPABILITIES = frozenset({
-    0,   # CHOWN
-    1,   # DAC_OVERRIDE
-    3,   # FOWNER
-    4,   # FSETID
-    5,   # KILL
-    6,   # SETGID
-    7,   # SETUID
-    10,  # NET_BIND_SERVICE
-    13,  # NET_RAW
-    14,  # IPC_LOCK
-    15,  # IPC_OWNER
-    23,  # SYS_NICE
-    24,  # SYS_RESOURCE
-})
+from simulator.common import account, paths
+from simulator.common.configuration import Configuration
 
 # A sanitizer's run-time library wants to be the first in the list; the device's stands before it.
 _SANITIZER = "verify_asan_link_order=0"
-
-
-class LineSplitter:
-    """Cuts a stream of bytes into lines."""
-
-    def __init__(self) -> None:
-        self._rest = b""
-
-    def feed(self, data: bytes) -> list[bytes]:
-        """The lines that `data` completes, without their newline."""
-        *lines, self._rest = (self._rest + data).split(b"\n")
-        return lines
-
-    def finish(self) -> list[bytes]:
-        """The last line if it has no newline."""
-        rest, self._rest = self._rest, b""
-        return [rest] if rest else []
 
 
 class Channel:
@@ -61,7 +25,7 @@ class Channel:
         self._selector = selector
         self._account = log
         self._pipe_fd = -1
-        self._lines = LineSplitter()
+        self._rest = b""
 
     def open(self) -> int:
         """Begin with a new pipe; returns the end to write to, which the caller closes."""
@@ -81,7 +45,8 @@ class Channel:
                 self.close()
                 return
             os.write(self._file_fd, data)
-            self._record(self._lines.feed(data))
+            *lines, self._rest = (self._rest + data).split(b"\n")
+            self._record(lines)
 
     def close(self) -> None:
         """End the channel; what is still in the pipe must have been read."""
@@ -93,7 +58,9 @@ class Channel:
 
     def finish(self) -> None:
         """Record a last line without newline."""
-        self._record(self._lines.finish())
+        if self._rest:
+            self._record([self._rest])
+            self._rest = b""
 
     def _record(self, lines: list[bytes]) -> None:
         for line in lines:
@@ -120,7 +87,7 @@ class Supervisor:
         """Start the program; OSError when it cannot be executed."""
         out, err = (channel.open() for channel in self._channels)
         environment = self._environment()
-        command = [PROGRAM, *self._configuration.arguments]
+        command = [paths.PROGRAM, *self._configuration.arguments]
         if self._configuration.launcher:
             # The device's library is for the supervisor alone.
             libraries = environment.pop("LD_PRELOAD", "")
@@ -163,13 +130,8 @@ class Supervisor:
 def board_environment(configuration: Configuration) -> dict[str, str]:
     """The environment of everything that runs on the board."""
     environment = {
-        "PATH": f"{paths.TOOLS}:{paths.COMMANDS}", "HOME": "/home/root", "USER": "root",
+        "PATH": f"{paths.TOOLS}:{paths.COMMANDS}", "HOME": paths.HOME, "USER": "root",
         "LOGNAME": "root", "SHELL": "/bin/sh", "LANG": "C.UTF-8", **configuration.environment}
     others = environment.get("ASAN_OPTIONS")
     environment["ASAN_OPTIONS"] = _SANITIZER + (f":{others}" if others else "")
     return environment
-
-
-def limit_capabilities() -> None:
-    """Keep what is started from now on from reaching beyond the box."""
-    kernel.limit_capabilities(_CAPABILITIES)

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""What ./simulate does once the project is built."""
+"""Runs a simulation as the command line of ./simulate says, and shows it."""
 
 from __future__ import annotations
 
@@ -14,14 +14,11 @@ import time
 from pathlib import Path
 from types import FrameType
 
-from simulator import options as command_line
-from simulator import account, paths, summary
-from simulator.account import Event
-from simulator.archives import ArchiveFollower
-from simulator.device import Device
-from simulator.display import Display
-from simulator.errors import SimulatorError
-from simulator.follow import LogFollower
+from simulator import Device, Event, SimulatorError
+from simulator.cli import options as command_line
+from simulator.cli.display import Display, summarise
+from simulator.cli.follow import ArchiveFollower, LogFollower
+from simulator.common import account, paths
 from simulator.launcher import is_in_use
 
 _LOOKS_APART = 0.25
@@ -80,7 +77,7 @@ def _simulate(options: argparse.Namespace, display: Display, interrupt: _Interru
     for event in device.wait_for_news(0):
         display.show(event)
     display.text("")
-    for line in summary.summarise(device.events(), device.boot_state, device.directory):
+    for line in summarise(device.events(), device.boot_state, device.directory):
         display.text(line)
     return _exit_status(end)
 
@@ -162,3 +159,7 @@ def _move_aside(directory: Path) -> None:
         shutil.rmtree(old)
     directory.rename(old)
     directory.mkdir()
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))

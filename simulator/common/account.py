@@ -13,7 +13,6 @@ import json
 import os
 import time
 from dataclasses import dataclass, field
-from pathlib import Path
 from typing import Any
 
 BOOT_LOADER = "boot loader"
@@ -42,6 +41,13 @@ class Event:
     source: str
     text: str
     fields: dict[str, Any] = field(default_factory=dict)
+
+    @classmethod
+    def parse(cls, index: int, line: bytes) -> "Event":
+        """The event that AccountWriter has written as this line."""
+        entry = json.loads(line)
+        return cls(index, entry.pop("wall"), entry.pop("monotonic"), entry.pop("source"),
+                   entry.pop("text"), entry)
 
     def __getitem__(self, name: str) -> Any:
         return self.fields[name]
@@ -74,38 +80,3 @@ class AccountWriter:
             os.write(self._doorbell_fd, b"!")
         except (BlockingIOError, BrokenPipeError):
             pass  # it has rung already and nobody has come yet, or nobody listens any more
-
-
-class AccountReader:
-    """Reads the account while it grows."""
-
-    def __init__(self, path: Path) -> None:
-        self._path = path
-        self._offset = 0
-        self._count = 0
-
-    def skip(self) -> None:
-        """Leave out what has been recorded so far: it belongs to an earlier life."""
-        if self._path.exists():
-            self._offset = self._path.stat().st_size
-
-    def read_new(self) -> list[Event]:
-        """The events that have been recorded since the last call."""
-        try:
-            with self._path.open("rb") as account:
-                account.seek(self._offset)
-                data = account.read()
-        except FileNotFoundError:
-            return []
-        complete = data[:data.rfind(b"\n") + 1]
-        self._offset += len(complete)
-        events = [_event(self._count + number, line)
-                  for number, line in enumerate(complete.splitlines())]
-        self._count += len(events)
-        return events
-
-
-def _event(index: int, line: bytes) -> Event:
-    entry = json.loads(line)
-    return Event(index, entry.pop("wall"), entry.pop("monotonic"), entry.pop("source"),
-                 entry.pop("text"), entry)

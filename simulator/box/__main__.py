@@ -1,11 +1,11 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The process that makes the box and holds it: namespaces, root file system, then the board.
+"""The process that makes the box and holds it: namespaces, root file system, then PID 1.
 
 Started by the outer process as `python -m simulator.box DIRECTORY CONTROL DOORBELL LIFELINE`; the
-last three are inherited descriptors. It waits for the board's end, and kills the board as soon as
-nobody holds the other end of the lifeline any more. The kernel kills the board if this process
-itself is killed. When PID 1 of the box dies, the kernel ends everything in the box.
+last three are inherited descriptors. It waits for the end of PID 1, and kills it as soon as nobody
+holds the other end of the lifeline any more. The kernel kills PID 1 if this process itself is
+killed. When PID 1 dies, the kernel ends everything in the box.
 """
 
 from __future__ import annotations
@@ -17,12 +17,12 @@ import socket
 import sys
 from pathlib import Path
 
-from simulator import kernel, paths, root
-from simulator.account import AccountWriter
-from simulator.board import Board
-from simulator.configuration import Configuration
-from simulator.device_directory import DeviceDirectory
-from simulator.errors import SimulatorError
+from simulator.box import kernel, root
+from simulator.box.boot_loader import BootLoader
+from simulator.box.init import Init
+from simulator.common import SimulatorError, paths
+from simulator.common.account import AccountWriter
+from simulator.common.configuration import Configuration
 
 _HOST_NAME = "simulated-device"
 _NAMESPACES = kernel.CLONE_NEWNS | kernel.CLONE_NEWPID | kernel.CLONE_NEWIPC | kernel.CLONE_NEWUTS
@@ -51,27 +51,31 @@ def enter_namespaces() -> None:
         kernel.unshare(_NAMESPACES)
 
 
-def run_board(configuration: Configuration, control_fd: int, doorbell_fd: int) -> None:
-    """PID 1 of the box."""
+def run_init(configuration: Configuration, control_fd: int, doorbell_fd: int) -> None:
+    """PID 1 of the box. It has the device directory open, for that lies outside the new root."""
     kernel.die_with_parent(signal.SIGKILL)
-    directory = DeviceDirectory(configuration.directory)
-    log = AccountWriter(directory.append_to(paths.ACCOUNT), doorbell_fd)
+    directory_fd = os.open(configuration.directory, os.O_RDONLY | os.O_DIRECTORY)
+    account_fd, out_fd, err_fd = (
+        os.open(name, os.O_WRONLY | os.O_APPEND | os.O_CREAT, 0o644, dir_fd=directory_fd)
+        for name in (paths.ACCOUNT, paths.SUPERVISOR_STDOUT, paths.SUPERVISOR_STDERR))
     root.enter()
     socket.sethostname(_HOST_NAME)
-    Board(configuration, directory, log, socket.socket(fileno=control_fd)).run()
+    boot_loader = BootLoader(Path(f"/proc/self/fd/{directory_fd}"), configuration.bad_boots)
+    Init(configuration, boot_loader, AccountWriter(account_fd, doorbell_fd), out_fd, err_fd,
+         socket.socket(fileno=control_fd)).run()
 
 
-def hold(board_pid: int, lifeline_fd: int) -> int:
-    """Wait for the board's end; end it when the lifeline is cut."""
-    board_fd = os.pidfd_open(board_pid)
-    ready, _, _ = select.select([board_fd, lifeline_fd], [], [])
-    if board_fd not in ready:
-        os.kill(board_pid, signal.SIGKILL)
-    return os.waitstatus_to_exitcode(os.waitpid(board_pid, 0)[1])
+def hold(init_pid: int, lifeline_fd: int) -> int:
+    """Wait for the end of PID 1; end it when the lifeline is cut."""
+    init_fd = os.pidfd_open(init_pid)
+    ready, _, _ = select.select([init_fd, lifeline_fd], [], [])
+    if init_fd not in ready:
+        os.kill(init_pid, signal.SIGKILL)
+    return os.waitstatus_to_exitcode(os.waitpid(init_pid, 0)[1])
 
 
 def main(arguments: list[str]) -> int:
-    """Build the box, run the board in it, and hold the box until the board's end."""
+    """Build the box, run PID 1 in it, and hold the box until its end."""
     directory = arguments[0]
     control_fd, doorbell_fd, lifeline_fd = (int(argument) for argument in arguments[1:])
     for descriptor in (control_fd, doorbell_fd, lifeline_fd):
@@ -82,17 +86,17 @@ def main(arguments: list[str]) -> int:
     try:
         enter_namespaces()
         root.build(configuration)
-        board_pid = os.fork()
-        if board_pid == 0:
+        init_pid = os.fork()
+        if init_pid == 0:
             os.close(lifeline_fd)
-            run_board(configuration, control_fd, doorbell_fd)
+            run_init(configuration, control_fd, doorbell_fd)
             return 0
     except SimulatorError as error:
         print(error, file=sys.stderr)
         return 1
     os.close(control_fd)
     os.close(doorbell_fd)
-    return 1 if hold(board_pid, lifeline_fd) else 0
+    return 1 if hold(init_pid, lifeline_fd) else 0
 
 
 if __name__ == "__main__":

@@ -11,15 +11,15 @@ private and nothing that is mounted below it shows on the host.
 from __future__ import annotations
 
 import os
+import shutil
 import stat
 from collections.abc import Iterator
 from contextlib import contextmanager
 from dataclasses import dataclass
-from pathlib import Path
 
-from simulator import kernel, paths
-from simulator.configuration import Bind, Configuration
-from simulator.errors import SimulatorError
+from simulator.box import kernel
+from simulator.common import SimulatorError, paths
+from simulator.common.configuration import Bind, Configuration
 
 NEW_ROOT = "/proc"
 
@@ -30,7 +30,7 @@ _DEVICE_LINKS = {"fd": "/proc/self/fd", "stdin": "fd/0", "stdout": "fd/1", "stde
 # A process in the box must not reach the machine through these, not even as root.
 _READ_ONLY_PROC = ("bus", "fs", "irq", "sys")
 _HIDDEN_PROC = ("kcore", "sysrq-trigger")
-_OWN_PLACES = ("/dev", "/home/root", "/proc", "/run", "/tmp")
+_VOLATILE = ("/run", "/dev/shm")
 
 
 @dataclass
@@ -51,16 +51,6 @@ def step(what: str) -> Iterator[None]:
     except OSError as error:
         subject = f" ({error.filename.removeprefix(NEW_ROOT)})" if error.filename else ""
         raise SimulatorError(f"cannot {what}: {error.strerror}{subject}") from error
-
-
-def is_replaced(path: str) -> bool:
-    """Whether what the host has at `path` cannot be seen in the box, which has its own there."""
-    return any(path == place or path.startswith(place + "/") for place in _OWN_PLACES)
-
-
-def is_own_place(path: str) -> bool:
-    """Whether `path` is a directory that the box has for itself."""
-    return path in _OWN_PLACES
 
 
 def build(configuration: Configuration) -> None:
@@ -99,35 +89,20 @@ def enter() -> None:
         os.chdir("/")
 
 
-def make_mount_points(configuration: Configuration) -> None:
-    """Make the files and directories below the device directory that `build` mounts on."""
-    for bind, point in _kept_mount_points(configuration):
-        with step(f"make room for {bind.source} in the device directory"):
-            directory = os.path.isdir(bind.source)
-            (point if directory else point.parent).mkdir(parents=True, exist_ok=True)
-            if not directory:
-                point.touch()
+def empty_volatile() -> None:
+    """Remove what a board without power forgets, except for what the simulator keeps there.
 
-
-def remove_mount_points(configuration: Configuration) -> None:
-    """Remove what `make_mount_points` has made, as far as it is still empty."""
-    for _, point in _kept_mount_points(configuration):
-        try:
-            if point.is_file() and point.stat().st_size == 0:
-                point.unlink()
-            while point.parent != Path(configuration.directory):
-                if point.is_dir():
-                    point.rmdir()
-                point = point.parent
-        except OSError:
-            continue  # not empty, so it was there for itself
-
-
-def _kept_mount_points(configuration: Configuration) -> Iterator[tuple[Bind, Path]]:
-    for bind in configuration.binds:
-        for place, name in paths.KEPT_DIRECTORIES.items():
-            if bind.target.startswith(place + "/"):
-                yield bind, Path(configuration.directory, name, bind.target[len(place) + 1:])
+    /tmp is not among it: on a real board it is gone as well, but the logs and archives in it are
+    what an engineer wants to see after a reset.
+    """
+    for directory in _VOLATILE:
+        for entry in os.scandir(directory):
+            if entry.path == paths.RUN:
+                continue
+            if entry.is_dir(follow_symlinks=False):
+                shutil.rmtree(entry.path, ignore_errors=True)
+            else:
+                os.unlink(entry.path)
 
 
 def _host_trees() -> tuple[dict[str, str], list[_Tree]]:
@@ -151,7 +126,8 @@ def _host_trees() -> tuple[dict[str, str], list[_Tree]]:
 
 
 def _device_trees(configuration: Configuration) -> list[_Tree]:
-    trees = [_take(f"{configuration.directory}/{name}", place, read_only=place == "/supervisor")
+    trees = [_take(f"{configuration.directory}/{name}", place,
+                   read_only=place == paths.PROGRAM_DIRECTORY)
              for place, name in paths.KEPT_DIRECTORIES.items()]
     return trees + [_take_bind(bind) for bind in configuration.binds]
 

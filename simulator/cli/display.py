@@ -1,16 +1,19 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The account on the terminal: one line an event."""
+"""The account on the terminal: one line an event, and a summary in the end."""
 
 from __future__ import annotations
 
 import os
 import time
+from collections import Counter
+from collections.abc import Sequence
+from pathlib import Path
 from typing import TextIO
 
-from simulator import account
-from simulator.account import Event
-from simulator.archives import Archive
+from simulator import BootState, Event
+from simulator.cli.follow import Archive
+from simulator.common import account, paths
 
 APPLICATION_LOG = "application log"
 REPORT_ARCHIVE = "report archive"
@@ -66,6 +69,45 @@ class Display:
         if self._colour:
             name = f"\033[{_ALARM if alarm else _COLOURS[source]}m{name}\033[0m"
         print(f"{clock}  {name}  {_printable(text)}", file=self._stream, flush=True)
+
+
+def summarise(events: Sequence[Event], state: BootState, directory: Path) -> list[str]:
+    """The summary of a simulation that is over."""
+    boots = sum(1 for event in events if event.get("starts"))
+    resets = [event["reset"] for event in events if event.get("reset")]
+    restarts = sum(event.source == account.SYSTEM_LOG
+                   and event.text.startswith("Restarting process:") for event in events)
+    feeds = sum(1 for event in events if event.get("name") == "WDIOC_KEEPALIVE")
+    tools = Counter(event["tool"] for event in events if event.source == account.TOOL)
+    kept = sorted(path for path in (directory / paths.KEPT_DIRECTORIES["/tmp"]).rglob("*")
+                  if path.is_file())
+    rows = [
+        ("time", _duration(events)),
+        ("boots", f"{boots}" + (f", resets by {_counted(Counter(resets))}" if resets else "")),
+        ("application", f"restarted {_times(restarts)}"),
+        ("watchdog device", f"fed {_times(feeds)}"),
+        ("tools called", _counted(tools) or "none"),
+        ("boot flags", f"fail={state.fail} boot_count={state.boot_count}, boot environment "
+                       + (" ".join(sorted(state.environment)) or "empty")),
+        ("account", str(directory / paths.ACCOUNT)),
+        ("files in /tmp", f"{len(kept)}" + (":" if kept else "")),
+    ]
+    return [f"{name:16} {text}" for name, text in rows] + [
+        f"{'':16} {path} ({path.stat().st_size} bytes)" for path in kept]
+
+
+def _duration(events: Sequence[Event]) -> str:
+    if not events:
+        return "nothing happened"
+    return f"{events[-1].monotonic - events[0].monotonic:.1f} s"
+
+
+def _counted(counter: Counter[str]) -> str:
+    return ", ".join(f"{name} ({count})" for name, count in counter.most_common())
+
+
+def _times(number: int) -> str:
+    return "once" if number == 1 else f"{number} times"
 
 
 def _printable(text: str) -> str:

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The stand-ins for the board's tools: what they are told to do, and the server behind them.
+"""The stand-ins for the board's tools, the server behind them, and what else is in PATH.
 
 Each stand-in is the same small script under the tool's name. It passes its arguments to the board
 and does what the board answers, so that all recording and deciding is done in one place.
@@ -12,6 +12,7 @@ import os
 import re
 import selectors
 import shlex
+import signal
 import socket
 import struct
 import sys
@@ -19,13 +20,11 @@ import time
 from collections.abc import Callable, Mapping
 from dataclasses import dataclass
 
-from simulator import account, paths, processes
-from simulator.errors import SimulatorError
+from simulator.box import processes
+from simulator.common import account, paths
+from simulator.common.configuration import TOOLS, Behaviour
 
-TOOLS = ("reboot", "killall", "sfuflags", "fw_setenv")
-
-_KINDS = ("normal", "fail", "hang", "absent", "return")
-_BEHAVIOUR = re.compile(r"(?P<kind>[a-z]+)(?:=(?P<status>[0-9]{1,3}))?")
+_COMM_LENGTH = 15  # the kernel cuts the names of processes at this length
 
 _SCRIPT = """#!{python} -IS
 import os, socket, sys
@@ -37,33 +36,6 @@ status, _, message = answer.partition(b" ")
 os.write(2, message)
 sys.exit(int(status or 1))
 """
-
-
-@dataclass(frozen=True)
-class Behaviour:
-    """What a stand-in does when it is called; `status` is the exit status where it fails."""
-
-    kind: str = "normal"
-    status: int = 1
-
-    @classmethod
-    def parse(cls, tool: str, text: str) -> "Behaviour":
-        """The behaviour named by e.g. "hang" or "fail=3"; SimulatorError where there is none."""
-        if tool not in TOOLS:
-            raise SimulatorError(f"there is no tool '{tool}' to stand in for; "
-                                 f"there are {', '.join(TOOLS)}")
-        match = _BEHAVIOUR.fullmatch(text)
-        if match is None or match["kind"] not in _KINDS or (match["kind"] == "return"
-                                                            and tool != "reboot"):
-            raise SimulatorError(f"'{text}' is no behaviour of {tool}: give normal, fail, fail=N, "
-                                 "hang or absent, for reboot also return")
-        if match["status"] is None:
-            return cls(match["kind"])
-        status = int(match["status"])
-        if match["kind"] != "fail" or not 1 <= status <= 255:
-            raise SimulatorError(f"'{text}' is no behaviour of {tool}: only fail takes a number, "
-                                 "the exit status from 1 to 255")
-        return cls("fail", status)
 
 
 @dataclass(frozen=True)
@@ -89,7 +61,8 @@ class ToolServer:
         self._actions = actions
         self._behaviours: dict[str, Behaviour] = {}
         self._calls: dict[socket.socket, tuple[str, float]] = {}
-        os.makedirs(paths.TOOLS, exist_ok=True)
+        os.makedirs(paths.TOOLS)
+        _link_commands()
         for name in TOOLS:
             self.set_behaviour(name, behaviours.get(name, "normal"))
         self._listener = socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET)
@@ -167,7 +140,71 @@ class ToolServer:
         connection.close()
 
 
+def killall(arguments: list[str]) -> Outcome:
+    """Send a signal to all processes with one of the names given."""
+    number = int(signal.SIGTERM)
+    quiet = False
+    names: list[str] = []
+    for argument in arguments:
+        if argument == "-q":
+            quiet = True
+        elif argument.startswith("-"):
+            found = _signal_number(argument[1:])
+            if found is None:
+                return bad_usage("killall", argument)
+            number = found
+        else:
+            names.append(argument)
+    if not names:
+        return bad_usage("killall", "no name")
+    killed = {name: _kill_all_of(name, number) for name in names}
+    missing = [name for name, count in killed.items() if count == 0]
+    message = "" if quiet else "".join(f"{name}: no process found\n" for name in missing)
+    total = sum(killed.values())
+    return Outcome(1 if missing else 0,
+                   f"signal {number} to {total} process{'' if total == 1 else 'es'}", message)
+
+
+def bad_usage(tool: str, what: str) -> Outcome:
+    """How a call ends whose arguments a tool does not know."""
+    return Outcome(1, f"bad usage: {what}", f"{tool}: bad usage: {what}\n")
+
+
+def _link_commands() -> None:
+    """Make a directory of links to all commands of the host that are not stood in for.
+
+    With it in the search path in place of the host's own directories, a tool told to be absent is
+    really not found.
+    """
+    os.mkdir(paths.COMMANDS)
+    for directory in paths.COMMAND_PATH.split(":"):
+        if not os.path.isdir(directory):
+            continue
+        for name in os.listdir(directory):
+            place = f"{paths.COMMANDS}/{name}"
+            if name not in TOOLS and not os.path.lexists(place):
+                os.symlink(f"{directory}/{name}", place)
+
+
 def _caller(pid: int) -> str:
     tool = processes.read_process(pid)
     parent = processes.read_process(tool.ppid) if tool else None
     return parent.comm if parent else ""
+
+
+def _kill_all_of(name: str, number: int) -> int:
+    targets = [process for process in processes.list_processes()
+               if process.comm == name[:_COMM_LENGTH] and process.pid != 1 and process.state != "Z"]
+    for target in targets:
+        try:
+            os.kill(target.pid, number)
+        except ProcessLookupError:
+            pass  # it has ended meanwhile, as wanted
+    return len(targets)
+
+
+def _signal_number(text: str) -> int | None:
+    if re.fullmatch("[0-9]{1,2}", text):
+        return int(text)
+    name = "SIG" + text.removeprefix("SIG")
+    return int(signal.Signals[name]) if name in signal.Signals.__members__ else None

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""What can go wrong with the simulated device, in words for the person at the keyboard."""
+"""What the inside of the box and the outside share: names, formats, and how they talk."""
 
 
 class SimulatorError(Exception):
