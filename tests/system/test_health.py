@@ -38,6 +38,12 @@ def test_the_device_is_armed_and_fed_every_ten_seconds(board: Board) -> None:
     assert all(later - earlier > 9 for earlier, later in zip(feeds[1:], feeds[2:]))
 
 
+def test_output_without_end_does_not_hold_up_the_feeding(board: Board) -> None:
+    running = board("flood-both", "1000000000000", "65536", log_size="16M")
+    running.wait_for("watchdog device", "KEEPALIVE", count=4)
+    assert not running.events("watchdog device", "expired")
+
+
 @pytest.fixture
 def recorded(board: Board, build_directory: Path) -> Board:
     """recorded("wait", settings=…): a running device whose supervisor says what it starts."""
