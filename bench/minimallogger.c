@@ -1,15 +1,13 @@
 /* SPDX-FileCopyrightText: 2026 The watchdog developers
  * SPDX-License-Identifier: MIT
  *
- * The least that a logger can do: read, write, and rename the file when it has reached the limit.
- * What this costs is nearly all the kernel's part.
+ * The least that a logger with an event loop can do: wait with poll(), read, write, and rename the
+ * file when it has reached the limit. What this costs is nearly all the kernel's part.
  *
- * minimallogger [-p] FILE LIMIT
+ * minimallogger FILE LIMIT
  *
  * FILE   the log file; its old generation is FILE.0
  * LIMIT  bytes in the log file
- * -p     wait with poll(), as a program must that has more to do than to read; this makes the
- *        kernel wake it, and the writer signal it, more often than a blocking read
  */
 #include <fcntl.h>
 #include <poll.h>
@@ -19,10 +17,10 @@
 
 static char chunk[65536];
 
-static ssize_t readChunk(int polls)
+static ssize_t readChunk(void)
 {
     struct pollfd input = {.fd = STDIN_FILENO, .events = POLLIN};
-    if (polls && poll(&input, 1, -1) == -1)
+    if (poll(&input, 1, -1) == -1)
         return -1;
     return read(STDIN_FILENO, chunk, sizeof chunk);
 }
@@ -39,21 +37,18 @@ static int openNew(const char *path)
 
 int main(int argc, char *argv[])
 {
-    int polls = 0;
-    for (int option; (option = getopt(argc, argv, "p")) != -1;)
-        polls |= option == 'p';
-    if (argc - optind != 2) {
-        fputs("Usage: minimallogger [-p] FILE LIMIT\n", stderr);
+    if (argc != 3) {
+        fputs("Usage: minimallogger FILE LIMIT\n", stderr);
         return 2;
     }
-    const char *path = argv[optind];
+    const char *path = argv[1];
     char oldPath[4096];
     snprintf(oldPath, sizeof oldPath, "%s.0", path);
-    const long limit = strtol(argv[optind + 1], NULL, 10);
+    const long limit = strtol(argv[2], NULL, 10);
 
     int file = openNew(path);
     long inFile = 0;
-    for (ssize_t size; (size = readChunk(polls)) > 0;) {
+    for (ssize_t size; (size = readChunk()) > 0;) {
         if (write(file, chunk, (size_t)size) != size) {
             perror(path);
             return 1;

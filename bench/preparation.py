@@ -13,6 +13,7 @@ from typing import NoReturn
 PROJECT = pathlib.Path(__file__).resolve().parents[1]
 PRESET = "release"
 BUILD = PROJECT / "build" / PRESET
+SAMPLE = BUILD / "simulator/application/sample-application"
 
 
 def fail(message: object) -> NoReturn:
