@@ -13,10 +13,10 @@ from pathlib import Path
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent.parent))
 
 import images
-import product
 from board import SAMPLE, Board, supervise
 from recording import Recording
 from remote_control import BoardGone
+from scripts.arm64_packages import ToolError
 from simulator import SimulatorError
 
 
@@ -32,10 +32,9 @@ def main() -> int:
     with tempfile.TemporaryDirectory(prefix="board-") as name:
         directory = Path(name)
         try:
-            made = product.build(directory, options.package)
-            board = Board(directory / "board", images.build([made.package], made.application),
+            board = Board(directory / "board", images.build(directory, options.package),
                           supervise(*options.application), root_options=options.root_options)
-        except (product.ProductError, images.ImageError) as error:
+        except ToolError as error:
             print(f"by_hand: no board can be built: {error}", file=sys.stderr)
             return 1
         try:

@@ -15,10 +15,10 @@ from typing import Any
 import pytest
 
 import images as image_files
-import product
 from board import EMULATOR, Board, Measured, NewBoard, supervise
+from scripts.arm64_packages import ToolError
 
-_RECORDS = product.PROJECT / "build" / "device"
+_RECORDS = image_files.PROJECT / "build" / "device"
 _RESULTS = _RECORDS / "results"
 _BOARD = pytest.StashKey[Board]()
 _TAIL_LINES = 40
@@ -63,9 +63,8 @@ def images(pytestconfig: pytest.Config, tmp_path_factory: pytest.TempPathFactory
 
 def _build(config: pytest.Config) -> dict[str, str]:
     try:
-        made = product.build(_RECORDS, config.getoption("--package"))
-        built = image_files.build([made.package], made.application)
-    except (product.ProductError, image_files.ImageError) as error:
+        built = image_files.build(_RECORDS, config.getoption("--package"))
+    except ToolError as error:
         return {"error": f"no board can be built: {error}"}
     return {name: str(path) for name, path in asdict(built).items()}
 

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""Builds what a board boots from: boot loader, kernel, initial RAM file system and root.
+"""Builds what an emulated board boots from: boot loader, kernel, initial RAM file system, root.
 
 All of it but the boards' own few scripts comes from Debian's packages. What was built once is kept
 in the cache as long as nothing that goes into it changes.
@@ -13,20 +13,18 @@ import hashlib
 import os
 import re
 import shutil
-import subprocess
 import tempfile
 import time
-from collections.abc import Iterable, Iterator, Sequence
+from collections.abc import Iterable, Iterator
 from contextlib import contextmanager
 from dataclasses import dataclass
 from pathlib import Path
-from typing import IO
 
 import boot_environment
-import cpio
-from packages import PackageError, Packages
+from scripts.arm64_packages import Packages, ToolError, cache_directory, run, unpack
 
 _HERE = Path(__file__).resolve().parent
+PROJECT = _HERE.parent.parent
 _FLASH_BYTES = 64 << 20
 _FLASH_ENVIRONMENT_BYTES = 0x40000
 _BLOCK_BYTES = 512
@@ -56,10 +54,6 @@ _ROOT_SIZE = "192M"
 _KEPT_SECONDS = 24 * 60 * 60
 
 
-class ImageError(Exception):
-    """An image cannot be built."""
-
-
 @dataclass(frozen=True)
 class Images:
     """The files of one build; boards share them and must not write to them."""
@@ -74,38 +68,41 @@ class Images:
     """Disk 2, of which every board takes a copy."""
 
 
-def cache_directory() -> Path:
-    """Where downloads and images are kept."""
-    base = os.environ.get("XDG_CACHE_HOME") or Path.home() / ".cache"
-    return Path(base) / "pynx-watchdog" / "device"
+def build(directory: Path, package: Path | None = None) -> Images:
+    """The images with the supervisor, of a ready package or one built now, and the application.
 
-
-def build(product: Sequence[Path], application: Path, cache: Path | None = None) -> Images:
-    """The images with the supervisor from the packages `product`, and the sample application.
-
-    Several processes may ask at once; one builds, the others wait for it. Raises ImageError.
+    Several processes may ask at once; one builds, the others wait for it. Raises ToolError.
     """
-    cache = cache or cache_directory()
+    package = package or _build_package()
+    application = _build_application(directory)
+    cache = cache_directory() / "device"
     cache.mkdir(parents=True, exist_ok=True)
     with _locked(cache / "lock"):
-        try:
-            packages = Packages(cache)
-            kernel = packages.kernel()
-            boot_loader = packages.download("u-boot-qemu")
-            root = packages.fetch(_ROOT_PACKAGES, product)
-        except PackageError as error:
-            raise ImageError(str(error)) from error
-        ingredients = [kernel, boot_loader, *root, application]
-        target = cache / f"images-{_fingerprint(ingredients)}"
+        packages = Packages(cache / "apt")
+        kernel = packages.fetch(["linux-image-arm64"])
+        boot_loader = packages.fetch_alone(["u-boot-qemu"])
+        root = packages.fetch(_ROOT_PACKAGES, [package])
+        target = cache / f"images-{_fingerprint([*kernel, *boot_loader, *root, application])}"
         if not target.exists():
             _remove_outdated(cache)
             with tempfile.TemporaryDirectory(dir=cache) as workshop:
                 _build(Path(workshop), kernel, boot_loader, root, application)
-                finished = Path(workshop, "images")
-                finished.rename(target)
+                Path(workshop, "images").rename(target)
         os.utime(target)
     return Images(target / "u-boot.flash", target / "u-boot-settings.flash", target / "boot.ext2",
                   target / "root.ext4")
+
+
+def _build_package() -> Path:
+    run([PROJECT / "scripts/build-packages", "arm64"])
+    return next((PROJECT / "build/packages").glob("pynx-watchdog_[0-9]*_arm64.deb"))
+
+
+def _build_application(directory: Path) -> Path:
+    application = directory / "sample-application"
+    run(["aarch64-linux-gnu-g++", "-std=c++17", "-O2", "-pthread", "-o", application,
+         *sorted((PROJECT / "simulator/application").glob("*.cpp"))])
+    return application
 
 
 def _remove_outdated(cache: Path) -> None:
@@ -115,19 +112,20 @@ def _remove_outdated(cache: Path) -> None:
             shutil.rmtree(images)
 
 
-def _build(workshop: Path, kernel: Path, boot_loader: Path, root: Iterable[Path],
-           application: Path) -> None:
+def _build(workshop: Path, kernel: Iterable[Path], boot_loader: Iterable[Path],
+           root: Iterable[Path], application: Path) -> None:
     images = workshop / "images"
     images.mkdir()
-    _make_flash(_unpack([boot_loader], workshop / "boot-loader"), images)
-    root_tree = _unpack(root, workshop / "root", skipped=_NOT_UNPACKED)
+    _make_flash(unpack(boot_loader, workshop / "boot-loader"), images)
+    root_tree = unpack(root, workshop / "root", _NOT_UNPACKED)
     _complete_root(root_tree, application)
     boot_tree = workshop / "boot"
     boot_tree.mkdir()
-    kernel_tree = _unpack([kernel], workshop / "kernel")
+    kernel_tree = unpack(kernel, workshop / "kernel")
     shutil.copy(next(kernel_tree.glob("boot/vmlinuz-*")), boot_tree / "Image")
-    (boot_tree / "initrd").write_bytes(cpio.archive(
-        _ram_tree(workshop / "ram", kernel_tree, root_tree)))
+    ram_tree = _ram_tree(workshop / "ram", kernel_tree, root_tree)
+    run(["sh", "-c", 'find . | cpio --quiet --create --format=newc --owner=0:0 >"$0"',
+         boot_tree / "initrd"], directory=ram_tree)
     _make_file_system("ext2", boot_tree, images / "boot.ext2", "48M")
     _make_file_system("ext4", root_tree, images / "root.ext4", _ROOT_SIZE)
 
@@ -181,7 +179,7 @@ def _with_dependencies(kernel_tree: Path) -> list[Path]:
 
     def add(name: str) -> None:
         if name not in files:
-            raise ImageError(f"the kernel package has no module {name}")
+            raise ToolError(f"the kernel package has no module {name}")
         found = re.search(rb"\0depends=([^\0]*)\0", files[name].read_bytes())
         for needed in found[1].decode().split(",") if found and found[1] else ():
             add(needed.replace("-", "_"))
@@ -212,44 +210,17 @@ def _complete_root(tree: Path, application: Path) -> None:
     (tree / "usr/bin/sample-application").chmod(0o755)
 
 
-def _unpack(packages: Iterable[Path], tree: Path, skipped: Sequence[str] = ()) -> Path:
-    for name in ("bin", "sbin", "lib"):
-        (tree / "usr" / name).mkdir(parents=True)
-        (tree / name).symlink_to(f"usr/{name}")
-    for package in packages:
-        with subprocess.Popen(["dpkg-deb", "--fsys-tarfile", package],
-                              stdout=subprocess.PIPE) as content:
-            _run(["tar", "--extract", "--keep-directory-symlink", "--no-same-owner",
-                  "--directory", str(tree), *(f"--exclude={name}" for name in skipped)],
-                 stdin=content.stdout)
-        if content.returncode != 0:
-            raise ImageError(f"{package} cannot be unpacked")
-    return tree
-
-
 def _make_file_system(kind: str, tree: Path, image: Path, size: str) -> None:
     # For fakeroot everything belongs to root, as on the board.
-    _run(["fakeroot", "mke2fs", "-q", "-t", kind, "-E", "lazy_itable_init=0,lazy_journal_init=0",
-          "-d", str(tree), str(image), size])
-
-
-def _run(command: Sequence[str], stdin: IO[bytes] | int | None = subprocess.DEVNULL) -> None:
-    try:
-        result = subprocess.run(command, stdin=stdin, capture_output=True, check=False,
-                                encoding="utf-8", errors="replace",
-                                env={**os.environ, "PATH": f"{os.environ['PATH']}:/usr/sbin:/sbin"})
-    except FileNotFoundError as error:
-        raise ImageError(f"{command[0]} is missing; scripts/install-dependencies device installs "
-                         "it") from error
-    if result.returncode != 0:
-        raise ImageError(f"{' '.join(command)}:\n{result.stderr[-2000:]}")
+    run(["fakeroot", "mke2fs", "-q", "-t", kind, "-E", "lazy_itable_init=0,lazy_journal_init=0",
+         "-d", tree, image, size])
 
 
 def _fingerprint(ingredients: Iterable[Path]) -> str:
     """Changes with everything that goes into the images."""
     digest = hashlib.sha256()
     own = [path for name in ("boot", "root") for path in sorted((_HERE / name).rglob("*"))]
-    own += [_HERE / name for name in ("images.py", "boot_environment.py", "cpio.py")]
+    own += [_HERE / name for name in ("images.py", "boot_environment.py")]
     for path in own:
         if path.is_file():
             digest.update(f"{path.relative_to(_HERE)} {path.stat().st_mode:o}".encode())

@@ -1,0 +1,124 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""Debian's arm64 packages, for the cross build and for the emulated boards.
+
+They are fetched by an apt with a state of its own, so the machine's package management neither
+learns of a second architecture nor has to be asked for rights. It uses the machine's sources.
+"""
+
+from __future__ import annotations
+
+import os
+import re
+import subprocess
+from collections.abc import Iterable, Sequence
+from pathlib import Path
+
+ARCHITECTURE = "arm64"
+
+_LEFT_OUT = ("debconf", "debianutils", "dpkg", "init-system-helpers", "initramfs-tools", "kmod",
+             "linux-base", "perl", "perl-base", "shared-mime-info", "usrmerge")
+"""What packages want for being installed and upgraded, and no program needs afterwards."""
+
+
+class ToolError(Exception):
+    """A tool is missing or has failed."""
+
+
+def cache_directory() -> Path:
+    """Where downloads, and what is made of them, are kept."""
+    base = os.environ.get("XDG_CACHE_HOME") or os.path.expanduser("~/.cache")
+    return Path(base) / "pynx-watchdog"
+
+
+class Packages:
+    """The packages below a directory; whatever is there already is not downloaded again."""
+
+    def __init__(self, state: Path) -> None:
+        self._state = state
+        self._archives = state / "archives"
+        for name in ("lists/partial", "archives/partial"):
+            (state / name).mkdir(parents=True, exist_ok=True)
+        (state / "status").write_text("".join(
+            f"Package: {name}\nStatus: install ok installed\nArchitecture: {ARCHITECTURE}\n"
+            f"Multi-Arch: foreign\nVersion: 99:99\nMaintainer: nobody\nDescription: left out\n\n"
+            for name in _LEFT_OUT), encoding="utf-8")
+        options = {
+            "APT::Architecture": ARCHITECTURE,
+            "APT::Architectures": ARCHITECTURE,
+            "APT::Install-Recommends": "false",
+            "APT::Sandbox::User": "",
+            "Dir::Etc::main": "/dev/null",  # none of the machine's hooks
+            "Dir::Etc::parts": "/dev/null",
+            "Dir::State": state,
+            "Dir::State::status": state / "status",
+            "Dir::Cache": state,
+        }
+        # How the machine reaches the archive, its proxies among that.
+        ways_out = [line for line in run(["apt-config", "dump"]).splitlines()
+                    if line.startswith("Acquire::")]
+        (state / "apt.conf").write_text("\n".join(
+            [*(f'{name} "{value}";' for name, value in options.items()), *ways_out, ""]),
+            encoding="utf-8")
+
+    def update(self) -> None:
+        """Read anew what the archive has."""
+        self._apt(self._state, "update")
+
+    def fetch(self, names: Iterable[str], files: Iterable[Path] = ()) -> list[Path]:
+        """The packages of these names and in these files, with all that they depend on."""
+        given = [file.resolve() for file in files]
+        return self._obtain("install", [*names, *map(str, given)]) + given
+
+    def fetch_alone(self, names: Iterable[str]) -> list[Path]:
+        """The packages of these names without what they depend on."""
+        return self._obtain("download", list(names))
+
+    def _obtain(self, action: str, wanted: Sequence[str]) -> list[Path]:
+        try:
+            return self._obtain_listed(action, wanted)
+        except ToolError:
+            # There are no lists yet, or the archive has moved on since they were read.
+            self.update()
+            return self._obtain_listed(action, wanted)
+
+    def _obtain_listed(self, action: str, wanted: Sequence[str]) -> list[Path]:
+        # In another directory, and with a cache that is empty, apt names all the files.
+        named = self._apt(self._state, "--print-uris", "--option",
+                          f"Dir::Cache::archives={self._state}/none", action, *wanted)
+        files = [self._archives / name
+                 for name in re.findall(r"^'(?!file:)\S+' (\S+)", named, re.MULTILINE)]
+        if not all(file.exists() for file in files):
+            self._apt(self._archives, "--download-only", action, *wanted)
+        return files
+
+    def _apt(self, directory: Path, *arguments: str) -> str:
+        return run(["apt-get", "--yes", *arguments], directory,
+                   APT_CONFIG=str(self._state / "apt.conf"))
+
+
+def unpack(packages: Iterable[Path], tree: Path, left_out: Iterable[str] = ()) -> Path:
+    """Unpack packages into a new tree, and return it."""
+    for name in ("bin", "sbin", "lib"):
+        (tree / "usr" / name).mkdir(parents=True)
+        (tree / name).symlink_to(f"usr/{name}")
+    for package in packages:
+        run(["sh", "-c", 'dpkg-deb --fsys-tarfile "$0" | tar --extract "$@"', package,
+             "--keep-directory-symlink", "--no-same-owner", f"--directory={tree}",
+             *(f"--exclude={name}" for name in left_out)])
+    return tree
+
+
+def run(command: Sequence[str | Path], directory: Path | None = None, **environment: str) -> str:
+    """What a tool says on standard output. Raises ToolError, with all that it said."""
+    everything = {**os.environ, "PATH": f"{os.environ['PATH']}:/usr/sbin:/sbin", "LC_ALL": "C"}
+    try:
+        result = subprocess.run(command, cwd=directory, stdin=subprocess.DEVNULL,
+                                capture_output=True, encoding="utf-8", errors="replace",
+                                check=False, env={**everything, **environment})
+    except FileNotFoundError as error:
+        raise ToolError(f"{command[0]} is missing; see scripts/install-dependencies") from error
+    if result.returncode != 0:
+        raise ToolError(f"{' '.join(map(str, command))}:\n"
+                        f"{result.stdout[-2000:]}{result.stderr[-2000:]}")
+    return result.stdout
