@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""A board to try things on: what is typed runs on it, and what it does is shown."""
+"""An emulated board to try things on: what is typed runs on it, and what it does is shown."""
 
 from __future__ import annotations
 
@@ -13,7 +13,7 @@ from pathlib import Path
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent.parent))
 
 import images
-from board import SAMPLE, Board, supervise
+from emulated_board import SAMPLE, EmulatedBoard, supervise
 from recording import Recording
 from remote_control import BoardGone
 from scripts.arm64_packages import ToolError
@@ -32,8 +32,9 @@ def main() -> int:
     with tempfile.TemporaryDirectory(prefix="board-") as name:
         directory = Path(name)
         try:
-            board = Board(directory / "board", images.build(directory, options.package),
-                          supervise(*options.application), root_options=options.root_options)
+            board = EmulatedBoard(directory / "board", images.build(directory, options.package),
+                                  supervise(*options.application),
+                                  root_options=options.root_options)
         except ToolError as error:
             print(f"by_hand: no board can be built: {error}", file=sys.stderr)
             return 1
@@ -54,7 +55,7 @@ def main() -> int:
     return 0
 
 
-def _run(board: Board, line: str) -> None:
+def _run(board: EmulatedBoard, line: str) -> None:
     try:
         completed = board.run(line)
     except BoardGone as error:

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The real package on emulated boards. The tests of a class share one board, in their order."""
+"""The real package on emulated boards, one for each test."""
 
 from __future__ import annotations
 
@@ -15,12 +15,11 @@ from typing import Any
 import pytest
 
 import images as image_files
-from board import EMULATOR, Board, Measured, NewBoard, supervise
+from emulated_board import EMULATOR, EmulatedBoard, NewBoard, supervise
 from scripts.arm64_packages import ToolError
 
 _RECORDS = image_files.PROJECT / "build" / "device"
-_RESULTS = _RECORDS / "results"
-_BOARD = pytest.StashKey[Board]()
+_BOARD = pytest.StashKey[EmulatedBoard]()
 _TAIL_LINES = 40
 
 
@@ -41,7 +40,7 @@ def pytest_configure(config: pytest.Config) -> None:
         raise pytest.UsageError(f"{EMULATOR} is missing; scripts/install-dependencies device "
                                 "installs it")
     shutil.rmtree(_RECORDS, ignore_errors=True)
-    _RESULTS.mkdir(parents=True)
+    _RECORDS.mkdir(parents=True)
 
 
 @pytest.fixture(scope="session")
@@ -69,16 +68,17 @@ def _build(config: pytest.Config) -> dict[str, str]:
     return {name: str(path) for name, path in asdict(built).items()}
 
 
-@pytest.fixture(scope="class")
-def new_board(request: pytest.FixtureRequest, images: Any) -> Iterator[NewBoard]:
-    """A factory of the class's one board, whose records are in build/device/<class>."""
-    made: list[Board] = []
+@pytest.fixture
+def new_emulated_board(request: pytest.FixtureRequest, images: Any) -> Iterator[NewBoard]:
+    """Switches on the test's one board, whose records are in build/device/<test>."""
+    made: list[EmulatedBoard] = []
 
-    def make(arguments: list[str] | None = None, *, wait: bool = True, **options: Any) -> Board:
-        assert not made, "a class of tests has one board"
-        directory = _RECORDS / request.cls.__name__
+    def make(arguments: list[str] | None = None, *, wait: bool = True,
+             **options: Any) -> EmulatedBoard:
+        assert not made, "a test has one board"
+        directory = _RECORDS / request.node.name
         directory.mkdir(parents=True)
-        board = Board(directory, images, arguments or supervise(), **options)
+        board = EmulatedBoard(directory, images, arguments or supervise(), **options)
         made.append(board)
         request.node.stash[_BOARD] = board
         board.start()
@@ -91,38 +91,14 @@ def new_board(request: pytest.FixtureRequest, images: Any) -> Iterator[NewBoard]
         board.discard()
 
 
-@pytest.fixture
-def measured(request: pytest.FixtureRequest) -> Measured:
-    """measured("longest feed gap", "10.1 s"): a line in the run's results."""
-    def note(what: str, value: str) -> None:
-        with (_RESULTS / request.cls.__name__).open("a", encoding="utf-8") as file:
-            file.write(f"{what}: {value}\n")
-
-    return note
-
-
 @pytest.hookimpl(hookwrapper=True)  # type: ignore[misc]
 def pytest_runtest_makereport(item: pytest.Item) -> Iterator[None]:
     """Show with a failed test the end of its board's records, and where they are."""
     outcome = yield
     report = outcome.get_result()  # type: ignore[attr-defined]
-    scope = item.getparent(pytest.Class)
-    board = scope.stash.get(_BOARD, None) if scope else None
+    board = item.stash.get(_BOARD, None)
     if report.failed and board is not None:
         for name, record in (("console.log", board.console), ("journal", board.journal)):
             lines = record.text().splitlines()[-_TAIL_LINES:]
             report.sections.append((f"the board's {name}", "\n".join(lines)))
         report.sections.append(("all records of the board", str(board.directory)))
-
-
-def pytest_terminal_summary(terminalreporter: Any) -> None:
-    """What was measured, and the file that holds it."""
-    results = [line for file in sorted(_RESULTS.glob("*"))
-               for line in file.read_text(encoding="utf-8").splitlines()]
-    if results:
-        summary = _RECORDS / "results.txt"
-        summary.write_text("".join(f"{line}\n" for line in results), encoding="utf-8")
-        terminalreporter.section("measured on the boards")
-        for line in results:
-            terminalreporter.write_line(line)
-        terminalreporter.write_line(f"(also in {summary})")

@@ -25,27 +25,21 @@ class DeviceEvent:
 class BootTrace:
     """The events of one boot."""
 
-    boot_id: str
-    events: tuple[DeviceEvent, ...]
+    events: list[DeviceEvent]
 
     @property
     def feeds(self) -> list[float]:
         """When the device was fed."""
         return [event.time for event in self.events if event.name == "watchdog_ping"]
 
-    def gaps(self, until: float | None = None) -> list[float]:
-        """Seconds from each feed to the next, and from the last one to `until`."""
-        times = self.feeds + ([] if until is None else [until])
-        return [later - earlier for earlier, later in zip(times, times[1:])]
-
 
 def parse(text: str) -> list[BootTrace]:
     """The boots in a trace, oldest first; a line that a reset has torn is left out."""
-    boots: list[tuple[str, list[DeviceEvent]]] = []
+    boots: list[BootTrace] = []
     for line in text.splitlines():
-        if line.startswith("boot "):
-            boots.append((line.removeprefix("boot "), []))
+        if line == "boot":
+            boots.append(BootTrace([]))
         elif (found := _EVENT.match(line)) and boots:
-            boots[-1][1].append(DeviceEvent(found["name"], float(found["time"]),
-                                            int(found["pid"]), found["text"]))
-    return [BootTrace(boot_id, tuple(events)) for boot_id, events in boots]
+            boots[-1].events.append(DeviceEvent(found["name"], float(found["time"]),
+                                                int(found["pid"]), found["text"]))
+    return boots

@@ -37,8 +37,7 @@ Tar, gzip, dash and coreutils are essential, so that no package of Debian's name
 """
 
 _BUSYBOX_BOOT = ("cat", "insmod", "mkdir", "mount", "sh", "sleep", "switch_root")
-_BUSYBOX_ROOT = ("awk", "fallocate", "grep", "hostname", "init", "logger", "mount",
-                 "poweroff", "reboot", "sed", "syslogd", "taskset", "umount")
+_BUSYBOX_ROOT = ("grep", "hostname", "init", "logger", "mount", "reboot", "syslogd")
 """Never `top`, `free`, `killall`, `tar` or `sh`: those are to be the real ones."""
 
 _MODULES = ("virtio_pci", "virtio_blk", "crc32c_generic", "ext4", "virtio_console", "9pnet_virtio",

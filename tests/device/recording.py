@@ -28,7 +28,6 @@ class Recording:
             file.seek(after)
             return file.read().decode(errors="replace").replace("\r\n", "\n")
 
-    def wait_for(self, text: str, after: int = 0, count: int = 1, timeout: float = 60.0) -> None:
-        """Wait until it holds a text so many times from a position on."""
-        wait_until(lambda: self.text(after).count(text) >= count,
-                   f"{text!r}, {count} times, in {self.path.name}", timeout)
+    def wait_for(self, text: str, timeout: float = 60.0) -> None:
+        """Wait until it holds a text."""
+        wait_until(lambda: text in self.text(), f"{text!r} in {self.path.name}", timeout)

@@ -8,7 +8,6 @@ import base64
 import binascii
 import socket
 import threading
-import time
 from dataclasses import dataclass
 
 from simulator import SimulatorError
@@ -31,48 +30,32 @@ class Completed:
         return self.output.decode(errors="replace").strip()
 
 
-@dataclass(frozen=True)
-class Greeting:
-    """A board that has come up: its boot's identity, and its monotonic clock beside the host's."""
-
-    boot_id: str
-    board_time: float
-    host_time: float
-
-
 class RemoteControl:
     """One power cycle's connection; a thread reads what the board answers."""
 
     def __init__(self, connection: socket.socket) -> None:
         self._connection = connection
         self._news = threading.Condition()
-        self._greetings: list[Greeting] = []
+        self._boots = 0
         self._answers: dict[int, Completed] = {}
         self._requests = 0
         self._open = True
         threading.Thread(target=self._listen, daemon=True).start()
 
-    @property
-    def greetings(self) -> list[Greeting]:
-        """One for each time that the board came up."""
+    def wait_for_boot(self, count: int, timeout: float) -> None:
+        """Wait until the board has come up so many times in this power cycle."""
         with self._news:
-            return list(self._greetings)
-
-    def wait_for_greeting(self, count: int, timeout: float) -> Greeting:
-        """The count-th greeting of this power cycle."""
-        with self._news:
-            self._news.wait_for(lambda: len(self._greetings) >= count or not self._open, timeout)
-            if len(self._greetings) < count:
+            self._news.wait_for(lambda: self._boots >= count or not self._open, timeout)
+            if self._boots < count:
                 raise SimulatorError(f"not within {timeout} s: boot {count} of the board"
                                      if self._open else "the power is off")
-            return self._greetings[count - 1]
 
     def run(self, script: str, timeout: float) -> Completed:
         """Run a shell script. Raises BoardGone when the board is reset meanwhile."""
         with self._news:
             self._requests += 1
             number = self._requests
-            boots = len(self._greetings)
+            boots = self._boots
         request = f"{number} {base64.b64encode(script.encode()).decode()}\n"
         try:
             self._connection.sendall(request.encode())
@@ -80,7 +63,7 @@ class RemoteControl:
             raise BoardGone(f"the power is off: {script}") from error
 
         def settled() -> bool:
-            return number in self._answers or len(self._greetings) != boots or not self._open
+            return number in self._answers or self._boots != boots or not self._open
 
         with self._news:
             self._news.wait_for(settled, timeout)
@@ -108,8 +91,8 @@ class RemoteControl:
 
     def _take(self, words: list[str]) -> None:
         with self._news:
-            if len(words) == 3 and words[0] == "ready":
-                self._greetings.append(Greeting(words[2], float(words[1]), time.monotonic()))
+            if words == ["ready"]:
+                self._boots += 1
             elif len(words) in (2, 3) and words[0].isdecimal() and words[1].isdecimal():
                 try:
                     output = base64.b64decode(words[2]) if len(words) == 3 else b""

@@ -1,79 +1,95 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""A root file system that is read-only at boot, or turns read-only while the board runs."""
+"""A root file system that turns read-only, has no space left, or loses its power."""
 
 from __future__ import annotations
 
 import pytest
 
-from board import Board, NewBoard, supervise
 from boot_environment import FRESH
+from emulated_board import LOG, SAMPLE, NewBoard, supervise
 from qmp import RESET
 from simulator import wait_until
 
 _MESSAGE = "Detected filesystem in read-only mode. Rebooting\n"
-_LOG = "/tmp/log/application.log"  # not on the root, where it could not be opened
+_FLAG_TOOL_FAILS = "exit 1"
+"""The flags are then still to be cleared later; once they are, the root is not looked at again."""
 
 
-def _is_given_up(board: Board) -> None:
-    """The check of the marker file fails: told, variable dropped, rebooted."""
+@pytest.mark.takes(60)
+def test_a_root_that_turns_read_only_is_told_and_the_board_rebooted(
+        new_emulated_board: NewBoard) -> None:
+    # The log is not on the root, where it could not be opened.
+    board = new_emulated_board(supervise(log="/tmp/log/application.log"),
+                               tools={"sfuflags": _FLAG_TOOL_FAILS})
+    board.journal.wait_for("Error occured during process startup, code: 5")
+    board.check("touch /home/root/before && sync")
+    board.check("echo 1 >/sys/fs/ext4/vdc/trigger_fs_error")
+    assert board.run("touch /home/root/after").status != 0
+    board.console.wait_for("Remounting filesystem read-only")
+    assert board.hardware() == []
+    board.mend_tool("sfuflags")
     assert board.environment["update_url_cache"] == FRESH["update_url_cache"]
+    board.check(f"kill {board.application()}")
     board.console.wait_for(_MESSAGE)
     board.wait_for_hardware(RESET)
     assert board.hardware() == [RESET]  # by the command, not by the watchdog device
     assert "update_url_cache" not in board.environment
     assert "sfuflags: -f" not in board.journal.text()
 
-
-def _recovers(board: Board) -> None:
-    """The next boot finds a writable root, and clears the flags that the bad one left set."""
+    # The next boot finds a writable root, and clears the flags that the bad one left set.
     board.wait_until_up()
     board.console.wait_for("boot loader: last boot not confirmed")
     assert board.application()
     wait_until(lambda: board.flags == (0, 0), "cleared flags")
     assert "update_url_cache" not in board.environment
     assert board.console.text().count(_MESSAGE) == 1
+    board.check("ls /home/root/before")
 
 
-@pytest.mark.takes(50)
-class TestReadOnlyAtBoot:
-    """The root is mounted read-only."""
+@pytest.mark.takes(60)
+def test_a_full_disk_stops_neither_the_board_nor_its_confirmation(
+        new_emulated_board: NewBoard) -> None:
+    board = new_emulated_board(supervise(SAMPLE, "demonstrate"),
+                               tools={"sfuflags": _FLAG_TOOL_FAILS})
+    board.journal.wait_for("Error occured during process startup, code: 5")
+    for place in ("/fill", "/tmp/fill"):
+        board.run(f"dd if=/dev/zero of={place} bs=1M; dd if=/dev/zero bs=512 >>{place}")
+    assert board.run("echo more >/home/root/more").status != 0
+    board.mend_tool("sfuflags")
+    first = board.application()
+    board.check(f"kill {first}")
+    application = board.application(unlike=first)
+    wait_until(lambda: board.flags == (0, 0), "cleared flags")  # the marker takes no space
+    board.wait_for_feeds(len(board.boots[-1].feeds) + 3, 90)
+    assert board.application() == application
+    assert board.hardware() == []
+    assert "Critical FW error" not in board.console.text()
 
-    @pytest.fixture(scope="class")
-    def board(self, new_board: NewBoard) -> Board:
-        running = new_board(supervise(log=_LOG), root_options="ro")
-        running.set_root_options("rw,errors=remount-ro")
-        return running
-
-    def test_it_is_told_and_the_board_rebooted(self, board: Board) -> None:
-        assert board.run("touch /home/root/ro-test").status != 0
-        _is_given_up(board)
-
-    def test_the_next_boot_is_good(self, board: Board) -> None:
-        _recovers(board)
+    # The log stands still, and goes on when there is space.
+    held = board.read(LOG)
+    board.check("rm /fill /tmp/fill /home/root/more")
+    more = wait_until(lambda: text if len(text := board.read(LOG)) > len(held) else b"",
+                      "a growing log", 30)
+    assert more.startswith(held)
+    assert more.decode().splitlines()[-2].startswith("sample application: alive for ")
 
 
-@pytest.mark.takes(50)
-class TestReadOnlyFallback:
-    """The kernel gives up writing after an error of the file system."""
-
-    @pytest.fixture(scope="class")
-    def board(self, new_board: NewBoard) -> Board:
-        # With a flag tool that fails at first the flags are still to be cleared when it happens;
-        # once they are, the root is not looked at any more.
-        return new_board(supervise(log=_LOG), tools={"sfuflags": "exit 1"})
-
-    def test_it_is_told_and_the_board_rebooted(self, board: Board) -> None:
-        board.journal.wait_for("Error occured during process startup, code: 5")
-        board.check("touch /home/root/before && sync")
-        board.check("echo 1 >/sys/fs/ext4/vdc/trigger_fs_error")
-        assert board.run("touch /home/root/after").status != 0
-        board.console.wait_for("Remounting filesystem read-only")
-        assert board.hardware() == []
-        board.mend_tool("sfuflags")
-        board.check(f"kill {board.application()}")
-        _is_given_up(board)
-
-    def test_the_next_boot_is_good(self, board: Board) -> None:
-        _recovers(board)
-        board.check("ls /home/root/before")
+@pytest.mark.takes(30)
+def test_the_log_outlives_a_power_cut_and_is_continued(new_emulated_board: NewBoard) -> None:
+    # The log is rotated once, and what is in it then is far from the limit.
+    board = new_emulated_board(
+        supervise(SAMPLE, "flood", "60000", "1000", "print", "all\\n", "wait", log_size="48k"))
+    wait_until(lambda: board.run(f"cat {LOG}.0 {LOG} | tail -n1").text == "all", "all of it")
+    rotated, current = board.read(f"{LOG}.0"), board.read(LOG)
+    assert (rotated + current).count(b"out ") == 600
+    board.check("sync")  # takes all that the supervisor has handed to the kernel, and nothing else
+    board.set_arguments(supervise(log_size="48k"))
+    board.power_cut()
+    board.start()
+    board.wait_until_up()
+    assert board.application()
+    assert board.read(f"{LOG}.0") == rotated
+    wait_until(lambda: board.read(LOG) != current, "a continued log")
+    assert board.read(LOG).startswith(current + b"\n\n")
+    assert "EXT4-fs error" not in board.console.text()

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""A 64-bit Arm board with a hardware watchdog, emulated in software."""
+"""A 64-bit Arm board with a hardware watchdog, emulated by QEMU."""
 
 from __future__ import annotations
 
@@ -17,7 +17,7 @@ import feeds
 from images import Images
 from qmp import RESET, WATCHDOG, HardwareEvent, Monitor
 from recording import Recording
-from remote_control import Completed, Greeting, RemoteControl
+from remote_control import Completed, RemoteControl
 from simulator import SimulatorError, wait_until
 
 EMULATOR = "qemu-system-aarch64"
@@ -31,15 +31,14 @@ WATCHDOG_SECONDS = 30
 """The time-out that the supervisor gives the watchdog device."""
 
 
-def supervise(*application: str, options: Sequence[str] = (), log: str = LOG,
-              log_size: str = "1M") -> list[str]:
+def supervise(*application: str, log: str = LOG, log_size: str = "1M") -> list[str]:
     """The supervisor's command line for an application: by default the sample, which then waits."""
-    return ["--logfileName", log, "--logfileSize", log_size, *options, "--app",
+    return ["--logfileName", log, "--logfileSize", log_size, "--app",
             *(application or (SAMPLE, "wait"))]
 
 
-class Board:
-    """A board in a directory, from power-on (`start`) to power-off (`stop`).
+class EmulatedBoard:
+    """An emulated board in a directory, from power-on (`start`) to power-off (`stop`).
 
     directory
         Holds the records, all of them over all resets and power cycles: console.log, hardware (the
@@ -54,17 +53,12 @@ class Board:
         Shell scripts by name that take the place of the board's tools of these names.
     root_options
         How the root file system is mounted.
-    at_start
-        Shell commands for every boot, run before the supervisor starts.
-
-    Arguments, settings, tools and options can be changed, and are in force from the next boot on.
     """
 
     def __init__(self, directory: Path, images: Images, arguments: Sequence[str], *,
                  settings: Mapping[str, Any] | None = None,
                  tools: Mapping[str, str] | None = None,
-                 root_options: str = "rw,errors=remount-ro",
-                 at_start: str = "") -> None:
+                 root_options: str = "rw,errors=remount-ro") -> None:
         self.directory = directory
         self._images = images
         self._host = directory / "host"  # the board sees it as /host
@@ -79,34 +73,21 @@ class Board:
         self._control: RemoteControl | None = None
         self._seen_boots = 0
         self.set_arguments(arguments)
-        self.set_root_options(root_options)
-        (self._host / "at-start").write_text(at_start, encoding="utf-8")
+        (self._host / "root-options").write_text(root_options, encoding="utf-8")
         for name, value in (settings or {}).items():
-            self.set_setting(name, value)
+            (self._host / "settings" / f"{name}.json").write_text(
+                json.dumps({"value": {"type": "test", "test": value}}), encoding="utf-8")
         for name, script in (tools or {}).items():
-            self.set_tool(name, script)
+            file = self._host / "tools" / name
+            file.write_text(f"#!/bin/sh\n{script}\n", encoding="utf-8")
+            file.chmod(0o755)
 
     # -- set-up ----------------------------------------------------------------------------------
 
     def set_arguments(self, arguments: Sequence[str]) -> None:
-        """The supervisor's command line."""
+        """The supervisor's command line, from the next boot on."""
         (self._host / "supervisor").write_text("".join(f"{word}\n" for word in arguments),
                                                encoding="utf-8")
-
-    def set_root_options(self, options: str) -> None:
-        """How the root file system is mounted."""
-        (self._host / "root-options").write_text(options, encoding="utf-8")
-
-    def set_setting(self, name: str, value: Any) -> None:
-        """A settings document beside the supervisor."""
-        (self._host / "settings" / f"{name}.json").write_text(
-            json.dumps({"value": {"type": "test", "test": value}}), encoding="utf-8")
-
-    def set_tool(self, name: str, script: str) -> None:
-        """A tool that takes the place of the board's own."""
-        file = self._host / "tools" / name
-        file.write_text(f"#!/bin/sh\n{script}\n", encoding="utf-8")
-        file.chmod(0o755)
 
     def mend_tool(self, name: str) -> None:
         """Give the board its own tool back, at once and from now on."""
@@ -158,23 +139,17 @@ class Board:
 
     # -- what happens ----------------------------------------------------------------------------
 
-    def wait_until_up(self, timeout: float = BOOT_TIMEOUT) -> Greeting:
+    def wait_until_up(self, timeout: float = BOOT_TIMEOUT) -> None:
         """Wait for the next time that the board comes up, counted from the last such wait."""
-        greeting = self._on().wait_for_greeting(self._seen_boots + 1, timeout)
         self._seen_boots += 1
-        return greeting
-
-    @property
-    def mark(self) -> int:
-        """A position in the hardware's events, to look only at what comes later."""
-        return len(self.monitor.events)
+        self._on().wait_for_boot(self._seen_boots, timeout)
 
     def wait_for_hardware(self, name: str, after: int = 0, timeout: float = 90.0) -> HardwareEvent:
-        """The first event of the hardware of this name at or after the mark `after`."""
+        """The first event of the hardware of this name, from this index on."""
         return self.monitor.wait_for(name, after, timeout)
 
     def hardware(self, after: int = 0) -> list[str]:
-        """Names of the resets and expiries at or after the mark."""
+        """Names of the resets and expiries, from this index on."""
         return [event.name for event in self.monitor.events[after:]
                 if event.name in (RESET, WATCHDOG)]
 
@@ -187,11 +162,6 @@ class Board:
         """Wait until this boot has seen so many feeds; their times on the board's clock."""
         return wait_until(lambda: found if len(found := self.boots[-1].feeds) >= count else [],
                           f"{count} feeds", timeout)
-
-    def board_time(self, host_time: float) -> float:
-        """A time of the host's monotonic clock on the running boot's monotonic clock."""
-        greeting = self._on().greetings[-1]
-        return greeting.board_time + host_time - greeting.host_time
 
     @property
     def environment(self) -> dict[str, str]:
@@ -276,13 +246,7 @@ def _copy_sparse(source: Path, target: Path) -> None:
 
 
 class NewBoard(Protocol):
-    """Switches on a board, with what `Board` takes, and waits until it is up unless told not to."""
+    """Switches on an emulated board, and waits until it is up unless told not to."""
 
     def __call__(self, arguments: list[str] | None = None, *, wait: bool = True,
-                 **options: Any) -> Board: ...
-
-
-class Measured(Protocol):
-    """Notes a measured value for the summary of the run."""
-
-    def __call__(self, what: str, value: str) -> None: ...
+                 **options: Any) -> EmulatedBoard: ...
