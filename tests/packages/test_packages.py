@@ -72,6 +72,12 @@ def test_machine(unpacked: Callable[[str], Path], architecture: str) -> None:
     assert MACHINES[architecture] in header
 
 
+@both
+def test_an_internal_error_ends_it(unpacked: Callable[[str], Path], architecture: str) -> None:
+    program = unpacked(architecture) / LIBRARY / "watchdog"
+    assert " qt_assert(" in run("nm", "--dynamic", "--demangle", program)
+
+
 def test_nothing_collides_with_the_package_watchdog(unpacked: Callable[[str], Path]) -> None:
     ours = set(files_below(unpacked("amd64")))
     assert not ours & DEBIANS_WATCHDOG
