@@ -5,16 +5,15 @@
 from __future__ import annotations
 
 import argparse
+import subprocess
 import sys
 import tempfile
-import threading
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent.parent))
 
 import images
 from emulated_board import SAMPLE, EmulatedBoard, supervise
-from recording import Recording
 from remote_control import BoardGone
 from scripts.arm64_packages import ToolError
 from simulator import SimulatorError
@@ -38,11 +37,12 @@ def main() -> int:
         except ToolError as error:
             print(f"by_hand: no board can be built: {error}", file=sys.stderr)
             return 1
+        records = [board.console.path, board.journal.path]
+        shown = subprocess.Popen(["setpriv", "--pdeathsig", "KILL", "tail", "--quiet",
+                                  "--follow=name", "--retry", *records],
+                                 stderr=subprocess.DEVNULL)
         try:
             board.start()
-            ended = threading.Event()
-            for record in (board.console, board.journal):
-                threading.Thread(target=_show, args=(record, ended), daemon=True).start()
             board.wait_until_up()
             print(f"The board is up; its records are in {board.directory}. End with Ctrl-D.")
             for line in sys.stdin:
@@ -50,8 +50,9 @@ def main() -> int:
         except (KeyboardInterrupt, SimulatorError) as error:
             print(error, file=sys.stderr)
         finally:
-            ended.set()
             board.stop()
+            shown.terminate()
+            shown.wait()
     return 0
 
 
@@ -65,15 +66,6 @@ def _run(board: EmulatedBoard, line: str) -> None:
     sys.stdout.write(completed.output.decode(errors="replace"))
     if completed.status != 0:
         print(f"(exit status {completed.status})")
-
-
-def _show(record: Recording, ended: threading.Event) -> None:
-    shown = 0
-    while not ended.wait(0.2):
-        text = record.text(shown)
-        shown = record.mark
-        if text:
-            print(text, end="", flush=True)
 
 
 if __name__ == "__main__":
