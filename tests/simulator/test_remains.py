@@ -24,19 +24,13 @@ def wait_until_gone(trace: Trace) -> None:
     wait_until(lambda: not trace.remains(), "nothing left of the box")
 
 
-def test_a_running_box_is_seen(device: DeviceFactory, script: Script) -> None:
-    board = device(script(_BUSY))
-    board.wait_for("supervisor", "up")
-    trace = board.trace
-    assert trace and len(trace.remains()) == 4  # PID 1, the program and its two children
-
-
 def test_nothing_is_left_after_stop(device: DeviceFactory, script: Script) -> None:
     board = device(script(_BUSY))
     board.wait_for("supervisor", "up")
     trace = board.trace
+    assert trace and len(trace.remains()) == 4  # PID 1, the program and its two children
     board.stop()
-    assert trace and trace.remains() == []
+    assert trace.remains() == []
     board.stop()  # a second time does no harm
     assert board.events("simulator", "switched off")
 

@@ -122,16 +122,13 @@ def test_wrong_usage_is_told_before_any_build() -> None:
 
 
 def test_the_supervisors_options_are_passed_on_in_their_order() -> None:
+    assert options.supervisor_arguments(options.parse(["true"])) == [
+        "--logfileName", "/tmp/log/application.log", "--logfileSize", "64k", "--app", "true"]
     given = options.parse(["--logfileSizeConf", "name", "--logTime", "--logfileSize", "1M",
                            "--user", "nobody", "true", "--logTime"])
     assert options.supervisor_arguments(given) == [
         "--logfileSizeConf", "name", "--logTime", "--logfileSize", "1M", "--user", "nobody",
         "--logfileName", "/tmp/log/application.log", "--app", "true", "--logTime"]
-
-
-def test_without_options_there_is_a_log_of_64_k() -> None:
-    assert options.supervisor_arguments(options.parse(["true"])) == [
-        "--logfileName", "/tmp/log/application.log", "--logfileSize", "64k", "--app", "true"]
 
 
 def test_a_relative_application_is_made_absolute(tmp_path: Path, script: Script,
@@ -158,12 +155,9 @@ def test_the_supervisors_end_is_shown_and_is_the_exit_status(simulate: Simulate,
     assert "\033" not in out
 
 
-def test_a_signal_as_exit_status(simulate: Simulate, script: Script) -> None:
+def test_a_signal_and_the_fallback_as_exit_status(simulate: Simulate, script: Script) -> None:
     script("kill -15 $PPID; sleep 600", "application")
     assert outcome(simulate("./application"))[0] == 128 + 15
-
-
-def test_the_fallback_as_exit_status(simulate: Simulate, script: Script) -> None:
     script("reboot -f", "application")
     status, out, _ = outcome(simulate("--bad-boots", "1", "./application"))
     assert status == 3
@@ -279,8 +273,7 @@ def test_a_time_limit(simulate: Simulate, script: Script) -> None:
     script("exec sleep 600", "application")
     status, out, err = outcome(simulate("--duration", "1", "./application"))
     assert (status, err) == (0, "")
-    seconds = float(out[out.index("\ntime "):].split()[1])
-    assert 0.5 <= seconds < 30
+    assert float(out[out.index("\ntime "):].split()[1]) >= 0.5
 
 
 def test_the_last_device_is_kept_and_only_that(simulate: Simulate, script: Script,
@@ -316,29 +309,18 @@ def test_a_running_device_is_left_alone(simulate: Simulate, script: Script, tmp_
     assert status == 125 and "another simulated device is running in" in err
 
 
-def test_settings_from_a_file_and_a_directory(simulate: Simulate, script: Script,
-                                              tmp_path: Path) -> None:
+def test_settings_are_given_anew_or_kept_with_the_device(simulate: Simulate, script: Script,
+                                                         tmp_path: Path) -> None:
     (tmp_path / "a.json").write_text("1", encoding="utf-8")
     (tmp_path / "more").mkdir()
     (tmp_path / "more" / "b.json").write_text("2", encoding="utf-8")
-    script('cd /supervisor/settings && grep -r "" . | sort', "application")
-    _, out, _ = outcome(simulate("--settings", "a.json", "--settings", "more", "./application"))
-    assert "./a.json:1\n" in out and "./b.json:2\n" in out
-
-
-def test_a_device_that_is_kept_keeps_its_settings(simulate: Simulate, script: Script,
-                                                  tmp_path: Path) -> None:
-    (tmp_path / "a.json").write_text("1", encoding="utf-8")
-    (tmp_path / "b.json").write_text("2", encoding="utf-8")
-    script("ls /supervisor/settings", "application")
-    kept = tmp_path / "simulated-device" / "supervisor" / "settings"
-    started: list[tuple[list[str], list[str]]] = [
-        (["--settings", "a.json"], ["a.json"]), (["--keep"], ["a.json"]),
-        (["--keep", "--settings", "b.json"], ["b.json"]), ([], [])]
+    script("echo settings: $(cd /supervisor/settings && grep -rs '' . | sort)", "application")
+    started: list[tuple[list[str], str]] = [
+        (["--settings", "a.json", "--settings", "more"], " ./a.json:1 ./b.json:2"),
+        (["--keep"], " ./a.json:1 ./b.json:2"), (["--keep", "--settings", "more"], " ./b.json:2"),
+        ([], "")]
     for arguments, documents in started:
-        _, out, _ = outcome(simulate(*arguments, "./application"))
-        assert [name for name in ("a.json", "b.json") if f"  {name}\n" in out] == documents
-        assert os.listdir(kept) == documents
+        assert f"settings:{documents}\n" in outcome(simulate(*arguments, "./application"))[1]
 
 
 def test_the_sample_application_by_name(simulate: Simulate, build: Path, script: Script) -> None:
