@@ -59,7 +59,7 @@ class Box:
     def failure(self) -> SimulatorError:
         """Why the board is gone, as far as it has said."""
         said = self._log.read_text(encoding="utf-8", errors="replace").strip()
-        return SimulatorError(said or "the simulated board has ended without saying why")
+        return SimulatorError(said or "the simulated device has ended without saying why")
 
     def stop(self) -> None:
         """Switch the board off; when this returns, nothing of the box is left."""

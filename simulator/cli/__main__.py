@@ -31,7 +31,7 @@ def main(arguments: list[str]) -> int:
     """Run a simulation as the command line says; returns the exit status."""
     options = command_line.parse(arguments)
     try:
-        _prepare_directory(options.directory, options.keep)
+        _prepare_directory(options.device.directory, options.keep)
         return _simulate(options, Display(sys.stdout), _Interrupt())
     except SimulatorError as error:
         print(f"simulate: {error}", file=sys.stderr)
@@ -57,12 +57,7 @@ class _Interrupt:
 
 
 def _simulate(options: argparse.Namespace, display: Display, interrupt: _Interrupt) -> int:
-    device = Device(
-        options.build / "watchdog", options.directory, command_line.supervisor_arguments(options),
-        settings=options.settings or None, tools=options.tools,
-        read_only_root=options.read_only_root,
-        watchdog_device=not options.no_watchdog_device, spaces=options.spaces,
-        bad_boots=options.bad_boots, boots=options.boots, binds=options.binds)
+    device: Device = options.device
     _introduce(options, display)
     log_path = os.path.join("/", options.logfileName or command_line.DEFAULT_LOG)
     follower = LogFollower(lambda: device.open(log_path))
@@ -112,7 +107,7 @@ def _show_files(follower: LogFollower, archives: ArchiveFollower, display: Displ
 
 def _introduce(options: argparse.Namespace, display: Display) -> None:
     display.text(f"Application: {shlex.join(options.application)}")
-    display.text(f"Device directory: {options.directory} (/tmp of the board is tmp/ there)")
+    display.text(f"Device directory: {options.device.directory} (/tmp of the board is tmp/ there)")
     for bind in options.binds:
         display.text(f"Shown to the application, read-only: {bind.source}")
     if options.user is not None and os.geteuid() != 0:

@@ -13,8 +13,7 @@ import sys
 from pathlib import Path
 from typing import Any, NoReturn
 
-from simulator import Bind, SimulatorError
-from simulator.common.configuration import Behaviour, size_in_bytes
+from simulator import Bind, Device, SimulatorError
 from simulator.common.paths import COMMAND_PATH
 from simulator.preparation import is_replaced
 
@@ -93,19 +92,25 @@ def parse(arguments: list[str]) -> argparse.Namespace:
     parser = _make_parser()
     options = parser.parse_args(arguments, argparse.Namespace(passed_on=[]))
     try:
-        options.tools = dict(_tool(text) for text in options.tool)
-        options.spaces = dict(_space(text) for text in options.space)
         options.settings = _with_documents(_settings(options.settings), options)
         options.seconds = _duration(options.duration)
-        options.directory = _device_directory(options.device_dir)
+        directory = _device_directory(options.device_dir)
         if options.boots < 0 or options.bad_boots < 1:
             raise SimulatorError("--boots takes a number from 0, --bad-boots one from 1")
-        options.build = (_ROOT / options.build_dir).resolve()
+        build = (_ROOT / options.build_dir).resolve()
         name, *values = options.application or [SAMPLE]
-        sample = options.build / "simulator" / "application" / SAMPLE
+        sample = build / "simulator" / "application" / SAMPLE
         options.application = [str(sample) if name == SAMPLE else _application(name), *values]
         options.binds = [Bind(argument) for argument in options.application[1:]
                          if is_replaced(argument) and os.path.isfile(argument)]
+        options.device = Device(
+            build / "watchdog", directory, supervisor_arguments(options),
+            settings=options.settings or None,
+            tools=dict(_pair(text) for text in options.tool),
+            spaces=dict(_space(text) for text in options.space),
+            read_only_root=options.read_only_root,
+            watchdog_device=not options.no_watchdog_device,
+            bad_boots=options.bad_boots, boots=options.boots, binds=options.binds)
     except SimulatorError as error:
         parser.error(str(error))
     return options
@@ -217,18 +222,17 @@ def _application(name: str) -> str:
     return path
 
 
-def _tool(text: str) -> tuple[str, str]:
-    name, _, behaviour = text.partition("=")
-    Behaviour.parse(name, behaviour)
-    return name, behaviour
+def _pair(text: str) -> tuple[str, str]:
+    name, _, value = text.partition("=")
+    return name, value
 
 
-def _space(text: str) -> tuple[str, int]:
-    place, separator, size = text.partition("=")
-    if not separator or not os.path.isabs(place):
+def _space(text: str) -> tuple[str, str]:
+    place, size = _pair(text)
+    if not size or not os.path.isabs(place):
         raise SimulatorError(f"--space takes an absolute directory and a size, such as "
                              f"/tmp/log=64k, not '{text}'")
-    return os.path.normpath(place), size_in_bytes(size)
+    return os.path.normpath(place), size
 
 
 def _settings(paths: list[str]) -> dict[str, bytes]:

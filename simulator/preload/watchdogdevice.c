@@ -1,7 +1,7 @@
 /* SPDX-FileCopyrightText: 2026 The watchdog developers
  * SPDX-License-Identifier: MIT
  *
- * Preloaded into the supervisor on a simulated board: gives it a /dev/watchdog.
+ * Preloaded into the supervisor in the simulated device: gives it a /dev/watchdog.
  *
  * Opening the device connects to the board, and the connection is the descriptor. So dup, fork,
  * exec and the end of the process mean to it what they mean to any descriptor, a write arrives as

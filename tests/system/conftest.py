@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The real program on simulated devices."""
+"""The real program in simulated devices."""
 
 from __future__ import annotations
 
