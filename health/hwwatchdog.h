@@ -35,6 +35,8 @@ public:
      */
     void setTimeout(int seconds);
 
+    // The program calls none of the following three.
+
     /** The driver's time-out in seconds; 0 when it tells none. */
     int getTimeout();
 

@@ -18,7 +18,7 @@ constexpr int mebiShift = 20;
 quint64 parseValue(const QString &text)
 {
     const QStringList words = text.split(QLatin1Char(' '), QString::SkipEmptyParts);
-    const quint64 number = words.first().toULong(); // asserts that there is a word, as it must
+    const quint64 number = words.first().toULong(); // asserts that there is a word
     if (words.size() != 2)
         return number;
 
@@ -70,9 +70,11 @@ MemoryUsage MemoryUsage::read(const QString &path)
 
 QString MemoryUsage::reportLine(const QString &time) const
 {
-    // Free is what nobody uses at this moment, so it is not memAvailable, which counts on caches
-    // being given up; these, with the kernel's own in slab, are the other figure. The arguments go
-    // in one after the other, required so: a place marker in the time text is filled, too.
+    // "Free" is memory that nobody uses at this moment. memAvailable would also count caches that
+    // the kernel can give up, and those are the second figure, together with the kernel's own.
+    //
+    // The arguments go in one after the other, so that a place marker in the time text is filled
+    // too.
     return QStringLiteral("%1 == MEMORY USAGE == Free: %2, Buffers+Cache: %3\n")
         .arg(time)
         .arg(kibibytes(memFree)) // clazy:exclude=qstring-arg

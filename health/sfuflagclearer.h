@@ -21,17 +21,19 @@ class SfuFlagClearer : public QObject
     Q_OBJECT
 
 public:
+    /** How long one run of a tool may take. The reboot alone may take as long as it will. */
+    static constexpr int toolTimeLimitMs = 10000;
+
     /**
      * Does not start the countdown.
      *
      * @param intervalMs how long the application must have stayed up
      * @param markerPath file that is made and removed to prove that the file system is writable
-     * @param toolTimeoutMs how long to wait for one run of a tool before it is killed; the reboot
-     *        alone is waited for without limit
+     * @param toolTimeoutMs how long to wait for one run of a tool before it is killed
      */
     explicit SfuFlagClearer(int intervalMs,
                             QString markerPath = QStringLiteral("/home/root/ro-test"),
-                            int toolTimeoutMs = 10000);
+                            int toolTimeoutMs = toolTimeLimitMs);
 
     /** The application was started: begins the countdown anew, unless the flags are cleared. */
     void start();

@@ -22,6 +22,9 @@ class SystemLoadLogger : public QObject
     Q_OBJECT
 
 public:
+    /** How long one command may take: a hung one must not hold up the main loop for good. */
+    static constexpr int commandTimeLimitMs = 30000;
+
     /**
      * Does not take a picture yet.
      *
@@ -31,12 +34,12 @@ public:
      *        command itself is: what a shell has started outlives it.
      */
     explicit SystemLoadLogger(QString filePath, QObject *parent = nullptr,
-                              int commandTimeoutMs = 30000);
+                              int commandTimeoutMs = commandTimeLimitMs);
 
     /** Takes a picture every @p msec milliseconds, the first after that time. */
     void start(int msec);
 
-    /** Takes no more pictures; the file stays. */
+    /** Takes no more pictures; the file stays. The program never calls it. */
     void stop();
 
     /**
