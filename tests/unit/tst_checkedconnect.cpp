@@ -7,15 +7,11 @@
 
 // Nobody tells the meta type system of this one.
 struct Unknown
-{
-    int number = 0;
-};
+{ };
 
 // This one is declared, and registered when a connection first needs it.
 struct Declared
-{
-    int number = 0;
-};
+{ };
 Q_DECLARE_METATYPE(Declared)
 
 class Sender : public QObject
@@ -24,8 +20,7 @@ class Sender : public QObject
 
 signals:
     void plain(const QString &, int);
-    void unknown(const Unknown &);
-    void unknownLast(int, const Unknown &);
+    void unknown(int, const Unknown &);
     void declared(const Declared &);
 };
 
@@ -35,55 +30,10 @@ class Receiver : public QObject
 
 public:
     QStringList calls;
-    QThread *calledOn = nullptr;
 
 public slots:
-    void onPlain(const QString &text, int number)
-    {
-        calls << text + QString::number(number);
-        calledOn = QThread::currentThread();
-    }
-    void onUnknown(const Unknown &value) { calls << QString::number(value.number); }
-    void onNumber(int number) { calls << QString::number(number); }
-    void onDeclared(const Declared &value) { calls << QString::number(value.number); }
-    void onTimeout() { calls << QStringLiteral("timeout"); }
-    void endOfStory() { }
-};
-
-// A receiver on a thread of its own.
-class RemoteReceiver
-{
-public:
-    RemoteReceiver()
-    {
-        m_receiver.moveToThread(&m_thread);
-        m_thread.start();
-    }
-    ~RemoteReceiver() { stop(); }
-    RemoteReceiver(const RemoteReceiver &) = delete;
-    RemoteReceiver &operator=(const RemoteReceiver &) = delete;
-
-    Receiver *receiver() { return &m_receiver; }
-    QThread *thread() { return &m_thread; }
-
-    // What it was called with so far; it gets no calls from then on.
-    QStringList takeCalls()
-    {
-        // Queued behind all that was queued before.
-        QMetaObject::invokeMethod(&m_receiver, "endOfStory", Qt::BlockingQueuedConnection);
-        stop();
-        return m_receiver.calls;
-    }
-
-private:
-    void stop()
-    {
-        m_thread.quit();
-        m_thread.wait();
-    }
-
-    QThread m_thread;
-    Receiver m_receiver;
+    void onPlain(const QString &text, int number) { calls << text + QString::number(number); }
+    void onEvent() { calls << QStringLiteral("event"); }
 };
 
 class CheckedConnectTest : public QObject
@@ -93,16 +43,9 @@ class CheckedConnectTest : public QObject
 private slots:
     void connects();
     void takesAConnectionType();
-    void nullSenderIsFatal();
-    void nullReceiverIsFatal();
-    void refusedConnectionIsFatal();
-    void unknownTypeWillDoInOneThread();
-    void unknownTypeAcrossThreadsIsFatal();
-    void unknownTypeInAnyPlaceIsFatal();
-    void unknownTypeIsFatalEvenWhenTheSlotLeavesItOut();
     void knownTypesCrossThreads();
-    void declaredTypeCrossesThreads();
-    void privateSignalCrossesThreads();
+    void unknownTypesAreFatalOnlyAcrossThreads();
+    void whatCannotBeConnectedIsFatal();
 };
 
 void CheckedConnectTest::connects()
@@ -111,8 +54,7 @@ void CheckedConnectTest::connects()
     Receiver receiver;
     checkedConnect(&sender, &Sender::plain, &receiver, &Receiver::onPlain);
     emit sender.plain(QStringLiteral("a"), 1);
-    emit sender.plain(QStringLiteral("b"), 2);
-    QCOMPARE(receiver.calls, QStringList({QStringLiteral("a1"), QStringLiteral("b2")}));
+    QCOMPARE(receiver.calls, QStringList(QStringLiteral("a1")));
 }
 
 void CheckedConnectTest::takesAConnectionType()
@@ -126,115 +68,55 @@ void CheckedConnectTest::takesAConnectionType()
     QCOMPARE(receiver.calls, QStringList(QStringLiteral("a1")));
 }
 
-void CheckedConnectTest::nullSenderIsFatal()
+void CheckedConnectTest::knownTypesCrossThreads()
 {
-    const ChildResult result = runInChild([] {
-        Receiver receiver;
-        checkedConnect(static_cast<Sender *>(nullptr), &Sender::plain, &receiver,
-                       &Receiver::onPlain);
-    });
-    QVERIFY(result.failedAssertion("connection"));
+    QThread thread; // that objects belong to it is enough
+    Sender sender;
+    QTimer timer;
+    Receiver receiver;
+    sender.moveToThread(&thread);
+    timer.moveToThread(&thread);
+    checkedConnect(&sender, &Sender::plain, &receiver, &Receiver::onPlain);
+    checkedConnect(&sender, &Sender::declared, &receiver, &Receiver::onEvent);
+    // The hidden parameter of a private signal is of no type, and never passed on.
+    checkedConnect(&timer, &QTimer::timeout, &receiver, &Receiver::onEvent);
+    emit sender.plain(QStringLiteral("a"), 1);
+    emit sender.declared({});
+    QCOMPARE(receiver.calls, QStringList({QStringLiteral("a1"), QStringLiteral("event")}));
 }
 
-void CheckedConnectTest::nullReceiverIsFatal()
-{
-    const ChildResult result = runInChild([] {
-        Sender sender;
-        checkedConnect(&sender, &Sender::plain, static_cast<Receiver *>(nullptr),
-                       &Receiver::onPlain);
-    });
-    QVERIFY(result.failedAssertion("connection"));
-}
-
-void CheckedConnectTest::refusedConnectionIsFatal()
-{
-    const ChildResult result = runInChild([] {
-        Sender sender;
-        Receiver receiver;
-        checkedConnect(&sender, &Sender::plain, &receiver, &Receiver::onPlain,
-                       Qt::UniqueConnection);
-        checkedConnect(&sender, &Sender::plain, &receiver, &Receiver::onPlain,
-                       Qt::UniqueConnection);
-    });
-    QVERIFY(result.failedAssertion("connection"));
-}
-
-void CheckedConnectTest::unknownTypeWillDoInOneThread()
+// The signal's parameters count, in every place, and also where the slot leaves them out.
+void CheckedConnectTest::unknownTypesAreFatalOnlyAcrossThreads()
 {
     Sender sender;
     Receiver receiver;
-    checkedConnect(&sender, &Sender::unknown, &receiver, &Receiver::onUnknown);
-    emit sender.unknown({7});
-    QCOMPARE(receiver.calls, QStringList(QStringLiteral("7")));
-}
+    checkedConnect(&sender, &Sender::unknown, &receiver, &Receiver::onEvent);
+    emit sender.unknown(1, {});
+    QCOMPARE(receiver.calls, QStringList(QStringLiteral("event")));
 
-void CheckedConnectTest::unknownTypeAcrossThreadsIsFatal()
-{
-    const ChildResult result = runInChild([] {
-        QThread thread;
-        Sender sender;
-        Receiver receiver;
-        receiver.moveToThread(&thread);
-        checkedConnect(&sender, &Sender::unknown, &receiver, &Receiver::onUnknown);
-    });
+    QThread thread;
+    sender.moveToThread(&thread);
+    const ChildResult result = runInChild(
+        [&] { checkedConnect(&sender, &Sender::unknown, &receiver, &Receiver::onEvent); });
     QVERIFY(result.failedAssertion("connection"));
 }
 
-void CheckedConnectTest::unknownTypeInAnyPlaceIsFatal()
-{
-    const ChildResult result = runInChild([] {
-        QThread thread;
-        Sender sender;
-        Receiver receiver;
-        sender.moveToThread(&thread);
-        checkedConnect(&sender, &Sender::unknownLast, &receiver, &Receiver::onNumber);
-    });
-    QVERIFY(result.failedAssertion("connection"));
-}
-
-// The signal's parameters count, not the slot's.
-void CheckedConnectTest::unknownTypeIsFatalEvenWhenTheSlotLeavesItOut()
-{
-    const ChildResult result = runInChild([] {
-        QThread thread;
-        Sender sender;
-        Receiver receiver;
-        sender.moveToThread(&thread);
-        checkedConnect(&sender, &Sender::unknown, &receiver, &Receiver::onTimeout);
-    });
-    QVERIFY(result.failedAssertion("connection"));
-}
-
-void CheckedConnectTest::knownTypesCrossThreads()
+void CheckedConnectTest::whatCannotBeConnectedIsFatal()
 {
     Sender sender;
-    RemoteReceiver remote;
-    checkedConnect(&sender, &Sender::plain, remote.receiver(), &Receiver::onPlain);
-    emit sender.plain(QStringLiteral("a"), 1);
-    QCOMPARE(remote.takeCalls(), QStringList(QStringLiteral("a1")));
-    QCOMPARE(remote.receiver()->calledOn, remote.thread());
-}
-
-void CheckedConnectTest::declaredTypeCrossesThreads()
-{
-    Sender sender;
-    RemoteReceiver remote;
-    checkedConnect(&sender, &Sender::declared, remote.receiver(), &Receiver::onDeclared);
-    emit sender.declared({7});
-    QCOMPARE(remote.takeCalls(), QStringList(QStringLiteral("7")));
-}
-
-// Its hidden parameter is of no type, and never passed on.
-void CheckedConnectTest::privateSignalCrossesThreads()
-{
-    QTimer timer;
-    RemoteReceiver remote;
-    checkedConnect(&timer, &QTimer::timeout, remote.receiver(), &Receiver::onTimeout);
-    QSignalSpy expired(&timer, &QTimer::timeout);
-    timer.setSingleShot(true);
-    timer.start(0);
-    QVERIFY(expired.wait());
-    QCOMPARE(remote.takeCalls(), QStringList(QStringLiteral("timeout")));
+    Receiver receiver;
+    const auto isFatal = [](Sender *from, Receiver *to) {
+        return runInChild([from, to] {
+                   checkedConnect(from, &Sender::plain, to, &Receiver::onPlain,
+                                  Qt::UniqueConnection);
+               })
+            .failedAssertion("connection");
+    };
+    QVERIFY(isFatal(nullptr, &receiver));
+    QVERIFY(isFatal(&sender, nullptr));
+    QVERIFY(!isFatal(&sender, &receiver));
+    checkedConnect(&sender, &Sender::plain, &receiver, &Receiver::onPlain);
+    QVERIFY(isFatal(&sender, &receiver)); // no longer the only one
 }
 
 QTEST_GUILESS_MAIN(CheckedConnectTest)

@@ -1,12 +1,10 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
 #include "app/commandline.h"
-#include "childrun.h"
 
 #include <QtTest>
 
-#include <csignal>
-
+// Sizes from the settings and the usage text are tested with the whole program.
 class CommandLineTest : public QObject
 {
     Q_OBJECT
@@ -15,11 +13,6 @@ private slots:
     void defaults();
     void options_data();
     void options();
-    void logSize_data();
-    void logSize();
-    void sizeFromTheSettings();
-    void anEmptySizeEndsTheProgram();
-    void usage();
 };
 
 namespace {
@@ -80,6 +73,8 @@ void CommandLineTest::options_data()
         "name= size=0 time=0 rotate=0 single=0 user=--app app= args=");
     row("the later value wins", "--user a --user b --app prog",
         "name= size=0 time=0 rotate=0 single=0 user=b app=prog args=");
+    row("a size beyond signed 32 bits", "--logfileSize 3000M --app prog",
+        "name= size=3145728000 time=0 rotate=0 single=0 user= app=prog args=");
     row("the later size wins", "--logfileSize 1k --logfileSize 2k --app prog",
         "name= size=2048 time=0 rotate=0 single=0 user= app=prog args=");
     row("without --app nothing is the application's", "--singleRun prog -v",
@@ -103,65 +98,6 @@ void CommandLineTest::options()
     QFETCH(QStringList, arguments);
     QFETCH(QString, expected);
     QCOMPARE(described(parseCommandLine(arguments)), expected);
-}
-
-void CommandLineTest::logSize_data()
-{
-    QTest::addColumn<QString>("value");
-    QTest::addColumn<quint32>("bytes");
-
-    QTest::newRow("kilo") << QStringLiteral("512k") << 524288U;
-    QTest::newRow("mega") << QStringLiteral("2M") << 2097152U;
-    QTest::newRow("no suffix loses the last digit") << QStringLiteral("1000") << 100U;
-    QTest::newRow("1k") << QStringLiteral("1k") << 1024U;
-    QTest::newRow("beyond signed 32 bits") << QStringLiteral("3000M") << 3145728000U;
-}
-
-void CommandLineTest::logSize()
-{
-    QFETCH(QString, value);
-    QFETCH(quint32, bytes);
-    const CommandLine line = parseCommandLine(
-        {QStringLiteral("--logfileSize"), value, QStringLiteral("--app"), QStringLiteral("x")});
-    QCOMPARE(line.logSize, bytes);
-}
-
-void CommandLineTest::sizeFromTheSettings()
-{
-    // The test's own directory holds no settings, so that every name gives 0 here; what matters is
-    // that the later of the two options wins.
-    QCOMPARE(parseCommandLine(words("--logfileSize 1M --logfileSizeConf any --app x")).logSize, 0U);
-    QCOMPARE(parseCommandLine(words("--logfileSizeConf any --logfileSize 1M --app x")).logSize,
-             1048576U);
-}
-
-void CommandLineTest::anEmptySizeEndsTheProgram()
-{
-    const ChildResult result = runInChild([] {
-        parseCommandLine({QStringLiteral("--logfileSize"), QString(), QStringLiteral("--app"),
-                          QStringLiteral("x")});
-    });
-    QCOMPARE(result.signal, SIGABRT);
-    QVERIFY(result.standardError.contains("ASSERT"));
-}
-
-void CommandLineTest::usage()
-{
-    const ChildResult result = runInChild(printUsage);
-    const QByteArray expected =
-        "Usage: watchdog executable [args] --app <app> [appargs]\n"
-        "args:\n"
-        "\t--logfileName absolute or relative path where the logs will be stored\n"
-        "\t--logfileSize maximal size of log file, size can be postfixed with 'k' for kB or 'M' for MB\n"
-        "\t--logfileSizeConf name of the configuration read from settings\n"
-        "\t--logTime add current time in front of new line, if time in seconds changed\n"
-        "\t--rotateOnly do not handle hw watchdog, system usage and reports\n"
-        "\t--singleRun do not restart app on finish\n"
-        "\t--user run application as the specified user\n"
-        "app: name or path to executed application\n"
-        "appargs: arguments for executed application\n";
-    QCOMPARE(result.standardError, expected);
-    QCOMPARE(result.standardOutput, QByteArray());
 }
 
 QTEST_GUILESS_MAIN(CommandLineTest)
