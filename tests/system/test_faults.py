@@ -37,20 +37,24 @@ class Failing(Protocol):
                  alone: bool = False, **options: Any) -> Device: ...
 
 
+def strace(injection: str, path: str | None = None, alone: bool = False,
+           environment: dict[str, str] | None = None) -> dict[str, Any]:
+    """Options of a device on which such calls fail or hang: see `Failing`."""
+    return {"launcher": ["strace", "-D", "-qqq", "-o", "/dev/null",
+                         "-e", f"trace={injection.partition(':')[0]}", "-e", f"inject={injection}",
+                         *([] if path is None else ["-P", path]),
+                         *([] if alone else ["-f", "--seccomp-bpf"])],
+            # The search for leaks at the end wants to trace the process itself.
+            "environment": {"ASAN_OPTIONS": "detect_leaks=0", **(environment or {})}}
+
+
 @pytest.fixture
 def failing(board: Board) -> Failing:
     """failing("write:error=EIO", LOG, "print", "lost\\n"): a running device whose calls fail."""
 
     def make(injection: str, path: str | None = None, *behaviours: str, alone: bool = False,
              environment: dict[str, str] | None = None, **options: Any) -> Device:
-        launcher = ["strace", "-D", "-qqq", "-o", "/dev/null",
-                    "-e", f"trace={injection.partition(':')[0]}", "-e", f"inject={injection}",
-                    *([] if path is None else ["-P", path]),
-                    *([] if alone else ["-f", "--seccomp-bpf"])]
-        # The search for leaks at the end wants to trace the process itself.
-        surroundings = {"ASAN_OPTIONS": "detect_leaks=0", **(environment or {})}
-        running: Device = board(*behaviours, launcher=launcher, environment=surroundings, **options)
-        return running
+        return board(*behaviours, **strace(injection, path, alone, environment), **options)
 
     return make
 
@@ -114,6 +118,7 @@ def test_a_log_that_cannot_be_opened_ends_the_start(failing: Failing, error: str
     running = failing(f"openat:error={error}", LOG, "print", "started\\n")
     assert running.wait_supervisor_exit() == 1
     assert running.stderr == f"Can't open file : {LOG}\n".encode()
+    assert not running.events("system log")
 
 
 @pytest.mark.parametrize("error", ["EIO", "ENOSPC"])
@@ -232,6 +237,18 @@ def test_an_application_that_cannot_be_forked_ends_the_start(
     running = failing(injection, None, "wait", alone=True)
     assert running.wait_supervisor_exit() == 1
     running.wait_for("system log", START_ERROR + "0")
+
+
+def test_an_application_that_is_not_up_in_time_ends_the_start(
+        device: DeviceFactory, sample: str) -> None:
+    # The child lists its descriptors before its exec, here after two seconds.
+    running = device(arguments=["--rotateOnly", "--app", sample, "print", "started\\n"],
+                     **strace("openat:delay_enter=2000000", "/proc/self/fd"))
+    started = running.wait_for("simulator", "supervisor started")
+    told = running.wait_for("system log", START_ERROR + "2")
+    assert told.monotonic - started.monotonic >= 0.5
+    assert running.wait_supervisor_exit() == 1
+    assert b"started\n" not in running.stdout
 
 
 def test_a_restart_that_fails_leaves_the_board_up_and_confirmed_without_application(

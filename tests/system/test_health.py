@@ -8,13 +8,12 @@ import re
 import signal
 import time
 from pathlib import Path
-from typing import Any
 
 import pytest
 
 from boards import Board
 from logs import content
-from settings import memory_reporting, reporting, watch_list
+from settings import memory_reporting
 from simulator import Bind, Device, wait_until
 from simulated_devices import DeviceFactory
 
@@ -42,67 +41,6 @@ def test_output_without_end_does_not_hold_up_the_feeding(board: Board) -> None:
     running = board("flood-both", "1000000000000", "65536", log_size="16M")
     running.wait_for("watchdog device", "KEEPALIVE", count=4)
     assert not running.events("watchdog device", "expired")
-
-
-@pytest.fixture
-def recorded(board: Board, build_directory: Path) -> Board:
-    """recorded("wait", settings=…): a running device whose supervisor says what it starts."""
-    library = build_directory / "tests" / "support" / "libstartuprecorder.so"
-    place = "/tmp/startuprecorder.so"
-
-    def make(*behaviours: str, **options: Any) -> Device:
-        return board(*behaviours, environment={"LD_PRELOAD": place},
-                     binds=[Bind(str(library), place)], **options)
-
-    return make
-
-
-def step(text: str) -> re.Pattern[str]:
-    """What is to be waited for when this is started."""
-    return re.compile(rf"start-up: [0-9.]+ {text}$")
-
-
-def steps(running: Device) -> list[str]:
-    """What the supervisor has started so far, and done with the watchdog device, in order."""
-    taken = [(float(match[1]), match[2]) for event in running.events("supervisor")
-             if (match := re.fullmatch(r"start-up: ([0-9.]+) (\w+ \d+)", event.text))]
-    # Told by the device while the supervisor waits for its answer, so the times can be compared.
-    taken += [(event.monotonic, event.get("name") or event["operation"])
-              for event in running.events("watchdog device")]
-    return [what for _, what in sorted(taken)]
-
-
-def test_start_up_takes_its_steps_in_their_order(recorded: Board) -> None:
-    running = recorded("wait", settings={**reporting([]), **memory_reporting(True),
-                                         **watch_list({"name": "nobody", "period": 1})})
-    running.wait_for("supervisor", step("timer 10000"), count=2)
-    running.wait_for("supervisor", step("timer 1000"))
-    # The load watcher takes its first step when its thread comes to it, the log whenever it has
-    # something to write.
-    order = [what for what in steps(running) if what not in ("timer 1000", "countdown 200")]
-    expected = [
-        "process 0", "wait 500",
-        "open", "WDIOC_SETTIMEOUT", "timer 10000",
-        "thread 0",
-        "timer 180000",
-        "directory 0",
-        "countdown 10000",
-        "WDIOC_KEEPALIVE",
-        "timer 10000",
-    ]
-    assert order[:len(expected)] == expected
-
-
-def test_without_anything_to_watch_the_load_watcher_rests(recorded: Board) -> None:
-    running = recorded("wait", settings=watch_list())
-    running.wait_for("tool", "sfuflags")  # ten times as long as the watcher's second
-    assert "thread 0" in steps(running) and "timer 1000" not in steps(running)
-
-
-def test_the_application_is_started_again_a_second_after_its_end(recorded: Board) -> None:
-    running = recorded("exit", "0", tools={"reboot": "return"})
-    running.wait_for("supervisor", step("later 1000"), count=2)
-    assert steps(running).count("countdown 10000") >= 2
 
 
 def test_the_countdown_stands_still_while_the_application_is_down(board: Board) -> None:
