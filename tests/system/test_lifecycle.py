@@ -71,6 +71,29 @@ def test_an_application_killed_from_outside_is_started_again(board: Board) -> No
     assert not running.events("tool", REBOOT)
 
 
+def test_restarts_leave_nothing_behind(board: Board) -> None:
+    running = board("wait", options=["--rotateOnly"])
+    supervisor = running.supervisor().pid
+
+    def restart(count: int) -> None:
+        for _ in range(count):
+            application = running.application()
+            running.signal("application", signal.SIGKILL)
+            running.application(unlike=application)
+        wait_until(lambda: starts(running) == len(notices(running)) + 1, "the start is logged")
+
+    def held() -> bytes:
+        """How many descriptors, threads and children the supervisor has."""
+        return running.run(["sh", "-c", f"""
+            ls /proc/{supervisor}/fd | wc -l; ls /proc/{supervisor}/task | wc -l
+            pgrep -P {supervisor} -c"""]).stdout
+
+    restart(1)  # from the first notice on there is a connection to the system log
+    before = held()
+    restart(3)
+    assert held() == before
+
+
 def test_a_crash_is_noted_as_one(board: Board) -> None:
     running = board("signal", str(int(signal.SIGSEGV)))
     running.wait_for("system log", notice_of(11, 1))
