@@ -6,8 +6,6 @@ from __future__ import annotations
 
 import signal
 
-import pytest
-
 from boards import Board
 from logs import LOG, OLD_LOG, content
 from marks import AS_ROOT
@@ -49,21 +47,6 @@ def test_without_application_it_prints_nothing_and_logs_the_failed_start(
     assert (entry["priority"], entry["ident"]) == ("err", "pynx_watchdog")
 
 
-def test_an_empty_application_fails_to_start_as_well(device: DeviceFactory) -> None:
-    running = device(arguments=["--singleRun", "--app", ""])
-    assert running.wait_supervisor_exit() == 1
-    running.wait_for("system log", START_FAILURE)
-
-
-@pytest.mark.parametrize("option", ["--logfileName", "--logfileSize", "--logfileSizeConf", "--user",
-                                    "--app"])
-def test_an_option_without_its_value_ends_the_scan(device: DeviceFactory, option: str) -> None:
-    running = device(arguments=["--singleRun", option])
-    assert running.wait_supervisor_exit() == 1
-    assert running.stderr == b""
-    running.wait_for("system log", START_FAILURE)
-
-
 @AS_ROOT
 def test_a_fork_that_fails_is_a_failed_start(board: Board, sample: str) -> None:
     running = board("wait", options=["--rotateOnly"])
@@ -75,25 +58,11 @@ def test_a_fork_that_fails_is_a_failed_start(board: Board, sample: str) -> None:
     running.wait_for("system log", START_FAILURE)
 
 
-def test_unknown_words_before_the_application_are_ignored(board: Board) -> None:
-    running = board("print", "here\\n", options=["--what", "ever", "--singleRun", "--rotateOnly"])
-    assert running.wait_supervisor_exit() == 0
-    assert b"here\n" in content(running)
-
-
 def test_what_follows_the_application_belongs_to_it(board: Board) -> None:
     running = board("arguments", "--singleRun", "-v", "--app", options=["--rotateOnly"])
     # The supervisor itself is not in single-run mode: it starts the application again.
     running.wait_for("system log", "Restarting process", count=2)
     assert b"argument: --singleRun\nargument: -v\nargument: --app\n" in content(running)
-
-
-def test_a_log_that_cannot_be_opened_ends_the_start(device: DeviceFactory, sample: str) -> None:
-    running = device(arguments=["--logfileName", "/nowhere/x.log", "--logfileSize", "1k",
-                                "--app", sample, "print", "started\\n"])
-    assert running.wait_supervisor_exit() == 1
-    assert running.stderr == b"Can't open file : /nowhere/x.log\n"
-    assert not running.events("system log")
 
 
 def test_an_empty_size_aborts_the_program(device: DeviceFactory, sample: str) -> None:

@@ -32,11 +32,6 @@ def test_the_exit_status_is_the_applications(board: Board, behaviour: tuple[str,
     assert running.wait_supervisor_exit() == status
     assert not running.events("system log", "Restarting process")
     assert running.events("tool", "killall -9 pYNX")
-
-
-def test_one_exit_never_reboots(board: Board) -> None:
-    running = board("exit", "1", options=["--singleRun"], watchdog_device=False)
-    assert running.wait_supervisor_exit() == 1
     assert not running.events("tool", "reboot")
 
 
