@@ -8,6 +8,7 @@ import os
 import re
 import signal
 import sys
+from pathlib import Path
 
 import pytest
 
@@ -54,50 +55,17 @@ def test_a_termination_signal_ends_both_and_the_status_is_0(board: Board, number
 
 @DISPATCHERS
 @pytest.mark.parametrize("options", [[], ["--rotateOnly"]], ids=["all", "rotate-only"])
-def test_the_interrupt_key_ends_both_and_the_status_is_0(board: Board, sample: str,
-                                                         options: list[str],
-                                                         environment: dict[str, str]) -> None:
-    # A terminal sends it to the whole group: to the application too, and to a tool that runs.
-    running = board("wait", options=["--rotateOnly"], environment=environment,
-                    watchdog_device=False)
-    script = f"""
-    set -m
-    for i in $(seq 20); do
-        started ready /supervisor/watchdog --singleRun {' '.join(options)} \
-            --app {sample} name ready wait
-        kill -INT -$supervisor; wait $supervisor; echo $?
-    done"""
-    done = running.run(["bash", "-c", STARTED + script], timeout=120)
-    assert done.stdout.split() == [b"0"] * 20
-
-
-@DISPATCHERS
-def test_the_status_is_0_however_the_applications_end_falls(board: Board, sample: str,
-                                                            environment: dict[str, str]) -> None:
-    running = board("wait", options=["--rotateOnly"], environment=environment)
-    script = f"""
-    for i in $(seq 40); do
-        started ready /supervisor/watchdog --singleRun --rotateOnly --app {sample} name ready wait
-        kill -TERM $supervisor; wait $supervisor; echo $?
-    done"""
-    done = running.run(["bash", "-c", STARTED + script], timeout=120)
-    assert done.stdout.split() == [b"0"] * 40
-
-
-def test_a_signal_right_after_the_start_is_not_lost(board: Board, sample: str) -> None:
-    running = board("wait", options=["--rotateOnly"])
-    script = f"""
-    for i in $(seq 60); do
-        /supervisor/watchdog --singleRun --rotateOnly --app {sample} \
-            ignore-term name straggler wait >/tmp/out &
-        sleep 0.0$((i % 6))$((i % 10)); kill -TERM $!; wait $!; echo $?
-    done; pkill -KILL straggler"""
-    done = running.run(["bash", "-c", script], timeout=240)
-    statuses = done.stdout.split()
-    assert len(statuses) == 60
-    # 0, or the default action where the program had not come to arming the signals yet. 1 where the
-    # application was not up within 500 ms.
-    assert set(statuses) <= {b"0", b"1", b"143"}
+def test_the_interrupt_key_ends_both_and_the_status_is_0(
+        board: Board, options: list[str], environment: dict[str, str]) -> None:
+    # A terminal sends it to the application too. The event loop finds both at its next turn.
+    running = board("print", "ready\\n", "wait", options=["--singleRun", *options],
+                    environment=environment, watchdog_device=False)
+    started(running)
+    running.signal("supervisor", signal.SIGSTOP)
+    running.signal("application", signal.SIGINT)
+    running.signal("supervisor", signal.SIGINT)
+    running.signal("supervisor", signal.SIGCONT)
+    assert running.wait_supervisor_exit() == 0
 
 
 def test_the_applications_last_words_are_in_the_log(board: Board) -> None:
@@ -140,18 +108,31 @@ def test_the_application_is_told_at_once_while_a_tool_is_waited_for(board: Board
     assert running.wait_supervisor_exit() == 0
 
 
-def test_a_start_up_that_hangs_passes_the_signal_on_and_a_second_one_ends_it(
-        board: Board) -> None:
-    # Nobody writes the settings document, which is a FIFO.
-    running = board("on-term", "3", "print", "ready\\n", "wait", options=["--singleRun"],
-                    watchdog_device=False, start=False)
+def hanging_start_up(board: Board, *behaviours: str) -> tuple[Device, Path]:
+    """A device on which the start-up waits for a writer of this settings document, a FIFO."""
+    running = board(*behaviours, "wait", options=["--singleRun"], watchdog_device=False,
+                    start=False)
     document = running.host_path("/supervisor/settings/WatchdogMemoryReportingConf.json")
     document.parent.mkdir(parents=True)
     os.mkfifo(document)
     running.start()
+    return running, document
+
+
+def test_a_start_up_that_hangs_passes_the_signal_on_and_a_second_one_ends_it(
+        board: Board) -> None:
+    running, _ = hanging_start_up(board, "on-term", "3")
     application = running.application().pid
     end_by_second_signal(running)
     wait_until(lambda: is_gone(running, application), "the application has been told")
+
+
+def test_a_signal_during_the_start_up_is_not_lost(board: Board) -> None:
+    running, document = hanging_start_up(board, "ignore-term")
+    running.application()
+    running.signal("supervisor", signal.SIGTERM)
+    document.write_bytes(b"")
+    assert running.wait_supervisor_exit() == 0
 
 
 def test_a_second_signal_ends_a_supervisor_whose_log_takes_no_more(board: Board) -> None:
