@@ -1,7 +1,6 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
 #include "app/pynxprocess.h"
-#include "pipesize.h"
 #include "standarderrorcapture.h"
 
 #include <QtTest>
@@ -9,6 +8,7 @@
 #include <cerrno>
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <pthread.h>
 #include <pwd.h>
 #include <unistd.h>
@@ -19,6 +19,16 @@ long sizeThatTheSystemNames = 1024;
 int lookupError = 0;
 std::size_t givenSize = 0;
 int forks = 0;
+
+/** The room in the pipe that is a process's descriptor; -1 when there is no such pipe. */
+int pipeSize(qint64 pid, int descriptor)
+{
+    const QString path = QStringLiteral("/proc/%1/fd/%2").arg(pid).arg(descriptor);
+    const int pipe = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    const int size = ::fcntl(pipe, F_GETPIPE_SZ);
+    ::close(pipe);
+    return size;
+}
 
 } // namespace
 
