@@ -16,7 +16,7 @@
 
 namespace {
 
-// Where the system names no size. Any account fits, so that it need not be a power of two.
+// Where the system names no size (kept-behaviour.md: account-buffer).
 constexpr long fallbackBufferSize = 8196;
 
 constexpr int outputPipeBytes = 256 * 1024;
@@ -102,6 +102,7 @@ void PynxProcess::setupChildProcess()
     closeInheritedDescriptors();
     // A switch that fails does not stop the start. A board is of more use with its application
     // under another account than without it, and the application's log tells of it.
+    // (kept-behaviour.md: account-failure)
     if (m_passwd)
         switchTo(*m_passwd);
 }

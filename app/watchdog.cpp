@@ -203,6 +203,7 @@ bool Watchdog::startApp(const QString &program, const QStringList &arguments)
     const bool started = m_process.waitForStarted(startTimeoutMs);
     if (!started)
         logProcessError(m_process.error());
+    // (kept-behaviour.md: chained-arguments)
     m_logProcessor->write(QStringLiteral("\n\n%1 Watchdog: %2 \n")
                               .arg(pynxLocalTimeDateString()) // clazy:exclude=qstring-arg
                               .arg(QStringLiteral("Starting app: ") + program));
@@ -221,7 +222,8 @@ void Watchdog::processFinished(int exitCode, QProcess::ExitStatus exitStatus)
     m_exitCount += 1;
     if (m_flagClearer != nullptr)
         m_flagClearer->stop();
-    applyCriticalErrorRule(uptimeSec);
+    applyCriticalErrorRule(
+        uptimeSec); // before the report (kept-behaviour.md: reboot-before-report)
     if (exitStatus == QProcess::CrashExit && !m_reporter.isNull())
         m_reporter->requestReport({m_loadLogger->copyLoadFile()}, QStringLiteral("main"));
 
@@ -231,6 +233,7 @@ void Watchdog::processFinished(int exitCode, QProcess::ExitStatus exitStatus)
         QCoreApplication::exit(terminationSignalCame() ? 0 : exitCode);
         return;
     }
+    // (kept-behaviour.md: misspelt-texts)
     ::syslog(LOG_NOTICE, "Restarting process: exit code:%d, exist status:%d, uptime:%s\n", exitCode,
              static_cast<int>(exitStatus),
              uptimeString(static_cast<int>(uptimeSec)).toUtf8().constData());
@@ -241,6 +244,7 @@ void Watchdog::processRestart()
 {
     if (m_flagClearer != nullptr)
         m_flagClearer->start();
+    // A start that fails has no end, so nothing follows it (kept-behaviour.md: failed-restart).
     startApp(m_appPath, m_appArgs);
 }
 
@@ -248,6 +252,7 @@ void Watchdog::processRestart()
 // and no later exit does. This follows from m_exitRunTime: it is a null time at first, a null time
 // plus seconds is null again, and null is less than any other time. In plain seconds an application
 // that ran for long between its ends would never lead to the reboot by which a board falls back.
+// (kept-behaviour.md: third-end)
 void Watchdog::applyCriticalErrorRule(qint64 uptimeSec)
 {
     const QTime criticalRunTime = QTime(0, 0, 0, 0).addSecs(criticalRunTimeSec);
@@ -264,6 +269,7 @@ void Watchdog::applyCriticalErrorRule(qint64 uptimeSec)
 
 void Watchdog::killStrayProcesses()
 {
+    // Without a time limit, as the reboot below (kept-behaviour.md: long-waits).
     ToolProcess::run(QStringLiteral("killall"), {QStringLiteral("-9"), QStringLiteral("pYNX")});
 }
 
@@ -280,7 +286,8 @@ void Watchdog::passTerminationOn()
     theWatchdog->m_process.terminate(); // no more than a kill()
 }
 
-// Runs in the signal handler too, but at the event loop's next turn.
+// Runs in the signal handler too, but at the event loop's next turn
+// (kept-behaviour.md: handler-calls).
 void Watchdog::onTerminationSignal(int /*signalNumber*/)
 {
     // An application that was told already is not told again: many take a second signal as an order
@@ -310,7 +317,8 @@ void Watchdog::on_stat_cpuLoadExceed(int id, const QStringList &data)
         return;
     info->reportCount += 1;
     if (info->reportCount > info->maxReports) {
-        m_watched.erase(info); // so alarms that are already under way are ignored
+        // For good, so that alarms that are under way are ignored (kept-behaviour.md: alarm-limit).
+        m_watched.erase(info);
         const bool removed =
             QMetaObject::invokeMethod(m_loadStat, "do_removeProcessLoad", Q_ARG(int, id));
         Q_ASSERT(removed);

@@ -90,8 +90,8 @@ private:
     qint64 m_startTimeSec = 0; // monotonic clock, whole seconds
     QTime m_exitRunTime;       // null at first, and adding to a null time gives a null time
     qint32 m_exitCount = 0;
-    // Created once and never deleted: they live until the process ends. In rotate-only mode there
-    // are none.
+    // Created once and never deleted: they live until the process ends
+    // (kept-behaviour.md: no-tear-down). In rotate-only mode there are none.
     SfuFlagClearer *m_flagClearer = nullptr;
     SystemLoadLogger *m_loadLogger = nullptr;
     HwWatchdog *m_hwWatchdog = nullptr;

@@ -53,6 +53,7 @@ void HwWatchdog::control(unsigned long request, int *argument)
     // when it was started without one. A device with this number would be armed by its opening and
     // never fed, so that the driver's own time-out resets the board. In the program it does not
     // come to that: the event loop, which is made first, has taken 0 by then.
+    // (kept-behaviour.md: descriptor-0)
     if (m_fd > 0)
         ::ioctl(m_fd, request, argument);
 }

@@ -10,7 +10,7 @@
  * The device is opened once and never given back: destroying this object neither disables the card
  * nor writes the magic-close character nor closes the descriptor. A supervisor that ends, for
  * whatever reason, is to be followed by a reset, and a clean shutdown of the device would take that
- * protection away.
+ * protection away (kept-behaviour.md: device-stays-armed).
  *
  * Without a usable device every operation does nothing; what the driver refuses is not reported.
  * Main thread only, so that the feed stops as soon as the main loop does.

@@ -18,7 +18,8 @@ constexpr int mebiShift = 20;
 quint64 parseValue(const QString &text)
 {
     const QStringList words = text.split(QLatin1Char(' '), QString::SkipEmptyParts);
-    const quint64 number = words.first().toULong(); // asserts that there is a word
+    // Asserts that there is a word (kept-behaviour.md: memory-line).
+    const quint64 number = words.first().toULong();
     if (words.size() != 2)
         return number;
 

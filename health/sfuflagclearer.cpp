@@ -41,7 +41,7 @@ void SfuFlagClearer::on_clearTimer_timeout()
 }
 
 // Whatever keeps the marker from being made or removed counts as read-only, also a missing
-// directory: a board in such a state is not worth going on with.
+// directory: a board in such a state is not worth going on with (kept-behaviour.md: strict-marker).
 bool SfuFlagClearer::isFileSystemWritable() const
 {
     QFile marker(m_markerPath);

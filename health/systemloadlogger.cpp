@@ -67,7 +67,7 @@ QString SystemLoadLogger::copyLoadFile()
     if (!QFile::exists(m_filePath))
         return QString();
     QString copy = m_filePath + QStringLiteral(".load");
-    QFile::copy(m_filePath, copy);
+    QFile::copy(m_filePath, copy); // never over an older one (kept-behaviour.md: stale-copy)
     return copy;
 }
 
@@ -95,14 +95,15 @@ void SystemLoadLogger::writeSnapshots() const
         writeErrorLine(QStringLiteral("Cannot open file : %1 : err : %2 ")
                            .arg(m_filePath, file.errorString()));
     }
-    // No return above, on purpose: a file that is not open takes what follows and drops it.
+    // No return above: a file that is not open takes what follows and drops it
+    // (kept-behaviour.md: unopened-snapshots).
     QTextStream stream(&file);
     stream.setCodec("UTF-8"); // the default is the locale's, which on a device is often plain C
     for (const QString &snapshot : m_snapshots)
         stream << snapshot;
     // The stream holds its text back, up to 16 KiB of it, until the file closes, so fsync makes the
-    // truncation durable and not the text. Keep the order: with the stream flushed first, every
-    // round would have the main loop wait until the text is on the storage.
+    // truncation durable and not the text. With the stream flushed first, every round would have
+    // the main loop wait until the text is on the storage (kept-behaviour.md: early-sync).
     file.flush();
     ::fsync(file.handle());
     file.close();

@@ -93,7 +93,8 @@ int ProcessTable::readCpuTotal(quint64 &total) const
     char buffer[1024];
     std::setvbuf(file, buffer, _IOFBF, sizeof buffer);
     // User, nice, system, idle, iowait, irq, softirq, steal, guest and guest_nice. The guests' time
-    // is in user and nice already; that it counts twice is part of what a load is here.
+    // is in user and nice already; that it counts twice is part of what a load is here
+    // (kept-behaviour.md: guest-time).
     unsigned long times[10] = {};
     // Older kernels have fewer of them, so a missing number is no error.
     // NOLINTNEXTLINE(cert-err34-c)
@@ -138,7 +139,8 @@ bool ProcessTable::argsMatch(const QString &path, const QStringList &args) const
     if (args.isEmpty())
         return true;
     QFile file(path); // not as text: a carriage return belongs to its argument
-    // A process whose arguments are kept from this one is taken for the one that is meant.
+    // A process whose arguments are kept from this one is taken for the one that is meant
+    // (kept-behaviour.md: unreadable-command-line).
     if (!file.open(QIODevice::ReadOnly))
         return true;
     QSet<QString> missing = args.toSet();

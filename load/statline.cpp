@@ -61,7 +61,8 @@ public:
     }
 
 private:
-    // Goes past one field and returns its end.
+    // Goes past one field and returns its end. The kernel writes no line that is too short
+    // (kept-behaviour.md: short-stat-line).
     const char *next()
     {
         Q_ASSERT_X(m_next != nullptr, "StatLine::record", "too few fields");

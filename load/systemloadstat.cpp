@@ -97,6 +97,7 @@ void SystemLoadStat::do_start()
     cpuLoadTimer.start(tickIntervalMs);
 }
 
+// Called by nobody (kept-behaviour.md: unused-slots).
 void SystemLoadStat::do_stop()
 {
     cpuLoadTimer.stop();
@@ -112,7 +113,7 @@ void SystemLoadStat::takeSample(QHash<int, ProcessSample> &out)
         if (entry->pid <= 0)
             continue;
         // A failed read counts too: that a process has ended is seen by the times that went back
-        // to zero.
+        // to zero (kept-behaviour.md: ended-process).
         ProcessSample sample;
         if (readProcessSample(entry->pid, entry->readThreads, sample) < 0)
             entry->pid = 0;
@@ -159,7 +160,7 @@ void SystemLoadStat::compareSamples(int id, const ProcessSample &current,
         state = ExceedState();
     }
     // Asked at every tick, also at one below the threshold: a period of 0 or less is an alarm a
-    // second.
+    // second (kept-behaviour.md: period-zero).
     if (state.count >= entry.period) {
         state.lines.prepend(headerLine(current, entry));
         emit cpuLoadExceed(id, state.lines);

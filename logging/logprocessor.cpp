@@ -24,7 +24,7 @@ void reportCannotOpen(const QString &fileName)
     writeErrorLine(QStringLiteral("Can't open file : ") + fileName);
 }
 
-// Up to its first NUL byte, and without a flush.
+// Up to its first NUL byte, and without a flush (kept-behaviour.md: echo).
 void echo(const QByteArray &chunk)
 {
     const auto size = ::strnlen(chunk.constData(), static_cast<std::size_t>(chunk.size()));
@@ -97,6 +97,7 @@ void LogProcessor::enableReports()
 void LogProcessor::flushOutput()
 {
     // The second finds nothing, and that empty chunk can bring a time line after the last words.
+    // What standard error holds comes with its own signal (kept-behaviour.md: flush-output).
     on_process_readyReadStandardOutput();
     on_process_readyReadStandardOutput();
     on_flushTimer_timeout();
@@ -156,6 +157,7 @@ void LogProcessor::writeTimeStamp()
     const qint64 second = now / msPerSecond;
     if (second == m_lastStampSecond)
         return;
+    // GMT, unlike every other time (kept-behaviour.md: time-lines).
     const QString time = QDateTime::fromMSecsSinceEpoch(now, Qt::UTC).toString(Qt::TextDate);
     writeData(QStringLiteral("-- Time: %1\n").arg(time).toUtf8());
     m_lastStampSecond = second;
@@ -164,9 +166,9 @@ void LogProcessor::writeTimeStamp()
 void LogProcessor::writeData(const QByteArray &bytes)
 {
     // Counted before the write and whether or not it succeeds: on a full file system the rotation
-    // still comes, and frees the space of the older generation.
+    // still comes, and frees the space of the older generation (kept-behaviour.md: counted-losses).
     m_bytesWritten += static_cast<quint32>(bytes.size());
-    m_file.write(bytes);
+    m_file.write(bytes); // never split at the limit (kept-behaviour.md: whole-chunk)
     if (!m_flushTimer.isActive())
         m_flushTimer.start();
     if (m_bytesWritten >= m_maxSize)
@@ -182,7 +184,7 @@ void LogProcessor::rotate()
     if (!QFile::rename(m_fileName, m_rotatedFileName)) {
         writeErrorLine(QStringLiteral("Can't rename file from:") + m_fileName
                        + QStringLiteral(" to:") + m_rotatedFileName);
-        return; // the file stays closed; from here on output is echoed
+        return; // from here on output is echoed (kept-behaviour.md: failed-rotation)
     }
     if (!m_file.open(QIODevice::WriteOnly | QIODevice::Text))
         reportCannotOpen(m_fileName);

@@ -18,5 +18,6 @@ struct ReportRequest
  * "==Report file:" PATH "==" NAME asks for a report with a file, "==Report==" NAME for one without;
  * each to the end of its line. Only the first of each counts; where both occur, the file comes from
  * the first form and the name from the second. A marker that is split over two chunks is not found.
+ * (kept-behaviour.md: first-marker)
  */
 ReportRequest findReportRequest(const QByteArray &chunk);

@@ -27,7 +27,9 @@ QVariant readSettingsFile(const QString &path)
     const QString text = stream.readAll();
     file.close();
 
-    PynxError error; // not examined: what cannot be parsed is no object and so has no payload
+    // Not examined: what cannot be parsed is no object and so has no payload, and is passed over in
+    // silence (kept-behaviour.md: silent-settings).
+    PynxError error;
     const QVariantHash top = PynxJson::parse(text.toUtf8(), error, nullptr).toHash();
     const QVariantHash envelope = top.value(QStringLiteral("value")).toHash();
     const QString typeName = envelope.value(QStringLiteral("type")).toString();
@@ -47,14 +49,15 @@ quint32 logFileSizeFromConf(const QString &confName)
 qint32 parseSize(const QString &text)
 {
     const QString lower = text.toLower();
-    const QChar suffix = lower.at(lower.size() - 1); // whose assertion an empty text fails
+    // An empty text fails the assertion of at() (kept-behaviour.md: empty-size).
+    const QChar suffix = lower.at(lower.size() - 1);
     quint32 factor = 1;
     if (suffix == QLatin1Char('k'))
         factor = 1024;
     else if (suffix == QLatin1Char('m'))
         factor = 1048576;
     // The last character goes whatever it was, which is what command lines and documents are
-    // written for: "10240" means 1024 bytes.
+    // written for: "10240" means 1024 bytes (kept-behaviour.md: size-suffix).
     const int number = lower.leftRef(lower.size() - 1).toInt();
     // Unsigned, because the product has to wrap.
     return static_cast<qint32>(factor * static_cast<quint32>(number));

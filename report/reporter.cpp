@@ -20,7 +20,8 @@ namespace {
 
 constexpr qint32 maxReportsPerName = 5;
 constexpr qint64 minIntervalMs = 30000;
-// What the maker's process handler is told with each archive; the stand-in ignores both.
+// What the maker's process handler is told with each archive; nobody knows what they mean, and the
+// stand-in ignores both (kept-behaviour.md: process-handler).
 constexpr int handlerNumber = 1000;
 constexpr bool handlerFlag = true;
 
@@ -38,6 +39,7 @@ QString fileNamePart(QString name)
     return name.replace(QRegExp(QStringLiteral("[^\\w-]")), QStringLiteral("_"));
 }
 
+// A failure leaves the temporary file where it is (kept-behaviour.md: temporary-stays).
 void finishArchive(const QString &temporaryPath, const QString &finalPath,
                    const PynxProcessHandlerResult &result)
 {
@@ -66,7 +68,7 @@ void Reporter::requestReport(const QStringList &extraFiles, const QString &name)
     const auto report = [guard, extraFiles, name] {
         if (guard.isNull())
             return;
-        guard->m_files += extraFiles;
+        guard->m_files += extraFiles; // for good (kept-behaviour.md: growing-files)
         guard->createReport(guard->m_files, name);
     };
     QTimer::singleShot(m_delayMs, Qt::CoarseTimer, report); // clazy:exclude=connect-3arg-lambda
@@ -79,6 +81,7 @@ void Reporter::createReport(const QStringList &files, const QString &name)
     const QString temporaryPath = m_uploadPath + QStringLiteral("/tmp_") + base;
     const QString finalPath = m_uploadPath + QLatin1Char('/') + base + QStringLiteral(".tar.gz");
 
+    // Asked before there is anything to pack (kept-behaviour.md: path-is-checked-first).
     if (!QFile::permissions(m_uploadPath).testFlag(QFileDevice::WriteOther)) {
         writeErrorLine(
             QStringLiteral("Upload path doesn't allow non ROOT user to remove the report"));
@@ -119,7 +122,8 @@ bool Reporter::accept(const QString &name)
     if (record.count >= maxReportsPerName)
         return false;
     // A new record says 0, so that nothing is accepted within the clock's first 30 s either: a
-    // board that has just been restarted may miss its first report.
+    // board that has just been restarted may miss its first report
+    // (kept-behaviour.md: first-30-seconds).
     const qint64 nowMs = m_clock();
     if (nowMs - record.lastMs < minIntervalMs)
         return false;
