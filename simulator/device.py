@@ -21,7 +21,7 @@ from simulator.common.account import BOOT_LOADER, SIMULATOR, Event
 from simulator.common.configuration import BootState, Configuration
 from simulator.common.control import Answer, Process
 from simulator.history import DEFAULT_TIMEOUT, History, Text, wait_until
-from simulator.launcher import Box, Trace
+from simulator.boxes import Box, Trace
 
 
 @dataclass(frozen=True)
@@ -34,7 +34,7 @@ class Completed:
 
 
 class Device:
-    """One board with the supervisor on it, from power-on (`start`) to power-off (`stop`).
+    """A simulated board with the supervisor on it, from power-on (`start`) to power-off (`stop`).
 
     The parameters are those of `Configuration`, where each is explained.
     """
@@ -82,9 +82,9 @@ class Device:
         box.stop()
         preparation.remove_mount_points(self._prepared)
 
-    def reset(self, reason: str = "reset button") -> None:
+    def reset(self) -> None:
         """Reset the board as a pressed button does: everything dies at once, then it boots."""
-        self._request("reset", reason=reason)
+        self._request("reset")
 
     @property
     def is_running(self) -> bool:

@@ -203,7 +203,7 @@ class Init:
         self._power_off()
 
     def _press_reset(self, request: dict[str, Any], descriptors: list[int]) -> None:
-        self._reset_reason = request["reason"]
+        self._reset_reason = "reset button"
 
     def _list_processes(self, request: dict[str, Any], descriptors: list[int]) -> control.Answer:
         listed = [asdict(process) for process in processes.list_processes() if process.pid != 1]

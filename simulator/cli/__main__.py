@@ -19,7 +19,7 @@ from simulator.cli import options as command_line
 from simulator.cli.display import Display, summarise
 from simulator.cli.follow import ArchiveFollower, LogFollower
 from simulator.common import account, paths
-from simulator.launcher import is_in_use
+from simulator.boxes import is_in_use
 
 _LOOKS_APART = 0.25
 _FALLBACK = 3

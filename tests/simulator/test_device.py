@@ -141,9 +141,9 @@ def test_the_reset_button_kills_everything_and_boots(device: DeviceFactory, scri
                           "setsid sleep 601 & sleep 602 & echo up; " + WAIT))
     board.wait_for("supervisor", "up")
     old = {process.pid for process in board.processes()}
-    board.reset("power cut")
+    board.reset()
     board.wait_for("supervisor", "up", count=2)
-    assert board.events("simulator", reset="power cut")
+    assert board.events("simulator", reset="reset button")
     assert old.isdisjoint(process.pid for process in board.processes())
     seen = board.events("supervisor", "see")[1].text.split()
     assert "b" in seen and not {"a", "c"} & set(seen)  # what is volatile is gone, /tmp is not

@@ -11,7 +11,7 @@ from pathlib import Path
 import pytest
 
 from simulator import Bind, SimulatorError, wait_until
-from simulator.launcher import Trace
+from simulator.boxes import Trace
 
 from simulated_devices import DeviceFactory
 from standin import WAIT, Script

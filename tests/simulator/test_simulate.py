@@ -337,6 +337,7 @@ def test_a_file_argument_below_tmp_is_shown(simulate: Simulate, script: Script,
     _, out, _ = outcome(simulate("./application", str(tmp_path / "data")))
     assert f"Shown to the application, read-only: {tmp_path}/data" in out
     assert "seen it" in out
+    assert "\nfiles in /tmp    0\n" in out  # what it was shown at is gone
 
 
 def test_a_missing_build_is_told(simulate: Simulate, build: Path, script: Script) -> None:
