@@ -51,7 +51,7 @@ class Box:
             raise self.failure() from None
 
     def wait_for_ring(self, seconds: float) -> bool:
-        """Wait until the account has grown; False when the board is gone instead."""
+        """Wait at most so long for the account to grow; False when the board is gone."""
         if not select.select([self.doorbell_fd], [], [], seconds)[0]:
             return True
         return os.read(self.doorbell_fd, 4096) != b""
@@ -98,8 +98,8 @@ def _lock(directory: Path) -> int:
 class Trace:
     """Remembers a box, to look for remains of it afterwards.
 
-    It holds the box' process namespace open, because the kernel gives the number of one that is
-    gone to the next, which may be that of another box. An empty one holds nothing else up.
+    It holds the box' process namespace open. Otherwise the kernel could give the namespace's number
+    to that of another box. An open namespace without processes does no harm.
     """
 
     def __init__(self, box_pid: int, directory: Path) -> None:

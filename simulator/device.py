@@ -46,7 +46,7 @@ class Device:
         self.directory = self._configuration.directory
         self._box: Box | None = None
         self.trace: Trace | None = None
-        """Finds remains of the device; the caller closes it. While the device runs it finds all."""
+        """Finds what is left of the device: while it runs, all of it. The caller closes it."""
         self._history = History(self.directory / paths.ACCOUNT, self._wait_for_news)
 
     # -- power ---------------------------------------------------------------------------------

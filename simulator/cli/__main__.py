@@ -36,7 +36,7 @@ def main(arguments: list[str]) -> int:
     except SimulatorError as error:
         print(f"simulate: {error}", file=sys.stderr)
     except BrokenPipeError:
-        # Whoever read along has seen enough. What Python still holds must not come at its end.
+        # Whoever read along has seen enough. Python would fail to write the rest when it ends.
         os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
         return 0
     except OSError as error:

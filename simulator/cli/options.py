@@ -68,7 +68,7 @@ class _Parser(argparse.ArgumentParser):
 
 
 class _WithoutApp(argparse.Action):
-    """Tells whoever knows the supervisor's own command line."""
+    """Refuses --app, which the supervisor's own command line has and this one has not."""
 
     def __call__(self, parser: argparse.ArgumentParser, *_: Any) -> None:
         parser.error("the application comes last, without --app")
