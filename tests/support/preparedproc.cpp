@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "preparedproc.h"
 
+#include "testfiles.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -24,11 +26,7 @@ QString PreparedProc::path(const QString &relative) const
 
 void PreparedProc::write(const QString &relative, const QByteArray &content) const
 {
-    QFile file(path(relative));
-    QDir().mkpath(QFileInfo(file).path());
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)
-        || file.write(content) != content.size())
-        qFatal("cannot write a prepared process table");
+    writeFile(path(relative), content);
 }
 
 void PreparedProc::remove(const QString &relative) const

@@ -163,6 +163,13 @@ def test_a_read_only_root_is_told_and_the_board_rebooted(board: Board) -> None:
     running.wait_for("boot loader", starts=True, count=2)
 
 
+def test_whatever_keeps_the_marker_from_being_made_counts_as_read_only(board: Board) -> None:
+    running = board(application=["sh", "-c", "mkdir /home/root/ro-test; exec sleep 600"],
+                    bad_boots=2)
+    running.wait_for("tool", "reboot -f")
+    assert not running.events("tool", "sfuflags")
+
+
 def test_a_root_that_turns_read_only_is_found_at_the_next_start(board: Board) -> None:
     running = board("wait", tools={"sfuflags": "fail"})
     running.wait_for("system log", START_ERROR)

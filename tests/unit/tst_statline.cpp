@@ -4,41 +4,16 @@
 #include "load/statline.h"
 #include "preparedproc.h"
 
-#include <QBuffer>
-#include <QTextStream>
 #include <QtTest>
 
 #include <csignal>
 #include <limits>
-#include <random>
 
 namespace {
 
 StatRecord recordOf(const QByteArray &line)
 {
     return StatLine(line.constData(), line.size()).record();
-}
-
-// The rule as it reads, with the texts that the reader does without.
-StatRecord recordByTheRule(const QByteArray &line)
-{
-    QBuffer buffer;
-    buffer.setData(line);
-    buffer.open(QIODevice::ReadOnly | QIODevice::Text);
-    QTextStream stream(&buffer);
-    stream.setCodec("UTF-8");
-    const QString text = stream.readAll();
-    const int a = text.indexOf(QLatin1Char('('));
-    const int b = text.lastIndexOf(QLatin1Char(')'));
-    const QStringList fields = text.mid(b + 2).split(QLatin1Char(' '));
-    StatRecord record;
-    record.pid = text.leftRef(a - 1).toInt();
-    record.name = text.mid(a + 1, b - a - 1);
-    record.utime = fields.at(11).toLongLong();
-    record.stime = fields.at(12).toLong();
-    record.cutime = fields.at(13).toLongLong();
-    record.cstime = fields.at(14).toLong();
-    return record;
 }
 
 // A line whose four times are these texts.
@@ -49,6 +24,7 @@ QByteArray lineWith(const QByteArray &times, const QByteArray &rest = " 20 0 1\n
 
 } // namespace
 
+// That any line reads as the rule says, tests/fuzz tells.
 class StatLineTest : public QObject
 {
     Q_OBJECT
@@ -60,7 +36,6 @@ private slots:
     void times();
     void shortLineIsFatal_data();
     void shortLineIsFatal();
-    void oddLinesReadAsTheRuleSays();
 };
 
 void StatLineTest::fields_data()
@@ -192,45 +167,6 @@ void StatLineTest::shortLineIsFatal()
     const ChildResult result = runInChild([&line] { recordOf(line); });
     QCOMPARE(result.signal, SIGABRT);
     QVERIFY2(result.standardError.contains("too few fields"), result.standardError.constData());
-}
-
-// Lines of all that a line is made of, in any order.
-void StatLineTest::oddLinesReadAsTheRuleSays()
-{
-    const QByteArrayList pieces = {"(",           ")",   " ",   "1",    "23",
-                                   "-4",          "+5",  "x",   "\n",   "\t",
-                                   "  ",          "é",   "€",   "\xff", "99999999999999999999",
-                                   "S",           " (a", "a) ", "\r",   "0",
-                                   "\xef\xbb\xbf"};
-    std::mt19937 random(1); // NOLINT(cert-msc32-c,cert-msc51-cpp): the same lines at every run
-    int compared = 0;
-    for (int i = 0; i < 20000; ++i) {
-        QByteArray line = i % 2 == 0 ? "12 (" : "";
-        for (unsigned int count = random() % 12; count > 0; --count)
-            line += pieces.at(static_cast<int>(random() % static_cast<unsigned>(pieces.size())));
-        if (i % 3 == 0)
-            line += ") ";
-        for (int field = 0; field < 15; ++field)
-            line +=
-                ' ' + pieces.at(static_cast<int>(random() % static_cast<unsigned>(pieces.size())));
-
-        if (line.mid(line.lastIndexOf(')') + 2).count(' ') < 14)
-            continue; // fatal by rule
-        const int open = line.indexOf('(');
-        if (open > 0 && static_cast<unsigned char>(line.at(open - 1)) > 127)
-            continue; // one byte is left out in front of the name, where the rule says a character
-        if (line.startsWith("\xef\xbb\xbf"))
-            continue; // a text stream takes it off the file; no process id begins with it
-        ++compared;
-        const StatRecord rule = recordByTheRule(line);
-        line.replace("\r", ""); // text mode is the file reader's part
-        const StatRecord record = recordOf(line);
-        QVERIFY2(record.name == rule.name && record.pid == rule.pid && record.utime == rule.utime
-                     && record.stime == rule.stime && record.cutime == rule.cutime
-                     && record.cstime == rule.cstime,
-                 line.toPercentEncoding().constData());
-    }
-    QVERIFY2(compared > 5000, QByteArray::number(compared).constData());
 }
 
 QTEST_GUILESS_MAIN(StatLineTest)
