@@ -19,11 +19,6 @@ def log_of(running: Device, status: int = 0) -> bytes:
     return content(running)
 
 
-def test_only_the_standard_descriptors_are_open(board: Board) -> None:
-    running = board("descriptors", options=["--singleRun", "--rotateOnly"])
-    assert log_of(running).endswith(b"\ndescriptors 0 1 2\n")
-
-
 def test_descriptors_that_the_supervisor_inherited_are_closed_too(board: Board,
                                                                   sample: str) -> None:
     running = board("wait", options=["--rotateOnly"])

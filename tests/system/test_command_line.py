@@ -8,7 +8,6 @@ import signal
 
 from boards import Board
 from logs import LOG, OLD_LOG, content
-from marks import AS_ROOT
 from settings import log_sizes
 from simulator import Device, wait_until
 from simulated_devices import DeviceFactory
@@ -47,17 +46,6 @@ def test_without_application_it_prints_nothing_and_logs_the_failed_start(
     assert (entry["priority"], entry["ident"]) == ("err", "pynx_watchdog")
 
 
-@AS_ROOT
-def test_a_fork_that_fails_is_a_failed_start(board: Board, sample: str) -> None:
-    running = board("wait", options=["--rotateOnly"])
-    done = running.run(["setpriv", "--reuid=4711", "--clear-groups", "prlimit", "--nproc=1",
-                        "/supervisor/watchdog", "--singleRun", "--rotateOnly", "--app", sample,
-                        "print", "started\\n"])
-    assert done.status == 1
-    assert b"started\n" not in done.stdout
-    running.wait_for("system log", START_FAILURE)
-
-
 def test_what_follows_the_application_belongs_to_it(board: Board) -> None:
     running = board("arguments", "--singleRun", "-v", "--app", options=["--rotateOnly"])
     # The supervisor itself is not in single-run mode: it starts the application again.
@@ -76,13 +64,6 @@ def rotated_size(running: Device) -> int:
     path = running.host_path(OLD_LOG)
     wait_until(path.exists, "the log is rotated")
     return path.stat().st_size
-
-
-def test_a_size_without_suffix_loses_its_last_digit(board: Board) -> None:
-    # 30000 is a limit of 3000 bytes: the log of 100-byte lines must be rotated at it.
-    running = board("sleep", "0.2", "flood", "3000", "1000", "wait", options=["--rotateOnly"],
-                    log_size="30000")
-    assert 3000 <= rotated_size(running) < 30000
 
 
 def test_the_size_may_come_from_the_settings(board: Board) -> None:
