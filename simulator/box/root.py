@@ -134,7 +134,7 @@ def _device_trees(configuration: Configuration) -> list[_Tree]:
 
 def _take_bind(bind: Bind) -> _Tree:
     with step(f"make {bind.source} visible in the box"):
-        return _take(bind.source, bind.target, read_only=not bind.writable)
+        return _take(bind.source, bind.target)
 
 
 def _take(source: str, target: str, *, read_only: bool = True) -> _Tree:

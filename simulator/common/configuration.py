@@ -24,11 +24,10 @@ _UNITS = {"": 1, "k": 1 << 10, "m": 1 << 20, "g": 1 << 30}
 
 @dataclass(frozen=True)
 class Bind:
-    """A file or directory of the host that is to be seen in the box, by default where it lies."""
+    """A file or directory of the host seen in the box, read-only, by default where it lies."""
 
     source: str
     target: str = ""
-    writable: bool = False
 
     def __post_init__(self) -> None:
         if not self.target:
