@@ -34,7 +34,7 @@ class Completed:
 
 
 class Device:
-    """A simulated board with the supervisor on it, from power-on (`start`) to power-off (`stop`).
+    """A simulated device with the supervisor on it, from power-on (`start`) to power-off (`stop`).
 
     The parameters are those of `Configuration`, where each is explained.
     """

@@ -55,19 +55,19 @@ def device(request: pytest.FixtureRequest, tmp_path: Path,
         options.setdefault("directory", tmp_path / f"device-{len(made) + 1}")
         options.setdefault("watchdog_library",
                            build_directory / "simulator" / "libwatchdogdevice.so")
-        board = Device(program or build_directory / "watchdog", arguments=arguments, **options)
-        made.append(board)
+        running = Device(program or build_directory / "watchdog", arguments=arguments, **options)
+        made.append(running)
         if start:
-            board.start()
-        return board
+            running.start()
+        return running
 
     yield make
     remains: list[str] = []
-    for board in made:
-        board.stop()
-        if board.trace is not None:
-            remains += board.trace.remains()
-            board.trace.close()
+    for running in made:
+        running.stop()
+        if running.trace is not None:
+            remains += running.trace.remains()
+            running.trace.close()
     assert not remains, f"a device has left something behind: {remains}"
 
 
@@ -77,5 +77,5 @@ def pytest_runtest_makereport(item: pytest.Item) -> Iterator[None]:
     outcome = yield
     report = outcome.get_result()  # type: ignore[attr-defined]
     if report.when == "call" and report.failed:
-        for board in item.stash.get(_DEVICES, []):
-            report.sections.append((f"account of {board.directory}", board.tail()))
+        for running in item.stash.get(_DEVICES, []):
+            report.sections.append((f"account of {running.directory}", running.tail()))

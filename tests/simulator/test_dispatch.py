@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The loop of the board on descriptors of the test's own."""
+"""The loop of the box on descriptors of the test's own."""
 
 import os
 import selectors

@@ -20,10 +20,10 @@ import sys
 sys.path.insert(0, {project!r})
 from simulator import Device, SimulatorError
 try:
-    with Device({place!r} + "/program", {place!r} + "/device", watchdog_device=False) as board:
-        print(board.wait_end()["status"], board.stdout.decode(), end="")
-        print(board.run(["id", "-u"]).stdout.decode(), end="")
-        board.set_read_only_root(True)
+    with Device({place!r} + "/program", {place!r} + "/device", watchdog_device=False) as running:
+        print(running.wait_end()["status"], running.stdout.decode(), end="")
+        print(running.run(["id", "-u"]).stdout.decode(), end="")
+        running.set_read_only_root(True)
 except SimulatorError as error:
     sys.exit(str(error))
 """

@@ -25,14 +25,14 @@ def wait_until_gone(trace: Trace) -> None:
 
 
 def test_nothing_is_left_after_stop(device: DeviceFactory, script: Script) -> None:
-    board = device(script(_BUSY))
-    board.wait_for("supervisor", "up")
-    trace = board.trace
+    running = device(script(_BUSY))
+    running.wait_for("supervisor", "up")
+    trace = running.trace
     assert trace and len(trace.remains()) == 4  # PID 1, the program and its two children
-    board.stop()
+    running.stop()
     assert trace.remains() == []
-    board.stop()  # a second time does no harm
-    assert board.events("simulator", "switched off")
+    running.stop()  # a second time does no harm
+    assert running.events("simulator", "switched off")
 
 
 def start_in_another_process(script: Script, tmp_path: Path) -> tuple[subprocess.Popen[bytes], int]:
@@ -64,11 +64,11 @@ def test_nothing_is_left_when_the_outer_process_is_killed(script: Script, tmp_pa
     trace.close()
 
 
-def test_nothing_is_left_even_if_the_board_is_stuck(script: Script, tmp_path: Path) -> None:
+def test_nothing_is_left_even_if_the_box_is_stuck(script: Script, tmp_path: Path) -> None:
     outer, holder = start_in_another_process(script, tmp_path)
     trace = Trace(holder, tmp_path)
-    board = int(Path(f"/proc/{holder}/task/{holder}/children").read_text(encoding="ascii"))
-    os.kill(board, signal.SIGSTOP)
+    init = int(Path(f"/proc/{holder}/task/{holder}/children").read_text(encoding="ascii"))
+    os.kill(init, signal.SIGSTOP)
     outer.kill()
     outer.communicate()
     wait_until_gone(trace)
@@ -77,21 +77,21 @@ def test_nothing_is_left_even_if_the_board_is_stuck(script: Script, tmp_path: Pa
 
 def test_nothing_is_left_when_the_holder_of_the_box_is_killed(device: DeviceFactory,
                                                               script: Script) -> None:
-    board = device(script(_BUSY))
-    board.wait_for("supervisor", "up")
-    trace = board.trace
-    assert trace and board._box
-    os.kill(board._box.pid, signal.SIGKILL)
+    running = device(script(_BUSY))
+    running.wait_for("supervisor", "up")
+    trace = running.trace
+    assert trace and running._box
+    os.kill(running._box.pid, signal.SIGKILL)
     wait_until_gone(trace)
     with pytest.raises(SimulatorError):
-        board.processes()
+        running.processes()
 
 
 def test_a_failed_start_leaves_nothing(device: DeviceFactory, script: Script,
                                        tmp_path: Path) -> None:
     before = Path("/proc/self/mountinfo").read_text(encoding="utf-8")
-    board = device(script(WAIT), binds=[Bind("/nowhere")], start=False)
+    running = device(script(WAIT), binds=[Bind("/nowhere")], start=False)
     with pytest.raises(SimulatorError, match="cannot make /nowhere visible in the box"):
-        board.start()
-    assert not board.is_running
+        running.start()
+    assert not running.is_running
     assert Path("/proc/self/mountinfo").read_text(encoding="utf-8") == before

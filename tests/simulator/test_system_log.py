@@ -30,11 +30,11 @@ def test_decoding(datagram: bytes, message: Message) -> None:
 
 def test_messages_arrive_in_order_before_the_supervisors_end(device: DeviceFactory,
                                                              script: Script) -> None:
-    board = device(script("logger -p user.err -t first 'says one'\n"
-                          "logger -p local0.debug -t second -i 'says two'"))
-    end = board.wait_end()
-    first = board.wait_for("system log", ident="first")
-    second = board.wait_for("system log", ident="second")
+    running = device(script("logger -p user.err -t first 'says one'\n"
+                            "logger -p local0.debug -t second -i 'says two'"))
+    end = running.wait_end()
+    first = running.wait_for("system log", ident="first")
+    second = running.wait_for("system log", ident="second")
     assert (first.text, first["priority"], first["facility"]) == ("says one", "err", "user")
     assert (second.text, second["priority"], second["facility"]) == ("says two", "debug", "local0")
     assert second["sender"] > 1

@@ -16,25 +16,25 @@ DEVICE = "watchdog device"
 
 def test_a_program_that_stops_feeding_is_reset_and_booted_again(device: DeviceFactory,
                                                                 feeder: Script) -> None:
-    board = device(feeder("open_device(); set_timeout(1); feed(); time.sleep(600)"), boots=2)
-    expired = board.wait_for(DEVICE, operation="expired")
-    last = board.events(DEVICE, name="WDIOC_KEEPALIVE", boot=expired["boot"])[-1]
+    running = device(feeder("open_device(); set_timeout(1); feed(); time.sleep(600)"), boots=2)
+    expired = running.wait_for(DEVICE, operation="expired")
+    last = running.events(DEVICE, name="WDIOC_KEEPALIVE", boot=expired["boot"])[-1]
     assert expired.monotonic - last.monotonic >= 1.0
     assert expired["since_feed"] >= 1.0 and expired["timeout"] == 1
-    board.wait_for("simulator", "board reset", after=expired, reset=DEVICE)
-    again = board.wait_for("boot loader", after=expired, starts=True)
-    board.wait_for(DEVICE, operation="open", after=again)
-    assert board.wait_end()["end"] == "boots"
-    assert board.boots == 2
-    assert board.processes() == []
+    running.wait_for("simulator", "board reset", after=expired, reset=DEVICE)
+    again = running.wait_for("boot loader", after=expired, starts=True)
+    running.wait_for(DEVICE, operation="open", after=again)
+    assert running.wait_end()["end"] == "boots"
+    assert running.boots == 2
+    assert running.processes() == []
 
 
 def test_every_operation_is_recorded_in_order(device: DeviceFactory, feeder: Script) -> None:
-    board = device(feeder("open_device(); print(set_timeout(30)); feed(); print(get_timeout());"
-                          "set_options(1); set_options(2); os.write(device, b'V')"))
-    assert board.wait_end()["status"] == 0
+    running = device(feeder("open_device(); print(set_timeout(30)); feed(); print(get_timeout());"
+                            "set_options(1); set_options(2); os.write(device, b'V')"))
+    assert running.wait_end()["status"] == 0
     seen = [(event["operation"], event.get("name"), event.get("argument"), event.get("result"))
-            for event in board.events(DEVICE)]
+            for event in running.events(DEVICE)]
     assert seen == [
         ("open", None, None, None),
         ("ioctl", "WDIOC_SETTIMEOUT", 30, 30),
@@ -45,80 +45,80 @@ def test_every_operation_is_recorded_in_order(device: DeviceFactory, feeder: Scr
         ("write", None, None, None),
         ("close", None, None, None),
     ]
-    assert board.stdout == b"30\n30\n"
+    assert running.stdout == b"30\n30\n"
 
 
 def test_a_magic_close_disarms(device: DeviceFactory, feeder: Script) -> None:
-    board = device(feeder("open_device(); set_timeout(1); os.write(device, b'V')"))
-    assert board.wait_end()["end"] == "supervisor"
-    assert not board.events(DEVICE, operation="expired")
+    running = device(feeder("open_device(); set_timeout(1); os.write(device, b'V')"))
+    assert running.wait_end()["end"] == "supervisor"
+    assert not running.events(DEVICE, operation="expired")
 
 
 @pytest.mark.parametrize("ending", ["os.close(device)", ""], ids=["closed", "left to the exit"])
 def test_without_it_the_countdown_goes_on_after_the_end(device: DeviceFactory, feeder: Script,
                                                         ending: str) -> None:
-    board = device(feeder(f"open_device(); set_timeout(1); {ending}"), boots=1)
-    assert board.wait_supervisor_exit() == 0
-    close = board.wait_for(DEVICE, operation="close")
-    expired = board.wait_for(DEVICE, operation="expired")
+    running = device(feeder(f"open_device(); set_timeout(1); {ending}"), boots=1)
+    assert running.wait_supervisor_exit() == 0
+    close = running.wait_for(DEVICE, operation="close")
+    expired = running.wait_for(DEVICE, operation="expired")
     assert expired.monotonic - close.monotonic >= 0.99  # the close was the last feed
-    assert board.wait_end()["end"] == "boots"
+    assert running.wait_end()["end"] == "boots"
 
 
 def test_a_killed_program_is_reset_too(device: DeviceFactory, feeder: Script) -> None:
-    board = device(feeder("open_device(); set_timeout(1); feed(); time.sleep(600)"))
-    board.wait_for(DEVICE, name="WDIOC_KEEPALIVE")
-    board.signal("supervisor", 9)
-    assert board.wait_supervisor_exit() == -9
-    board.wait_for(DEVICE, operation="expired")
-    board.wait_for("boot loader", count=2, starts=True)
+    running = device(feeder("open_device(); set_timeout(1); feed(); time.sleep(600)"))
+    running.wait_for(DEVICE, name="WDIOC_KEEPALIVE")
+    running.signal("supervisor", 9)
+    assert running.wait_supervisor_exit() == -9
+    running.wait_for(DEVICE, operation="expired")
+    running.wait_for("boot loader", count=2, starts=True)
 
 
 def test_an_absent_device_cannot_be_opened(device: DeviceFactory, feeder: Script) -> None:
-    board = device(feeder("open_device()"), watchdog_device=False)
-    assert board.wait_end()["status"] == 1
-    assert b"No such file or directory: '/dev/watchdog'" in board.stderr
-    assert not board.events(DEVICE)
+    running = device(feeder("open_device()"), watchdog_device=False)
+    assert running.wait_end()["status"] == 1
+    assert b"No such file or directory: '/dev/watchdog'" in running.stderr
+    assert not running.events(DEVICE)
 
 
 def test_a_second_descriptor_is_refused_while_the_first_is_open(device: DeviceFactory,
                                                                 feeder: Script) -> None:
-    board = device(feeder("open_device(); open_device()"), boots=1)
-    assert board.wait_supervisor_exit() == 1
-    assert b"Device or resource busy: '/dev/watchdog'" in board.stderr
+    running = device(feeder("open_device(); open_device()"), boots=1)
+    assert running.wait_supervisor_exit() == 1
+    assert b"Device or resource busy: '/dev/watchdog'" in running.stderr
 
 
 def test_children_get_neither_the_library_nor_the_device(device: DeviceFactory,
                                                          feeder: Script) -> None:
-    board = device(feeder("os.execv('/bin/sh', ['sh', '-c',"
-                          "'echo ${LD_PRELOAD-not set}; : < /dev/watchdog'])"))
-    assert board.wait_end()["status"] == 2
-    assert board.stdout == b"not set\n"
-    assert b"/dev/watchdog" in board.stderr
-    assert not board.events(DEVICE)
+    running = device(feeder("os.execv('/bin/sh', ['sh', '-c',"
+                            "'echo ${LD_PRELOAD-not set}; : < /dev/watchdog'])"))
+    assert running.wait_end()["status"] == 2
+    assert running.stdout == b"not set\n"
+    assert b"/dev/watchdog" in running.stderr
+    assert not running.events(DEVICE)
 
 
 def test_other_preloaded_libraries_are_kept(device: DeviceFactory, feeder: Script, tmp_path: Path,
                                             build_directory: Path) -> None:
     other = tmp_path / "libother.so"
     other.write_bytes((build_directory / "simulator" / "libwatchdogdevice.so").read_bytes())
-    board = device(feeder("print(os.environ['LD_PRELOAD'])"),
-                   environment={"LD_PRELOAD": "/run/libother.so"},
-                   binds=[Bind(str(other), "/run/libother.so")])
-    board.wait_end()
-    assert board.stdout == b"/run/libother.so\n"
+    running = device(feeder("print(os.environ['LD_PRELOAD'])"),
+                     environment={"LD_PRELOAD": "/run/libother.so"},
+                     binds=[Bind(str(other), "/run/libother.so")])
+    running.wait_end()
+    assert running.stdout == b"/run/libother.so\n"
 
 
 def test_other_files_open_as_ever(device: DeviceFactory, feeder: Script) -> None:
-    board = device(feeder("print(open('/proc/1/comm').read(), end=''); open('/nothing')"))
-    assert board.wait_end()["status"] == 1
-    assert board.stdout == b"python3\n"
-    assert b"No such file or directory: '/nothing'" in board.stderr
+    running = device(feeder("print(open('/proc/1/comm').read(), end=''); open('/nothing')"))
+    assert running.wait_end()["status"] == 1
+    assert running.stdout == b"python3\n"
+    assert b"No such file or directory: '/nothing'" in running.stderr
 
 
 def test_a_program_without_standard_input_gets_descriptor_zero(device: DeviceFactory,
                                                                feeder: Script) -> None:
-    board = device(feeder("open_device(); time.sleep(600)"), launcher=WITHOUT_INPUT)
-    board.wait_for(DEVICE, operation="open")
-    listed = board.run(["ls", "-l", f"/proc/{board.supervisor().pid}/fd/0"]).stdout
+    running = device(feeder("open_device(); time.sleep(600)"), launcher=WITHOUT_INPUT)
+    running.wait_for(DEVICE, operation="open")
+    listed = running.run(["ls", "-l", f"/proc/{running.supervisor().pid}/fd/0"]).stdout
     assert b"socket:" in listed
