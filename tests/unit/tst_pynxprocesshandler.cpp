@@ -7,8 +7,6 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
-#include <cstdlib>
-
 #include <sys/resource.h>
 
 namespace {
@@ -18,6 +16,19 @@ constexpr int eventTimeoutMs = 60000;
 QStringList script(const QString &text)
 {
     return {QStringLiteral("-c"), text};
+}
+
+// What this program does instead of testing when its first argument says so: it ends while the
+// command that it started waits for the first file, to make the second.
+const QString leaveACommand = QStringLiteral("--leave-a-command"); // GO MARK
+
+int leaveCommand(const QStringList &goAndMark)
+{
+    const QString wait = QStringLiteral("until [ -e \"$0\" ]; do sleep 0.02; done; : > \"$1\"");
+    PynxProcessHandler::startAsync(QStringLiteral("sh"), script(wait) + goAndMark, 1000,
+                                   PynxProcessHandler::CompletionCallback(),
+                                   PynxProcessHandler::OutputCallback(), true);
+    return 0;
 }
 
 } // namespace
@@ -132,7 +143,7 @@ void PynxProcessHandlerTest::outputIsDiscardedWithoutCallback()
     const ChildResult result = runInChild([this] {
         start(QStringLiteral("sh"), script(QStringLiteral("echo out; echo err >&2; exit 3")));
         if (!QTest::qWaitFor([this] { return m_results == QVector<int>{3}; }, eventTimeoutMs))
-            std::abort();
+            qFatal("the command did not end");
     });
     QCOMPARE(result.exitCode, 0);
     QCOMPARE(result.standardOutput, QByteArray());
@@ -142,22 +153,21 @@ void PynxProcessHandlerTest::outputIsDiscardedWithoutCallback()
 void PynxProcessHandlerTest::commandMayOutliveTheProgram()
 {
     const QTemporaryDir directory;
-    const QString pipe = directory.filePath(QStringLiteral("pipe"));
+    const QString go = directory.filePath(QStringLiteral("go"));
     const QString mark = directory.filePath(QStringLiteral("mark"));
-    QCOMPARE(QProcess::execute(QStringLiteral("mkfifo"), {pipe}), 0);
-    const ChildResult result = runInChild([&] {
-        PynxProcessHandler::startAsync(QStringLiteral("sh"),
-                                       script(QStringLiteral("read line < \"$0\"; : > \"$1\""))
-                                           + QStringList{pipe, mark},
-                                       1000, PynxProcessHandler::CompletionCallback(),
-                                       PynxProcessHandler::OutputCallback(), true);
-        std::exit(0); // with all that is done at a program's end
-    });
-    QCOMPARE(result.exitCode, 0);
-    QCOMPARE(result.standardError, QByteArray());
-    writeFile(pipe, "go\n"); // as soon as the command reads
+    QCOMPARE(QProcess::execute(QCoreApplication::applicationFilePath(), {leaveACommand, go, mark}),
+             0);
+    writeFile(go, QByteArray());
     QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(mark), eventTimeoutMs);
 }
 
-QTEST_GUILESS_MAIN(PynxProcessHandlerTest)
+int main(int argc, char *argv[])
+{
+    QCoreApplication application(argc, argv);
+    const QStringList arguments = QCoreApplication::arguments();
+    if (arguments.value(1) == leaveACommand)
+        return leaveCommand(arguments.mid(2));
+    PynxProcessHandlerTest test;
+    return QTest::qExec(&test, argc, argv);
+}
 #include "tst_pynxprocesshandler.moc"
