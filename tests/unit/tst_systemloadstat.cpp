@@ -322,7 +322,7 @@ void SystemLoadStatTest::periodCountsConsecutiveTicks()
     machine.start();
     for (int alarm = 0; alarm < 2; ++alarm) { // the count begins anew after the first
         const quint64 cpuTotal = 1000 + 300 * static_cast<quint64>(alarm);
-        const qint64 utime = 210 * alarm;
+        const qint64 utime = 210LL * alarm;
         machine.tickAt(cpuTotal + 100, utime + 60);
         machine.tickAt(cpuTotal + 200, utime + 110);
         QCOMPARE(machine.alarms.size(), 0);
