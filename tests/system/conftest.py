@@ -11,7 +11,7 @@ from typing import Any
 
 import pytest
 
-from boards import ATTEMPTS, Board, missed_the_start_limit
+from starting import ATTEMPTS, Start, missed_the_start_limit
 from logs import LOG
 from simulator.device import Device
 from simulated_devices import DeviceFactory
@@ -30,8 +30,8 @@ def sanitized(build_directory: Path) -> bool:
 
 
 @pytest.fixture
-def board(device: DeviceFactory, sample: str) -> Board:
-    """board("exit", "5", options=["--rotateOnly"]): a running device, logging to LOG."""
+def start(device: DeviceFactory, sample: str) -> Start:
+    """start("exit", "5", options=["--rotateOnly"]): a running device, logging to LOG."""
 
     def make(*behaviours: str, options: Sequence[str] = (), log_size: str = "1M",
              application: Sequence[str] | None = None, **device_options: Any) -> Device:

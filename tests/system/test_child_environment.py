@@ -8,7 +8,7 @@ import grp
 import os
 import pwd
 
-from boards import Board
+from starting import Start
 from logs import content
 from marks import AS_ROOT
 from simulator import Device
@@ -19,9 +19,9 @@ def log_of(running: Device, status: int = 0) -> bytes:
     return content(running)
 
 
-def test_descriptors_that_the_supervisor_inherited_are_closed_too(board: Board,
+def test_descriptors_that_the_supervisor_inherited_are_closed_too(start: Start,
                                                                   sample: str) -> None:
-    running = board("wait", options=["--rotateOnly"])
+    running = start("wait", options=["--rotateOnly"])
     done = running.run(["bash", "-c",
                         "exec 7</dev/null 99</dev/null; /supervisor/watchdog --singleRun "
                         f"--rotateOnly --app {sample} descriptors"])
@@ -30,17 +30,17 @@ def test_descriptors_that_the_supervisor_inherited_are_closed_too(board: Board,
 
 
 @AS_ROOT
-def test_the_application_runs_as_the_user_with_its_groups(board: Board) -> None:
+def test_the_application_runs_as_the_user_with_its_groups(start: Start) -> None:
     account = pwd.getpwnam("daemon")
     groups = sorted(os.getgrouplist("daemon", account.pw_gid))
-    running = board("identity", options=["--singleRun", "--rotateOnly", "--user", "daemon"])
+    running = start("identity", options=["--singleRun", "--rotateOnly", "--user", "daemon"])
     expected = (f"uid {account.pw_uid} euid {account.pw_uid} gid {account.pw_gid} "
                 f"egid {account.pw_gid} groups {' '.join(map(str, groups))}\n")
     assert log_of(running).endswith(expected.encode())
 
 
-def test_an_unknown_user_is_said_and_the_application_runs_as_before(board: Board) -> None:
-    running = board("identity",
+def test_an_unknown_user_is_said_and_the_application_runs_as_before(start: Start) -> None:
+    running = start("identity",
                     options=["--singleRun", "--rotateOnly", "--user", "no-such-account"])
     assert b"uid 0 euid 0 " in log_of(running)
     assert running.stderr == b"Failed to get info about user: no-such-account\n"
@@ -48,10 +48,10 @@ def test_an_unknown_user_is_said_and_the_application_runs_as_before(board: Board
 
 @AS_ROOT
 def test_without_privileges_the_switch_fails_and_the_application_runs_all_the_same(
-        board: Board, sample: str) -> None:
+        start: Start, sample: str) -> None:
     nobody = pwd.getpwnam("nobody").pw_uid
     nogroup = grp.getgrnam("nogroup").gr_gid
-    running = board("wait", options=["--rotateOnly"])
+    running = start("wait", options=["--rotateOnly"])
     done = running.run(["setpriv", f"--reuid={nobody}", f"--regid={nogroup}", "--clear-groups",
                         "/supervisor/watchdog", "--singleRun", "--rotateOnly", "--user", "daemon",
                         "--app", sample, "identity"])

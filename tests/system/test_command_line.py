@@ -6,7 +6,7 @@ from __future__ import annotations
 
 import signal
 
-from boards import Board
+from starting import Start
 from logs import LOG, OLD_LOG, content
 from settings import log_sizes
 from simulator import Device, wait_until
@@ -46,8 +46,8 @@ def test_without_application_it_prints_nothing_and_logs_the_failed_start(
     assert (entry["priority"], entry["ident"]) == ("err", "pynx_watchdog")
 
 
-def test_what_follows_the_application_belongs_to_it(board: Board) -> None:
-    running = board("arguments", "--singleRun", "-v", "--app", options=["--rotateOnly"])
+def test_what_follows_the_application_belongs_to_it(start: Start) -> None:
+    running = start("arguments", "--singleRun", "-v", "--app", options=["--rotateOnly"])
     # The supervisor itself is not in single-run mode: it starts the application again.
     running.wait_for("system log", "Restarting process", count=2)
     assert b"argument: --singleRun\nargument: -v\nargument: --app\n" in content(running)
@@ -66,31 +66,31 @@ def rotated_size(running: Device) -> int:
     return path.stat().st_size
 
 
-def test_the_size_may_come_from_the_settings(board: Board) -> None:
-    running = board("flood", "8000", "100", "wait", log_size="1M",
+def test_the_size_may_come_from_the_settings(start: Start) -> None:
+    running = start("flood", "8000", "100", "wait", log_size="1M",
                     options=["--rotateOnly", "--logfileSizeConf", "small"],
                     settings=log_sizes(small="4k", default="1M"))
     assert 4096 <= rotated_size(running) < 1 << 20
 
 
-def test_the_later_size_wins(board: Board) -> None:
-    running = board("flood", "8000", "100", "print", "end\\n", "wait", log_size="1k",
+def test_the_later_size_wins(start: Start) -> None:
+    running = start("flood", "8000", "100", "print", "end\\n", "wait", log_size="1k",
                     options=["--logfileSizeConf", "small", "--rotateOnly", "--logfileSize", "1M"],
                     settings=log_sizes(small="4k"))
     wait_until(lambda: content(running).endswith(b"end\n"), "all is in the log")
     assert not running.host_path(OLD_LOG).exists()
 
 
-def test_the_factory_settings_serve_where_the_site_has_none(board: Board) -> None:
-    running = board("flood", "8000", "100", "wait", log_size="1M",
+def test_the_factory_settings_serve_where_the_site_has_none(start: Start) -> None:
+    running = start("flood", "8000", "100", "wait", log_size="1M",
                     options=["--rotateOnly", "--logfileSizeConf", "unknown"],
                     settings={"SystemManagerLogFilesSizeConfig.json": b"not JSON"},
                     settings_default=log_sizes(default="4k"))
     assert 4096 <= rotated_size(running) < 1 << 20
 
 
-def test_no_size_anywhere_means_no_log_file(board: Board) -> None:
-    running = board("print", "shown\\n",
+def test_no_size_anywhere_means_no_log_file(start: Start) -> None:
+    running = start("print", "shown\\n",
                     options=["--rotateOnly", "--singleRun", "--logfileSizeConf", "unknown"],
                     settings_default=log_sizes(known="4k"))
     assert running.wait_supervisor_exit() == 0

@@ -12,7 +12,7 @@ from typing import Any, Protocol
 
 import pytest
 
-from boards import Board
+from starting import Start
 from logs import LOG, OLD_LOG, complaints, content
 from marks import AS_ROOT, DISPATCHERS
 from settings import reporting
@@ -27,7 +27,7 @@ HANGS = "delay_enter=600000000"  # microseconds: longer than any test
 
 
 class Failing(Protocol):
-    """Switches on a device as `board` does, with one kind of system call that fails or hangs.
+    """Switches on a device as `start` does, with one kind of system call that fails or hangs.
 
     The injection is in strace's words. With a path it is for the calls that touch that file. It is
     for the supervisor's threads and children too, unless it is for the main thread `alone`.
@@ -49,12 +49,12 @@ def strace(injection: str, path: str | None = None, alone: bool = False,
 
 
 @pytest.fixture
-def failing(board: Board) -> Failing:
+def failing(start: Start) -> Failing:
     """failing("write:error=EIO", LOG, "print", "lost\\n"): a running device whose calls fail."""
 
     def make(injection: str, path: str | None = None, *behaviours: str, alone: bool = False,
              environment: dict[str, str] | None = None, **options: Any) -> Device:
-        return board(*behaviours, **strace(injection, path, alone, environment), **options)
+        return start(*behaviours, **strace(injection, path, alone, environment), **options)
 
     return make
 
@@ -214,9 +214,9 @@ def test_a_marker_that_cannot_be_made_or_removed_reboots_the_board(
     assert not running.events("tool", "sfuflags")
 
 
-def test_a_tar_that_hangs_holds_up_nothing_else(board: Board, tmp_path: Path) -> None:
+def test_a_tar_that_hangs_holds_up_nothing_else(start: Start, tmp_path: Path) -> None:
     script = 'case $2 in *stuck*) exec sleep 3600 ;; esac; exec /usr/bin/tar "$@"'
-    running = board("print", "==Report==stuck\\n", "sleep", "1", "print", "==Report==good\\n",
+    running = start("print", "==Report==stuck\\n", "sleep", "1", "print", "==Report==good\\n",
                     "wait",
                     settings=reporting([LOG]), **tools(tmp_path, tar=script))
     upload = running.host_path("/tmp/upload")
@@ -282,8 +282,8 @@ def test_a_tool_that_cannot_be_forked_is_told_like_one_that_fails(failing: Faili
 
 @pytest.mark.parametrize("tool", ["killall", "reboot"])
 def test_a_tool_that_is_waited_for_without_limit_and_hangs_is_followed_by_a_reset(
-        board: Board, tool: str) -> None:
-    is_reset(board("exit", "0", tools={tool: "hang"}))
+        start: Start, tool: str) -> None:
+    is_reset(start("exit", "0", tools={tool: "hang"}))
 
 
 def test_a_thread_that_cannot_be_made_is_followed_by_a_reset(failing: Failing) -> None:
@@ -329,8 +329,8 @@ def test_an_account_that_cannot_be_used_leaves_the_application_the_rights_it_sti
 # -- the watchdog device and the standard descriptors --------------------------------------------
 
 
-def test_a_device_that_another_holds_counts_as_missing(board: Board, sample: str) -> None:
-    running = board("wait")
+def test_a_device_that_another_holds_counts_as_missing(start: Start, sample: str) -> None:
+    running = start("wait")
     running.wait_for("watchdog device", "KEEPALIVE")
     done = running.run(["env", "LD_PRELOAD=/run/simulator/libwatchdogdevice.so",
                         "/supervisor/watchdog", "--singleRun", "--app", sample, "exit", "7"])
@@ -354,9 +354,9 @@ def test_a_feed_that_is_refused_is_followed_by_a_reset(failing: Failing) -> None
 @pytest.mark.parametrize("redirection", ["<&-", "<&- >&- 2>&-"], ids=["input", "all three"])
 @DISPATCHERS
 def test_without_standard_descriptors_the_device_is_armed_and_fed(
-        board: Board, redirection: str, environment: dict[str, str]) -> None:
+        start: Start, redirection: str, environment: dict[str, str]) -> None:
     # The event loop has taken descriptor 0 by the time the device is opened.
-    running = board("wait", launcher=shell(redirection), environment=environment)
+    running = start("wait", launcher=shell(redirection), environment=environment)
     is_fed(running)
     assert running.events("watchdog device", "SETTIMEOUT")[0]["argument"] == 30
 
@@ -381,8 +381,8 @@ def test_a_reader_that_hangs_is_followed_by_a_reset(
     is_reset(running)
 
 
-def test_without_system_log_its_messages_are_lost(board: Board) -> None:
-    running = board("sleep", "1")
+def test_without_system_log_its_messages_are_lost(start: Start) -> None:
+    running = start("sleep", "1")
     running.run(["rm", "/dev/log"])
     running.wait_for("tool", "reboot -f")
     assert not running.events("system log")
@@ -407,8 +407,8 @@ SILENT_SYSTEM_LOG = """if True:
 """A system log that is full and reads nothing any more."""
 
 
-def test_a_system_log_that_hangs_is_followed_by_a_reset(board: Board) -> None:
-    running = board("sleep", "2")
+def test_a_system_log_that_hangs_is_followed_by_a_reset(start: Start) -> None:
+    running = start("sleep", "2")
     assert running.run(["python3", "-c", SILENT_SYSTEM_LOG]).stdout == b"filled\n"
     is_reset(running)
 
@@ -416,29 +416,29 @@ def test_a_system_log_that_hangs_is_followed_by_a_reset(board: Board) -> None:
 # -- settings, memory ----------------------------------------------------------------------------
 
 
-def test_a_settings_document_that_is_a_fifo_is_waited_for_until_the_reset(board: Board) -> None:
-    running = board("wait")
+def test_a_settings_document_that_is_a_fifo_is_waited_for_until_the_reset(start: Start) -> None:
+    running = start("wait")
     os.mkfifo(running.host_path("/supervisor/settings/WatchdogMemoryReportingConf.json"))
     running.reset()
     is_reset(running)
 
 
 def test_a_supervisor_without_memory_aborts_and_the_board_is_reset(
-        board: Board, sanitized: bool, tmp_path: Path) -> None:
+        start: Start, sanitized: bool, tmp_path: Path) -> None:
     if sanitized:
         pytest.skip("a sanitizer needs more address space than any limit")
-    running = board("wait", launcher=["prlimit", f"--as={300 << 20}"],
+    running = start("wait", launcher=["prlimit", f"--as={300 << 20}"],
                     **tools(tmp_path, free="head -c 200M /dev/zero | tr '\\0' x"))
     running.wait_for("supervisor", "std::bad_alloc")
     is_reset(running)
 
 
 def test_what_a_tool_prints_and_nobody_reads_takes_no_memory(
-        board: Board, sanitized: bool, tmp_path: Path) -> None:
+        start: Start, sanitized: bool, tmp_path: Path) -> None:
     if sanitized:
         pytest.skip("a sanitizer needs more address space than any limit")
     flood = "head -c 400M /dev/zero >&2"
-    running = board("wait", launcher=["prlimit", f"--as={300 << 20}"],
+    running = start("wait", launcher=["prlimit", f"--as={300 << 20}"],
                     **tools(tmp_path, top=flood, free=flood,
                             sfuflags="head -c 400M /dev/zero | tee /dev/stderr; "
                                      'exec /run/simulator/tools/sfuflags "$@"'))

@@ -11,7 +11,7 @@ from pathlib import Path
 
 import pytest
 
-from boards import Board
+from starting import Start
 from logs import content
 from settings import memory_reporting
 from simulator import Bind, Device, wait_until
@@ -27,8 +27,8 @@ def operations(running: Device) -> list[str]:
             if event.get("operation") in ("open", "ioctl", "close", "write")]
 
 
-def test_the_device_is_armed_and_fed_every_ten_seconds(board: Board) -> None:
-    running = board("wait")
+def test_the_device_is_armed_and_fed_every_ten_seconds(start: Start) -> None:
+    running = start("wait")
     running.wait_for("watchdog device", "KEEPALIVE", count=4)
     assert operations(running)[:6] == ["open", "WDIOC_SETTIMEOUT"] + ["WDIOC_KEEPALIVE"] * 4
     assert running.events("watchdog device", "WDIOC_SETTIMEOUT")[0]["argument"] == 30
@@ -37,15 +37,15 @@ def test_the_device_is_armed_and_fed_every_ten_seconds(board: Board) -> None:
     assert all(later - earlier > 9 for earlier, later in zip(feeds[1:], feeds[2:]))
 
 
-def test_output_without_end_does_not_hold_up_the_feeding(board: Board) -> None:
-    running = board("flood-both", "1000000000000", "65536", log_size="16M")
+def test_output_without_end_does_not_hold_up_the_feeding(start: Start) -> None:
+    running = start("flood-both", "1000000000000", "65536", log_size="16M")
     running.wait_for("watchdog device", "KEEPALIVE", count=4)
     assert not running.events("watchdog device", "expired")
 
 
-def test_the_countdown_stands_still_while_the_application_is_down(board: Board) -> None:
+def test_the_countdown_stands_still_while_the_application_is_down(start: Start) -> None:
     # It runs out while the main loop waits for killall, and must not be found so afterwards.
-    running = board(application=["sh", "-c", "test -e /tmp/again && exec sleep 600; "
+    running = start(application=["sh", "-c", "test -e /tmp/again && exec sleep 600; "
                                              "touch /tmp/again; exec sleep 1"],
                     tools={"killall": "hang"})
     started = running.wait_for("watchdog device", "KEEPALIVE")
@@ -64,8 +64,8 @@ def test_an_application_that_does_not_start_leaves_the_device_alone(device: Devi
     assert operations(running) == []
 
 
-def test_without_the_device_it_says_so_once_and_works_on(board: Board) -> None:
-    running = board("print", "alive\\n", "wait", watchdog_device=False)
+def test_without_the_device_it_says_so_once_and_works_on(start: Start) -> None:
+    running = start("print", "alive\\n", "wait", watchdog_device=False)
     running.wait_for("tool", "sfuflags", count=2)  # ten seconds later
     assert running.stderr.count(b"Watchdog device doesn't exist!!!\n") == 1
     assert b"alive\n" in content(running)
@@ -73,8 +73,8 @@ def test_without_the_device_it_says_so_once_and_works_on(board: Board) -> None:
 
 @pytest.mark.parametrize("number", [signal.SIGKILL, signal.SIGSTOP, signal.SIGABRT])
 def test_a_supervisor_that_is_gone_or_stopped_is_followed_by_a_reset(
-        board: Board, number: signal.Signals) -> None:
-    running = board("wait", bad_boots=2)
+        start: Start, number: signal.Signals) -> None:
+    running = start("wait", bad_boots=2)
     fed = running.wait_for("watchdog device", "KEEPALIVE")
     running.signal("supervisor", number)
     again = running.wait_for("boot loader", starts=True, count=2, timeout=120)
@@ -83,22 +83,22 @@ def test_a_supervisor_that_is_gone_or_stopped_is_followed_by_a_reset(
     assert "write" not in operations(running)  # no magic close
 
 
-def test_a_supervisor_that_ends_does_nothing_to_the_device(board: Board) -> None:
-    running = board("sleep", "1", "exit", "3", options=["--singleRun"])
+def test_a_supervisor_that_ends_does_nothing_to_the_device(start: Start) -> None:
+    running = start("sleep", "1", "exit", "3", options=["--singleRun"])
     running.wait_for("simulator", "supervisor ended")
     assert operations(running)[:3] == ["open", "WDIOC_SETTIMEOUT", "WDIOC_KEEPALIVE"]
     assert set(operations(running)[3:]) <= {"close"}  # the kernel's, at the process's end
     running.wait_for("boot loader", starts=True, count=2, timeout=120)
 
 
-def test_the_application_does_not_inherit_the_device(board: Board) -> None:
-    running = board("descriptors")
+def test_the_application_does_not_inherit_the_device(start: Start) -> None:
+    running = start("descriptors")
     running.wait_for("system log", "Restarting process", count=2)
     assert content(running).count(b"descriptors 0 1 2\n") == content(running).count(b"descriptors")
 
 
-def test_the_flags_are_cleared_once_the_application_has_stayed_up(board: Board) -> None:
-    running = board("wait")
+def test_the_flags_are_cleared_once_the_application_has_stayed_up(start: Start) -> None:
+    running = start("wait")
     started = running.wait_for("simulator", "supervisor started")
     fail = running.wait_for("tool", "sfuflags -f fail -v 0")
     count = running.wait_for("tool", "sfuflags -f boot_count -v 0")
@@ -115,8 +115,8 @@ def test_the_flags_are_cleared_once_the_application_has_stayed_up(board: Board) 
     assert len(running.events("tool", "sfuflags")) == 2
 
 
-def test_every_restart_begins_the_countdown_anew(board: Board) -> None:
-    running = board(application=["/bin/sh", "-c",
+def test_every_restart_begins_the_countdown_anew(start: Start) -> None:
+    running = start(application=["/bin/sh", "-c",
                                  "[ -e /tmp/again ] || { touch /tmp/again; sleep 5; exit; }; "
                                  "exec sleep 99"])
     restart = running.wait_for("system log", "Restarting process")
@@ -127,8 +127,8 @@ def test_every_restart_begins_the_countdown_anew(board: Board) -> None:
 @pytest.mark.parametrize("behaviour, code",
                          [("fail", 5), ("fail=77", 5), ("absent", 0), ("hang", 2)])
 def test_a_flag_tool_that_does_not_work_is_told_and_tried_again_after_a_restart(
-        board: Board, behaviour: str, code: int) -> None:
-    running = board("wait", tools={"sfuflags": behaviour})
+        start: Start, behaviour: str, code: int) -> None:
+    running = start("wait", tools={"sfuflags": behaviour})
     told = running.wait_for("system log", START_ERROR)
     assert told.text == f"{START_ERROR}{code}"
     assert told["priority"] == "err"
@@ -143,16 +143,16 @@ def test_a_flag_tool_that_does_not_work_is_told_and_tried_again_after_a_restart(
 
 
 def test_an_application_that_dies_too_early_for_several_boots_leads_to_the_fallback(
-        board: Board) -> None:
-    running = board("exit", "1", bad_boots=2)
+        start: Start) -> None:
+    running = start("exit", "1", bad_boots=2)
     end = running.wait_end(timeout=120)
     assert end["end"] == "fallback"
     assert running.boots == 2
     assert not running.events("tool", "sfuflags")
 
 
-def test_a_read_only_root_is_told_and_the_board_rebooted(board: Board) -> None:
-    running = board("wait", read_only_root=True, bad_boots=2)
+def test_a_read_only_root_is_told_and_the_board_rebooted(start: Start) -> None:
+    running = start("wait", read_only_root=True, bad_boots=2)
     reboot = running.wait_for("tool", "reboot -f")
     assert running.stderr.count(b"Detected filesystem in read-only mode. Rebooting\n") == 1
     dropped = running.wait_for("tool", "fw_setenv update_url_cache")
@@ -163,15 +163,15 @@ def test_a_read_only_root_is_told_and_the_board_rebooted(board: Board) -> None:
     running.wait_for("boot loader", starts=True, count=2)
 
 
-def test_whatever_keeps_the_marker_from_being_made_counts_as_read_only(board: Board) -> None:
-    running = board(application=["sh", "-c", "mkdir /home/root/ro-test; exec sleep 600"],
+def test_whatever_keeps_the_marker_from_being_made_counts_as_read_only(start: Start) -> None:
+    running = start(application=["sh", "-c", "mkdir /home/root/ro-test; exec sleep 600"],
                     bad_boots=2)
     running.wait_for("tool", "reboot -f")
     assert not running.events("tool", "sfuflags")
 
 
-def test_a_root_that_turns_read_only_is_found_at_the_next_start(board: Board) -> None:
-    running = board("wait", tools={"sfuflags": "fail"})
+def test_a_root_that_turns_read_only_is_found_at_the_next_start(start: Start) -> None:
+    running = start("wait", tools={"sfuflags": "fail"})
     running.wait_for("system log", START_ERROR)
     running.set_read_only_root(True)
     running.signal("application", signal.SIGKILL)
@@ -179,15 +179,15 @@ def test_a_root_that_turns_read_only_is_found_at_the_next_start(board: Board) ->
     assert b"Detected filesystem in read-only mode. Rebooting\n" in running.stderr
 
 
-def test_failing_tools_in_the_read_only_case_are_ignored(board: Board) -> None:
-    running = board("wait", read_only_root=True, tools={"fw_setenv": "fail", "reboot": "fail"})
+def test_failing_tools_in_the_read_only_case_are_ignored(start: Start) -> None:
+    running = start("wait", read_only_root=True, tools={"fw_setenv": "fail", "reboot": "fail"})
     running.wait_for("tool", "reboot -f")
     running.wait_for("watchdog device", "KEEPALIVE", count=3)
     assert running.boots == 1
 
 
-def test_the_three_newest_snapshots_are_kept(board: Board) -> None:
-    running = board("wait")
+def test_the_three_newest_snapshots_are_kept(start: Start) -> None:
+    running = start("wait")
     # The fourth round has pushed the first one out when the file has been written four times.
     marks: list[bytes] = []
 
@@ -205,16 +205,16 @@ def test_the_three_newest_snapshots_are_kept(board: Board) -> None:
         assert re.search(rb"(?m)^Mem: ", picture) and b"\n\n" in picture
 
 
-def test_a_missing_directory_of_the_snapshots_is_told_on_every_round(board: Board) -> None:
-    running = board("wait", directories=(), options=["--logfileName", "/tmp/a.log"])
+def test_a_missing_directory_of_the_snapshots_is_told_on_every_round(start: Start) -> None:
+    running = start("wait", directories=(), options=["--logfileName", "/tmp/a.log"])
     running.wait_for("supervisor", "Cannot open file", count=2)
     line = b"Cannot open file : /tmp/log/system : err : No such file or directory \n"
     assert running.stderr.count(line) >= 2
 
 
 @pytest.mark.takes(180)
-def test_the_memory_report_comes_every_three_minutes(board: Board) -> None:
-    running = board("wait", settings=memory_reporting(True))
+def test_the_memory_report_comes_every_three_minutes(start: Start) -> None:
+    running = start("wait", settings=memory_reporting(True))
     line = re.compile(rb"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} == MEMORY USAGE == "
                       rb"Free: \d+ kB, Buffers\+Cache: \d+ kB\n", re.M)
     wait_until(lambda: line.search(content(running)), "the line", timeout=300)
@@ -222,12 +222,12 @@ def test_the_memory_report_comes_every_three_minutes(board: Board) -> None:
     assert feeds[-1].monotonic - feeds[0].monotonic >= 170  # it was not there before its time
 
 
-def test_a_hanging_top_holds_up_the_feeding_until_the_board_is_reset(board: Board,
+def test_a_hanging_top_holds_up_the_feeding_until_the_board_is_reset(start: Start,
                                                                      tmp_path: Path) -> None:
     # The wait for a command is as long as the device's time-out, so the reset is what is to come.
     hanging = tmp_path / "top"
     hanging.write_text("#!/bin/sh\nexec sleep 3600\n")
     hanging.chmod(0o755)
-    running = board("wait", binds=[Bind(str(hanging), "/usr/bin/top")], bad_boots=2)
+    running = start("wait", binds=[Bind(str(hanging), "/usr/bin/top")], bad_boots=2)
     running.wait_for("watchdog device", "expired", timeout=120)
     running.wait_for("boot loader", starts=True, count=2)

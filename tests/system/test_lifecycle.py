@@ -10,7 +10,7 @@ from datetime import datetime, timedelta
 
 import pytest
 
-from boards import Board
+from starting import Start
 from logs import LOG, OLD_LOG, complaints, content
 from simulator import Device, wait_until
 
@@ -42,16 +42,16 @@ def notice_of(code: int, status: int) -> re.Pattern[str]:
         rf"^Restarting process: exit code:{code}, exist status:{status}, uptime:\d+ sec$")
 
 
-def test_the_start_is_written_into_the_log(board: Board, sample: str) -> None:
-    running = board("print", "hello\\n", "wait")
+def test_the_start_is_written_into_the_log(start: Start, sample: str) -> None:
+    running = start("print", "hello\\n", "wait")
     wait_until(lambda: b"hello" in content(running), "the application's first line")
     line = re.compile(rb"\n\n\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} Watchdog: Starting app: "
                       + re.escape(sample.encode()) + rb" \nhello\n")
     assert line.fullmatch(content(running))
 
 
-def test_an_exit_with_a_code_is_noted_and_the_application_started_again(board: Board) -> None:
-    running = board("exit", "5")
+def test_an_exit_with_a_code_is_noted_and_the_application_started_again(start: Start) -> None:
+    running = start("exit", "5")
     notice = running.wait_for("system log", notice_of(5, 0))
     assert notice["raw"].endswith(" sec\n")
     assert (notice["priority"], notice["facility"], notice["ident"]) == (
@@ -61,8 +61,8 @@ def test_an_exit_with_a_code_is_noted_and_the_application_started_again(board: B
     assert second - first >= timedelta(seconds=1)
 
 
-def test_a_killed_application_is_started_again_and_nothing_left_behind(board: Board) -> None:
-    running = board("wait", options=["--rotateOnly"])
+def test_a_killed_application_is_started_again_and_nothing_left_behind(start: Start) -> None:
+    running = start("wait", options=["--rotateOnly"])
     supervisor = running.supervisor().pid
 
     def restart(count: int) -> None:
@@ -85,10 +85,10 @@ def test_a_killed_application_is_started_again_and_nothing_left_behind(board: Bo
     assert len(running.events("system log", notice_of(9, 1))) == 4
 
 
-def test_a_process_named_pynx_does_not_survive_the_exit(board: Board) -> None:
+def test_a_process_named_pynx_does_not_survive_the_exit(start: Start) -> None:
     script = """cp /bin/sleep /tmp/pYNX; /tmp/pYNX 3600 &
                 until grep -qx pYNX /proc/$!/comm; do sleep 0.01; done"""
-    running = board(application=["/bin/sh", "-c", script], options=["--singleRun"],
+    running = start(application=["/bin/sh", "-c", script], options=["--singleRun"],
                     watchdog_device=False)
     call = running.wait_for("tool", KILLALL)
     assert call["arguments"] == ["-9", "pYNX"]
@@ -96,8 +96,8 @@ def test_a_process_named_pynx_does_not_survive_the_exit(board: Board) -> None:
     assert running.wait_supervisor_exit() == 0
 
 
-def test_the_third_exit_reboots_the_board_which_starts_again(board: Board) -> None:
-    running = board("exit", "0", bad_boots=2)
+def test_the_third_exit_reboots_the_board_which_starts_again(start: Start) -> None:
+    running = start("exit", "0", bad_boots=2)
     reboot = running.wait_for("tool", REBOOT)
     assert reboot["arguments"] == ["-f"]
     assert running.stderr.count(CRITICAL) == 1
@@ -111,8 +111,8 @@ def test_the_third_exit_reboots_the_board_which_starts_again(board: Board) -> No
 
 @pytest.mark.parametrize("behaviour", ["return", "fail", "absent"])
 def test_where_the_reboot_comes_back_the_application_goes_on_and_no_later_exit_reboots(
-        board: Board, behaviour: str) -> None:
-    running = board("exit", "0", tools={"reboot": behaviour})
+        start: Start, behaviour: str) -> None:
+    running = start("exit", "0", tools={"reboot": behaviour})
     running.wait_for("system log", "Restarting process", count=5)
     assert running.stderr.count(CRITICAL) == 1
     assert len(running.events("tool", REBOOT)) == (0 if behaviour == "absent" else 1)
@@ -120,15 +120,15 @@ def test_where_the_reboot_comes_back_the_application_goes_on_and_no_later_exit_r
 
 
 @pytest.mark.parametrize("behaviour", ["fail", "absent"])
-def test_a_failing_killall_is_ignored(board: Board, behaviour: str) -> None:
-    running = board("exit", "0", tools={"killall": behaviour})
+def test_a_failing_killall_is_ignored(start: Start, behaviour: str) -> None:
+    running = start("exit", "0", tools={"killall": behaviour})
     running.wait_for("system log", "Restarting process", count=2)
     # Only the tool itself may have said something; the supervisor has not.
     assert complaints(running).replace(b"killall: failed\n", b"") == b""
 
 
-def test_rotate_only_restarts_without_any_tool_or_device(board: Board) -> None:
-    running = board("exit", "1", options=["--rotateOnly"])
+def test_rotate_only_restarts_without_any_tool_or_device(start: Start) -> None:
+    running = start("exit", "1", options=["--rotateOnly"])
     running.wait_for("system log", "Restarting process", count=5)
     assert not running.events("tool")
     assert not running.events("watchdog device", "open")
@@ -137,21 +137,21 @@ def test_rotate_only_restarts_without_any_tool_or_device(board: Board) -> None:
 
 @pytest.mark.parametrize("program", ["/nowhere/application", "/etc/passwd", "/usr"],
                          ids=["missing", "not executable", "a directory"])
-def test_what_cannot_be_executed_ends_like_an_application_that_fails_at_once(board: Board,
+def test_what_cannot_be_executed_ends_like_an_application_that_fails_at_once(start: Start,
                                                                              program: str) -> None:
-    running = board(application=[program], bad_boots=1)
+    running = start(application=[program], bad_boots=1)
     running.wait_for("tool", REBOOT)
     assert len(notices(running)) == len(running.events("system log", notice_of(255, 0))) == 2
     assert not running.events("system log", "Error occured during process startup")
 
 
-def test_what_cannot_be_executed_gives_255_in_single_run_mode(board: Board) -> None:
-    running = board(application=["/nowhere/application"], options=["--singleRun", "--rotateOnly"])
+def test_what_cannot_be_executed_gives_255_in_single_run_mode(start: Start) -> None:
+    running = start(application=["/nowhere/application"], options=["--singleRun", "--rotateOnly"])
     assert running.wait_supervisor_exit() == 255
 
 
-def test_the_application_never_sees_the_end_of_its_input(board: Board) -> None:
-    running = board("print", "reading\\n", "cat", "print", "ended\\n", options=["--rotateOnly"])
+def test_the_application_never_sees_the_end_of_its_input(start: Start) -> None:
+    running = start("print", "reading\\n", "cat", "print", "ended\\n", options=["--rotateOnly"])
     wait_until(lambda: b"reading" in content(running), "the application reads")
     # Time enough to see an end if there were one.
     running.run(["sleep", "0.5"])

@@ -7,7 +7,7 @@ from __future__ import annotations
 import re
 from typing import Any
 
-from boards import Board
+from starting import Start
 from logs import content
 from marks import AS_ROOT
 from settings import watch_list
@@ -28,8 +28,8 @@ def headers(running: Device, load: int) -> int:
                           % (TIME, load), content(running), re.M))
 
 
-def test_an_alarm_is_a_block_of_lines_with_the_busiest_threads(board: Board) -> None:
-    running = board("name", "burner", "burn", "7", "5", "wait",
+def test_an_alarm_is_a_block_of_lines_with_the_busiest_threads(start: Start) -> None:
+    running = start("name", "burner", "burn", "7", "5", "wait",
                     settings=watch_list(watched("burner", period=2, threadInfo=True)))
     group = (rb"%(time)s Time between two invocations:\d+ms\n"
              rb"%(time)s burner cpu load:%(number)s%%\n"
@@ -41,15 +41,15 @@ def test_an_alarm_is_a_block_of_lines_with_the_busiest_threads(board: Board) -> 
     wait_until(lambda: block.search(content(running)), "a whole alarm is in the log")
 
 
-def test_without_thread_info_an_alarm_has_no_thread_lines(board: Board) -> None:
-    running = board("name", "burner", "burn", "1", "20", "wait",
+def test_without_thread_info_an_alarm_has_no_thread_lines(start: Start) -> None:
+    running = start("name", "burner", "burn", "1", "20", "wait",
                     settings=watch_list(watched("burner")))
     wait_until(lambda: headers(running, 0) >= 2, "alarms")
     assert b"thread" not in content(running)
 
 
-def test_after_the_allowed_number_of_alarms_the_watching_ends(board: Board) -> None:
-    running = board("name", "burner", "burn", "1", "60", "wait",
+def test_after_the_allowed_number_of_alarms_the_watching_ends(start: Start) -> None:
+    running = start("name", "burner", "burn", "1", "60", "wait",
                     settings=watch_list(watched("burner", maxLoad=0),
                                         watched("burner", maxLoad=1, maxReports=2),
                                         watched("burner", maxLoad=2, maxReports=0)))
@@ -59,8 +59,8 @@ def test_after_the_allowed_number_of_alarms_the_watching_ends(board: Board) -> N
     assert headers(running, 2) == 0
 
 
-def test_what_is_watched_no_more_is_not_missed_either(board: Board, sample: str) -> None:
-    running = board(application=["sh", "-c", f"{sample} name burner burn 1 60 sleep 5 & "
+def test_what_is_watched_no_more_is_not_missed_either(start: Start, sample: str) -> None:
+    running = start(application=["sh", "-c", f"{sample} name burner burn 1 60 sleep 5 & "
                                              f"{sample} name other sleep 8 & wait; exec sleep 600"],
                     settings=watch_list(watched("burner"), watched("burner", maxReports=0),
                                         watched("other", maxLoad=101)))
@@ -70,16 +70,16 @@ def test_what_is_watched_no_more_is_not_missed_either(board: Board, sample: str)
     assert content(running).count(b"Process burner with args [] doesn't appear") == 1
 
 
-def test_arguments_tell_processes_of_one_name_apart(board: Board) -> None:
-    running = board("name", "burner", "burn", "1", "20", "wait",
+def test_arguments_tell_processes_of_one_name_apart(start: Start) -> None:
+    running = start("name", "burner", "burn", "1", "20", "wait",
                     settings=watch_list(watched("burner", arguments=["wait", "burn"], maxLoad=0),
                                         watched("burner", arguments=["-x"], maxLoad=1)))
     wait_until(lambda: headers(running, 0) >= 2, "alarms of the matching entry")
     assert headers(running, 1) == 0
 
 
-def test_a_watched_process_that_ends_is_an_alarm_with_an_enormous_load(board: Board) -> None:
-    running = board("name", "shortlived", "burn", "1", "50", "sleep", "4", "exit", "0",
+def test_a_watched_process_that_ends_is_an_alarm_with_an_enormous_load(start: Start) -> None:
+    running = start("name", "shortlived", "burn", "1", "50", "sleep", "4", "exit", "0",
                     settings=watch_list(watched("shortlived", maxLoad=1000)))
     found = wait_until(lambda: re.search(TIME + rb"  cpu load:(%s)%%\n" % NUMBER, content(running)),
                        "the vanished process's line, without a name")
@@ -88,8 +88,8 @@ def test_a_watched_process_that_ends_is_an_alarm_with_an_enormous_load(board: Bo
                      content(running))
 
 
-def test_a_process_that_does_not_appear_is_told_once_after_thirty_seconds(board: Board) -> None:
-    running = board("wait", settings=watch_list(
+def test_a_process_that_does_not_appear_is_told_once_after_thirty_seconds(start: Start) -> None:
+    running = start("wait", settings=watch_list(
         watched("absent", arguments=["-d", "-v"]), watched("missing")))
     started = running.wait_for("watchdog device", "opened")
     with_arguments = b"Process absent with args [-d,-v] doesn't appear for 30 seconds\n"
@@ -114,8 +114,8 @@ def scheduling(running: Device, pid: int) -> dict[str, str]:
 
 
 @AS_ROOT
-def test_only_the_watching_thread_is_scheduled_in_real_time(board: Board) -> None:
-    running = board("name", "app", "print", "ready\\n", "wait")
+def test_only_the_watching_thread_is_scheduled_in_real_time(start: Start) -> None:
+    running = start("name", "app", "print", "ready\\n", "wait")
     running.wait_for("watchdog device", "KEEPALIVE")
     supervisor = scheduling(running, running.supervisor().pid)
     assert supervisor == {"watchdog": "0 0", "SystemLoad": "2 99"}  # SCHED_RR at the maximum
@@ -124,8 +124,8 @@ def test_only_the_watching_thread_is_scheduled_in_real_time(board: Board) -> Non
 
 
 @AS_ROOT
-def test_without_the_privilege_it_says_so_once_and_works_on(board: Board, sample: str) -> None:
-    running = board("wait", options=["--rotateOnly"], settings=watch_list(watched("plain")))
+def test_without_the_privilege_it_says_so_once_and_works_on(start: Start, sample: str) -> None:
+    running = start("wait", options=["--rotateOnly"], settings=watch_list(watched("plain")))
     done = running.run(["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups",
                         "prlimit", "--rtprio=0:0", "/supervisor/watchdog", "--singleRun", "--app",
                         sample, "name", "plain", "burn", "1", "30", "sleep", "5", "exit", "0"])

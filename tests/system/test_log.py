@@ -12,14 +12,14 @@ import signal
 import time
 from datetime import datetime, timezone
 
-from boards import Board
+from starting import Start
 from logs import OLD_LOG, content
 from simulator import wait_until
 from simulated_devices import DeviceFactory
 
 
-def test_ten_megabytes_on_each_channel_at_once_and_nothing_is_lost(board: Board) -> None:
-    running = board("flood-both", "10000000", "4096", log_size="100M",
+def test_ten_megabytes_on_each_channel_at_once_and_nothing_is_lost(start: Start) -> None:
+    running = start("flood-both", "10000000", "4096", log_size="100M",
                     options=["--singleRun", "--rotateOnly"])
     assert running.wait_supervisor_exit() == 0
     # Chunks of both channels end at any byte and interleave, so that a line may be cut in two:
@@ -32,8 +32,8 @@ def test_ten_megabytes_on_each_channel_at_once_and_nothing_is_lost(board: Board)
         assert numbers == sorted(numbers)
 
 
-def test_one_old_generation_is_kept_and_both_hold_the_unbroken_end(board: Board) -> None:
-    running = board("flood", "5000000", "1000", log_size="256k",
+def test_one_old_generation_is_kept_and_both_hold_the_unbroken_end(start: Start) -> None:
+    running = start("flood", "5000000", "1000", log_size="256k",
                     options=["--singleRun", "--rotateOnly"])
     assert running.wait_supervisor_exit() == 0
     kept = content(running, OLD_LOG) + content(running)
@@ -44,8 +44,8 @@ def test_one_old_generation_is_kept_and_both_hold_the_unbroken_end(board: Board)
         "application.log", "application.log.0"]
 
 
-def test_time_lines(board: Board) -> None:
-    running = board("print", "one\\n", "sleep", "2.1", "error", "two\\n", "wait",
+def test_time_lines(start: Start) -> None:
+    running = start("print", "one\\n", "sleep", "2.1", "error", "two\\n", "wait",
                     options=["--rotateOnly", "--logTime"])
     wait_until(lambda: b"two" in content(running), "the last line")
     lines = content(running).splitlines()
@@ -66,16 +66,16 @@ def test_without_a_log_file_everything_is_echoed(device: DeviceFactory, sample: 
     assert running.stderr == b""
 
 
-def test_the_log_survives_restarts_in_one_file(board: Board) -> None:
+def test_the_log_survives_restarts_in_one_file(start: Start) -> None:
     # What a grandchild prints after the application's end is lost.
-    running = board("grandchild", "1", "print", "again\\n", options=["--rotateOnly"])
+    running = start("grandchild", "1", "print", "again\\n", options=["--rotateOnly"])
     running.wait_for("system log", "Restarting process", count=3)
     assert content(running).count(b"again\n") == 3
     assert b"grandchild was here" not in content(running)
 
 
-def test_a_supervisor_that_is_killed_has_its_log_up_to_the_last_flush(board: Board) -> None:
-    running = board("print", "kept\\n", "wait", options=["--rotateOnly"])
+def test_a_supervisor_that_is_killed_has_its_log_up_to_the_last_flush(start: Start) -> None:
+    running = start("print", "kept\\n", "wait", options=["--rotateOnly"])
     wait_until(lambda: b"kept\n" in content(running), "the flush")
     running.signal("supervisor", signal.SIGKILL)
     assert running.wait_supervisor_exit() == -signal.SIGKILL

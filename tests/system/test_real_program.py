@@ -12,7 +12,7 @@ import urllib.request
 
 import pytest
 
-from boards import Board
+from starting import Start
 from logs import OLD_LOG, content
 from simulator import wait_until
 
@@ -38,8 +38,8 @@ def ask(address: str) -> bool:
 
 
 @pytest.mark.skipif(not BUSYBOX, reason="busybox is not installed")
-def test_a_web_server_is_logged_restarted_and_rebooted(board: Board, address: str) -> None:
-    running = board(application=[BUSYBOX, "httpd", "-f", "-vv", "-p", address], log_size="2k",
+def test_a_web_server_is_logged_restarted_and_rebooted(start: Start, address: str) -> None:
+    running = start(application=[BUSYBOX, "httpd", "-f", "-vv", "-p", address], log_size="2k",
                     bad_boots=2)
 
     # What it prints is in the log.

@@ -18,7 +18,7 @@ from typing import Any
 
 import pytest
 
-from boards import Board
+from starting import Start
 from logs import LOG, complaints, content
 from settings import reporting
 from simulator import Bind, Device, wait_until
@@ -53,10 +53,10 @@ def archive(running: Device, name: str) -> dict[str, bytes]:
     return members
 
 
-def test_a_marker_makes_an_archive_of_its_file_and_the_configured_ones(board: Board) -> None:
+def test_a_marker_makes_an_archive_of_its_file_and_the_configured_ones(start: Start) -> None:
     script = ("until [ -e /tmp/link ]; do sleep 0.02; done; "
               "echo '==Report file:/tmp/link==Größe voll!'; exec sleep 600")
-    running = board(application=["/bin/sh", "-c", script],
+    running = start(application=["/bin/sh", "-c", script],
                     settings=reporting([LOG, "/nowhere/at/all"]),
                     environment={"LC_ALL": "C.UTF-8"})
     running.host_path("/tmp/target").write_text("what the application wanted to show")
@@ -72,16 +72,16 @@ def test_a_marker_makes_an_archive_of_its_file_and_the_configured_ones(board: Bo
     assert written_at(uploads(running)[0]) / 1000 - asked >= 5 * 0.95
 
 
-def test_every_start_of_the_application_has_reports_of_its_own(board: Board) -> None:
-    running = board("print", "==Report==again\\n", "sleep", "1", "exit", "0",
+def test_every_start_of_the_application_has_reports_of_its_own(start: Start) -> None:
+    running = start("print", "==Report==again\\n", "sleep", "1", "exit", "0",
                     settings=reporting([LOG]), tools={"reboot": "return"})
     wait_until(lambda: len(uploads(running)) >= 2, "an archive of each of two runs")
     first, second = map(written_at, uploads(running)[:2])
     assert second - first < 30_000
 
 
-def test_a_crash_makes_a_report_with_the_frozen_snapshot(board: Board) -> None:
-    running = board("sleep", "12", "signal", str(int(signal.SIGSEGV)), settings=reporting([LOG]))
+def test_a_crash_makes_a_report_with_the_frozen_snapshot(start: Start) -> None:
+    running = start("sleep", "12", "signal", str(int(signal.SIGSEGV)), settings=reporting([LOG]))
     members = archive(running, "main")
     assert members.keys() == {LOG, "/tmp/log/system.load"}
     assert b"top - " in members["/tmp/log/system.load"]
@@ -89,14 +89,14 @@ def test_a_crash_makes_a_report_with_the_frozen_snapshot(board: Board) -> None:
     assert running.wait_for("system log", "Restarting process: exit code:11, exist status:1")
 
 
-def test_a_crash_before_the_first_snapshot_has_the_configured_files_alone(board: Board) -> None:
-    running = board("print", "soon\\n", "sleep", "1", "signal", str(int(signal.SIGSEGV)),
+def test_a_crash_before_the_first_snapshot_has_the_configured_files_alone(start: Start) -> None:
+    running = start("print", "soon\\n", "sleep", "1", "signal", str(int(signal.SIGSEGV)),
                     settings=reporting([LOG]), tools={"reboot": "return"})
     assert archive(running, "main").keys() == {LOG}
 
 
-def test_a_normal_exit_makes_no_report(board: Board) -> None:
-    running = board("exit", "5", settings=reporting([LOG]), tools={"reboot": "return"})
+def test_a_normal_exit_makes_no_report(start: Start) -> None:
+    running = start("exit", "5", settings=reporting([LOG]), tools={"reboot": "return"})
     running.wait_for("system log", "Restarting process", count=8)  # longer than a report's delay
     assert list(running.host_path(UPLOAD).iterdir()) == []
 
@@ -106,8 +106,8 @@ def test_a_normal_exit_makes_no_report(board: Board) -> None:
     pytest.param([], {}, id="not switched on"),
 ])
 def test_without_reporting_a_marker_is_text_like_any_other(
-        board: Board, options: Sequence[str], settings: dict[str, Any]) -> None:
-    running = board("print", "==Report==no\\n", "exit", "0", settings=settings,
+        start: Start, options: Sequence[str], settings: dict[str, Any]) -> None:
+    running = start("print", "==Report==no\\n", "exit", "0", settings=settings,
                     options=[*options, "--singleRun"])
     assert running.wait_supervisor_exit() == 0
     assert content(running).endswith(b"\n==Report==no\n")
@@ -122,7 +122,7 @@ def fake_tar(tmp_path: Path, script: str) -> list[Bind]:
     return [Bind(str(tool), "/usr/bin/tar"), Bind("/usr/bin/tar", "/tmp/real-tar")]
 
 
-def test_several_archives_at_once_while_the_application_restarts(board: Board,
+def test_several_archives_at_once_while_the_application_restarts(start: Start,
                                                                  tmp_path: Path) -> None:
     behaviours = []
     for i in range(6):
@@ -130,7 +130,7 @@ def test_several_archives_at_once_while_the_application_restarts(board: Board,
     # None goes on before all have been started.
     script = ('echo >>/tmp/begun; until [ $(wc -l </tmp/begun) -ge 6 ]; do sleep 0.05; done\n'
               'exec /tmp/real-tar "$@"\n')
-    running = board(*behaviours, "exit", "0", settings=reporting([LOG]), tools={"reboot": "return"},
+    running = start(*behaviours, "exit", "0", settings=reporting([LOG]), tools={"reboot": "return"},
                     binds=fake_tar(tmp_path, script))
     wait_until(lambda: len({upload["name"] for upload in uploads(running)}) == 6,
                "all six archives")
@@ -138,8 +138,8 @@ def test_several_archives_at_once_while_the_application_restarts(board: Board,
         gzip.decompress(running.host_path(f"{UPLOAD}/{upload.string}").read_bytes())
 
 
-def test_a_full_upload_directory_gives_the_message_and_no_archive(board: Board) -> None:
-    running = board("print", "==Report==full\\n", "wait", spaces={UPLOAD: "64k"},
+def test_a_full_upload_directory_gives_the_message_and_no_archive(start: Start) -> None:
+    running = start("print", "==Report==full\\n", "wait", spaces={UPLOAD: "64k"},
                     settings=reporting(["/usr/bin/python3", LOG]), directories=("/tmp/log",))
     running.wait_for("supervisor", re.compile("^Failed to generate report$"))
     name, = running.run(["ls", UPLOAD]).stdout.decode().split()
@@ -151,8 +151,8 @@ def crashes_at_the_third_time() -> list[str]:
     return ["sh", "-c", "echo >>/tmp/runs; [ $(wc -l </tmp/runs) -lt 3 ] || kill -SEGV $$; exit 0"]
 
 
-def test_after_an_exit_nothing_is_kept_for_a_report(board: Board) -> None:
-    running = board(application=crashes_at_the_third_time(), settings=reporting([LOG]),
+def test_after_an_exit_nothing_is_kept_for_a_report(start: Start) -> None:
+    running = start(application=crashes_at_the_third_time(), settings=reporting([LOG]),
                     tools={"reboot": "return"})
     running.host_path(SNAPSHOTS).write_text("of this moment")
     running.wait_for("system log", "Restarting process: exit code:0, exist status:0", count=2)
@@ -161,16 +161,16 @@ def test_after_an_exit_nothing_is_kept_for_a_report(board: Board) -> None:
     assert running.host_path(SNAPSHOTS + ".load").read_text() == "of this moment"
 
 
-def test_the_third_end_reboots_before_it_reports(board: Board) -> None:
-    running = board(application=crashes_at_the_third_time(), settings=reporting([LOG]),
+def test_the_third_end_reboots_before_it_reports(start: Start) -> None:
+    running = start(application=crashes_at_the_third_time(), settings=reporting([LOG]),
                     tools={"reboot": "hang"})
     running.host_path(SNAPSHOTS).write_text("of this moment")
     running.wait_for("tool", "reboot -f")
     assert not running.host_path(SNAPSHOTS + ".load").exists()
 
 
-def test_a_request_ends_the_line_in_which_it_comes(board: Board) -> None:
-    running = board("print", "begun ==Report==now", "sleep", "1.5", "print", "and ended\\n", "wait",
+def test_a_request_ends_the_line_in_which_it_comes(start: Start) -> None:
+    running = start("print", "begun ==Report==now", "sleep", "1.5", "print", "and ended\\n", "wait",
                     options=["--logTime"], settings=reporting([LOG]))
     wait_until(lambda: b"and ended\n" in content(running), "the rest of the line")
     assert re.search(rb"begun ==Report==now-- Time: [^\n]*\nand ended\n", content(running))

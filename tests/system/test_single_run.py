@@ -12,7 +12,7 @@ from pathlib import Path
 
 import pytest
 
-from boards import STARTED, Board
+from starting import STARTED, Start
 from logs import LOG, content
 from marks import DISPATCHERS
 from simulator import Device, wait_until
@@ -27,9 +27,9 @@ def started(running: Device) -> None:
 
 @pytest.mark.parametrize("behaviour, status", [
     (("exit", "0"), 0), (("exit", "42"), 42), (("signal", "9"), 9), (("signal", "11"), 11)])
-def test_the_exit_status_is_the_applications(board: Board, behaviour: tuple[str, str],
+def test_the_exit_status_is_the_applications(start: Start, behaviour: tuple[str, str],
                                              status: int) -> None:
-    running = board(*behaviour, options=["--singleRun"], watchdog_device=False)
+    running = start(*behaviour, options=["--singleRun"], watchdog_device=False)
     assert running.wait_supervisor_exit() == status
     assert not running.events("system log", "Restarting process")
     assert running.events("tool", "killall -9 pYNX")
@@ -38,11 +38,11 @@ def test_the_exit_status_is_the_applications(board: Board, behaviour: tuple[str,
 
 @DISPATCHERS
 @pytest.mark.parametrize("number", TERMINATION)
-def test_a_termination_signal_ends_both_and_the_status_is_0(board: Board, number: signal.Signals,
+def test_a_termination_signal_ends_both_and_the_status_is_0(start: Start, number: signal.Signals,
                                                             environment: dict[str, str]) -> None:
     # Whatever the supervisor gets, the application is told by SIGTERM.
     script = "trap 'touch /tmp/log/told; exit 15' TERM; echo ready; while :; do sleep 0.02; done"
-    running = board(application=["/bin/sh", "-c", script],
+    running = start(application=["/bin/sh", "-c", script],
                     options=["--singleRun", "--rotateOnly"], environment=environment)
     started(running)
     application = running.application().pid
@@ -56,9 +56,9 @@ def test_a_termination_signal_ends_both_and_the_status_is_0(board: Board, number
 @DISPATCHERS
 @pytest.mark.parametrize("options", [[], ["--rotateOnly"]], ids=["all", "rotate-only"])
 def test_the_interrupt_key_ends_both_and_the_status_is_0(
-        board: Board, options: list[str], environment: dict[str, str]) -> None:
+        start: Start, options: list[str], environment: dict[str, str]) -> None:
     # A terminal sends it to the application too. The event loop finds both at its next turn.
-    running = board("print", "ready\\n", "wait", options=["--singleRun", *options],
+    running = start("print", "ready\\n", "wait", options=["--singleRun", *options],
                     environment=environment, watchdog_device=False)
     started(running)
     running.signal("supervisor", signal.SIGSTOP)
@@ -68,8 +68,8 @@ def test_the_interrupt_key_ends_both_and_the_status_is_0(
     assert running.wait_supervisor_exit() == 0
 
 
-def test_the_applications_last_words_are_in_the_log(board: Board) -> None:
-    running = board("on-term", "3", "print", "ready\\n", "wait",
+def test_the_applications_last_words_are_in_the_log(start: Start) -> None:
+    running = start("on-term", "3", "print", "ready\\n", "wait",
                     options=["--singleRun"], watchdog_device=False)
     started(running)
     running.signal("application", signal.SIGTERM)
@@ -90,15 +90,15 @@ def end_by_second_signal(running: Device) -> None:
     assert -running.wait_supervisor_exit() in (signal.SIGTERM, signal.SIGINT)
 
 
-def test_a_second_signal_ends_a_supervisor_that_waits_for_a_tool(board: Board) -> None:
-    running = board("exit", "0", options=["--singleRun"], tools={"killall": "hang"},
+def test_a_second_signal_ends_a_supervisor_that_waits_for_a_tool(start: Start) -> None:
+    running = start("exit", "0", options=["--singleRun"], tools={"killall": "hang"},
                     watchdog_device=False)
     running.wait_for("tool", "killall")
     end_by_second_signal(running)
 
 
-def test_the_application_is_told_at_once_while_a_tool_is_waited_for(board: Board) -> None:
-    running = board("on-term", "3", "wait", options=["--singleRun"], tools={"sfuflags": "hang"},
+def test_the_application_is_told_at_once_while_a_tool_is_waited_for(start: Start) -> None:
+    running = start("on-term", "3", "wait", options=["--singleRun"], tools={"sfuflags": "hang"},
                     watchdog_device=False)
     running.wait_for("tool", "sfuflags")
     application = running.application().pid
@@ -108,9 +108,9 @@ def test_the_application_is_told_at_once_while_a_tool_is_waited_for(board: Board
     assert running.wait_supervisor_exit() == 0
 
 
-def hanging_start_up(board: Board, *behaviours: str) -> tuple[Device, Path]:
+def hanging_start_up(start: Start, *behaviours: str) -> tuple[Device, Path]:
     """A device on which the start-up waits for a writer of this settings document, a FIFO."""
-    running = board(*behaviours, "wait", options=["--singleRun"], watchdog_device=False,
+    running = start(*behaviours, "wait", options=["--singleRun"], watchdog_device=False,
                     start=False)
     document = running.host_path("/supervisor/settings/WatchdogMemoryReportingConf.json")
     document.parent.mkdir(parents=True)
@@ -120,24 +120,24 @@ def hanging_start_up(board: Board, *behaviours: str) -> tuple[Device, Path]:
 
 
 def test_a_start_up_that_hangs_passes_the_signal_on_and_a_second_one_ends_it(
-        board: Board) -> None:
-    running, _ = hanging_start_up(board, "on-term", "3")
+        start: Start) -> None:
+    running, _ = hanging_start_up(start, "on-term", "3")
     application = running.application().pid
     end_by_second_signal(running)
     wait_until(lambda: is_gone(running, application), "the application has been told")
 
 
-def test_a_signal_during_the_start_up_is_not_lost(board: Board) -> None:
-    running, document = hanging_start_up(board, "ignore-term")
+def test_a_signal_during_the_start_up_is_not_lost(start: Start) -> None:
+    running, document = hanging_start_up(start, "ignore-term")
     running.application()
     running.signal("supervisor", signal.SIGTERM)
     document.write_bytes(b"")
     assert running.wait_supervisor_exit() == 0
 
 
-def test_a_second_signal_ends_a_supervisor_whose_log_takes_no_more(board: Board) -> None:
+def test_a_second_signal_ends_a_supervisor_whose_log_takes_no_more(start: Start) -> None:
     # A log that is a FIFO which nobody reads.
-    running = board("on-term", "3", "flood", "200000", "10000", "wait",
+    running = start("on-term", "3", "flood", "200000", "10000", "wait",
                     options=["--singleRun", "--rotateOnly"], start=False)
     log = running.host_path(LOG)
     log.parent.mkdir(parents=True)
@@ -150,8 +150,8 @@ def test_a_second_signal_ends_a_supervisor_whose_log_takes_no_more(board: Board)
     wait_until(lambda: is_gone(running, application), "the application has been told")
 
 
-def test_two_signals_at_once_do_not_leave_the_application_behind(board: Board) -> None:
-    running = board("on-term", "3", "print", "ready\\n", "wait",
+def test_two_signals_at_once_do_not_leave_the_application_behind(start: Start) -> None:
+    running = start("on-term", "3", "print", "ready\\n", "wait",
                     options=["--singleRun", "--rotateOnly"])
     started(running)
     application = running.application().pid
@@ -161,8 +161,8 @@ def test_two_signals_at_once_do_not_leave_the_application_behind(board: Board) -
     wait_until(lambda: is_gone(running, application), "the application has been told")
 
 
-def test_the_supervisor_ends_when_its_parent_dies(board: Board, sample: str) -> None:
-    running = board("wait", options=["--rotateOnly"])
+def test_the_supervisor_ends_when_its_parent_dies(start: Start, sample: str) -> None:
+    running = start("wait", options=["--rotateOnly"])
     script = ("started orphan /supervisor/watchdog --singleRun --rotateOnly "
               f"--app {sample} name orphan wait")
     assert running.run(["bash", "-c", STARTED + script]).status == 0
@@ -170,15 +170,15 @@ def test_the_supervisor_ends_when_its_parent_dies(board: Board, sample: str) -> 
                "the application of the supervisor whose parent died is gone")
 
 
-def test_without_single_run_a_signal_just_ends_the_supervisor(board: Board) -> None:
-    running = board("print", "ready\\n", "wait", options=["--rotateOnly"])
+def test_without_single_run_a_signal_just_ends_the_supervisor(start: Start) -> None:
+    running = start("print", "ready\\n", "wait", options=["--rotateOnly"])
     started(running)
     running.signal("supervisor", signal.SIGTERM)
     assert running.wait_supervisor_exit() == -signal.SIGTERM
 
 
-def test_the_application_starts_with_the_signals_untouched(board: Board) -> None:
-    running = board(application=["/bin/grep", "-E", "^Sig(Blk|Ign)", "/proc/self/status"],
+def test_the_application_starts_with_the_signals_untouched(start: Start) -> None:
+    running = start(application=["/bin/grep", "-E", "^Sig(Blk|Ign)", "/proc/self/status"],
                     options=["--singleRun", "--rotateOnly"])
     assert running.wait_supervisor_exit() == 0
     blocked, ignored = (int(mask, 16) for mask in
@@ -188,8 +188,8 @@ def test_the_application_starts_with_the_signals_untouched(board: Board) -> None
     assert not any(ignored >> (number - 1) & 1 for number in [*TERMINATION, signal.SIGPIPE])
 
 
-def test_a_signal_that_was_blocked_at_the_start_stays_so(board: Board) -> None:
-    running = board("wait", options=["--rotateOnly"])
+def test_a_signal_that_was_blocked_at_the_start_stays_so(start: Start) -> None:
+    running = start("wait", options=["--rotateOnly"])
     script = """
 import os, signal
 signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGTERM])

@@ -6,7 +6,7 @@ from __future__ import annotations
 
 import re
 
-from boards import Board
+from starting import Start
 from logs import content
 from settings import memory_reporting, reporting, watch_list
 from simulator import wait_until
@@ -15,8 +15,8 @@ SNAPSHOTS = "/tmp/log/system"
 TRACE = "/tmp/log/trace"
 
 
-def test_start_up_takes_its_steps_in_their_order(board: Board) -> None:
-    running = board("wait", settings={**reporting([]), **memory_reporting(True),
+def test_start_up_takes_its_steps_in_their_order(start: Start) -> None:
+    running = start("wait", settings={**reporting([]), **memory_reporting(True),
                                       **watch_list({"name": "nobody", "period": 1})},
                     launcher=["strace", "-D", "-qqq", "-o", TRACE,
                               "-e", "trace=clone,clone3,connect,mkdir,openat,sendto"],
@@ -45,8 +45,8 @@ def test_start_up_takes_its_steps_in_their_order(board: Board) -> None:
     assert steps()[:len(expected)] == expected
 
 
-def test_without_anything_to_watch_the_load_watcher_rests(board: Board) -> None:
-    running = board("wait", settings=watch_list())
+def test_without_anything_to_watch_the_load_watcher_rests(start: Start) -> None:
+    running = start("wait", settings=watch_list())
     script = f"""
         for task in /proc/{running.supervisor().pid}/task/*; do
             [ $(cat $task/comm) != SystemLoad ] || grep ^voluntary_ctxt_switches $task/status
@@ -58,8 +58,8 @@ def test_without_anything_to_watch_the_load_watcher_rests(board: Board) -> None:
     assert running.run(["sh", "-c", script]).stdout == before
 
 
-def test_the_device_is_fed_and_a_snapshot_taken_every_ten_seconds(board: Board) -> None:
-    running = board("wait")
+def test_the_device_is_fed_and_a_snapshot_taken_every_ten_seconds(start: Start) -> None:
+    running = start("wait")
     snapshots: list[float] = []
 
     def three_snapshots() -> bool:

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""What the fixture `board` gives to a test."""
+"""What the fixture `start` gives to a test."""
 
 from __future__ import annotations
 
@@ -36,7 +36,7 @@ started() {{
 """Defines a function of bash for scripts that start supervisors of their own."""
 
 
-class Board(Protocol):
+class Start(Protocol):
     """Switches on a device whose supervisor runs the sample application with these behaviours."""
 
     def __call__(self, *behaviours: str, options: Sequence[str] = (), log_size: str = "1M",
@@ -46,7 +46,7 @@ class Board(Protocol):
 def missed_the_start_limit(running: Device) -> bool:
     """Whether the supervisor has ended because its application was not up within 500 ms.
 
-    That happens on a busy machine, and no test is about it. The board's first event of the watchdog
+    That happens on a busy machine, and no test is about it. The first event of the watchdog
     device, or the first flush of the log, tells that it did not.
     """
     def is_known() -> bool:
