@@ -2,12 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "processresources.h"
 
-#include <QAbstractEventDispatcher>
 #include <QDir>
 
-#include <algorithm>
-
-#include <malloc.h>
 #include <sys/wait.h>
 
 int openDescriptors()
@@ -21,19 +17,4 @@ bool hasChildren()
 {
     siginfo_t info = {};
     return ::waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0;
-}
-
-int pendingSingleShots()
-{
-    // Qt keeps each as an object of its own below the thread's event dispatcher.
-    const QObjectList objects = QAbstractEventDispatcher::instance()->children();
-    return static_cast<int>(std::count_if(objects.begin(), objects.end(), [](QObject *object) {
-        return object->inherits("QSingleShotTimer");
-    }));
-}
-
-qint64 heapInUse()
-{
-    const struct mallinfo2 info = ::mallinfo2();
-    return static_cast<qint64>(info.uordblks) + static_cast<qint64>(info.hblkhd);
 }
