@@ -80,7 +80,8 @@ FILLED_PIPE = """if True:
 """Makes a descriptor a full pipe that nobody reads, and executes the supervisor."""
 
 BROKEN_PIPE = """if True:
-    import os, sys
+    import os, signal, sys
+    signal.signal(signal.SIGPIPE, signal.SIG_DFL)  # Python ignores it, which would be inherited
     reader, writer = os.pipe()
     os.close(reader)
     os.dup2(writer, 1)
