@@ -35,13 +35,14 @@ SURVIVORS = pathlib.Path(__file__).with_name("survivors.txt")
 SEED = "watchdog"
 # The parts of the program, each with the system tests that show what it does.
 PARTS = {
-    "app": ["lifecycle", "single_run", "command_line", "child_environment", "reports", "health"],
-    "common": ["lifecycle", "health", "reports"],
-    "health": ["health"],
+    "app": ["start_up", "lifecycle", "single_run", "command_line", "child_environment", "reports",
+            "faults"],
+    "common": ["lifecycle", "health", "faults"],
+    "health": ["health", "faults"],
     "load": ["load_watch"],
-    "logging": ["log", "reports"],
+    "logging": ["log", "reports", "faults"],
     "platform": ["reports", "load_watch"],
-    "report": ["reports"],
+    "report": ["reports", "faults"],
 }
 MINUTES = 10  # after which a test that hangs has noticed enough
 # The tests run among processes of their own, and without what could stop this machine: a break may
