@@ -8,7 +8,7 @@
 
 namespace {
 
-// Several chunks of output. This is a limit, not a reserve: what was never used takes no memory.
+// Room for several chunks of output. This is a limit: memory that was never used is not taken.
 constexpr int keptBytes = 2 * 1024 * 1024;
 
 } // namespace
@@ -19,6 +19,6 @@ void keepFreedHeap()
     ::mallopt(M_TRIM_THRESHOLD, keptBytes);
     ::mallopt(M_MMAP_THRESHOLD, keptBytes);
 #else
-    Q_UNUSED(keptBytes) // a C library without the setting: logging only costs more
+    Q_UNUSED(keptBytes) // a C library without the setting: logging only costs more time
 #endif
 }

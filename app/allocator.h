@@ -3,13 +3,11 @@
 #pragma once
 
 /**
- * Lets the heap keep what is freed, up to a limit of some chunks of output, instead of giving it
- * back to the kernel at once. To be called once, at the start of the program, before there is a
- * second thread.
+ * Lets the heap keep up to 2 MiB of freed memory instead of giving it back to the kernel at once.
+ * Call it once, at the start of the program, before there is a second thread.
  *
- * What is read of the application's output comes in short-lived blocks of up to 256 KiB. By its own
- * limits the C library would give the larger of them mappings of their own, and give the memory of
- * all of them back after each chunk, only to have it mapped and cleared anew for the next, at the
- * cost of a third or more of all that logging takes.
+ * The application's output is read into short-lived blocks of up to 256 KiB. By default the C
+ * library gives their memory back to the kernel after each chunk, and the kernel has to map and
+ * clear it anew for the next one. This costs a third or more of the whole time for logging.
  */
 void keepFreedHeap();

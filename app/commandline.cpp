@@ -5,7 +5,7 @@
 #include "common/errorline.h"
 #include "logging/settings.h"
 
-// A word that is no option is passed over (kept-behaviour.md: unknown-words).
+// An unknown word is ignored (kept-behaviour.md: unknown-words).
 CommandLine parseCommandLine(const QStringList &arguments)
 {
     CommandLine result;

@@ -19,13 +19,13 @@ struct CommandLine
 };
 
 /**
- * Reads @p arguments, which do not hold the program's own name.
+ * Reads @p arguments, which do not contain the program's own name.
  *
- * The scan goes from the front to the value of "--app"; all that follows belongs to the
- * application. Unknown elements are ignored, and so is an option that lacks its value at the end of
- * the list.
- * "--logfileSizeConf" looks its size up in the settings; an empty value of "--logfileSize" ends the
- * program with a failed assertion.
+ * Everything after the value of "--app" belongs to the application. Unknown words are ignored, and
+ * so is an option at the end of the list without its value.
+ *
+ * The value of "--logfileSizeConf" is looked up in the settings. An empty value of "--logfileSize"
+ * ends the program with a failed assertion.
  */
 CommandLine parseCommandLine(const QStringList &arguments);
 

@@ -10,8 +10,8 @@
 int main(int argc, char *argv[])
 {
     keepFreedHeap();
-    // Who reads the output may go, which must not end the supervisor. Qt gives its children the
-    // default action back.
+    // The reader of our output may go away. A write then fails and does not end the supervisor. Qt
+    // restores the default action in its child processes.
     std::signal(SIGPIPE, SIG_IGN);
     QCoreApplication application(argc, argv);
     theWatchdog = new Watchdog(nullptr); // never deleted: it lives until the process ends

@@ -16,21 +16,22 @@
 
 namespace {
 
-// Where the system names no size (kept-behaviour.md: account-buffer).
+// Used where the system names no size (kept-behaviour.md: account-buffer).
 constexpr long fallbackBufferSize = 8196;
 
 constexpr int outputPipeBytes = 256 * 1024;
 
 // ---- What runs in the child, between fork and exec.
 //
-// The child is a copy of the main thread alone: a lock that another thread held at the fork is
-// never released in it. Memory may be allocated all the same, also by QDir. Qt starts a class
-// derived from QProcess by fork(), and there the C library sees to it that the allocator's locks
-// are free in the child. (A plain QProcess is started by clone(), of which the C library knows
-// nothing.) Accounts and groups are looked up by no other thread. All else is system calls;
-// messages are written by write(), because the buffer of stderr is a copy too.
+// The child is a copy of the main thread only. A lock that another thread held at the fork is never
+// released in it. Memory may be allocated all the same, also by QDir: Qt starts a class derived
+// from QProcess by fork(), and fork() of the C library leaves the locks of the allocator free in
+// the child. (Qt starts a plain QProcess by clone(), of which the C library knows nothing.)
+// Accounts and groups may be looked up too, because no other thread does so. Everything else is
+// system calls. Messages go out by write(), because the child also has a copy of the buffer of
+// stderr.
 //
-// A signal that comes meanwhile finds the supervisor's handlers: see terminationsignals.cpp.
+// Until the exec, a signal still runs the supervisor's handlers: see terminationsignals.cpp.
 
 void writeRaw(const char *message)
 {
@@ -39,9 +40,9 @@ void writeRaw(const char *message)
     Q_UNUSED(written)
 }
 
-// Standard output and error are the pipes to the supervisor. The kernel's 64 KiB would make an
-// application that prints without pause wait for the supervisor, and wake it, four times as often.
-// Where the kernel refuses, the pipe works as it is.
+// Standard output and error are the pipes to the supervisor. The kernel gives them 64 KiB. With
+// this size, an application that prints without pause would wait for the supervisor, and wake it,
+// four times as often. If the kernel refuses the larger size, the pipe keeps its own.
 void enlargeOutputPipes()
 {
     for (const int descriptor : {STDOUT_FILENO, STDERR_FILENO})
@@ -50,7 +51,8 @@ void enlargeOutputPipes()
 
 void closeInheritedDescriptors()
 {
-    // Collected first: the listing itself holds a descriptor, which is closed when it is complete.
+    // The list is completed first, because listing needs a descriptor of its own, which is closed
+    // at the end.
     QVector<int> descriptors;
     const QStringList entries = QDir(QStringLiteral("/proc/self/fd")).entryList();
     for (const QString &entry : entries) {
@@ -67,7 +69,7 @@ void closeInheritedDescriptors()
 
 void switchTo(const passwd &account)
 {
-    // Groups before the user: without the old user id the group calls would no longer be allowed.
+    // The groups are changed before the user, because only the old user may change them.
     if (::initgroups(account.pw_name, account.pw_gid) != 0)
         writeRaw("Cannot initialize supplementary groups\n");
     if (::setregid(account.pw_gid, account.pw_gid) != 0
@@ -100,9 +102,9 @@ void PynxProcess::setupChildProcess()
     QProcess::setupChildProcess();
     enlargeOutputPipes();
     closeInheritedDescriptors();
-    // A switch that fails does not stop the start. A board is of more use with its application
-    // under another account than without it, and the application's log tells of it.
-    // (kept-behaviour.md: account-failure)
+    // If the switch fails, the start goes on. A board is of more use with its application under the
+    // supervisor's account than without it, and the message is in the application's log
+    // (kept-behaviour.md: account-failure).
     if (m_passwd)
         switchTo(*m_passwd);
 }

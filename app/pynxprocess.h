@@ -10,13 +10,13 @@
 #include <pwd.h>
 
 /**
- * The process that runs the application: under another user account where one was looked up, and
- * without any descriptor of the supervisor's but standard input, output and error. Its output pipes
- * have room for 256 KiB each.
+ * The process that runs the application. It runs under another user account if one was looked up.
+ * It has no open descriptors but standard input, output and error. Its output pipes hold 256 KiB
+ * each.
  *
- * Closing every other descriptor also closes the pipe on which a failed exec would be told to the
- * supervisor. A program that cannot be executed therefore counts as started and then ends with exit
- * code 255, as one that ends at once would: on a device both lead to the same recovery.
+ * Closing the other descriptors also closes the pipe by which Qt learns of a failed exec. A program
+ * that cannot be executed therefore counts as started and then ends with exit code 255. A device
+ * recovers from this as from any program that ends at once.
  *
  * Main thread only.
  */
@@ -26,9 +26,9 @@ public:
     PynxProcess() = default;
 
     /**
-     * Looks up the account @p userName to run the application as, in place of any earlier one.
-     * Returns false, after a message on standard error, when there is no such account or it cannot
-     * be read; the application then runs as the supervisor's own user.
+     * Looks up the account @p userName, under which the application is to run. It replaces any
+     * earlier account. Returns false, after a message on standard error, when the account does not
+     * exist or cannot be read. The application then runs as the supervisor's own user.
      */
     bool lookupUser(const QString &userName);
 

@@ -24,7 +24,7 @@ void (*armedPassOn)() = nullptr;
 void (*armedHandler)(int) = nullptr;
 int wakeUp = -1; // an event descriptor on which the event loop listens
 
-// Lock-free, as a signal handler needs it.
+// Lock-free, because a signal handler must not wait for a lock.
 std::atomic<int> waitingSignal(0); // 0: none came
 std::atomic<bool> loopHasTurned(false);
 
@@ -46,15 +46,15 @@ void handleSignal(int number)
         restoreDefaultActions();
         armedHandler(number);
     } else {
-        // A second one while the first waits; or a child before its exec, which must not touch its
-        // copy of our state.
+        // Either a second signal came while the first waits, or this is a child before its exec.
+        // The child must not use its copy of our state.
         restoreDefaultActions();
         ::kill(::getpid(), number);
     }
     errno = interruptedError;
 }
 
-// The event loop's end of the event descriptor.
+// Raises the waiting signal again at the next turn of the event loop.
 class Listener : public QSocketNotifier
 {
 public:
@@ -82,7 +82,7 @@ void armTerminationSignals(void (*passOn)(), void (*handler)(int))
     armedPassOn = passOn;
     armedHandler = handler;
     wakeUp = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    new Listener(wakeUp); // belongs to the application object
+    new Listener(wakeUp); // owned by the application object
     ::prctl(PR_SET_PDEATHSIG, SIGTERM);
     for (const int number : terminationSignals)
         ::signal(number, handleSignal);

@@ -6,27 +6,27 @@
  * @file
  * SIGINT, SIGQUIT and SIGTERM in single-run mode.
  *
- * The first of them is passed on at once. All else that is to be done runs inside the signal
- * handler too, but not in the middle of anything: a handler that flushes the log while the log is
- * written, or allocates memory while memory is allocated, can make the program abort or hang. So
- * the signal waits for the event loop, which raises it again at its next turn. It is not lost when
- * it comes before the event loop runs.
+ * The first of these signals is passed on at once. The rest of the work waits until the event loop
+ * raises the signal again at its next turn. It then runs in the signal handler, but does not
+ * interrupt other code. A handler that interrupts the writing of the log or the allocation of
+ * memory, and does the same itself, can make the program abort or hang. A signal that comes before
+ * the event loop runs is not lost.
  *
- * A second signal ends the program at once, also when the first still waits because something holds
- * the main thread up.
+ * A second signal ends the program at once, also when the first still waits because the main thread
+ * is blocked.
  */
 
 /**
  * Makes the kernel send SIGTERM when the parent process dies, and installs handlers for the three
- * signals. To be called once, on the main thread, with an application object.
+ * signals. Call it once, on the main thread, when the application object exists.
  *
- * Both functions run in the signal handler, and only in this process: a child that gets a signal
- * before its exec ends by it, as it would after.
+ * Both functions run in the signal handler, and only in this process. A child that receives one of
+ * the signals before its exec ends by it, as it would after its exec.
  *
- * @param passOn runs at once, on any thread and wherever the signal falls; it may do nothing but
- * what is safe in a signal handler
- * @param handler runs on the main thread at the event loop's next turn; all three signals have
- * their default action back by then
+ * @param passOn runs at once, on any thread and at any point of the program. It may only do what is
+ * safe in a signal handler.
+ * @param handler runs on the main thread at the event loop's next turn. The three signals have
+ * their default actions again by then.
  */
 void armTerminationSignals(void (*passOn)(), void (*handler)(int));
 

@@ -5,7 +5,7 @@
 class QString;
 
 /**
- * @p seconds as text for a log line: "1 days 2 hours 0 min 5 sec". Days and hours are left out when
- * they are 0, minutes when they and the hours are; units are never made singular.
+ * Returns @p seconds as text for a log line: "1 days 2 hours 0 min 5 sec". Days and hours are left
+ * out when they are 0, and minutes when hours and minutes are 0. The units are always plural.
  */
 QString uptimeString(int seconds);

@@ -34,13 +34,13 @@ constexpr int restartDelayMs = 1000;
 constexpr int criticalExitCount = 3;
 constexpr int criticalRunTimeSec = 60;
 constexpr int hwWatchdogTimeoutSec = 30;
-constexpr int hwWatchdogFeedMs = 10000; // three feeds to a time-out
+constexpr int hwWatchdogFeedMs = 10000; // three feeds in one time-out
 constexpr int memoryReportMs = 180000;
 constexpr int notFoundPeriodSec = 30;
 constexpr int clearFlagsAfterMs = 10000;
 constexpr int snapshotMs = 10000;
 
-std::atomic<bool> applicationTold(false); // of a termination signal
+std::atomic<bool> applicationTold(false); // a termination signal was passed on to it
 
 QStringList toStrings(const QVariantList &values)
 {
@@ -64,12 +64,12 @@ Watchdog::Watchdog(QObject *parent, Reporter::Clock clock)
 
 Watchdog::~Watchdog()
 {
-    // The process object is destroyed after most other members. It kills an application that still
-    // runs and emits finished() then, and processFinished() uses those members.
+    // The destructor of m_process kills an application that still runs and emits finished(). By
+    // then most other members are destroyed, so processFinished() must not run any more.
     disconnect(&m_process, nullptr, this, nullptr);
 }
 
-// ---- Start-up: what is done once, before the event loop runs.
+// ---- Start-up: runs once, before the event loop.
 
 int Watchdog::init(const QStringList &arguments)
 {
@@ -96,7 +96,7 @@ int Watchdog::init(const QStringList &arguments)
     startReporter();
     watchProcesses();
     startFlagClearer();
-    m_hwWatchdog->keepAlive(); // what came before may have taken its time
+    m_hwWatchdog->keepAlive(); // the steps before may have taken long
     startLoadLogger();
     return 0;
 }
@@ -203,12 +203,12 @@ bool Watchdog::startApp(const QString &program, const QStringList &arguments)
     const bool started = m_process.waitForStarted(startTimeoutMs);
     if (!started)
         logProcessError(m_process.error());
-    // (kept-behaviour.md: chained-arguments)
+    // The arguments are filled in one after the other (kept-behaviour.md: chained-arguments).
     m_logProcessor->write(QStringLiteral("\n\n%1 Watchdog: %2 \n")
                               .arg(pynxLocalTimeDateString()) // clazy:exclude=qstring-arg
                               .arg(QStringLiteral("Starting app: ") + program));
     if (!m_reporter.isNull())
-        m_reporter->clearHistory(); // every run of the application has reports of its own
+        m_reporter->clearHistory(); // the limit of reports is for one run of the application
     return started;
 }
 
@@ -222,18 +222,18 @@ void Watchdog::processFinished(int exitCode, QProcess::ExitStatus exitStatus)
     m_exitCount += 1;
     if (m_flagClearer != nullptr)
         m_flagClearer->stop();
-    applyCriticalErrorRule(
-        uptimeSec); // before the report (kept-behaviour.md: reboot-before-report)
+    // The reboot comes before the report (kept-behaviour.md: reboot-before-report).
+    applyCriticalErrorRule(uptimeSec);
     if (exitStatus == QProcess::CrashExit && !m_reporter.isNull())
         m_reporter->requestReport({m_loadLogger->copyLoadFile()}, QStringLiteral("main"));
 
     if (m_singleRun) {
-        // After a termination signal the status is 0. The application ends by it as well, which may
-        // be noticed before the event loop has stopped.
+        // After a termination signal the supervisor's status is 0. The application ends by that
+        // signal too, and its end can be noticed before the event loop has stopped.
         QCoreApplication::exit(terminationSignalCame() ? 0 : exitCode);
         return;
     }
-    // (kept-behaviour.md: misspelt-texts)
+    // Scripts look for this misspelt text (kept-behaviour.md: misspelt-texts).
     ::syslog(LOG_NOTICE, "Restarting process: exit code:%d, exist status:%d, uptime:%s\n", exitCode,
              static_cast<int>(exitStatus),
              uptimeString(static_cast<int>(uptimeSec)).toUtf8().constData());
@@ -244,15 +244,16 @@ void Watchdog::processRestart()
 {
     if (m_flagClearer != nullptr)
         m_flagClearer->start();
-    // A start that fails has no end, so nothing follows it (kept-behaviour.md: failed-restart).
+    // A failed start has no end that could bring the next restart
+    // (kept-behaviour.md: failed-restart).
     startApp(m_appPath, m_appArgs);
 }
 
-// The third exit since the supervisor started reboots the board, however long the application ran,
-// and no later exit does. This follows from m_exitRunTime: it is a null time at first, a null time
-// plus seconds is null again, and null is less than any other time. In plain seconds an application
-// that ran for long between its ends would never lead to the reboot by which a board falls back.
-// (kept-behaviour.md: third-end)
+// The third exit since the supervisor's start reboots the board, however long the application ran.
+// No later exit does. The reason is m_exitRunTime: it is a null time at first, a null time plus
+// seconds is null again, and null is less than any other time. With plain seconds, an application
+// that runs for long between its exits would never cause the reboot after which the boot loader
+// falls back (kept-behaviour.md: third-end).
 void Watchdog::applyCriticalErrorRule(qint64 uptimeSec)
 {
     const QTime criticalRunTime = QTime(0, 0, 0, 0).addSecs(criticalRunTimeSec);
@@ -269,7 +270,8 @@ void Watchdog::applyCriticalErrorRule(qint64 uptimeSec)
 
 void Watchdog::killStrayProcesses()
 {
-    // Without a time limit, as the reboot below (kept-behaviour.md: long-waits).
+    // This has no time limit, and neither has the reboot below. If one of them hangs, the hardware
+    // watchdog resets the board (kept-behaviour.md: long-waits).
     ToolProcess::run(QStringLiteral("killall"), {QStringLiteral("-9"), QStringLiteral("pYNX")});
 }
 
@@ -278,20 +280,20 @@ void Watchdog::rebootDevice()
     ToolProcess::run(QStringLiteral("reboot"), {QStringLiteral("-f")});
 }
 
-// Runs in the signal handler at once, so that a supervisor which waits for a tool or a file passes
-// the signal on as well.
+// Runs in the signal handler at once, so that the signal is passed on also while the supervisor
+// waits for a tool or a file.
 void Watchdog::passTerminationOn()
 {
     applicationTold = theWatchdog->m_process.processId() != 0;
-    theWatchdog->m_process.terminate(); // no more than a kill()
+    theWatchdog->m_process.terminate(); // only calls kill(), which is safe here
 }
 
 // Runs in the signal handler too, but at the event loop's next turn
 // (kept-behaviour.md: handler-calls).
 void Watchdog::onTerminationSignal(int /*signalNumber*/)
 {
-    // An application that was told already is not told again: many take a second signal as an order
-    // to stop at once.
+    // The application gets the signal only once, because many applications take a second one as an
+    // order to stop at once.
     if (!applicationTold)
         theWatchdog->m_process.terminate();
     Q_ASSERT(theWatchdog->m_logProcessor);
@@ -299,7 +301,7 @@ void Watchdog::onTerminationSignal(int /*signalNumber*/)
     QCoreApplication::quit();
 }
 
-// ---- What other parts have to tell.
+// ---- Slots for the signals of other parts.
 
 void Watchdog::on_logProcessor_reportString(const QString &fileName, const QString &str)
 {
@@ -317,7 +319,8 @@ void Watchdog::on_stat_cpuLoadExceed(int id, const QStringList &data)
         return;
     info->reportCount += 1;
     if (info->reportCount > info->maxReports) {
-        // For good, so that alarms that are under way are ignored (kept-behaviour.md: alarm-limit).
+        // The removal is final, so alarms that are still queued are ignored
+        // (kept-behaviour.md: alarm-limit).
         m_watched.erase(info);
         const bool removed =
             QMetaObject::invokeMethod(m_loadStat, "do_removeProcessLoad", Q_ARG(int, id));

@@ -26,31 +26,32 @@ struct WatchedProcessInfo
 {
     qint32 maxReports = 0;  ///< alarms that are logged before the watching ends
     qint32 reportCount = 0; ///< alarms so far
-    QString logFile;        ///< from the watch list; carried along only
+    QString logFile;        ///< from the watch list; not used
 };
 
 /**
- * The supervisor: starts the application, logs what it prints, restarts it and reboots the board
- * when it cannot be helped. There is one to a process; it lives on the main thread.
+ * The supervisor: starts the application, logs what it prints, restarts it, and reboots the board
+ * when a restart does not help. Each process has one, on the main thread.
  */
 class Watchdog : public QObject
 {
     Q_OBJECT
 
 public:
-    /** Opens the system log. @p parent may be null; @p clock is what run times go by. */
+    /** Opens the system log. @p parent may be null. @p clock measures run times. */
     explicit Watchdog(QObject *parent, Reporter::Clock clock = Reporter::monotonicMs);
 
-    /** Kills an application that still runs. The program itself never gets here. */
+    /** Kills an application that still runs. The program itself never destroys its supervisor. */
     ~Watchdog() override;
 
     Watchdog(const Watchdog &) = delete;
     Watchdog &operator=(const Watchdog &) = delete;
 
     /**
-     * Sets the supervisor up from the program's @p arguments, its own name first, and starts the
-     * application. Call it once. Returns 0 when the event loop is to run, otherwise the exit status
-     * of the program, after the reason was written to standard error or the system log.
+     * Sets up the supervisor from the program's @p arguments, of which the first is the program's
+     * own name, and starts the application. Call it once. Returns 0 when the event loop is to run.
+     * Otherwise it returns the exit status of the program, after a message on standard error or in
+     * the system log.
      */
     int init(const QStringList &arguments);
 
@@ -88,10 +89,10 @@ private:
     QString m_appPath;
     QStringList m_appArgs;
     qint64 m_startTimeSec = 0; // monotonic clock, whole seconds
-    QTime m_exitRunTime;       // null at first, and adding to a null time gives a null time
+    QTime m_exitRunTime;       // null at first; see applyCriticalErrorRule()
     qint32 m_exitCount = 0;
     // Created once and never deleted: they live until the process ends
-    // (kept-behaviour.md: no-tear-down). In rotate-only mode there are none.
+    // (kept-behaviour.md: no-tear-down). In rotate-only mode they are null.
     SfuFlagClearer *m_flagClearer = nullptr;
     SystemLoadLogger *m_loadLogger = nullptr;
     HwWatchdog *m_hwWatchdog = nullptr;
@@ -106,5 +107,5 @@ private:
     Reporter::Clock m_clock;
 };
 
-/** The process's one supervisor, for the signal handler; null until the entry point has made it. */
+/** The only supervisor of the process, for the signal handler; null until main() has created it. */
 extern Watchdog *theWatchdog;
