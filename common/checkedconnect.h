@@ -7,15 +7,16 @@
 #include <QThread>
 
 /**
- * Connects @p signal of @p sender to @p slot of @p receiver; the only way this program connects.
+ * Connects @p signal of @p sender to @p slot of @p receiver. The whole program connects by this
+ * function.
  *
- * A connection that cannot be made is a programming error, never a condition of the run: it aborts
- * the program with the failed assertion "connection". Where sender and receiver live in different
- * threads the call will be queued, so every parameter type of the signal must be a registered meta
- * type; an unregistered one would be noticed only when the signal is first emitted, and the call
- * lost, so it aborts here too.
+ * A connection that cannot be made is a programming error. It aborts the program with the failed
+ * assertion "connection". If sender and receiver live in different threads, the call is queued, and
+ * every parameter type of the signal must be a registered meta type. Qt would notice an
+ * unregistered type only when the signal is emitted, and lose the call. This function aborts at
+ * once.
  *
- * Call it on any thread; neither object changes its owner.
+ * Call it on any thread. It changes the owner of neither object.
  */
 template <typename Signal, typename Slot>
 void checkedConnect(const typename QtPrivate::FunctionPointer<Signal>::Object *sender,

@@ -7,7 +7,7 @@ class QString;
 /**
  * Writes @p line, as UTF-8 and followed by a line end, to standard error and flushes it.
  *
- * The way for messages about set-up and diagnostics; whether the write succeeds is not checked,
- * since there would be no better place to say so. Any thread: a line goes out whole.
+ * Use it for messages about set-up and diagnostics. A failed write is ignored, because there is no
+ * better place to report it. Any thread: a line goes out whole.
  */
 void writeErrorLine(const QString &line);

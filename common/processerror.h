@@ -5,7 +5,8 @@
 #include <QProcess>
 
 /**
- * Tells the system log, at LOG_ERR, that a process failed with @p error. The text is the same for
- * one that could not start and one that ran and failed; the code tells them apart. Any thread.
+ * Writes to the system log, at LOG_ERR, that a process failed with @p error. The text is the same
+ * for a process that could not start and one that ran and failed; only the code differs. Any
+ * thread.
  */
 void logProcessError(QProcess::ProcessError error);
