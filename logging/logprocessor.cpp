@@ -17,23 +17,23 @@ namespace {
 
 constexpr int flushIntervalMs = 200;
 constexpr qint64 msPerSecond = 1000;
-constexpr int maxChunkBytes = 64 * 1024; // what a pipe of the kernel's own size would give at once
+constexpr int maxChunkBytes = 64 * 1024; // as much as a pipe holds by default
 
 void reportCannotOpen(const QString &fileName)
 {
     writeErrorLine(QStringLiteral("Can't open file : ") + fileName);
 }
 
-// Up to its first NUL byte, and without a flush (kept-behaviour.md: echo).
+// Writes the chunk up to its first NUL byte and does not flush (kept-behaviour.md: echo).
 void echo(const QByteArray &chunk)
 {
     const auto size = ::strnlen(chunk.constData(), static_cast<std::size_t>(chunk.size()));
     std::fwrite(chunk.constData(), 1, size, stdout);
 }
 
-// All that readAllStandardOutput() or readAllStandardError() would return; like these, it leaves
-// the read channel as it was. But a read of exactly what there is hands over the process's own
-// buffer, where these copy it.
+// Returns what readAllStandardOutput() or readAllStandardError() would return, and leaves the read
+// channel as it was, as these do. They copy the output. A read of exactly the available bytes takes
+// over the buffer of the process instead.
 QByteArray takeOutput(QProcess *process, QProcess::ProcessChannel channel)
 {
     const QProcess::ProcessChannel current = process->readChannel();
@@ -76,7 +76,7 @@ void LogProcessor::write(const QByteArray &chunk)
 {
     if (m_logTime && isLogging())
         writeTimeStamp();
-    // Asked again, since the time line may have brought a rotation that failed.
+    // Checked again, because the time line may have caused a rotation that failed.
     if (isLogging())
         writeData(chunk);
     else
@@ -96,8 +96,8 @@ void LogProcessor::enableReports()
 
 void LogProcessor::flushOutput()
 {
-    // The second finds nothing, and that empty chunk can bring a time line after the last words.
-    // What standard error holds comes with its own signal (kept-behaviour.md: flush-output).
+    // The second call finds no output. Its empty chunk can bring a time line after the last output.
+    // The rest of standard error comes with its own signal (kept-behaviour.md: flush-output).
     on_process_readyReadStandardOutput();
     on_process_readyReadStandardOutput();
     on_flushTimer_timeout();
@@ -127,8 +127,8 @@ bool LogProcessor::isLogging() const
     return m_file.handle() != -1;
 }
 
-// The pipes hold more than a chunk. A chunk is a part of the output and no copy of it, so no NUL
-// byte follows it. Empty output is a chunk, too.
+// The output can be larger than a chunk, because a pipe holds 256 KiB. A chunk points into the
+// output and is no copy of it, so no NUL byte follows it. Empty output is a chunk, too.
 void LogProcessor::takeIn(const QByteArray &output)
 {
     int begin = 0;
@@ -157,7 +157,7 @@ void LogProcessor::writeTimeStamp()
     const qint64 second = now / msPerSecond;
     if (second == m_lastStampSecond)
         return;
-    // GMT, unlike every other time (kept-behaviour.md: time-lines).
+    // This time is GMT, and all other times are local (kept-behaviour.md: time-lines).
     const QString time = QDateTime::fromMSecsSinceEpoch(now, Qt::UTC).toString(Qt::TextDate);
     writeData(QStringLiteral("-- Time: %1\n").arg(time).toUtf8());
     m_lastStampSecond = second;
@@ -165,10 +165,10 @@ void LogProcessor::writeTimeStamp()
 
 void LogProcessor::writeData(const QByteArray &bytes)
 {
-    // Counted before the write and whether or not it succeeds: on a full file system the rotation
-    // still comes, and frees the space of the older generation (kept-behaviour.md: counted-losses).
+    // A failed write counts too. On a full file system the rotation then still comes, and frees the
+    // space of the older generation (kept-behaviour.md: counted-losses).
     m_bytesWritten += static_cast<quint32>(bytes.size());
-    m_file.write(bytes); // never split at the limit (kept-behaviour.md: whole-chunk)
+    m_file.write(bytes); // a chunk is never split (kept-behaviour.md: whole-chunk)
     if (!m_flushTimer.isActive())
         m_flushTimer.start();
     if (m_bytesWritten >= m_maxSize)
@@ -184,7 +184,7 @@ void LogProcessor::rotate()
     if (!QFile::rename(m_fileName, m_rotatedFileName)) {
         writeErrorLine(QStringLiteral("Can't rename file from:") + m_fileName
                        + QStringLiteral(" to:") + m_rotatedFileName);
-        return; // from here on output is echoed (kept-behaviour.md: failed-rotation)
+        return; // from now on output is echoed (kept-behaviour.md: failed-rotation)
     }
     if (!m_file.open(QIODevice::WriteOnly | QIODevice::Text))
         reportCannotOpen(m_fileName);

@@ -13,13 +13,13 @@
 class QProcess;
 
 /**
- * Turns what the application prints, and what the supervisor says about it, into one size-limited
- * log file with a single rotated generation.
+ * Writes what the application prints, and what the supervisor reports about it, into one log file
+ * of limited size with a single rotated generation.
  *
- * Output is taken in as it arrives, both channels into the same file, in chunks of at most 64 KiB,
- * and written at once; a timer flushes the file 200 ms after the first unflushed write. Without a
- * log file (empty name or size limit 0) every chunk is echoed to standard output instead. Write
- * errors are ignored: a full file system loses log text, never the application.
+ * The output of both channels goes into the same file as it arrives, in chunks of at most 64 KiB.
+ * Each chunk is written at once. A timer flushes the file 200 ms after the first unflushed write.
+ * Without a log file (empty name or size limit 0) every chunk is echoed to standard output instead.
+ * Write errors are ignored: a full file system loses log text, but the application goes on.
  *
  * Main thread only.
  */
@@ -37,44 +37,44 @@ public:
      * @param process the application
      * @param fileName path of the log file; empty for none
      * @param maxSize size limit in bytes; 0 for no log file
-     * @param logTime put a time line in front of new output when the second has changed
-     * @param clock the time of these lines
+     * @param logTime whether a time line precedes new output when the second has changed
+     * @param clock the clock of these time lines
      */
     LogProcessor(QProcess *process, const QString &fileName, quint32 maxSize, bool logTime,
                  Clock clock = QDateTime::currentMSecsSinceEpoch);
 
     /**
-     * Opens the log file, continuing an existing one; to be called once, before anything is
-     * written. Returns false, after a message on standard error, when it cannot be opened; true
-     * otherwise, also when no log file is configured.
+     * Opens the log file; an existing file is continued. Call it once, before anything is written.
+     * Returns false, after a message on standard error, when the file cannot be opened. Returns
+     * true otherwise, also when no log file is configured.
      */
     bool open();
 
     /**
-     * Writes one chunk as if the application had printed it: a time line in front where one is due,
-     * and rotation after it when the limit is reached. The chunk that reaches the limit still goes
-     * whole into the old file.
+     * Writes one chunk as if the application had printed it. A time line precedes it where one is
+     * due. The chunk that reaches the size limit goes whole into the old file, and the rotation
+     * follows.
      */
     void write(const QByteArray &chunk);
 
-    /** Writes @p text as UTF-8; see above. */
+    /** Writes @p text as one chunk of UTF-8. */
     void write(const QString &text);
 
     /** From now on, looks for report markers in what the application prints. */
     void enableReports();
 
     /**
-     * Takes in what the application has left unread on its standard output and flushes the file.
-     * Standard error is left undrained here: its rest arrives with its own signal. What comes next
-     * counts as the start of a line.
+     * Takes in the unread rest of the application's standard output and flushes the file. Standard
+     * error is not read here: its rest comes with its own signal. The next output counts as the
+     * start of a line.
      */
     void flushOutput();
 
 signals:
     /**
      * The application asked for a report named @p str that includes @p file, which may be empty.
-     * Emitted at most once per chunk of output, after the chunk was written. The receiver may call
-     * flushOutput(), also while that function emits it.
+     * Emitted at most once for each chunk of output, after the chunk was written. The receiver may
+     * call flushOutput(), also when flushOutput() itself emitted the signal.
      */
     void reportString(QString file, QString str);
 
@@ -84,7 +84,7 @@ private slots:
     void on_process_readyReadStandardError();
 
 private:
-    bool isLogging() const; // to the file, rather than echoing
+    bool isLogging() const; // false: output is echoed
     void takeIn(const QByteArray &output);
     void processOutput(const QByteArray &chunk);
     void writeTimeStamp();
@@ -100,7 +100,7 @@ private:
     bool m_logTime;
     Clock m_clock;
     bool m_reportsEnabled = false;
-    quint32 m_bytesWritten = 0;   // to the active file; wraps
+    quint32 m_bytesWritten = 0;   // to the current file; wraps
     qint64 m_lastStampSecond = 0; // since the epoch
     bool m_atLineStart = true;
 };

@@ -11,7 +11,7 @@ namespace {
 constexpr char fileMarker[] = "==Report file:";
 constexpr char textMarker[] = "==Report==";
 
-// The line that begins with the first `marker` of `chunk`, without any `marker` in it.
+// The line of `chunk` from `start` on, without any `marker` in it.
 QString textAfter(const QByteArray &chunk, int start, const char *marker)
 {
     const int lineFeed = chunk.indexOf('\n', start);

@@ -5,19 +5,19 @@
 #include <QByteArray>
 #include <QString>
 
-/** What a chunk of the application's output asks to be reported; a plain value. */
+/** The report that a chunk of the application's output asks for; a plain value. */
 struct ReportRequest
 {
     QString file; ///< a file the report is to include; may be empty
-    QString str;  ///< the report's name; empty: nothing is asked for
+    QString str;  ///< the report's name; empty: no report is asked for
 };
 
 /**
  * Looks for report markers in @p chunk.
  *
- * "==Report file:" PATH "==" NAME asks for a report with a file, "==Report==" NAME for one without;
- * each to the end of its line. Only the first of each counts; where both occur, the file comes from
- * the first form and the name from the second. A marker that is split over two chunks is not found.
- * (kept-behaviour.md: first-marker)
+ * "==Report file:" PATH "==" NAME asks for a report with a file, and "==Report==" NAME for one
+ * without. Each form ends with its line. Only the first of each form counts. Where both occur, the
+ * file comes from the first form and the name from the second. A marker that is split over two
+ * chunks is not found (kept-behaviour.md: first-marker).
  */
 ReportRequest findReportRequest(const QByteArray &chunk);

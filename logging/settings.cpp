@@ -23,12 +23,12 @@ QVariant readSettingsFile(const QString &path)
     if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
         return QVariant();
     QTextStream stream(&file);
-    stream.setCodec("UTF-8"); // the default is the locale's, which on a device is often plain C
+    stream.setCodec("UTF-8"); // the default follows the locale, on a device often "C"
     const QString text = stream.readAll();
     file.close();
 
-    // Not examined: what cannot be parsed is no object and so has no payload, and is passed over in
-    // silence (kept-behaviour.md: silent-settings).
+    // The error is not examined. A text that cannot be parsed is no object and has no payload, so
+    // it is ignored without a message (kept-behaviour.md: silent-settings).
     PynxError error;
     const QVariantHash top = PynxJson::parse(text.toUtf8(), error, nullptr).toHash();
     const QVariantHash envelope = top.value(QStringLiteral("value")).toHash();
@@ -56,9 +56,9 @@ qint32 parseSize(const QString &text)
         factor = 1024;
     else if (suffix == QLatin1Char('m'))
         factor = 1048576;
-    // The last character goes whatever it was, which is what command lines and documents are
-    // written for: "10240" means 1024 bytes (kept-behaviour.md: size-suffix).
+    // The last character is always dropped, because command lines and documents are written for
+    // this: "10240" means 1024 bytes (kept-behaviour.md: size-suffix).
     const int number = lower.leftRef(lower.size() - 1).toInt();
-    // Unsigned, because the product has to wrap.
+    // The product wraps, which only unsigned numbers may do.
     return static_cast<qint32>(factor * static_cast<quint32>(number));
 }

@@ -6,38 +6,39 @@
 #include <QVariant>
 
 /**
- * The payload of the settings document @p name: that of the site's file in "settings" beside the
- * executable, or, where that gives none, that of the factory's file in "settings-default" beside
- * it.
+ * Returns the payload of the settings document @p name. The site's file, in the directory
+ * "settings" beside the executable, comes first. If it gives no payload, the factory's file is
+ * read, in "settings-default" beside the executable.
  *
- * A site file replaces the factory's file as a whole. A missing, unreadable or malformed document
- * is silent and gives a null value. Main thread, after the application object was made.
+ * A site file replaces the whole factory's file. A document that is missing, unreadable or
+ * malformed gives a null value without a message. Main thread, after the application object was
+ * made.
  */
 QVariant readSettings(const QString &name);
 
 /**
- * The payload of the settings file at @p path, or a null value when it cannot be read or holds
- * none.
+ * Returns the payload of the settings file at @p path, or a null value when the file cannot be read
+ * or has none.
  *
- * The file is JSON (UTF-8): a top object with a member "value", the envelope, whose member "type"
- * names that other member of the envelope which is the payload.
+ * The file is JSON (UTF-8). Its top object has a member "value", the envelope. The member "type" of
+ * the envelope names another member of the envelope, which is the payload.
  */
 QVariant readSettingsFile(const QString &path);
 
 /**
- * The log size limit in bytes of the configuration @p confName from the log-files-size document, or
- * its entry "default" where that name is unknown, or 0 where that is missing too.
+ * Returns the log size limit in bytes of the configuration @p confName from the log-files-size
+ * document. An unknown name gets the document's entry "default", or 0 where that is missing too.
  *
  * An entry that reads as an empty text ends the program with a failed assertion; see parseSize().
  */
 quint32 logFileSizeFromConf(const QString &confName);
 
 /**
- * The number of bytes that @p text says: a decimal number with the suffix "k" (1024) or "m"
- * (1048576) in either case.
+ * Returns the number of bytes that @p text means: a decimal number with the suffix "k" (1024) or
+ * "m" (1048576) in either case.
  *
- * The last character is always dropped before the number is read, so that a number without suffix
- * loses its last digit: "1000" is 100 bytes. What is not a number then counts as 0; the product
- * wraps at 32 bits. An empty text ends the program with a failed assertion.
+ * The last character is always dropped before the number is read. A number without a suffix
+ * therefore loses its last digit: "1000" is 100 bytes. A text that is no number counts as 0. The
+ * product wraps at 32 bits. An empty text ends the program with a failed assertion.
  */
 qint32 parseSize(const QString &text);
