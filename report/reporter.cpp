@@ -20,8 +20,8 @@ namespace {
 
 constexpr qint32 maxReportsPerName = 5;
 constexpr qint64 minIntervalMs = 30000;
-// What the maker's process handler is told with each archive; nobody knows what they mean, and the
-// stand-in ignores both (kept-behaviour.md: process-handler).
+// The maker's process handler gets these two values with each archive. Their meaning is not
+// documented, and the stand-in ignores both (kept-behaviour.md: process-handler).
 constexpr int handlerNumber = 1000;
 constexpr bool handlerFlag = true;
 
@@ -39,7 +39,7 @@ QString fileNamePart(QString name)
     return name.replace(QRegExp(QStringLiteral("[^\\w-]")), QStringLiteral("_"));
 }
 
-// A failure leaves the temporary file where it is (kept-behaviour.md: temporary-stays).
+// After a failure the temporary file stays (kept-behaviour.md: temporary-stays).
 void finishArchive(const QString &temporaryPath, const QString &finalPath,
                    const PynxProcessHandlerResult &result)
 {
@@ -63,12 +63,13 @@ void Reporter::requestReport(const QStringList &extraFiles, const QString &name)
 {
     if (!name.isEmpty() && !accept(name))
         return;
-    // The timer has no receiver and outlives this object, hence the guard.
+    // The timer has no receiver and can fire after this object was destroyed. The guard is null
+    // then.
     const QPointer<Reporter> guard(this);
     const auto report = [guard, extraFiles, name] {
         if (guard.isNull())
             return;
-        guard->m_files += extraFiles; // for good (kept-behaviour.md: growing-files)
+        guard->m_files += extraFiles; // never removed (kept-behaviour.md: growing-files)
         guard->createReport(guard->m_files, name);
     };
     QTimer::singleShot(m_delayMs, Qt::CoarseTimer, report); // clazy:exclude=connect-3arg-lambda
@@ -81,7 +82,7 @@ void Reporter::createReport(const QStringList &files, const QString &name)
     const QString temporaryPath = m_uploadPath + QStringLiteral("/tmp_") + base;
     const QString finalPath = m_uploadPath + QLatin1Char('/') + base + QStringLiteral(".tar.gz");
 
-    // Asked before there is anything to pack (kept-behaviour.md: path-is-checked-first).
+    // Checked also when there is nothing to pack (kept-behaviour.md: path-is-checked-first).
     if (!QFile::permissions(m_uploadPath).testFlag(QFileDevice::WriteOther)) {
         writeErrorLine(
             QStringLiteral("Upload path doesn't allow non ROOT user to remove the report"));
@@ -121,8 +122,8 @@ bool Reporter::accept(const QString &name)
     HistoryRecord &record = m_history[name];
     if (record.count >= maxReportsPerName)
         return false;
-    // A new record says 0, so that nothing is accepted within the clock's first 30 s either: a
-    // board that has just been restarted may miss its first report
+    // The time in a new record is 0, so nothing is accepted in the first 30 s of the clock either.
+    // A board that has just been restarted may miss its first report
     // (kept-behaviour.md: first-30-seconds).
     const qint64 nowMs = m_clock();
     if (nowMs - record.lastMs < minIntervalMs)
@@ -132,9 +133,10 @@ bool Reporter::accept(const QString &name)
     return true;
 }
 
-// The current time, moved on where an archive has it already: coarse timers fire together, so that
-// reports with names that look alike in a file name can be made within one millisecond. Only what
-// was made just now counts, for the system's clock may be set back.
+// Returns the current time, or one millisecond after the last archive's time if the current time is
+// already used. Coarse timers fire together, so two reports can be made within one millisecond, and
+// their names can become the same in a file name. An archive's time counts as used only when it is
+// less than a second ahead, because the system's clock may be set back.
 qint64 Reporter::nextTimeStamp()
 {
     constexpr qint64 justNowMs = 1000;
