@@ -14,27 +14,27 @@
 #include <functional>
 
 /**
- * A thread that constructs one worker of type @p T on itself, from arguments of the types @p Args.
+ * A thread with one worker of type @p T, which is constructed from arguments of the types @p Args.
  *
- * As the worker is constructed there, it and every object that it creates belong to the new thread
- * without being moved. Threads are made with create(); nothing else is needed of this class. The
- * thread object deletes itself should its event loop ever end; it never deletes the worker.
+ * The worker is constructed on the new thread. It and every object that it creates therefore belong
+ * to that thread without being moved. Threads are made with create(); nothing else of this class is
+ * needed. The thread object deletes itself if its event loop ends. It never deletes the worker.
  */
 template <typename T, typename... Args>
 class NewQThread : public QThread
 {
 public:
-    /** Prepares the thread; see create(). */
+    /** Prepares the thread; use create() instead. */
     explicit NewQThread(const QString &name, Args... args);
     ~NewQThread() override = default;
 
     /**
-     * Starts a thread that the operating system knows as @p name, has it construct its worker from
-     * @p args, and returns the worker once it exists; the caller is blocked until then, without a
+     * Starts a thread that the operating system knows as @p name and has it construct its worker
+     * from @p args. Returns the worker once it exists. The caller is blocked until then, without a
      * time limit.
      *
-     * The worker is the caller's, but lives in the new thread: reach it with queued calls and
-     * signals only. It must not be deleted before that thread has ended. Any thread.
+     * The caller owns the worker, which lives in the new thread: use only queued calls and signals
+     * to reach it. It must not be deleted before that thread has ended. Any thread.
      */
     static T *create(const QString &name, Args... args);
 
@@ -73,7 +73,7 @@ template <typename T, typename... Args>
 void NewQThread<T, Args...>::run()
 {
     {
-        // Held while the worker is constructed, so that create() never sees half of it.
+        // Locked during the construction, so that create() never sees an unfinished worker.
         const QMutexLocker locker(&m_mutex);
         m_creator();
         m_objectCreated.wakeAll();

@@ -4,7 +4,7 @@
 
 namespace {
 
-// On unsigned numbers, where wrapping is defined.
+// Differences may wrap, which is defined for unsigned numbers only.
 quint64 difference(qint64 current, qint64 previous)
 {
     return static_cast<quint64>(current) - static_cast<quint64>(previous);

@@ -41,12 +41,12 @@ const char *nextId(const Directory &directory)
     return nullptr;
 }
 
-// A relative path starts at the open directory: the kernel has less of it to look up.
+// A relative path starts at the open directory, so that the kernel has less of the path to look up.
 int readStatFileAt(int directory, const char *path, StatRecord &record)
 {
     record = StatRecord();
     FileText text;
-    // Empty is what remains to be read of a process that ended after the file was opened.
+    // A process that ended after its file was opened reads as empty.
     if (!readTextFile(directory, path, text) || text.isEmpty())
         return -1;
     record = StatLine(text.constData(), text.size()).record();
@@ -84,19 +84,19 @@ ProcessTable::ProcessTable(QString root) : m_root(std::move(root))
 
 int ProcessTable::readCpuTotal(quint64 &total) const
 {
-    // Only the beginning is wanted of a file that is long where there are many processors. The "e"
-    // keeps the descriptor from the children that the other thread may start at this moment.
+    // Only the beginning is read, because the file is long on a machine with many processors. The
+    // "e" closes the descriptor in children that the other thread may start at this moment.
     FILE *file = std::fopen((m_root + QStringLiteral("/stat")).toUtf8().constData(), "re");
     if (file == nullptr)
         return -1;
-    // Without a buffer of its own the stream would ask for the file's block size and allocate one.
+    // Without this buffer the stream would ask for the file's block size and allocate a buffer.
     char buffer[1024];
     std::setvbuf(file, buffer, _IOFBF, sizeof buffer);
     // User, nice, system, idle, iowait, irq, softirq, steal, guest and guest_nice. The guests' time
-    // is in user and nice already; that it counts twice is part of what a load is here
-    // (kept-behaviour.md: guest-time).
+    // is part of user and nice already, so it counts twice. Thresholds in the field are set for
+    // these figures (kept-behaviour.md: guest-time).
     unsigned long times[10] = {};
-    // Older kernels have fewer of them, so a missing number is no error.
+    // Older kernels have fewer numbers, so a missing one is no error.
     // NOLINTNEXTLINE(cert-err34-c)
     const int count = std::fscanf(file, "%*s %lu %lu %lu %lu %lu %lu %lu %lu %lu %lu", &times[0],
                                   &times[1], &times[2], &times[3], &times[4], &times[5], &times[6],
@@ -138,9 +138,9 @@ bool ProcessTable::argsMatch(const QString &path, const QStringList &args) const
 {
     if (args.isEmpty())
         return true;
-    QFile file(path); // not as text: a carriage return belongs to its argument
-    // A process whose arguments are kept from this one is taken for the one that is meant
-    // (kept-behaviour.md: unreadable-command-line).
+    QFile file(path); // text mode would drop carriage returns of the arguments
+    // A process with an unreadable command line counts as the one that is meant: rather one process
+    // too many is watched than the right one missed (kept-behaviour.md: unreadable-command-line).
     if (!file.open(QIODevice::ReadOnly))
         return true;
     QSet<QString> missing = args.toSet();

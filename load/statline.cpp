@@ -8,7 +8,7 @@
 
 namespace {
 
-// Counted from the state, the first field after the name.
+// The index of the first time. The state, which is the first field after the name, has the index 0.
 constexpr int firstTimeField = 11;
 
 int indexIn(const char *text, const void *found)
@@ -21,7 +21,7 @@ bool isDigit(char c)
     return c >= '0' && c <= '9';
 }
 
-// A byte order mark at the beginning is part of a name here; fromUtf8() takes it off.
+// fromUtf8() removes a byte order mark at the beginning, but here the mark is a part of the name.
 QString toText(const char *begin, const char *end)
 {
     QString text = QString::fromUtf8(begin, static_cast<int>(end - begin));
@@ -32,7 +32,7 @@ QString toText(const char *begin, const char *end)
 
 qint64 toNumber(const char *begin, const char *end)
 {
-    // The kernel writes plain digits; whether anything else is a number is left to Qt.
+    // The kernel writes plain digits. Qt decides whether anything else is a number.
     constexpr int safeDigits = std::numeric_limits<qint64>::digits10;
     if (begin == end || end - begin > safeDigits || !std::all_of(begin, end, isDigit))
         return toText(begin, end).toLongLong();
@@ -42,7 +42,7 @@ qint64 toNumber(const char *begin, const char *end)
     return number;
 }
 
-// The fields of a stat line, one after the other.
+// Reads the fields of a stat line, one after the other.
 class FieldReader
 {
 public:
@@ -61,7 +61,7 @@ public:
     }
 
 private:
-    // Goes past one field and returns its end. The kernel writes no line that is too short
+    // Skips one field and returns its end. The kernel writes no line that is too short
     // (kept-behaviour.md: short-stat-line).
     const char *next()
     {
@@ -71,7 +71,7 @@ private:
         return end;
     }
 
-    const char *m_next; // null: behind the last field
+    const char *m_next; // null: after the last field
     const char *m_end;
 };
 

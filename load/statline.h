@@ -5,12 +5,12 @@
 #include "load/statrecord.h"
 
 /**
- * A stat line of the process table, taken apart where it lies: at one line for every thread a
- * second, cutting it into fifty texts would cost more than everything else.
+ * A stat line of the process table. It is parsed in place: each thread has one line in every
+ * second, and to split each line into its fifty fields would cost more than everything else.
  *
- * The line is UTF-8, whatever the locale. The command name may hold anything, also blanks,
- * parentheses and line ends, so it reaches from the first "(" to the last ")". The bytes are
- * borrowed and must outlive the object.
+ * The line is UTF-8, whatever the locale. The command name reaches from the first "(" to the last
+ * ")", because it may contain anything, also blanks, parentheses and line ends. The object does not
+ * copy the bytes, which must outlive it.
  */
 class StatLine
 {
@@ -20,12 +20,12 @@ public:
     /** The number in front of " (": the process id or thread id; 0 when it is not a number. */
     int pid() const;
 
-    /** The command name, as it is. */
+    /** The command name, untrimmed. */
     QString name() const;
 
     /**
-     * All that a record keeps. A time that is not a number reads as 0; a line too short to hold the
-     * four times ends the program with a failed assertion.
+     * The whole record. A time that is not a number reads as 0. A line too short for the four times
+     * ends the program with a failed assertion.
      */
     StatRecord record() const;
 

@@ -6,8 +6,8 @@
 #include <QString>
 
 /**
- * What the kernel's stat line says of one process or one thread; a plain value. Times are in clock
- * ticks (see sysconf(_SC_CLK_TCK)) since the process or thread began.
+ * The values of one process or one thread in the kernel's stat line; a plain value. Times are in
+ * clock ticks (see sysconf(_SC_CLK_TCK)) since the process or thread began.
  */
 struct StatRecord
 {
@@ -19,7 +19,7 @@ struct StatRecord
     qint64 cstime = 0; ///< of the children that ended and were waited for
 };
 
-/** A process's times and, where they were asked for, its threads', at one moment; a plain value. */
+/** The times of a process and, if they were read, of its threads at one moment; a plain value. */
 struct ProcessSample : StatRecord
 {
     QHash<int, StatRecord> threads; ///< by thread id, the main thread included

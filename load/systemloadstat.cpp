@@ -34,8 +34,8 @@ struct ThreadLoad
     double load;
 };
 
-// Not a number comes last: that is what a thread which did nothing gets over no time at all, and a
-// sort needs a place for everything.
+// Not a number comes last. A thread that did nothing has this load when the machine-wide counter
+// did not move either (0 / 0), and a sort needs a place for every value.
 bool isHigher(const ThreadLoad &left, const ThreadLoad &right)
 {
     if (std::isnan(right.load))
@@ -82,7 +82,7 @@ int SystemLoadStat::do_watchProcessLoad(QString processName, QStringList process
     return id;
 }
 
-// What was gathered for the id stays: no later entry can come upon it.
+// The lines gathered for the id stay. No later entry gets the same id, so nothing reads them.
 void SystemLoadStat::do_removeProcessLoad(int id)
 {
     m_watchList.remove(id);
@@ -112,8 +112,9 @@ void SystemLoadStat::takeSample(QHash<int, ProcessSample> &out)
             lookUp(entry.key(), entry.value());
         if (entry->pid <= 0)
             continue;
-        // A failed read counts too: that a process has ended is seen by the times that went back
-        // to zero (kept-behaviour.md: ended-process).
+        // A sample is stored also after a failed read. Of a process that has ended the times are
+        // zero, and the load that follows from them shows its end
+        // (kept-behaviour.md: ended-process).
         ProcessSample sample;
         if (readProcessSample(entry->pid, entry->readThreads, sample) < 0)
             entry->pid = 0;
@@ -133,7 +134,7 @@ void SystemLoadStat::lookUp(int id, WatchEntry &entry)
         return;
     if (entry.notFoundCount == entry.notFoundPeriod)
         emit notFound(id, entry.name, entry.args, entry.notFoundPeriod);
-    // The count comes to rest one higher, so that an absence is told once.
+    // The count stops at one more than the period, so that an absence is reported only once.
     if (entry.notFoundCount <= entry.notFoundPeriod)
         ++entry.notFoundCount;
 }
@@ -159,8 +160,8 @@ void SystemLoadStat::compareSamples(int id, const ProcessSample &current,
     } else {
         state = ExceedState();
     }
-    // Asked at every tick, also at one below the threshold: a period of 0 or less is an alarm a
-    // second (kept-behaviour.md: period-zero).
+    // Checked at every tick, also below the threshold, so that a period of 0 or less gives an alarm
+    // every second (kept-behaviour.md: period-zero).
     if (state.count >= entry.period) {
         state.lines.prepend(headerLine(current, entry));
         emit cpuLoadExceed(id, state.lines);
@@ -169,7 +170,7 @@ void SystemLoadStat::compareSamples(int id, const ProcessSample &current,
     m_exceeded.insert(id, state);
 }
 
-// States what was configured, not what was measured.
+// The line holds the configured threshold and period and no measured load.
 QString SystemLoadStat::headerLine(const ProcessSample &sample, const WatchEntry &entry)
 {
     return timePrefix() % QStringLiteral("Process:") % sample.name % QStringLiteral(" (")

@@ -16,12 +16,12 @@
  * Watches the CPU load of processes, found by name and arguments, and of their threads, once a
  * second.
  *
- * It tells of a load that has reached its threshold on a number of consecutive ticks, with a block
- * of lines ready for a log, and of a process that stays absent. It writes nothing itself.
+ * It emits a signal with lines for a log when a load has been at or over its threshold for a number
+ * of consecutive ticks, and another signal when a process stays absent. It writes no log itself.
  *
- * The object is constructed on the thread it is to live on, see NewQThread, and makes a real-time
- * thread of it. Other threads reach it with watch() and by calling its slots by name, queued; the
- * functions of the process table are for its own thread too.
+ * The object must be constructed on the thread on which it is to live, see NewQThread. It gives
+ * this thread real-time priority. Other threads use watch() and queued calls of its slots by name.
+ * The functions of ProcessTable are for the object's own thread only.
  */
 class SystemLoadStat : public QObject, public ProcessTable
 {
@@ -29,7 +29,7 @@ class SystemLoadStat : public QObject, public ProcessTable
 
 public:
     /**
-     * @param procRoot where the process file system lies; an absolute path
+     * @param procRoot where the process file system is mounted; an absolute path
      * @param raisePriority whether the calling thread is to run in real time, see
      * raiseThreadPriority()
      */
@@ -37,41 +37,46 @@ public:
                             bool raisePriority = true);
 
 signals:
-    /** The process of the watch id @p id was at or over its threshold; @p data are lines for a log.
+    /**
+     * The process with the watch id @p id was at or over its threshold; @p data has lines for a
+     * log.
      */
     void cpuLoadExceed(int id, QStringList data);
 
-    /** The process of the watch id @p id has been absent for @p time seconds; once an absence. */
+    /**
+     * The process with the watch id @p id has been absent for @p time seconds; once for each
+     * absence.
+     */
     void notFound(int id, QString processName, QStringList args, int time);
 
 private slots:
     void on_cpuLoadTimer_timeout();
 
     /**
-     * Watches one more process and returns its watch id, which is never given again.
+     * Watches one more process and returns its watch id, which is never used again.
      *
-     * @param processName its command name; the kernel keeps 15 bytes of one
-     * @param processArgs all of which its command line must hold
-     * @param period consecutive seconds at or over the threshold that make an alarm; with 0 or less
-     * every second makes one
+     * @param processName its command name, which the kernel cuts at 15 bytes
+     * @param processArgs arguments, each of which its command line must contain
+     * @param period consecutive seconds at or over the threshold that cause an alarm; with 0 or
+     * less there is an alarm every second
      * @param cpuLoad the threshold, in percent of all processors' time together
-     * @param readThreads whether an alarm also tells of the process's threads
-     * @param notFoundPeriod seconds after which an absence is told; 0 or less: never
+     * @param readThreads whether an alarm also lists the process's threads
+     * @param notFoundPeriod seconds before an absence is reported; 0 or less: never
      */
     int do_watchProcessLoad(QString processName, QStringList processArgs, int period, int cpuLoad,
                             bool readThreads, int notFoundPeriod);
 
-    /** Ends the watching of @p id, known or not. */
+    /** Stops watching @p id; an unknown id is ignored. */
     void do_removeProcessLoad(int id);
 
     /** Takes a first sample and starts the ticks. */
     void do_start();
 
-    /** Stops the ticks; do_start() goes on with the counts as they are. The program never does. */
+    /** Stops the ticks. do_start() continues with the same counts. The program never calls it. */
     void do_stop();
 
 private:
-    // What one tick is made of.
+    // The steps of one tick.
     void takeSample(QHash<int, ProcessSample> &out);
     void lookUp(int id, WatchEntry &entry);
     void compareSamples(int id, const ProcessSample &current, const ProcessSample &previous);
@@ -96,7 +101,7 @@ private:
 };
 
 /**
- * Has @p stat watch the process that @p entry describes and returns its watch id. Any thread; the
- * caller is blocked until the thread of @p stat has taken the entry over.
+ * Makes @p stat watch the process that @p entry describes and returns its watch id. Any thread; the
+ * caller is blocked until the thread of @p stat has added the entry.
  */
 int watch(SystemLoadStat *stat, const WatchEntry &entry);

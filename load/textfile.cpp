@@ -16,8 +16,8 @@ bool readTextFile(int directory, const char *path, FileText &text)
         return false;
     int size = 0;
     ssize_t count = chunkSize;
-    // The kernel hands out a line of the process table whole, so that a read which is not filled
-    // was the last one: one call a file instead of two.
+    // The kernel returns a whole line of the process table in one read. A read that does not fill
+    // the buffer was therefore the last one, which saves a second call for each file.
     while (count == chunkSize) {
         text.resize(size + chunkSize);
         count = ::read(descriptor, text.data() + size, chunkSize);

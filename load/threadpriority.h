@@ -3,9 +3,9 @@
 #pragma once
 
 /**
- * Schedules the calling thread, and no other, in real time: round robin at the highest priority, so
- * that it can still tell who burns the processors when somebody does.
+ * Schedules the calling thread, and no other, in real time: round robin at the highest priority. It
+ * can then measure the load also when other processes use all processors.
  *
- * Where that is not allowed, a line on standard error says so and the thread goes on as it was.
+ * Where that is not allowed, a line on standard error says so and the thread keeps its scheduling.
  */
 void raiseThreadPriority();
