@@ -22,7 +22,7 @@ void HwWatchdog::keepAlive()
 
 void HwWatchdog::setTimeout(int seconds)
 {
-    // What the driver writes back, the time-out that it took, is of no use here.
+    // The driver writes back the time-out that it took, which is not used here.
     control(WDIOC_SETTIMEOUT, &seconds);
 }
 
@@ -45,15 +45,15 @@ void HwWatchdog::enable()
     control(WDIOC_SETOPTIONS, &option);
 }
 
-// Not const: what it changes is the device.
+// Not const, because it changes the device.
 // NOLINTNEXTLINE(readability-make-member-function-const)
 void HwWatchdog::control(unsigned long request, int *argument)
 {
-    // Descriptor 0 is left alone on purpose: it is where a program expects its standard input, also
-    // when it was started without one. A device with this number would be armed by its opening and
-    // never fed, so that the driver's own time-out resets the board. In the program it does not
-    // come to that: the event loop, which is made first, has taken 0 by then.
-    // (kept-behaviour.md: descriptor-0)
+    // Descriptor 0 is not used, because it is where a program expects its standard input, also when
+    // it was started without one. A device with this descriptor would be armed by its opening and
+    // never fed, so the board would be reset after the driver's own time-out. This does not happen
+    // in the program: the event loop, which is made first, has taken 0 by then
+    // (kept-behaviour.md: descriptor-0).
     if (m_fd > 0)
         ::ioctl(m_fd, request, argument);
 }

@@ -7,13 +7,13 @@
 /**
  * The board's hardware watchdog, which resets the board when it is not fed in time.
  *
- * The device is opened once and never given back: destroying this object neither disables the card
- * nor writes the magic-close character nor closes the descriptor. A supervisor that ends, for
- * whatever reason, is to be followed by a reset, and a clean shutdown of the device would take that
- * protection away (kept-behaviour.md: device-stays-armed).
+ * The device is opened once and never given back. Destroying this object does not disable the card,
+ * write the magic-close character or close the descriptor. Whenever a supervisor ends, the board is
+ * to be reset, and a clean shutdown of the device would prevent that
+ * (kept-behaviour.md: device-stays-armed).
  *
- * Without a usable device every operation does nothing; what the driver refuses is not reported.
- * Main thread only, so that the feed stops as soon as the main loop does.
+ * Without a usable device every operation does nothing. A request that the driver refuses is not
+ * reported. Main thread only, so that the feeding stops when the main loop stops.
  */
 class HwWatchdog : public QObject
 {
@@ -21,8 +21,8 @@ class HwWatchdog : public QObject
 
 public:
     /**
-     * Opens the device at @p devicePath. When that fails, says so on standard error and goes on
-     * without one; there is no second try.
+     * Opens the device at @p devicePath. If that fails, a message goes to standard error, and the
+     * object works without a device; it does not try again.
      */
     explicit HwWatchdog(QObject *parent = nullptr, const char *devicePath = "/dev/watchdog");
 
@@ -30,14 +30,14 @@ public:
     void keepAlive();
 
     /**
-     * Has the board reset @p seconds after the last feed. A driver that cannot do that takes
-     * another time or none, see getTimeout().
+     * Sets the time-out: the board is reset @p seconds after the last feed. A driver that cannot do
+     * that takes another time-out or keeps its own, see getTimeout().
      */
     void setTimeout(int seconds);
 
     // The program calls none of the following three.
 
-    /** The driver's time-out in seconds; 0 when it tells none. */
+    /** The driver's time-out in seconds; 0 when the driver cannot tell it. */
     int getTimeout();
 
     /** Switches the card off: the board is no longer reset. */

@@ -14,11 +14,11 @@ namespace {
 constexpr int kibiShift = 10;
 constexpr int mebiShift = 20;
 
-// The number after the colon, in bytes where it is followed by a unit and nothing else.
+// Returns the number after the colon. It is in bytes if exactly one word, the unit, follows it.
 quint64 parseValue(const QString &text)
 {
     const QStringList words = text.split(QLatin1Char(' '), QString::SkipEmptyParts);
-    // Asserts that there is a word (kept-behaviour.md: memory-line).
+    // first() asserts that there is a word (kept-behaviour.md: memory-line).
     const quint64 number = words.first().toULong();
     if (words.size() != 2)
         return number;
@@ -61,7 +61,7 @@ MemoryUsage MemoryUsage::read(const QString &path)
         const QStringList parts = line.split(QLatin1Char(':'));
         if (parts.size() != 2)
             continue;
-        // Read whatever the key is, so that an unknown unit is noticed on every line.
+        // Every line is parsed, whatever its key, so that an unknown unit is noticed in every line.
         const quint64 value = parseValue(parts.last());
         if (quint64 *field = fields.value(parts.first()))
             *field = value;
@@ -72,10 +72,10 @@ MemoryUsage MemoryUsage::read(const QString &path)
 QString MemoryUsage::reportLine(const QString &time) const
 {
     // "Free" is memory that nobody uses at this moment. memAvailable would also count caches that
-    // the kernel can give up, and those are the second figure, together with the kernel's own.
+    // the kernel can give up. These are in the second figure, together with the kernel's own
+    // memory.
     //
-    // The arguments go in one after the other, so that a place marker in the time text is filled
-    // too.
+    // The arguments are filled in one after the other, so a place marker in the time is filled too.
     return QStringLiteral("%1 == MEMORY USAGE == Free: %2, Buffers+Cache: %3\n")
         .arg(time)
         .arg(kibibytes(memFree)) // clazy:exclude=qstring-arg

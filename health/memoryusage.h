@@ -20,16 +20,16 @@ struct MemoryUsage
     /**
      * Reads the file at @p path, which has the form of /proc/meminfo.
      *
-     * A file that cannot be opened gives a message on standard error and zeros, an unknown unit a
-     * message for its line and the number as it stands. A line with nothing after its colon ends
-     * the program with a failed assertion: the kernel writes none, so it would not be its file.
-     * Main thread only.
+     * A file that cannot be opened gives zeros and a message on standard error. An unknown unit
+     * gives a message for its line, and the number is taken without the unit. A line with nothing
+     * after its colon ends the program with a failed assertion, because the kernel writes no such
+     * line. Main thread only.
      */
     static MemoryUsage read(const QString &path = QStringLiteral("/proc/meminfo"));
 
     /**
-     * The line for the application's log, with its line end; @p time heads it. Figures are whole
-     * kibibytes, their remainder dropped.
+     * Returns the line for the application's log, with its line end and with @p time at its
+     * beginning. The figures are whole kibibytes, rounded down.
      */
     QString reportLine(const QString &time) const;
 };

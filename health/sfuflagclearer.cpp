@@ -15,7 +15,7 @@
 SfuFlagClearer::SfuFlagClearer(int intervalMs, QString markerPath, int toolTimeoutMs)
     : m_markerPath(std::move(markerPath)), m_toolTimeoutMs(toolTimeoutMs)
 {
-    m_clearTimer.setTimerType(Qt::PreciseTimer); // a coarse one may be 5 % early
+    m_clearTimer.setTimerType(Qt::PreciseTimer); // a coarse timer may be 5 % early
     m_clearTimer.setInterval(intervalMs);
     m_clearTimer.setSingleShot(true);
     checkedConnect(&m_clearTimer, &QTimer::timeout, this, &SfuFlagClearer::on_clearTimer_timeout);
@@ -40,8 +40,8 @@ void SfuFlagClearer::on_clearTimer_timeout()
         m_cleared = true;
 }
 
-// Whatever keeps the marker from being made or removed counts as read-only, also a missing
-// directory: a board in such a state is not worth going on with (kept-behaviour.md: strict-marker).
+// Anything that keeps the marker from being made or removed counts as read-only, also a missing
+// directory. A board in such a state is not worth going on with (kept-behaviour.md: strict-marker).
 bool SfuFlagClearer::isFileSystemWritable() const
 {
     QFile marker(m_markerPath);
@@ -64,8 +64,9 @@ bool SfuFlagClearer::clearFlag(const QString &flag) const
 void SfuFlagClearer::rebootFromReadOnlySystem() const
 {
     writeErrorLine(QStringLiteral("Detected filesystem in read-only mode. Rebooting"));
-    // A name without a value deletes the variable. A tool that overruns its time is not killed
-    // before the reboot was tried: half a boot environment is worse than an old one.
+    // A name without a value deletes the variable. A tool that exceeds its time limit is not killed
+    // before the reboot was tried, because a half-written boot environment is worse than an old
+    // one.
     ToolProcess environmentTool;
     environmentTool.discardOutput();
     environmentTool.start(QStringLiteral("fw_setenv"), {QStringLiteral("update_url_cache")},

@@ -7,12 +7,15 @@
 #include <QTimer>
 
 /**
- * Tells the boot loader that the application runs: resets the boot flags "fail" and "boot_count"
+ * Tells the boot loader that the application runs. It resets the boot flags "fail" and "boot_count"
  * once the application has stayed up for a while, and only once in the supervisor's life.
  *
- * Before that it proves that the root file system is writable. One that has fallen back to
- * read-only cannot be repaired by a running system, so the board is rebooted, without the URL cache
- * of an update in its boot environment.
+ * SFU is the platform's firmware update. The class is named after its tool `sfuflags`, which sets
+ * the flags.
+ *
+ * Before that it proves that the root file system is writable. A running system cannot repair one
+ * that has fallen back to read-only. The board is then rebooted, after the URL cache of an update
+ * has been deleted from the boot environment.
  *
  * Main thread only. The check blocks the main loop while its tools run.
  */
@@ -21,7 +24,7 @@ class SfuFlagClearer : public QObject
     Q_OBJECT
 
 public:
-    /** How long one run of a tool may take. The reboot alone may take as long as it will. */
+    /** The time limit of one run of a tool. Only the reboot has no limit. */
     static constexpr int toolTimeLimitMs = 10000;
 
     /**
@@ -29,16 +32,18 @@ public:
      *
      * @param intervalMs how long the application must have stayed up
      * @param markerPath file that is made and removed to prove that the file system is writable
-     * @param toolTimeoutMs how long to wait for one run of a tool before it is killed
+     * @param toolTimeoutMs time limit of one run of a tool, which is then killed
      */
     explicit SfuFlagClearer(int intervalMs,
                             QString markerPath = QStringLiteral("/home/root/ro-test"),
                             int toolTimeoutMs = toolTimeLimitMs);
 
-    /** The application was started: begins the countdown anew, unless the flags are cleared. */
+    /**
+     * The application was started: the countdown begins anew, unless the flags are already reset.
+     */
     void start();
 
-    /** The application has ended: stops the countdown. */
+    /** The application has ended: the countdown stops. */
     void stop();
 
 private slots:
@@ -50,7 +55,7 @@ private:
     void rebootFromReadOnlySystem() const;
 
     QTimer m_clearTimer;
-    bool m_cleared = false; // both flags were reset; stays so
+    bool m_cleared = false; // both flags were reset; never false again
     QString m_markerPath;
     int m_toolTimeoutMs;
 };

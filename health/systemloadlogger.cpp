@@ -35,16 +35,16 @@ const QVector<Command> &snapshotCommands()
 QByteArray outputOf(const Command &command, int timeoutMs)
 {
     ToolProcess process;
-    process.setStandardErrorFile(QProcess::nullDevice()); // else it is kept in memory until the end
+    process.setStandardErrorFile(QProcess::nullDevice()); // otherwise Qt keeps it in memory
     process.start(command.first, command.second, QIODevice::ReadWrite);
     process.waitForFinished(timeoutMs);
-    return process.readAll(); // also of a command that hangs: what it has said may tell why
+    return process.readAll(); // also of a command that hangs: its output may tell why
 }
 
 } // namespace
 
-// The timer has no parent and is not deleted with the logger, which itself is there until the
-// process ends.
+// The timer has no parent and is not deleted with the logger, because both live until the process
+// ends.
 SystemLoadLogger::SystemLoadLogger(QString filePath, QObject *parent, int commandTimeoutMs)
     : QObject(parent), m_filePath(std::move(filePath)), m_timer(new QTimer(nullptr)),
       m_commandTimeoutMs(commandTimeoutMs)
@@ -67,13 +67,13 @@ QString SystemLoadLogger::copyLoadFile()
     if (!QFile::exists(m_filePath))
         return QString();
     QString copy = m_filePath + QStringLiteral(".load");
-    QFile::copy(m_filePath, copy); // never over an older one (kept-behaviour.md: stale-copy)
+    QFile::copy(m_filePath, copy); // never replaces an older one (kept-behaviour.md: stale-copy)
     return copy;
 }
 
 void SystemLoadLogger::on_timer_timeout()
 {
-    // As a C string: a snapshot ends at its first NUL byte.
+    // constData() is read as a C string, so a snapshot ends at its first NUL byte.
     m_snapshots.append(QString::fromUtf8(takeSnapshot().constData()));
     if (m_snapshots.size() > snapshotsKept)
         m_snapshots.removeFirst();
@@ -95,15 +95,15 @@ void SystemLoadLogger::writeSnapshots() const
         writeErrorLine(QStringLiteral("Cannot open file : %1 : err : %2 ")
                            .arg(m_filePath, file.errorString()));
     }
-    // No return above: a file that is not open takes what follows and drops it
+    // There is no return above. A file that is not open drops what is written to it
     // (kept-behaviour.md: unopened-snapshots).
     QTextStream stream(&file);
-    stream.setCodec("UTF-8"); // the default is the locale's, which on a device is often plain C
+    stream.setCodec("UTF-8"); // the default follows the locale, on a device often "C"
     for (const QString &snapshot : m_snapshots)
         stream << snapshot;
-    // The stream holds its text back, up to 16 KiB of it, until the file closes, so fsync makes the
-    // truncation durable and not the text. With the stream flushed first, every round would have
-    // the main loop wait until the text is on the storage (kept-behaviour.md: early-sync).
+    // The stream keeps up to 16 KiB of its text back until the file closes, so fsync() makes the
+    // truncation durable and not the text. If the stream were flushed first, the main loop would
+    // wait in every round until the text is on the storage (kept-behaviour.md: early-sync).
     file.flush();
     ::fsync(file.handle());
     file.close();

@@ -9,43 +9,46 @@
 class QTimer;
 
 /**
- * Keeps the last three pictures of the whole system, what `top` and `free` print, in one file, so
- * that a crash report can show what went on around the application before it crashed.
+ * Keeps the last three snapshots of the whole system, which are the outputs of `top` and `free`, in
+ * one file. A crash report can then show what the system did before the application crashed.
  *
- * The file is rewritten from memory each time. A command that fails leaves its part of the picture
- * empty; only a file that cannot be opened is reported, on standard error.
+ * The file is rewritten from memory each time. A command that fails leaves its part of the snapshot
+ * empty. Only a file that cannot be opened is reported, on standard error.
  *
- * Main thread only. A round blocks the main loop while its commands run.
+ * Main thread only. Taking a snapshot blocks the main loop while its commands run.
  */
 class SystemLoadLogger : public QObject
 {
     Q_OBJECT
 
 public:
-    /** How long one command may take: a hung one must not hold up the main loop for good. */
+    /**
+     * The time limit of one command, so that a command that hangs does not block the main loop for
+     * ever.
+     */
     static constexpr int commandTimeLimitMs = 30000;
 
     /**
-     * Does not take a picture yet.
+     * Does not take a snapshot yet.
      *
      * @param filePath the file; its directory is not created
      * @param parent may be null
-     * @param commandTimeoutMs how long to wait for one command before it is killed. Only the
-     *        command itself is: what a shell has started outlives it.
+     * @param commandTimeoutMs time limit of one command, which is then killed. Processes that the
+     * command has started, as a shell does, are not killed.
      */
     explicit SystemLoadLogger(QString filePath, QObject *parent = nullptr,
                               int commandTimeoutMs = commandTimeLimitMs);
 
-    /** Takes a picture every @p msec milliseconds, the first after that time. */
+    /** Takes a snapshot every @p msec milliseconds, the first after that time. */
     void start(int msec);
 
-    /** Takes no more pictures; the file stays. The program never calls it. */
+    /** Takes no more snapshots; the file stays. The program never calls it. */
     void stop();
 
     /**
-     * Copies the file to its own path with ".load" appended and returns that path; an empty text
-     * when there is no file. A copy that is there already is never overwritten: the picture of the
-     * first crash is the one that is kept.
+     * Copies the file to its own path with ".load" appended and returns that path. Returns an empty
+     * text when there is no file. An existing copy is never overwritten, so that the snapshots of
+     * the first crash are kept.
      */
     QString copyLoadFile();
 
