@@ -7,10 +7,10 @@
 
 /**
  * @file
- * The part of the maker's library libpynx_api that this program uses.
+ * The part of the maker's library libpynx_api that this program uses. pYNX is the maker's platform.
  *
- * What is said below of documents, formats and null values is what the stand-in does; with the
- * maker's library linked instead, that library decides.
+ * The comments on documents, formats and null values describe the stand-in. With the maker's
+ * library linked instead, that library decides.
  */
 
 /** The place of one configuration document. */
@@ -19,7 +19,7 @@ class CMPath
 public:
     explicit CMPath(QString base);
 
-    /** The document's name, to be looked up below the settings directories. */
+    /** The document's name, which is looked up in the settings directories. */
     QString base() const;
 
 private:
@@ -33,7 +33,7 @@ CMPath PynxWatchdogMemoryReportingConfPath();
 CMPath PynxSystemManagerLogReportConfigPath();
 CMPath PynxSystemManagerLogFilesSizeConfigPath();
 
-/** A configuration hash as the typed views below take it; a plain value. */
+/** A hash of configuration values, which the classes below read; a plain value. */
 class PynxHash
 {
 public:
@@ -46,7 +46,7 @@ private:
     QVariantHash m_values;
 };
 
-/** One entry of the watch list; an absent field reads as the null value of its type. */
+/** One entry of the watch list. A missing field reads as the null value of its type. */
 class PynxWatchdogWatchProcess
 {
 public:
@@ -64,7 +64,7 @@ private:
     PynxHash m_hash;
 };
 
-/** Where report archives go; an absent field reads as an empty text. */
+/** The place of report archives. A missing field reads as an empty text. */
 class PynxWatchdogReportsConfig
 {
 public:
@@ -77,7 +77,7 @@ private:
     PynxHash m_hash;
 };
 
-/** Which files every report holds; an absent field reads as an empty list. */
+/** The files that every report includes. A missing field reads as an empty list. */
 class PynxSystemLogReportConfig
 {
 public:
@@ -89,7 +89,7 @@ private:
     PynxHash m_hash;
 };
 
-/** What PynxJson::parse() found wrong; empty when nothing was. */
+/** The error that PynxJson::parse() found; empty when there was none. */
 struct PynxError
 {
     int code = 0; ///< 0: no error
@@ -101,14 +101,14 @@ class PynxJson
 {
 public:
     /**
-     * The value of the JSON text @p json (UTF-8); objects become QVariantHash, arrays QVariantList.
-     * A text that cannot be parsed gives a null value, fills @p error and, where @p position is not
-     * null, stores there the offset in bytes at which parsing stopped.
+     * Returns the value of the JSON text @p json (UTF-8). Objects become QVariantHash, arrays
+     * QVariantList. A text that cannot be parsed gives a null value and fills @p error. It also
+     * stores in @p position, unless this is null, the offset in bytes at which parsing stopped.
      */
     static QVariant parse(const QByteArray &json, PynxError &error, uint *position);
 };
 
-/** The SDK's own logger, one to a process. */
+/** The SDK's own logger; each process has one. */
 class PynxLogger
 {
 public:
@@ -122,8 +122,8 @@ private:
     PynxLogger() = default;
 };
 
-/** The local date and time, now, as text for the head of a log line. Any thread. */
+/** The current local date and time as text for the beginning of a log line. Any thread. */
 QString pynxLocalTimeDateString();
 
-/** Names the calling thread for the operating system, which may cut the name. */
+/** Sets the name of the calling thread in the operating system, which may cut the name. */
 void pynxSetThreadName(const QString &name);

@@ -120,8 +120,8 @@ QVariantList PynxSystemLogReportConfig::files() const
 
 namespace {
 
-// A whole number becomes an integer, as Qt 5.15 does it. Before, every number was a double, and
-// some of these Qt versions wrote a million as "1e+06".
+// A whole number becomes an integer, as in Qt 5.15. In older versions every number is a double, and
+// some of them write a million as "1e+06".
 QVariant toNumber(double number)
 {
     constexpr double beyond = 9223372036854775808.0; // 2 to the power of 63
@@ -130,7 +130,8 @@ QVariant toNumber(double number)
     return number;
 }
 
-// QJsonValue's own conversion makes maps of the objects inside; configuration trees are hashes.
+// Configuration trees consist of hashes, but QJsonValue's own conversion makes maps of inner
+// objects.
 QVariant toTree(const QJsonValue &json)
 {
     if (json.isObject()) {
@@ -149,7 +150,7 @@ QVariant toTree(const QJsonValue &json)
     }
     if (json.isDouble())
         return toNumber(json.toDouble());
-    // JSON's null is a null value here, so that a document can say "nothing".
+    // JSON's null is a null value, so that a document can state that it has no value.
     return json.isNull() ? QVariant() : json.toVariant();
 }
 

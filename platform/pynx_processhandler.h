@@ -12,8 +12,8 @@ class QStringList;
  * @file
  * The part of the maker's library libpynx_processhandler that this program uses.
  *
- * What is said below of result codes, channels and ownership is what the stand-in does; with the
- * maker's library linked instead, that library decides.
+ * The comments on result codes, channels and ownership describe the stand-in. With the maker's
+ * library linked instead, that library decides.
  */
 
 /** How a command ended. */
@@ -31,19 +31,20 @@ public:
     using OutputCallback = std::function<void(const QByteArray &)>;
 
     /**
-     * Starts @p program, looked up in PATH where it is no path, with @p arguments and returns.
+     * Starts @p program with @p arguments and returns. A program without a path is looked up in
+     * PATH.
      *
-     * @p completed is called exactly once, on the main event loop and never from within this call,
-     * also when the command cannot be started. What the command needs is owned here until then and
-     * released afterwards; a command that outlives the event loop is left to itself.
+     * @p completed is called exactly once, also when the command cannot be started. It is called on
+     * the main event loop and never from within this call. The handler owns what the command needs
+     * until then. A command that outlives the event loop is left to itself.
      *
-     * The command reads end of file. Both its output channels go to @p output, in pieces as they
-     * arrive and all of them before @p completed; without one they are discarded, so that a tool's
-     * own warnings do not get in among this program's messages on standard error. Either callback
-     * may be empty.
+     * The command's standard input is at its end. Both its output channels go to @p output, in
+     * pieces as they arrive and all of them before @p completed is called. Without @p output they
+     * are discarded, so that a tool's own warnings do not mix with this program's messages on
+     * standard error. Either callback may be empty.
      *
-     * What @p number and @p flag mean is between the caller and the maker's library; the stand-in
-     * ignores them. Main thread only.
+     * @p number and @p flag are for the maker's library; the stand-in ignores them. Main thread
+     * only.
      */
     static void startAsync(const QString &program, const QStringList &arguments, int number,
                            const CompletionCallback &completed, const OutputCallback &output,

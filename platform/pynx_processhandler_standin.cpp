@@ -19,7 +19,7 @@ using FinishedSignal = void (QProcess::*)(int, QProcess::ExitStatus);
 constexpr int startFailedCode = -1;
 constexpr int crashedCode = -2;
 
-// One command, from its start until it has handed its result over; then it deletes itself.
+// One command. It deletes itself after it has handed over its result.
 class AsyncCommand : public QObject
 {
 public:
@@ -39,8 +39,8 @@ private:
     PynxProcessHandler::OutputCallback m_output;
 };
 
-// The commands on their way. Never destroyed, since that would kill those which outlive the
-// program.
+// The running commands. Those that still run at the end of the program are not destroyed, because
+// that would kill them.
 QSet<AsyncCommand *> &commands()
 {
     static auto *const all = new QSet<AsyncCommand *>;
@@ -62,7 +62,7 @@ AsyncCommand::AsyncCommand(PynxProcessHandler::CompletionCallback completed,
     }
     checkedConnect(&m_process, static_cast<FinishedSignal>(&QProcess::finished), this,
                    &AsyncCommand::processFinished);
-    // Queued, because a start can fail inside QProcess::start().
+    // Queued, because a start can fail inside QProcess::start() and the result must come later.
     checkedConnect(&m_process, &QProcess::errorOccurred, this, &AsyncCommand::processError,
                    Qt::QueuedConnection);
 }
@@ -79,7 +79,7 @@ void AsyncCommand::readOutput()
 
 void AsyncCommand::processError(QProcess::ProcessError error)
 {
-    // A failed start emits no finished(); every other error of a process that ends does.
+    // A failed start emits no finished(). After every other error of a process, its end does.
     if (error == QProcess::FailedToStart)
         complete(startFailedCode);
 }
