@@ -1,7 +1,7 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
 #
-# What holds for every target: language, warnings, assertions, sanitizers, output places.
+# The settings of all targets: language, warnings, assertions, sanitizers, output places.
 
 set(CMAKE_CXX_STANDARD 17)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -17,8 +17,8 @@ set(WATCHDOG_SANITIZE "" CACHE STRING "Sanitizers to build with, for instance ad
 option(WATCHDOG_COVERAGE "Build for a coverage report" OFF)
 
 add_compile_options(-Wall -Wextra)
-# A load is compared with its threshold in plain doubles. On arm64 the compiler would fuse a product and
-# a sum, and a load that equals its threshold would come out one digit below it.
+# A load is compared with its threshold in plain doubles. On arm64 the compiler would fuse a product
+# and a sum, and a load that equals its threshold would come out one digit below it.
 add_compile_options(-ffp-contract=off)
 if(WATCHDOG_WERROR)
     add_compile_options(-Werror)
@@ -32,13 +32,13 @@ if(WATCHDOG_COVERAGE)
     add_link_options(--coverage)
 endif()
 
-# Misuse must end the program in every build type, also where QT_NO_DEBUG is set: a supervisor that
-# goes on with a wrong state is worse than a reset of the board.
+# Assertions are on in every build type, also where QT_NO_DEBUG is set. A supervisor that goes on
+# after misuse, in a wrong state, is worse than a reset of the board.
 add_compile_definitions(
     QT_FORCE_ASSERTS
     QT_NO_CAST_FROM_ASCII
     QT_NO_CAST_TO_ASCII
     QT_NO_URL_CAST_FROM_STRING
-    # Devices have Qt 5.6 or later: what later versions deprecate has no replacement there.
+    # Devices may have Qt 5.6, which lacks the replacements of what later versions deprecate.
     QT_NO_DEPRECATED_WARNINGS
     QT_DISABLE_DEPRECATED_BEFORE=0x050600)

@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: MIT
 #
 # Builds for a 64-bit Arm board with Debian's cross compiler, against the sysroot that
-# scripts/prepare-arm64-sysroot makes; $PYNX_ARM64_SYSROOT names it where it is elsewhere. What is
-# built runs here too, under qemu's emulation of a process.
+# scripts/prepare-arm64-sysroot makes. $PYNX_ARM64_SYSROOT names a sysroot in another place. The
+# programs that are built also run on this machine, in qemu's user mode.
 
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
@@ -18,7 +18,7 @@ if(NOT ARM64_SYSROOT)
     endif()
     set(ARM64_SYSROOT "${sysroot}" CACHE PATH "What scripts/prepare-arm64-sysroot has made")
 endif()
-# The checks of the compiler are builds of their own and read this file again.
+# CMake checks the compiler in builds of their own, which read this file again.
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES ARM64_SYSROOT)
 if(NOT EXISTS "${ARM64_SYSROOT}/DEBIAN/packages")
     message(FATAL_ERROR "There is no sysroot at ${ARM64_SYSROOT}: run scripts/prepare-arm64-sysroot first.")
@@ -28,14 +28,15 @@ set(CMAKE_C_COMPILER aarch64-linux-gnu-gcc)
 set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)
 set(CMAKE_LIBRARY_ARCHITECTURE aarch64-linux-gnu)
 
-# Libraries come from the sysroot and nowhere else, programs from this machine. The compiler keeps
-# its own C library, hence no CMAKE_SYSROOT; the one in the sysroot is for running.
+# Libraries come only from the sysroot, and programs only from this machine. CMAKE_SYSROOT is not
+# set, because the compiler keeps its own C library. The C library in the sysroot is for running
+# programs.
 set(CMAKE_FIND_ROOT_PATH "${ARM64_SYSROOT}")
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
-# What Qt's libraries need in turn.
+# The directory of the libraries that Qt's libraries need.
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,-rpath-link,${ARM64_SYSROOT}/usr/lib/aarch64-linux-gnu")
 
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64-static -L "${ARM64_SYSROOT}")
