@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: MIT
 #
 # For an image with systemd and the layer meta-qt5; "kirkstone" or later. SRC_URI names the
-# integrator's own mirror. An image without systemd drops that class and starts the supervisor from
-# its own init.
+# integrator's own mirror. For an image without systemd, remove the class systemd and start the
+# supervisor from the image's own init.
 
 SUMMARY = "Keeps one application of an embedded Linux device alive"
 SECTION = "base"
@@ -19,7 +19,8 @@ inherit cmake_qt5 systemd
 
 DEPENDS += "qtbase"
 
-# With the maker's SDK, add -DPYNX_SDK_ROOT=${STAGING_DIR_HOST}${prefix} and its recipe to DEPENDS.
+# With the maker's SDK, add -DPYNX_SDK_ROOT=${STAGING_DIR_HOST}${prefix} here and the SDK's recipe
+# to DEPENDS.
 EXTRA_OECMAKE += " \
     -DBUILD_TESTING=OFF \
     -DWATCHDOG_SYSTEMD_UNIT_DIR=${systemd_system_unitdir} \
@@ -33,5 +34,5 @@ SYSTEMD_AUTO_ENABLE:${PN} = "disable"
 FILES:${PN} += "${nonarch_libdir}/tmpfiles.d"
 CONFFILES:${PN} = "${sysconfdir}/default/pynx-watchdog"
 
-# The full tools: the supervisor runs top -b -n1 and killall -9 NAME.
+# The full tools, because the supervisor runs top -b -n1 and killall -9 NAME.
 RDEPENDS:${PN} = "gzip procps psmisc tar"
