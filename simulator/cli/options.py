@@ -14,6 +14,7 @@ from pathlib import Path
 from typing import Any, NoReturn
 
 from simulator import Bind, Device, SimulatorError
+from simulator.common.configuration import TOOLS
 from simulator.common.paths import COMMAND_PATH
 from simulator.preparation import is_replaced
 
@@ -41,7 +42,7 @@ examples:
   ./simulate                                      the sample application
   ./simulate sample-application sleep 3 signal 11 the same, told to crash after 3 s
   ./simulate ./build/my-application --port 80     your application with its arguments
-  ./simulate --tool reboot=return /bin/false      what if the third exit does not reboot?
+  ./simulate --tool reboot=return /bin/false      what if the third end does not reboot?
   ./simulate --reports sample-application sleep 3 print '==Report==on request\\n' sleep 10 signal 11
                                                   report archives after a marker and after a crash
   ./simulate --watch burner=5 sample-application name burner burn 4 50 wait
@@ -172,7 +173,7 @@ def _make_parser() -> argparse.ArgumentParser:
                             "the first process of that name is watched, without its children; "
                             "may be repeated")
     board.add_argument("--tool", metavar="NAME=BEHAVIOUR", action="append", default=[],
-                       help="what reboot, killall, sfuflags or fw_setenv does: normal, fail, "
+                       help=f"what one of {', '.join(TOOLS)} does: normal, fail, "
                             "fail=STATUS, hang, absent, for reboot also return (do nothing); "
                             "may be repeated")
     board.add_argument("--read-only-root", action="store_true",

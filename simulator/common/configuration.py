@@ -14,7 +14,7 @@ from typing import Any
 from simulator.common import SimulatorError
 
 TOOLS = ("reboot", "killall", "sfuflags", "fw_setenv")
-"""The tools of the board that are stood in for."""
+"""The tools of the board that are stood in for; `Init` has what each of them does."""
 
 _KINDS = ("normal", "fail", "hang", "absent", "return")
 _BEHAVIOUR = re.compile(r"(?P<kind>[a-z]+)(?:=(?P<status>[0-9]{1,3}))?")
