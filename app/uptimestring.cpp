@@ -12,7 +12,7 @@ QString uptimeString(int seconds)
     const int hours = (totalMinutes / 60) % 24;
     const int rest = seconds - (days * 86400 + hours * 3600 + minutes * 60);
 
-    QString text;
+    QString text; // (kept-behaviour.md: misspelt-texts)
     if (days != 0)
         text += QStringLiteral("%1 days ").arg(days);
     if (hours != 0)

@@ -6,5 +6,6 @@
 
 void logProcessError(QProcess::ProcessError error)
 {
+    // (kept-behaviour.md: misspelt-texts)
     ::syslog(LOG_ERR, "Error occured during process startup, code: %d\n", static_cast<int>(error));
 }
