@@ -13,6 +13,7 @@ import pytest
 from starting import Start
 from logs import LOG, OLD_LOG, complaints, content
 from simulator import Device, wait_until
+from simulator.cli.display import summarise
 
 CRITICAL = b"Critical FW error, rebooting.\n"
 KILLALL = "killall -9 pYNX"
@@ -57,6 +58,10 @@ def test_an_exit_with_a_code_is_noted_and_the_application_started_again(start: S
     assert (notice["priority"], notice["facility"], notice["ident"]) == (
         "notice", "user", "pynx_watchdog")
     running.wait_for("system log", notice_of(5, 0), after=notice)
+    events = running.events()
+    noted = sum(notice_of(5, 0).match(event.text) is not None for event in events)
+    assert f"application      restarted {noted} times" in summarise(
+        events, running.boot_state, running.directory)
     first, second = start_times(running)[:2]
     assert second - first >= timedelta(seconds=1)
 
