@@ -1,10 +1,10 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
 //
-// Watches processes exactly as the supervisor does, until it is ended: the load watcher on a thread
-// of its own, which the one who measures finds by its name, and a main thread that takes the
-// alarms. With --samples it takes the samples one right after the other instead of one a second,
-// and tells after each hundred how many samples, alarms and absences there have been.
+// Watches processes as the supervisor does, until it is ended. The load watcher has a thread of its
+// own, which the benchmark finds by its name. The main thread receives the alarms. With --samples
+// it takes one sample right after the other instead of one a second. It then prints after each
+// hundred how many samples, alarms and absences there have been.
 #include "load/newqthread.h"
 #include "load/systemloadstat.h"
 
@@ -16,7 +16,7 @@
 
 namespace {
 
-// A load that no process makes, so that there is never an alarm; and one that each always makes.
+// No process reaches the first load, so there is never an alarm; every process reaches the second.
 constexpr int unreachable = 1000;
 constexpr int alwaysReached = 0;
 
@@ -43,7 +43,7 @@ int main(int argc, char *argv[])
     parser.process(app);
 
     SystemLoadStat *stat = NewQThread<SystemLoadStat>::create(QStringLiteral("SystemLoad"));
-    // What is done with an alarm does not count, but it must be taken over by the main thread.
+    // In the supervisor the main thread receives each alarm. What it does then is not measured.
     static int alarmCount = 0;
     static int absenceCount = 0;
     QObject::connect(stat, &SystemLoadStat::cpuLoadExceed, &app,

@@ -2,7 +2,7 @@
  * SPDX-License-Identifier: MIT
  *
  * The least that a logger with an event loop can do: wait with poll(), read, write, and rename the
- * file when it has reached the limit. What this costs is nearly all the kernel's part.
+ * file when it has reached the limit. Nearly all of its processor time is spent in the kernel.
  *
  * minimallogger FILE LIMIT
  *

@@ -1,12 +1,12 @@
 /* SPDX-FileCopyrightText: 2026 The watchdog developers
  * SPDX-License-Identifier: MIT
  *
- * The least that can be done: once a second, reads the files that the load watcher reads and takes
- * the numbers out of them that it takes. No comparison, no text, no event loop; what this costs is
- * mostly the kernel's part.
+ * The least that a load watcher can do: once a second, reads the files that the supervisor's load
+ * watcher reads, and takes the same numbers out of them. It has no comparison, no text and no event
+ * loop. Most of its processor time is spent in the kernel.
  *
- * minimalreader [-t] PID...    the processes, with -t their threads too
- * minimalreader -s COUNT       COUNT searches through all processes
+ * minimalreader [-t] PID...    reads the processes, with -t their threads too
+ * minimalreader -s COUNT       searches COUNT times through all processes
  */
 #define _GNU_SOURCE
 #include <dirent.h>

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""What every benchmark does first: install what is missing and build what it measures."""
+"""What every benchmark does first: it installs what is missing and builds what it measures."""
 
 from __future__ import annotations
 
@@ -22,7 +22,7 @@ def fail(message: object) -> NoReturn:
 
 
 def build(*targets: str) -> None:
-    """Installs the packages, builds the targets of the release preset, fails where it cannot."""
+    """Installs missing packages and builds targets of the release preset, or fails."""
     if subprocess.call([PROJECT / "scripts/install-dependencies", "simulate", "bench"]) != 0:
         fail("what it needs is not there")
     for command in (["cmake", "--preset", PRESET, "-DWATCHDOG_BENCH=ON"],

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""What the sample application floods, and whether log files hold the end of it."""
+"""The lines that the sample application floods with, and a check that log files hold their end."""
 
 from __future__ import annotations
 
@@ -12,7 +12,7 @@ LINE_BYTES = 100
 
 
 def is_end_of_output(size: int, files: Iterable[pathlib.Path]) -> bool:
-    """Whether the files hold the unbroken end of `size` bytes, and at least the limit's worth."""
+    """Whether the files hold an unbroken end of `size` bytes of output, at least LIMIT of them."""
     kept = b"".join(path.read_bytes() for path in files if path.exists())
     first = max(0, size - len(kept)) // LINE_BYTES
     lines = (f"out {number} ".ljust(LINE_BYTES - 1, ".") for number in
