@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: MIT
 """Debian's arm64 packages, for the cross build and for the emulated boards.
 
-They are fetched by an apt with a state of its own, so the machine's package management neither
-learns of a second architecture nor has to be asked for rights. It uses the machine's sources.
+An apt with a state of its own fetches them from the machine's package sources. So the machine's
+package management does not learn of a second architecture, and no root's rights are needed.
 """
 
 from __future__ import annotations
@@ -18,7 +18,7 @@ ARCHITECTURE = "arm64"
 
 _LEFT_OUT = ("debconf", "debianutils", "dpkg", "init-system-helpers", "initramfs-tools", "kmod",
              "linux-base", "perl", "perl-base", "shared-mime-info", "usrmerge")
-"""What packages want for being installed and upgraded, and no program needs afterwards."""
+"""Packages that others need only while they are installed or upgraded."""
 
 
 class ToolError(Exception):
@@ -26,13 +26,13 @@ class ToolError(Exception):
 
 
 def cache_directory() -> Path:
-    """Where downloads, and what is made of them, are kept."""
+    """The directory that keeps downloads and what is made of them."""
     base = os.environ.get("XDG_CACHE_HOME") or os.path.expanduser("~/.cache")
     return Path(base) / "pynx-watchdog"
 
 
 class Packages:
-    """The packages below a directory; whatever is there already is not downloaded again."""
+    """Packages in a directory. A package that is there already is not downloaded again."""
 
     def __init__(self, state: Path) -> None:
         self._state = state
@@ -48,13 +48,13 @@ class Packages:
             "APT::Architectures": ARCHITECTURE,
             "APT::Install-Recommends": "false",
             "APT::Sandbox::User": "",
-            "Dir::Etc::main": "/dev/null",  # none of the machine's hooks
+            "Dir::Etc::main": "/dev/null",  # leaves out the machine's hooks
             "Dir::Etc::parts": "/dev/null",
             "Dir::State": state,
             "Dir::State::status": state / "status",
             "Dir::Cache": state,
         }
-        # How the machine reaches the archive, its proxies among that.
+        # These settings, such as proxies, say how the machine reaches the archive.
         ways_out = [line for line in run(["apt-config", "dump"]).splitlines()
                     if line.startswith("Acquire::")]
         (state / "apt.conf").write_text("\n".join(
@@ -62,28 +62,28 @@ class Packages:
             encoding="utf-8")
 
     def update(self) -> None:
-        """Read anew what the archive has."""
+        """Read the archive's lists of packages again."""
         self._apt(self._state, "update")
 
     def fetch(self, names: Iterable[str], files: Iterable[Path] = ()) -> list[Path]:
-        """The packages of these names and in these files, with all that they depend on."""
+        """Fetch the named packages and those in these files, with all that they depend on."""
         given = [file.resolve() for file in files]
         return self._obtain("install", [*names, *map(str, given)]) + given
 
     def fetch_alone(self, names: Iterable[str]) -> list[Path]:
-        """The packages of these names without what they depend on."""
+        """Fetch the named packages without what they depend on."""
         return self._obtain("download", list(names))
 
     def _obtain(self, action: str, wanted: Sequence[str]) -> list[Path]:
         try:
             return self._obtain_listed(action, wanted)
         except ToolError:
-            # There are no lists yet, or the archive has moved on since they were read.
+            # There are no lists yet, or the archive has changed since they were read.
             self.update()
             return self._obtain_listed(action, wanted)
 
     def _obtain_listed(self, action: str, wanted: Sequence[str]) -> list[Path]:
-        # In another directory, and with a cache that is empty, apt names all the files.
+        # With an empty cache apt names all files, also those that were downloaded before.
         named = self._apt(self._state, "--print-uris", "--option",
                           f"Dir::Cache::archives={self._state}/none", action, *wanted)
         files = [self._archives / name
@@ -110,7 +110,7 @@ def unpack(packages: Iterable[Path], tree: Path, left_out: Iterable[str] = ()) -
 
 
 def run(command: Sequence[str | Path], directory: Path | None = None, **environment: str) -> str:
-    """What a tool says on standard output. Raises ToolError, with all that it said."""
+    """Run a tool and return its standard output. ToolError has all that a failed tool printed."""
     everything = {**os.environ, "PATH": f"{os.environ['PATH']}:/usr/sbin:/sbin", "LC_ALL": "C"}
     try:
         result = subprocess.run(command, cwd=directory, stdin=subprocess.DEVNULL,
