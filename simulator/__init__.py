@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""A device in a box: the board, as far as the supervisor can see it, on a PC."""
+"""The simulated device: what the supervisor can see of a board, in a box on a PC."""
 
 from simulator.common import SimulatorError
 from simulator.common.account import Event

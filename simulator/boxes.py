@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""Starts a box from the outer process, ends it again, and finds what would be left of it."""
+"""Starts and ends a box from the outer process, and finds what is left of a box."""
 
 from __future__ import annotations
 
@@ -20,7 +20,7 @@ _STOPS_WITHIN = 60.0
 
 
 class Box:
-    """A running box. Its lifeline is held by this process alone, so it never outlives it."""
+    """A running box. Only this process holds its lifeline, so the box ends with the process."""
 
     def __init__(self, directory: Path) -> None:
         self._log = directory / paths.SIMULATOR_LOG
@@ -44,30 +44,30 @@ class Box:
 
     def request(self, command: str, descriptors: tuple[int, ...] = (),
                 **values: Any) -> control.Answer:
-        """Ask the board for something; SimulatorError with its last words when it is gone."""
+        """Send a request to the board; SimulatorError with its last messages if it has ended."""
         try:
             return self._client.request(command, descriptors, **values)
         except EOFError:
             raise self.failure() from None
 
     def wait_for_ring(self, seconds: float) -> bool:
-        """Wait at most so long for the account to grow; False when the board is gone."""
+        """Wait at most `seconds` for the account to grow; False when the board has ended."""
         if not select.select([self.doorbell_fd], [], [], seconds)[0]:
             return True
         return os.read(self.doorbell_fd, 4096) != b""
 
     def failure(self) -> SimulatorError:
-        """Why the board is gone, as far as it has said."""
+        """Why the board has ended, as far as its messages say."""
         said = self._log.read_text(encoding="utf-8", errors="replace").strip()
         return SimulatorError(said or "the simulated device has ended without saying why")
 
     def stop(self) -> None:
-        """Switch the board off; when this returns, nothing of the box is left."""
+        """Switch the board off. When this returns, nothing of the box is left."""
         try:
             self._client.request("stop")
             self._process.wait(_STOPS_WITHIN)
         except (EOFError, SimulatorError, subprocess.TimeoutExpired):
-            pass  # the cut lifeline ends a board that is stuck
+            pass  # the board does not answer; the closed lifeline ends it
         os.close(self._lifeline_fd)
         self._process.wait()
         self._client.close()
@@ -96,10 +96,10 @@ def _lock(directory: Path) -> int:
 
 
 class Trace:
-    """Remembers a box, to look for remains of it afterwards.
+    """Remembers a box in order to look for remains of it afterwards.
 
-    It holds the box' process namespace open. Otherwise the kernel could give the namespace's number
-    to that of another box. An open namespace without processes does no harm.
+    It keeps the box's process namespace open, because the kernel could otherwise give the
+    namespace's number to another box.
     """
 
     def __init__(self, box_pid: int, directory: Path) -> None:
@@ -118,7 +118,7 @@ class Trace:
         return found
 
     def close(self) -> None:
-        """Let the kernel forget the box."""
+        """Release the namespace of the box."""
         os.close(self._namespace_fd)
 
 
@@ -126,4 +126,4 @@ def _lives_in(process: Path, namespace: os.stat_result) -> bool:
     try:
         return os.path.samestat(os.stat(process / "ns" / "pid"), namespace)
     except (FileNotFoundError, ProcessLookupError, PermissionError):
-        return False  # it has just ended, or belongs to somebody else
+        return False  # it has just ended, or belongs to another user

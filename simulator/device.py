@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The simulated device as a test or a tool of the project holds it in its hand."""
+"""The simulated device, as tests and tools of the project use it."""
 
 from __future__ import annotations
 
@@ -26,7 +26,10 @@ from simulator.boxes import Box, Trace
 
 @dataclass(frozen=True)
 class Completed:
-    """A command that was run in the box: exit status (minus the number for a signal), output."""
+    """A command that has ended in the box: its exit status and its output.
+
+    The status is minus the number of the signal that ended it.
+    """
 
     status: int
     stdout: bytes
@@ -46,7 +49,7 @@ class Device:
         self.directory = self._configuration.directory
         self._box: Box | None = None
         self.trace: Trace | None = None
-        """Finds what is left of the device: while it runs, all of it. The caller closes it."""
+        """Finds processes and mounts of the device, also after its end. The caller closes it."""
         self._history = History(self.directory / paths.ACCOUNT, self._wait_for_news)
 
     # -- power ---------------------------------------------------------------------------------
@@ -59,7 +62,7 @@ class Device:
         self.stop()
 
     def start(self) -> None:
-        """Build the box and boot the board; SimulatorError with the reason if that fails."""
+        """Build the box and boot the board; raises SimulatorError with the reason if that fails."""
         if self._box is not None:
             raise SimulatorError("the device is running already")
         self._prepared = preparation.prepare(self._configuration)
@@ -75,7 +78,7 @@ class Device:
         self._box = box
 
     def stop(self) -> None:
-        """Switch the board off; nothing of it is left running or mounted. May be called again."""
+        """Switch the board off. Nothing of it is left running or mounted. May be called again."""
         if self._box is None:
             return
         box, self._box = self._box, None
@@ -83,7 +86,7 @@ class Device:
         preparation.remove_mount_points(self._prepared)
 
     def reset(self) -> None:
-        """Reset the board as a pressed button does: everything dies at once, then it boots."""
+        """Reset the board like a reset button: all processes die at once, then the board boots."""
         self._request("reset")
 
     @property
@@ -95,23 +98,23 @@ class Device:
 
     def events(self, source: str | None = None, text: Text = None,
                **fields: Any) -> list[Event]:
-        """The events so far, all or those that match; see `wait_for` for what matches."""
+        """The events so far, all or those that match in the way `wait_for` explains."""
         return self._history.events(source, text, fields)
 
     def wait_for(self, source: str | None, text: Text = None, *,
                  count: int = 1, after: Event | None = None, timeout: float = DEFAULT_TIMEOUT,
                  **fields: Any) -> Event:
-        """The count-th event of `source` that matches, later in the account than `after`.
+        """Wait for the count-th matching event of `source` that is later than `after`; return it.
 
-        A str matches an event whose text contains it, a compiled pattern one in whose text it is
-        found; every further keyword must equal the event's field of that name. Raises
-        SimulatorError with the end of the account when `timeout` seconds pass, and at once when
-        the simulation has ended without such an event.
+        A str matches if the event's text contains it, a compiled pattern if it is found in the
+        text. Every further keyword must equal the event's field of this name. Raises SimulatorError
+        with the end of the account after `timeout` seconds, and at once when the simulation has
+        ended without such an event.
         """
         return self._history.wait_for(source, text, fields, count, after, timeout)
 
     def wait_for_news(self, seconds: float) -> list[Event]:
-        """The events recorded since the last look; waits at most `seconds` for the first."""
+        """The events since the last call; waits at most `seconds` for the first."""
         news = self._history.read()
         if not news:
             self._wait_for_news(seconds)
@@ -120,14 +123,15 @@ class Device:
 
     def wait_supervisor_exit(self, *, after: Event | None = None,
                              timeout: float = DEFAULT_TIMEOUT) -> int:
-        """The supervisor's exit status when it ends by itself; minus the number for a signal."""
+        """Wait for the supervisor to end by itself; its exit status, or minus the signal number."""
         event = self.wait_for(SIMULATOR, "supervisor ended by itself", after=after, timeout=timeout)
         return int(event["status"])
 
     def wait_end(self, timeout: float = DEFAULT_TIMEOUT) -> Event:
-        """The event with which the simulation ends by itself; its field "end" says why.
+        """Wait until the simulation ends by itself; return the event, whose field "end" says why.
 
-        "supervisor" (with "status"), "fallback", or "boots" when the last allowed boot is over.
+        It is "supervisor" (with the field "status"), "fallback", or "boots" after the last allowed
+        boot.
         """
         return self.wait_for(SIMULATOR, "the simulation ends", timeout=timeout)
 
@@ -158,14 +162,14 @@ class Device:
     # -- files ---------------------------------------------------------------------------------
 
     def host_path(self, path: str) -> Path:
-        """Where on the host `path` of the box lies: below /tmp, /home/root or /supervisor."""
+        """The host's path of a file of the box below /tmp, /home/root or /supervisor."""
         for place, name in paths.KEPT_DIRECTORIES.items():
             if path == place or path.startswith(place + "/"):
                 return self.directory / name / path[len(place):].lstrip("/")
         raise SimulatorError(f"{path} of the box does not lie in the device directory")
 
     def open(self, path: str) -> io.BufferedReader:
-        """Open a file of the box for reading, wherever in the box it lies; OSError as open()."""
+        """Open any file of the box for reading; raises OSError like open()."""
         return open(self._request("open", path=path).descriptors[0], "rb")
 
     def read(self, path: str) -> bytes:
@@ -176,11 +180,11 @@ class Device:
     # -- processes -----------------------------------------------------------------------------
 
     def processes(self) -> list[Process]:
-        """The processes of the box, without its PID 1."""
+        """The processes of the box except its PID 1."""
         return self._processes()[0]
 
     def supervisor(self) -> Process:
-        """The supervisor's process; SimulatorError when it is not running."""
+        """The supervisor's process; raises SimulatorError if it is not running."""
         listed, pid = self._processes()
         for process in listed:
             if process.pid == pid:
@@ -189,9 +193,9 @@ class Device:
 
     def application(self, *, unlike: Process | None = None,
                     timeout: float = DEFAULT_TIMEOUT) -> Process:
-        """The application's process: waits until the supervisor has one, one `unlike` another.
+        """Wait for the application's process, other than `unlike`, and return it.
 
-        It is the supervisor's child whose command line names what follows --app.
+        It is the child of the supervisor whose command line has what follows --app.
         """
         def look() -> Process | None:
             listed, pid = self._processes()
@@ -205,7 +209,7 @@ class Device:
         return found
 
     def signal(self, target: int | str, number: int) -> None:
-        """Send a signal to "supervisor", "application", a number, or all processes of a name."""
+        """Send a signal to "supervisor", "application", a process id or all processes of a name."""
         if isinstance(target, int):
             pids = [target]
         elif target == "supervisor":
@@ -236,7 +240,7 @@ class Device:
                     os.close(boards_report_fd)
                 if not select.select([report_fd], [], [], timeout)[0]:
                     self._request("signal", pid=answer.values["pid"], number=int(signal.SIGKILL))
-                    os.read(report_fd, 16)  # so that it is gone when the caller hears of it
+                    os.read(report_fd, 16)  # waits until the killed command has ended
                     raise SimulatorError(f"{shlex.join(command)} did not end within {timeout} s")
                 status = int(os.read(report_fd, 16))
                 out.seek(0)
@@ -248,11 +252,11 @@ class Device:
     # -- changes while it runs -----------------------------------------------------------------
 
     def set_tool(self, name: str, behaviour: str) -> None:
-        """Change what a stand-in tool does from its next call on."""
+        """Change what a stand-in tool does at its next calls."""
         self._request("set_tool", name=name, behaviour=behaviour)
 
     def set_read_only_root(self, read_only: bool) -> None:
-        """Make /home/root read-only as a failing file system would, or writable again."""
+        """Make /home/root read-only, like a file system that fails, or writable again."""
         self._request("set_read_only_root", read_only=read_only)
 
     # -- the inside ----------------------------------------------------------------------------

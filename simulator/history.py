@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""What has happened on a device, as one asks for it, and waiting for what has not yet."""
+"""Finds events that have happened on a device, and waits for events to come."""
 
 from __future__ import annotations
 
@@ -14,7 +14,7 @@ from simulator.common import SimulatorError
 from simulator.common.account import Event
 
 DEFAULT_TIMEOUT = 60.0
-"""Seconds to wait for an event; generous, because a loaded machine is no reason to fail."""
+"""Seconds to wait for an event; generous, because a busy machine must not fail a test."""
 
 _LOOKS_APART = 0.02
 
@@ -24,10 +24,10 @@ Text = str | re.Pattern[str] | None
 
 def wait_until(look: Callable[[], Found | None], what: str,
                timeout: float = DEFAULT_TIMEOUT) -> Found:
-    """Look again and again until what is found is true, and return it.
+    """Call `look` again and again until its result is true, and return that.
 
-    For what no event announces, such as a file that grows. Raises SimulatorError, saying `what` was
-    waited for and what was seen last, after `timeout` seconds.
+    This is for changes that no event announces, such as a file that grows. After `timeout` seconds
+    it raises SimulatorError with `what` and the last result.
     """
     deadline = time.monotonic() + timeout
     while not (found := look()):
@@ -38,10 +38,10 @@ def wait_until(look: Callable[[], Found | None], what: str,
 
 
 class History:
-    """The events of one device, from when it is looked at first.
+    """The events of one device since its start.
 
-    `wait_for_news` waits at most the given seconds for the account to grow; it returns False when
-    that cannot happen any more.
+    `wait_for_news` waits at most the given seconds for the account to grow. It returns False when
+    the account cannot grow any more.
     """
 
     def __init__(self, account: Path, wait_for_news: Callable[[float], bool]) -> None:
@@ -51,12 +51,12 @@ class History:
         self._events: list[Event] = []
 
     def begin(self) -> None:
-        """Leave out what an earlier life of the device has recorded."""
+        """Skip the events of an earlier start of the device."""
         if not self._events and self._account.exists():
             self._offset = self._account.stat().st_size
 
     def read(self) -> list[Event]:
-        """Take in what is new, and return it."""
+        """Read the new events and return them."""
         try:
             with self._account.open("rb") as account:
                 account.seek(self._offset)
@@ -77,7 +77,7 @@ class History:
 
     def wait_for(self, source: str | None, text: Text, fields: Mapping[str, Any], count: int,
                  after: Event | None, timeout: float) -> Event:
-        """The count-th event after `after` that matches; see `Device.wait_for`."""
+        """The count-th matching event after `after`; see `Device.wait_for`."""
         deadline = time.monotonic() + timeout
         position = after.index + 1 if after else 0
         can_come = True

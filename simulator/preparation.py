@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""Makes a device directory ready for the box: its places, its settings, what is shown in it."""
+"""Prepares a device directory for the box: its directories, its settings and mount points."""
 
 from __future__ import annotations
 
@@ -20,12 +20,12 @@ _OWN_PLACES = ("/dev", "/home/root", "/proc", "/run", "/tmp")
 
 
 def is_replaced(path: str) -> bool:
-    """Whether what the host has at `path` cannot be seen in the box, which has its own there."""
+    """Whether the box has its own file or directory at `path` in place of the host's."""
     return any(path == place or path.startswith(place + "/") for place in _OWN_PLACES)
 
 
 def prepare(wanted: Configuration) -> Configuration:
-    """Prepare the device directory; returns the configuration with all binds, which lies there."""
+    """Prepare the device directory; save the configuration with all binds there and return it."""
     if not os.access(wanted.program, os.X_OK) or wanted.program.is_dir():
         raise SimulatorError(f"the supervisor's program cannot be executed: {wanted.program}")
     binds = [*wanted.binds, Bind(str(wanted.program), paths.PROGRAM)]
@@ -45,7 +45,7 @@ def prepare(wanted: Configuration) -> Configuration:
 
 
 def remove_mount_points(configuration: Configuration) -> None:
-    """Remove the mount points that `prepare` has made, as far as they are still empty."""
+    """Remove the mount points that `prepare` has made, if they are still empty."""
     for _, point in _kept_mount_points(configuration):
         try:
             if point.is_file() and point.stat().st_size == 0:
@@ -55,7 +55,7 @@ def remove_mount_points(configuration: Configuration) -> None:
                     point.rmdir()
                 point = point.parent
         except OSError:
-            continue  # not empty, so it was there for itself
+            continue  # it is not empty, so it is more than a mount point
 
 
 def _find_library(wanted: Configuration) -> Path:
@@ -68,9 +68,10 @@ def _find_library(wanted: Configuration) -> Path:
 
 
 def _binds_for(application: str, binds: list[Bind]) -> list[Bind]:
-    """What makes an application visible that lies where the box has its own directory.
+    """The binds that show an application for whose directory the box has one of its own.
 
-    It comes with its neighbours, which it may need, unless it lies directly in that directory.
+    The files beside it are shown too, because it may need them, unless it lies directly in such a
+    directory.
     """
     if not is_replaced(application) or not os.path.exists(application) or any(
             application == bind.target or application.startswith(bind.target + "/")
@@ -100,7 +101,7 @@ def _write_documents(directory: Path, documents: Mapping[str, Any]) -> None:
 
 
 def _make_mount_points(configuration: Configuration) -> None:
-    """Make the files and directories below the device directory that the box mounts on."""
+    """Make the files and directories in the device directory on which the box mounts others."""
     for bind, point in _kept_mount_points(configuration):
         is_directory = os.path.isdir(bind.source)
         try:

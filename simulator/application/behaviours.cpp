@@ -29,7 +29,7 @@ void writeAll(int descriptor, const char *data, std::size_t size)
     while (size > 0) {
         const ssize_t written = ::write(descriptor, data, size);
         if (written <= 0)
-            std::exit(74); // the reader is gone
+            std::exit(74); // the reader has closed the pipe
         data += written;
         size -= static_cast<std::size_t>(written);
     }
@@ -54,7 +54,7 @@ long long takeNumber(Arguments &arguments)
     return std::stoll(take(arguments));
 }
 
-// "\n", "\r", "\0" and "\\" in a text from the command line.
+// Replaces "\n", "\r", "\0" and "\\" in a text from the command line.
 std::string unescape(const std::string &text)
 {
     std::string result;
@@ -81,7 +81,7 @@ std::string unescape(const std::string &text)
     return result;
 }
 
-// Numbered lines of 100 bytes, so that a reader can see whether any is missing.
+// Writes numbered lines of 100 bytes, so that a reader can see whether one is missing.
 void flood(const std::vector<int> &descriptors, long long bytes, std::size_t perWrite)
 {
     constexpr std::size_t lineSize = 100;
@@ -152,7 +152,7 @@ void leaveGrandchild(long long seconds)
     ::_exit(0);
 }
 
-// Keeps `share` percent of one processor busy, in slices short enough for every sampler.
+// Keeps `share` percent of one processor busy, in slices that are short for every sampler.
 void burn(int share)
 {
     using Clock = std::chrono::steady_clock;
@@ -262,7 +262,7 @@ bool runBehaviour(const std::string &name, Arguments &arguments)
         try {
             behaviour.run(arguments);
             return true;
-        } catch (const std::logic_error &) { // no value, or not a number
+        } catch (const std::logic_error &) { // the value is missing or is no number
             return false;
         }
     }

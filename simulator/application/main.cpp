@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
 //
-// The application that stands for every application: carries out the behaviours named on its
-// command line, one after the other, and ends with exit code 0 after the last.
+// The sample application, which takes the place of a product's application. It carries out the
+// behaviours on its command line one after the other and ends with exit code 0 after the last.
 #include "behaviours.h"
 
 #include <cstdio>

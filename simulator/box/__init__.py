@@ -1,3 +1,3 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""What runs in the box; see `__main__`."""
+"""The code that runs in the box; see `__main__`."""

@@ -2,10 +2,10 @@
 # SPDX-License-Identifier: MIT
 """The process that makes the box and holds it: namespaces, root file system, then PID 1.
 
-Started by the outer process as `python -m simulator.box DIRECTORY CONTROL DOORBELL LIFELINE`; the
-last three are inherited descriptors. It waits for the end of PID 1, and kills it as soon as nobody
-holds the other end of the lifeline any more. The kernel kills PID 1 if this process itself is
-killed. When PID 1 dies, the kernel ends everything in the box.
+The outer process starts it as `python -m simulator.box DIRECTORY CONTROL DOORBELL LIFELINE`. The
+last three are inherited descriptors. It waits for the end of PID 1. It kills PID 1 as soon as no
+process holds the other end of the lifeline. The kernel kills PID 1 if this process is killed. When
+PID 1 dies, the kernel ends everything in the box.
 """
 
 from __future__ import annotations
@@ -31,8 +31,8 @@ _NAMESPACES = kernel.CLONE_NEWNS | kernel.CLONE_NEWPID | kernel.CLONE_NEWIPC | k
 def enter_namespaces() -> None:
     """Leave the host's namespaces.
 
-    Root stays itself, so that the supervisor can run its application under another account; an
-    ordinary user becomes root of a user namespace that has no account but this one.
+    Root stays root, so that the supervisor can run its application under another account. An
+    ordinary user becomes root of a user namespace that has no other account.
     """
     if os.geteuid() == 0:
         with root.step("create namespaces for the box"):
@@ -52,7 +52,7 @@ def enter_namespaces() -> None:
 
 
 def run_init(configuration: Configuration, control_fd: int, doorbell_fd: int) -> None:
-    """PID 1 of the box. It has the device directory open, for that lies outside the new root."""
+    """Run PID 1 of the box. It keeps the device directory open, which is outside the new root."""
     kernel.die_with_parent(signal.SIGKILL)
     directory_fd = os.open(configuration.directory, os.O_RDONLY | os.O_DIRECTORY)
     account_fd, out_fd, err_fd = (
@@ -66,7 +66,7 @@ def run_init(configuration: Configuration, control_fd: int, doorbell_fd: int) ->
 
 
 def hold(init_pid: int, lifeline_fd: int) -> int:
-    """Wait for the end of PID 1; end it when the lifeline is cut."""
+    """Wait for the end of PID 1; kill it when the lifeline is closed."""
     init_fd = os.pidfd_open(init_pid)
     ready, _, _ = select.select([init_fd, lifeline_fd], [], [])
     if init_fd not in ready:

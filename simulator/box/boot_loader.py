@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The board's boot loader: what it keeps and decides, and the tools that change what it keeps."""
+"""The board's boot loader: its state, its decisions, and the tools that change its state."""
 
 from __future__ import annotations
 
@@ -17,7 +17,7 @@ from simulator.common.configuration import BootState
 
 @dataclass(frozen=True)
 class Decision:
-    """What the boot loader does now: start the system (`boots`) or the fallback, and why."""
+    """Whether the boot loader starts the system (`boots`) or the fallback system, and why."""
 
     boots: bool
     text: str
@@ -26,9 +26,9 @@ class Decision:
 class BootLoader:
     """Keeps its flags and its environment in the device directory, where they outlive a reset.
 
-    At every boot it assumes the worst: it sets "fail" and counts the boot. A system that has come
-    up well clears both flags; one that has not for too many boots in a row is given up for the
-    fallback.
+    At every boot it sets the flag "fail" and adds one to "boot_count". A system that has come up
+    well clears both flags. After too many boots in a row without cleared flags it starts the
+    fallback system.
     """
 
     def __init__(self, directory: Path, bad_boots: int) -> None:
@@ -37,13 +37,13 @@ class BootLoader:
 
     @contextmanager
     def state(self) -> Iterator[BootState]:
-        """The state, which is kept with whatever is changed in it."""
+        """The state; changes to it are saved at the end of the context."""
         state = BootState.load(self._file)
         yield state
         state.save(self._file)
 
     def decide(self) -> Decision:
-        """Decide about the next boot and mark it."""
+        """Decide about the next boot and set the flags for it."""
         with self.state() as state:
             if not state.cleared and state.boot_count + 1 > self._bad_boots:
                 return Decision(
@@ -66,7 +66,7 @@ class BootLoader:
         return bad_usage("sfuflags", " ".join(arguments))
 
     def fw_setenv(self, arguments: list[str]) -> Outcome:
-        """fw_setenv NAME [VALUE…]: set a boot environment variable, without a value delete it."""
+        """fw_setenv NAME [VALUE…]: set a variable of the boot environment, or delete it."""
         if not arguments or arguments[0].startswith("-"):
             return bad_usage("fw_setenv", " ".join(arguments))
         name, *words = arguments

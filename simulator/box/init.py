@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: MIT
 """PID 1 of the box.
 
-It is the boot loader, the system logger, the watchdog device and the tools' other end, and it
-starts the supervisor. One thread, one loop; nothing here waits for anything but the next event.
+It is the boot loader, the system logger, the watchdog device and the server of the tools, and it
+starts the supervisor. It has one thread and one loop, and waits only for the next event.
 """
 
 from __future__ import annotations
@@ -123,7 +123,7 @@ class Init:
             try:
                 os.kill(-1, signal.SIGKILL)
             except ProcessLookupError:
-                pass  # only this process is left, and perhaps children to wait for
+                pass  # only this process is left, perhaps with ended children
             try:
                 self._reap(*os.waitpid(-1, 0), by_reset=True)
             except ChildProcessError:
@@ -228,10 +228,10 @@ class Init:
 
 
 def dispatch(selector: selectors.BaseSelector, seconds: float | None) -> None:
-    """Wait so long at most for events, and call what is registered for each.
+    """Wait at most `seconds` for events and call the function that is registered for each.
 
-    What an earlier call of the same round takes out of the selector is left alone: the end of the
-    supervisor, for instance, drops its connections, and these may be ready in that very round.
+    A call may remove other descriptors from the selector: the end of the supervisor, for instance,
+    closes its connections. Events of removed descriptors in the same round are skipped.
     """
     for key, _ in selector.select(seconds):
         if selector.get_map().get(key.fd) is key:

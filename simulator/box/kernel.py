@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: MIT
 """The calls to the Linux kernel that Python's library does not have.
 
-Mounts are handled as descriptors of detached trees (open_tree, move_mount): a tree taken before
-the new root is built stays reachable whatever is mounted over its old place meanwhile.
+Mounts are handled as descriptors of detached trees (open_tree, move_mount). A tree that was taken
+before the new root is built stays reachable, also when its old place is hidden by another mount.
 """
 
 from __future__ import annotations
@@ -40,9 +40,9 @@ _SYS_MOUNT_SETATTR = 442
 _PR_SET_PDEATHSIG = 1
 _PR_CAPBSET_DROP = 24
 
-# What a program on the board needs: files of any owner, other accounts, real-time priority. Left
-# out is all that reaches beyond the box (mounts, devices, clock, modules, network set-up, the
-# board's own PID 1), because root in the box is root of the machine when the simulator is.
+# A program on the board needs files of any owner, other accounts and real-time priority. Left out
+# are mounts, devices, the clock, modules, the network set-up and the control of the box's PID 1.
+# They reach beyond the box: root in the box is root of the machine when root runs the simulator.
 _CAPABILITIES = frozenset({
     0,   # CHOWN
     1,   # DAC_OVERRIDE
@@ -70,24 +70,24 @@ def _check(result: int, subject: str) -> int:
 
 
 def unshare(flags: int) -> None:
-    """Move this process (for CLONE_NEWPID: its next child) into new namespaces."""
+    """Move this process into new namespaces; for CLONE_NEWPID, its next child."""
     _check(_libc.unshare(ctypes.c_int(flags)), "unshare")
 
 
 def mount(filesystem: str, target: str, flags: int = 0, options: str = "") -> None:
-    """Mount a new file system of the kernel's own."""
+    """Mount a new file system that has no device, such as a tmpfs."""
     _check(_libc.mount(filesystem.encode(), target.encode(), filesystem.encode(),
                        ctypes.c_ulong(flags), options.encode()), target)
 
 
 def make_private(mount_point: str) -> None:
-    """Keep mounts made below a mount point from showing elsewhere, and the other way round."""
+    """Stop mounts below a mount point from appearing elsewhere, and the other way round."""
     _check(_libc.mount(b"none", mount_point.encode(), None,
                        ctypes.c_ulong(_MS_REC | _MS_PRIVATE), None), mount_point)
 
 
 def clone_tree(path: str, *, read_only: bool) -> int:
-    """A detached copy of the mounts at and below `path`, as a descriptor."""
+    """Return a descriptor of a detached copy of the mounts at and below `path`."""
     flags = _OPEN_TREE_CLONE | os.O_CLOEXEC | _AT_RECURSIVE
     tree = _check(_libc.syscall(_SYS_OPEN_TREE, _AT_FDCWD, path.encode(), flags), path)
     _set_attributes(tree, b"", _AT_EMPTY_PATH | _AT_RECURSIVE, path,
@@ -105,7 +105,7 @@ def attach_tree(tree: int, target: str) -> None:
 
 
 def set_read_only(mount_point: str, read_only: bool) -> None:
-    """Make one mount read-only or writable; EBUSY while something there is open for writing."""
+    """Make a mount read-only or writable; EBUSY while a file there is open for writing."""
     _set_attributes(_AT_FDCWD, mount_point.encode(), 0, mount_point,
                     set_=_MOUNT_ATTR_RDONLY if read_only else 0,
                     clear=0 if read_only else _MOUNT_ATTR_RDONLY)
@@ -124,7 +124,7 @@ def die_with_parent(signal_number: int) -> None:
 
 
 def limit_capabilities() -> None:
-    """Keep whatever is executed from now on from reaching beyond the box."""
+    """Limit what programs executed from now on may do to the box."""
     number = 0
     while True:
         if number not in _CAPABILITIES:
@@ -132,6 +132,6 @@ def limit_capabilities() -> None:
                 _check(_libc.prctl(_PR_CAPBSET_DROP, ctypes.c_ulong(number), 0, 0, 0), "prctl")
             except OSError as error:
                 if error.errno == errno.EINVAL:
-                    return  # past the last capability that this kernel knows
+                    return  # the kernel knows no further capability
                 raise
         number += 1

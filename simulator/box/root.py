@@ -3,9 +3,9 @@
 """The root file system of the box: the host's, read-only, with the board's own places in it.
 
 The new root is assembled on a tmpfs. All trees that go into it are taken first, as detached copies,
-because mounting the tmpfs hides the place it is mounted on. That place is /proc: it is a mount
-point on every running system, also within a plain chroot where "/" is none, so it can be made
-private and nothing that is mounted below it shows on the host.
+because the tmpfs hides the place where it is mounted. That place is /proc, which is a mount point
+on every running system. In a plain chroot "/" is no mount point. A mount point can be made private,
+so that no mount below it appears on the host.
 """
 
 from __future__ import annotations
@@ -27,7 +27,7 @@ _OWN = ("proc", "dev", "run", "tmp", "home", "lost+found")
 _DEVICES = ("null", "zero", "full", "random", "urandom", "tty")
 _DEVICE_LINKS = {"fd": "/proc/self/fd", "stdin": "fd/0", "stdout": "fd/1", "stderr": "fd/2",
                  "ptmx": "pts/ptmx"}
-# A process in the box must not reach the machine through these, not even as root.
+# Through these, root in the box could change the machine if they were writable.
 _READ_ONLY_PROC = ("bus", "fs", "irq", "sys")
 _HIDDEN_PROC = ("kcore", "sysrq-trigger")
 _VOLATILE = ("/run", "/dev/shm")
@@ -35,7 +35,7 @@ _VOLATILE = ("/run", "/dev/shm")
 
 @dataclass
 class _Tree:
-    """A detached tree and where in the box it belongs; `name` is for messages."""
+    """A detached tree and its place in the box; `name` is for messages."""
 
     name: str
     target: str
@@ -45,7 +45,7 @@ class _Tree:
 
 @contextmanager
 def step(what: str) -> Iterator[None]:
-    """Say what was being done when the kernel refused something."""
+    """Add to an error of the kernel what was being done."""
     try:
         yield
     except OSError as error:
@@ -54,7 +54,7 @@ def step(what: str) -> Iterator[None]:
 
 
 def build(configuration: Configuration) -> None:
-    """Assemble the box's root on NEW_ROOT, except for /proc; needs an own mount namespace."""
+    """Assemble the box's root on NEW_ROOT, without /proc; needs a mount namespace of its own."""
     with step("take the host's file system into the box"):
         links, trees = _host_trees()
     with step("take the device directory into the box"):
@@ -75,7 +75,7 @@ def build(configuration: Configuration) -> None:
 
 
 def enter() -> None:
-    """Mount /proc for this process' own namespace and make the new root the root."""
+    """Mount /proc for the namespace of this process and change to the new root."""
     with step("mount the box's /proc"):
         kernel.mount("proc", NEW_ROOT + "/proc",
                      kernel.MS_NOSUID | kernel.MS_NODEV | kernel.MS_NOEXEC)
@@ -90,10 +90,10 @@ def enter() -> None:
 
 
 def empty_volatile() -> None:
-    """Remove what a board without power forgets, except for what the simulator keeps there.
+    """Remove files that a board loses at a reset, but not the simulator's own.
 
-    /tmp is not among it: on a real board it is gone as well, but the logs and archives in it are
-    what an engineer wants to see after a reset.
+    /tmp stays, although a real board loses it too: an engineer wants to see its logs and archives
+    after a reset.
     """
     for directory in _VOLATILE:
         for entry in os.scandir(directory):

@@ -11,12 +11,13 @@ import subprocess
 from simulator.common import account, paths
 from simulator.common.configuration import Configuration
 
-# A sanitizer's run-time library wants to be the first in the list; the device's stands before it.
+# AddressSanitizer checks that its library is the first one, but the device's library comes before
+# it.
 _SANITIZER = "verify_asan_link_order=0"
 
 
 class Channel:
-    """One output channel: kept byte for byte in a file, and line for line in the account."""
+    """An output channel, whose bytes are kept in a file and whose lines go into the account."""
 
     def __init__(self, name: str, file_fd: int, selector: selectors.BaseSelector,
                  log: account.AccountWriter) -> None:
@@ -28,14 +29,14 @@ class Channel:
         self._rest = b""
 
     def open(self) -> int:
-        """Begin with a new pipe; returns the end to write to, which the caller closes."""
+        """Open a new pipe; returns its writing end, which the caller closes."""
         self._pipe_fd, write_fd = os.pipe()
         os.set_blocking(self._pipe_fd, False)
         self._selector.register(self._pipe_fd, selectors.EVENT_READ, self.read)
         return write_fd
 
     def read(self) -> None:
-        """Take in all that has been written so far."""
+        """Read everything that has been written so far."""
         while self._pipe_fd >= 0:
             try:
                 data = os.read(self._pipe_fd, 1 << 16)
@@ -49,7 +50,7 @@ class Channel:
             self._record(lines)
 
     def close(self) -> None:
-        """End the channel; what is still in the pipe must have been read."""
+        """Close the pipe after everything in it has been read."""
         if self._pipe_fd >= 0:
             self._selector.unregister(self._pipe_fd)
             os.close(self._pipe_fd)
@@ -57,7 +58,7 @@ class Channel:
         self.finish()
 
     def finish(self) -> None:
-        """Record a last line without newline."""
+        """Record a last line that has no newline."""
         if self._rest:
             self._record([self._rest])
             self._rest = b""
@@ -69,7 +70,7 @@ class Channel:
 
 
 class Supervisor:
-    """Starts the supervisor and keeps what it says."""
+    """Starts the supervisor and keeps its output."""
 
     def __init__(self, configuration: Configuration, channels: tuple[Channel, Channel],
                  log: account.AccountWriter) -> None:
@@ -80,16 +81,16 @@ class Supervisor:
 
     @property
     def pid(self) -> int:
-        """The process' number; 0 while there is none."""
+        """The process id of the supervisor; 0 while it is not running."""
         return self._process.pid if self._process else 0
 
     def start(self) -> None:
-        """Start the program; OSError when it cannot be executed."""
+        """Start the supervisor; raises OSError when it cannot be executed."""
         out, err = (channel.open() for channel in self._channels)
         environment = self._environment()
         command = [paths.PROGRAM, *self._configuration.arguments]
         if self._configuration.launcher:
-            # The device's library is for the supervisor alone.
+            # Only the supervisor may load the device's library.
             libraries = environment.pop("LD_PRELOAD", "")
             command = [*self._configuration.launcher, "env", f"LD_PRELOAD={libraries}", *command]
         try:
@@ -103,7 +104,7 @@ class Supervisor:
                              pid=self.pid)
 
     def ended(self, status: int) -> None:
-        """The process has ended and been waited for."""
+        """Note that the process has ended and was waited for."""
         assert self._process is not None
         self._process.returncode = status
         self._process = None
@@ -112,7 +113,7 @@ class Supervisor:
             channel.finish()
 
     def forget(self) -> None:
-        """A reset has killed everything: take in the last words and close the channels."""
+        """After a reset has killed all processes, read the rest of the output and close it."""
         if self._process is not None:
             self.ended(-9)
         for channel in self._channels:
@@ -128,7 +129,7 @@ class Supervisor:
 
 
 def board_environment(configuration: Configuration) -> dict[str, str]:
-    """The environment of everything that runs on the board."""
+    """The environment of every process on the board."""
     environment = {
         "PATH": f"{paths.TOOLS}:{paths.COMMANDS}", "HOME": paths.HOME, "USER": "root",
         "LOGNAME": "root", "SHELL": "/bin/sh", "LANG": "C.UTF-8", **configuration.environment}

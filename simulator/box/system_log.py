@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The system log: what the C library's syslog() sends to /dev/log, taken apart."""
+"""The system log: receives and decodes what the C library's syslog() sends to /dev/log."""
 
 from __future__ import annotations
 
@@ -16,7 +16,7 @@ DEVICE = "/dev/log"
 PRIORITIES = ("emerg", "alert", "crit", "err", "warning", "notice", "info", "debug")
 _FACILITIES = {0: "kern", 1: "user", 2: "mail", 3: "daemon", 4: "auth", 5: "syslog", 10: "authpriv",
                **{16 + number: f"local{number}" for number in range(8)}}
-_DEFAULT_PRIORITY = 13  # user.notice, as system loggers take it for a message without a number
+_DEFAULT_PRIORITY = 13  # user.notice, which system loggers use for a message without a number
 
 # <PRI>Mmm dd hh:mm:ss ident[pid]: text
 _MESSAGE = re.compile(
@@ -28,7 +28,7 @@ _MESSAGE = re.compile(
 
 @dataclass(frozen=True)
 class Message:
-    """One message; `raw` is the text as it was sent, with a trailing newline where it had one."""
+    """A message; `raw` is the text as it was sent, with its trailing newline if it has one."""
 
     facility: str
     priority: str
@@ -39,7 +39,7 @@ class Message:
 
 
 def decode(datagram: bytes) -> Message:
-    """Take one datagram apart; whatever is missing in it gets the usual default."""
+    """Decode a datagram; a missing part gets the usual default."""
     match = _MESSAGE.fullmatch(datagram.rstrip(b"\0"))
     assert match is not None  # every part of the pattern is optional
     number = int(match["priority"] or _DEFAULT_PRIORITY)

@@ -1,9 +1,9 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The stand-ins for the board's tools, the server behind them, and what else is in PATH.
+"""The stand-ins for the board's tools, their server, and the other commands in PATH.
 
-Each stand-in is the same small script under the tool's name. It passes its arguments to the board
-and does what the board answers, so that all recording and deciding is done in one place.
+Each stand-in is the same small script under the tool's name. It sends its arguments to the server
+and does what the server answers, so that all calls are recorded and decided in one place.
 """
 
 from __future__ import annotations
@@ -40,7 +40,7 @@ sys.exit(int(status or 1))
 
 @dataclass(frozen=True)
 class Outcome:
-    """How a call ends: the exit status (None: the tool does not return) and what it says."""
+    """How a call ends: the exit status (None: the tool does not return) and the output."""
 
     status: int | None
     description: str
@@ -48,7 +48,7 @@ class Outcome:
 
 
 Action = Callable[[list[str]], Outcome]
-"""What a tool really does when it behaves normally, given its arguments."""
+"""What a tool does with its arguments when it behaves normally."""
 
 
 class ToolServer:
@@ -67,12 +67,12 @@ class ToolServer:
             self.set_behaviour(name, behaviours.get(name, "normal"))
         self._listener = socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET)
         self._listener.bind(paths.TOOL_SOCKET)
-        os.chmod(paths.TOOL_SOCKET, 0o666)  # an application of any account may call a tool
+        os.chmod(paths.TOOL_SOCKET, 0o666)  # an application under any account may call a tool
         self._listener.listen(64)
         selector.register(self._listener, selectors.EVENT_READ, self._accept)
 
     def set_behaviour(self, name: str, text: str) -> None:
-        """Change what `name` does; an absent tool is really not there."""
+        """Change what the tool `name` does; the file of an absent tool is removed."""
         behaviour = Behaviour.parse(name, text)
         self._behaviours[name] = behaviour
         place = f"{paths.TOOLS}/{name}"
@@ -86,7 +86,7 @@ class ToolServer:
                 os.fchmod(script.fileno(), 0o755)
 
     def drop_connections(self) -> None:
-        """Forget the tools that were running when the board was reset."""
+        """Close the connections of the tools that a reset has killed."""
         for connection in list(self._calls):
             self._drop(connection)
 
@@ -141,7 +141,7 @@ class ToolServer:
 
 
 def killall(arguments: list[str]) -> Outcome:
-    """Send a signal to all processes with one of the names given."""
+    """Send a signal to all processes that have one of the given names."""
     number = int(signal.SIGTERM)
     quiet = False
     names: list[str] = []
@@ -166,15 +166,14 @@ def killall(arguments: list[str]) -> Outcome:
 
 
 def bad_usage(tool: str, what: str) -> Outcome:
-    """How a call ends whose arguments a tool does not know."""
+    """The outcome of a call with arguments that the tool does not know."""
     return Outcome(1, f"bad usage: {what}", f"{tool}: bad usage: {what}\n")
 
 
 def _link_commands() -> None:
-    """Make a directory of links to all commands of the host that are not stood in for.
+    """Make a directory of links to all commands of the host that have no stand-in.
 
-    With it in the search path in place of the host's own directories, a tool told to be absent is
-    really not found.
+    It replaces the host's directories in the search path, so that an absent tool is not found.
     """
     os.mkdir(paths.COMMANDS)
     for directory in paths.COMMAND_PATH.split(":"):
@@ -199,7 +198,7 @@ def _kill_all_of(name: str, number: int) -> int:
         try:
             os.kill(target.pid, number)
         except ProcessLookupError:
-            pass  # it has ended meanwhile, as wanted
+            pass  # it has already ended
     return len(targets)
 
 

@@ -1,8 +1,8 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The driver of the stand-in watchdog device: when it is armed and when it resets the board.
+"""The driver of the simulated watchdog device: when it is armed and when it resets the board.
 
-Pure decisions on the clock readings it is given; modelled on what Linux' watchdog core does.
+It decides only from the times that its callers give. Its model is the watchdog core of Linux.
 """
 
 from __future__ import annotations
@@ -11,7 +11,7 @@ import errno
 from dataclasses import dataclass
 
 DEFAULT_TIMEOUT = 60
-"""Seconds from the opening to the reset when nobody sets another time-out."""
+"""Seconds from the opening to the reset while no other time-out is set."""
 
 IOCTLS = {
     0x80045704: "WDIOC_SETOPTIONS",
@@ -27,20 +27,20 @@ _MAGIC_CLOSE = b"V"
 
 @dataclass(frozen=True)
 class Answer:
-    """What an ioctl comes back with: an error number or 0, and the value written back."""
+    """The result of an ioctl: an error number or 0, and the value that is written back."""
 
     error: int
     value: int
 
 
 class Driver:
-    """One device. Times are seconds of one monotonic clock."""
+    """A watchdog device. All times are seconds of one monotonic clock."""
 
     def __init__(self) -> None:
         self.reset()
 
     def reset(self) -> None:
-        """The board is switched on or reset: the device starts anew."""
+        """Start the device anew, because the board is switched on or reset."""
         self.timeout = DEFAULT_TIMEOUT
         self.armed = False
         self.is_open = False
@@ -49,11 +49,11 @@ class Driver:
 
     @property
     def deadline(self) -> float | None:
-        """When the board is reset unless the device is fed before; None while it is not armed."""
+        """When the board is reset if the device is not fed before; None while it is not armed."""
         return self.last_feed + self.timeout if self.armed else None
 
     def open(self, now: float) -> int:
-        """Arm the device; an error number when it is open already."""
+        """Arm the device; returns an error number if it is open already."""
         if self.is_open:
             return errno.EBUSY
         self.is_open = True
@@ -62,13 +62,13 @@ class Driver:
         return 0
 
     def write(self, data: bytes, now: float) -> None:
-        """Any write feeds; one that holds the magic character allows the next close to disarm."""
+        """Feed the device; the magic character in `data` allows the next close to disarm it."""
         if data:
             self._may_close = _MAGIC_CLOSE in data
             self.last_feed = now
 
     def close(self, now: float) -> None:
-        """The last descriptor is closed: disarms after the magic character, else feeds again."""
+        """Close the last descriptor: disarm after the magic character, otherwise feed again."""
         self.is_open = False
         if self._may_close:
             self.armed = False
@@ -76,7 +76,7 @@ class Driver:
             self.last_feed = now
 
     def ioctl(self, request: int, value: int, now: float) -> Answer:
-        """Carry out one ioctl; `value` is what its argument points to."""
+        """Carry out an ioctl; `value` is the number that its argument points to."""
         match IOCTLS.get(request):
             case "WDIOC_KEEPALIVE":
                 self.last_feed = now

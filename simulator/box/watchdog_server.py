@@ -1,9 +1,9 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The board's end of the stand-in watchdog device.
+"""The board's end of the simulated watchdog device.
 
-A connection is an open descriptor: the supervisor's copies of it are the kernel's own affair, and
-the connection ends when the last of them is closed, be it by close, exec or the end of a process.
+A connection stands for an open descriptor. The kernel keeps the supervisor's copies of it. The
+connection ends when the last copy is closed, by close, by exec or by the end of a process.
 """
 
 from __future__ import annotations
@@ -17,14 +17,15 @@ import time
 from simulator.box.watchdog_driver import IOCTLS, Driver
 from simulator.common import account, paths
 
-# Must agree with the preloaded library: a request is told from written bytes by its first eight.
+# The layout is that of the preloaded library. The first eight bytes show that it is a request and
+# no written data.
 _REQUEST = struct.Struct("=8sIi")
 _ANSWER = struct.Struct("=ii")
 _REQUEST_MARK = b"\0wdioctl"
 
 
 class WatchdogServer:
-    """Passes what the preloaded library sends to the driver, and records it."""
+    """Passes what the preloaded library sends on to the driver, and records it."""
 
     def __init__(self, selector: selectors.BaseSelector, log: account.AccountWriter,
                  driver: Driver) -> None:
@@ -39,12 +40,12 @@ class WatchdogServer:
         selector.register(self._listener, selectors.EVENT_READ, self._accept)
 
     def drop_connections(self) -> None:
-        """Forget the descriptors of the processes that a reset has killed."""
+        """Close the connections of the processes that a reset has killed."""
         for connection in list(self._connections):
             self._drop(connection)
 
     def drain(self) -> None:
-        """Take in what processes that have ended sent before their end."""
+        """Read what ended processes have sent before their end."""
         for connection in list(self._connections):
             connection.setblocking(False)
             try:
@@ -99,7 +100,7 @@ class WatchdogServer:
         try:
             connection.send(_ANSWER.pack(error, value))
         except (BrokenPipeError, ConnectionResetError):
-            pass  # the caller has been killed while it waited
+            pass  # the caller was killed while it waited
 
     def _drop(self, connection: socket.socket) -> None:
         self._connections.discard(connection)

@@ -1,3 +1,3 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""What ./simulate does once the project is built; see `__main__`."""
+"""What ./simulate does after the build; see `__main__`."""

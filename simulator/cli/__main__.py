@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""Runs a simulation as the command line of ./simulate says, and shows it."""
+"""Runs the simulation that the command line of ./simulate describes, and shows it."""
 
 from __future__ import annotations
 
@@ -28,7 +28,7 @@ _STARTED_TOO_LATE = "Error occured during process startup, code: 2"
 
 
 def main(arguments: list[str]) -> int:
-    """Run a simulation as the command line says; returns the exit status."""
+    """Run the simulation that the command line describes; returns the exit status."""
     options = command_line.parse(arguments)
     try:
         _prepare_directory(options.device.directory, options.keep)
@@ -36,7 +36,7 @@ def main(arguments: list[str]) -> int:
     except SimulatorError as error:
         print(f"simulate: {error}", file=sys.stderr)
     except BrokenPipeError:
-        # Whoever read along has seen enough. Python would fail to write the rest when it ends.
+        # The reader of the output has closed it. Python would fail to write the rest when it ends.
         os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
         return 0
     except OSError as error:
@@ -45,7 +45,7 @@ def main(arguments: list[str]) -> int:
 
 
 class _Interrupt:
-    """Notes Ctrl-C and its kin, so that the simulation comes to an orderly end with a summary."""
+    """Notes Ctrl-C and similar signals, so that the simulation ends with its summary."""
 
     def __init__(self) -> None:
         self.came = False
@@ -79,7 +79,7 @@ def _simulate(options: argparse.Namespace, display: Display, interrupt: _Interru
 
 def _watch(device: Device, follower: LogFollower, archives: ArchiveFollower, display: Display,
            interrupt: _Interrupt, seconds: float | None) -> Event | None:
-    """Show what happens; returns the event that ended the simulation, None if it was cut short."""
+    """Show what happens; returns the event that ended the simulation, None if interrupted."""
     limit = None if seconds is None else time.monotonic() + seconds
     while not interrupt.came and (limit is None or time.monotonic() < limit):
         news = device.wait_for_news(_LOOKS_APART)
@@ -131,7 +131,7 @@ def _exit_status(end: Event | None) -> int:
 
 
 def _prepare_directory(directory: Path, keep: bool) -> None:
-    """Make room for a fresh device, keeping the last one; never touch what is not one of ours."""
+    """Make room for a new device and keep the last one; leave other directories alone."""
     if not directory.exists():
         directory.mkdir(parents=True)
     elif not any(directory.iterdir()):

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The account on the terminal: one line an event, and a summary in the end."""
+"""Shows the account on the terminal: a line for each event, and a summary at the end."""
 
 from __future__ import annotations
 
@@ -33,34 +33,34 @@ _WIDTH = max(map(len, _COLOURS))
 
 
 class Display:
-    """Writes lines with the time and the source in columns; in colour on a terminal only."""
+    """Writes lines with the time and the source in columns, on a terminal in colour."""
 
     def __init__(self, stream: TextIO) -> None:
         self._stream = stream
         self._colour = stream.isatty() and not os.environ.get("NO_COLOR")
 
     def show(self, event: Event) -> None:
-        """One event."""
+        """Show an event."""
         alarm = bool(event.get("reset") or event.get("end") or event.get("operation") == "expired")
         mark = f"{event['priority']}: " if event.source == account.SYSTEM_LOG else ""
         self._line(event.wall, event.source, mark + event.text, alarm)
 
     def show_log(self, lines: list[str], left_out: int) -> None:
-        """New lines of the application's log."""
+        """Show new lines of the application's log."""
         for line in lines:
             self._line(time.time(), APPLICATION_LOG, line)
         if left_out:
             self._line(time.time(), APPLICATION_LOG, f"… at least {left_out} lines not shown")
 
     def show_archive(self, archive: Archive) -> None:
-        """A report archive that has just been finished, and what it holds."""
+        """Show an archive that has just been finished, and its contents."""
         now = time.time()
         self._line(now, REPORT_ARCHIVE, f"{archive.path} ({archive.size} bytes)")
         for line in archive.contents:
             self._line(now, REPORT_ARCHIVE, f"  {line}")
 
     def text(self, text: str) -> None:
-        """Words that belong to no event."""
+        """Show a text that belongs to no event."""
         print(text, file=self._stream, flush=True)
 
     def _line(self, wall: float, source: str, text: str, alarm: bool = False) -> None:
@@ -72,7 +72,7 @@ class Display:
 
 
 def summarise(events: Sequence[Event], state: BootState, directory: Path) -> list[str]:
-    """The summary of a simulation that is over."""
+    """The lines of the summary of a simulation that has ended."""
     boots = sum(1 for event in events if event.get("starts"))
     resets = [event["reset"] for event in events if event.get("reset")]
     restarts = sum(event.source == account.SYSTEM_LOG
@@ -111,6 +111,6 @@ def _times(number: int) -> str:
 
 
 def _printable(text: str) -> str:
-    # What an application prints must not be able to steer the terminal of whoever looks on.
+    # An application could otherwise control the terminal by the characters that it prints.
     return "".join(character if character.isprintable() or character == "\t"
                    else character.encode("unicode_escape").decode() for character in text)

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""What the supervisor writes, as it comes: the lines of the log, and the report archives."""
+"""Follows what the supervisor writes: the lines of the log and the archives."""
 
 from __future__ import annotations
 
@@ -17,15 +17,15 @@ from typing import Any
 
 from simulator.common import paths
 
-LINES_AT_A_TIME = 30  # an alarm of three seconds with its threads has 25
+LINES_AT_A_TIME = 30  # an alarm over three seconds with its threads has 25 lines
 _UPLOAD_SETTINGS = "WatchdogAutomaticReportingConf.json"
 
 
 class LogFollower:
-    """Gives the lines that are new since the last look, a limited number each time.
+    """Finds the new lines of a log, at most LINES_AT_A_TIME at a time.
 
-    The file may grow, be rotated, or not be there yet: `open_file` opens it as it is at that
-    moment, and raises OSError while there is none.
+    The file may grow, be rotated or not exist yet. `open_file` opens the present file and raises
+    OSError while there is none.
     """
 
     def __init__(self, open_file: Callable[[], io.BufferedReader]) -> None:
@@ -34,14 +34,14 @@ class LogFollower:
         self._rest = b""
 
     def poll(self) -> tuple[list[str], int]:
-        """The new lines to show, and how many more there were."""
+        """The new lines to show, and the number of further new lines."""
         lines = self._read_on()
         try:
             current = self._open_file()
         except OSError:
             current = None
         if current is not None and self._is_other(current):
-            # What was written to the old file between the read above and its rotation comes first.
+            # The old file may have grown between the read above and its rotation.
             lines += self._read_on()
             lines += [self._rest] if self._rest else []
             self._rest = b""
@@ -67,23 +67,23 @@ class LogFollower:
         if self._file is None:
             return []
         if os.fstat(self._file.fileno()).st_size < self._file.tell():
-            self._file.seek(0)  # it was emptied
+            self._file.seek(0)  # the file was emptied
         *lines, self._rest = (self._rest + self._file.read()).split(b"\n")
         return lines
 
 
 @dataclass(frozen=True)
 class Archive:
-    """A finished archive, as it lies on the host."""
+    """An archive, as it lies on the host."""
 
     path: Path
     size: int
     contents: Sequence[str]
-    """A line for each member, or one that says why there is none to be read."""
+    """A line for each member, or one line that says why the archive cannot be read."""
 
 
 class ArchiveFollower:
-    """Finds the archives that the device in `directory` finishes from here on."""
+    """Finds the archives that the device in `directory` finishes from now on."""
 
     def __init__(self, directory: Path) -> None:
         self._directory = directory
@@ -91,7 +91,7 @@ class ArchiveFollower:
         self._known: set[Path] = set()
 
     def poll(self) -> list[Archive]:
-        """The archives that have been finished since the last look, oldest first."""
+        """The archives that were finished since the last call, the oldest first."""
         new = [path for path in self._finished() if path not in self._known]
         self._known.update(new)
         dated = sorted((path.stat().st_mtime, path) for path in new)
@@ -99,16 +99,16 @@ class ArchiveFollower:
                 for modified, path in dated if modified >= self._since]
 
     def _finished(self) -> list[Path]:
-        # The supervisor packs under another name, so that whatever has this one is whole.
+        # The supervisor packs under another name, so a file with this name is complete.
         return [] if self._upload is None else list(self._upload.glob("*.tar.gz"))
 
     @functools.cached_property
     def _upload(self) -> Path | None:
-        return _upload_directory(self._directory)  # written when the device is started
+        return _upload_directory(self._directory)  # the settings are written when the device starts
 
 
 def _upload_directory(directory: Path) -> Path | None:
-    """Where the host sees the upload directory that the settings name; None where it does not."""
+    """The host's path of the upload directory in the settings; None if the host has none."""
     upload = _upload_path(directory / paths.KEPT_DIRECTORIES["/supervisor"])
     for place, name in paths.KEPT_DIRECTORIES.items():
         if upload.startswith(place + "/"):
@@ -123,7 +123,7 @@ def _upload_path(program_directory: Path) -> str:
             value: dict[str, Any] = document["value"]
             return str(value[value["type"]]["uploadPath"])
         except (OSError, ValueError, KeyError, TypeError):
-            continue  # as for the supervisor, a document that says nothing is none
+            continue  # like the supervisor, ignores a document without a value
     return ""
 
 

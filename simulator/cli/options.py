@@ -69,14 +69,14 @@ class _Parser(argparse.ArgumentParser):
 
 
 class _WithoutApp(argparse.Action):
-    """Refuses --app, which the supervisor's own command line has and this one has not."""
+    """Refuses --app, which only the supervisor's own command line has."""
 
     def __call__(self, parser: argparse.ArgumentParser, *_: Any) -> None:
         parser.error("the application comes last, without --app")
 
 
 class _PassOn(argparse.Action):
-    """Keeps an option for the supervisor, in the order given, since there the last one wins."""
+    """Keeps an option for the supervisor. The order is kept, because the last one counts there."""
 
     def __call__(self, parser: argparse.ArgumentParser, namespace: argparse.Namespace,
                  values: Any, option_string: str | None = None) -> None:
@@ -86,9 +86,10 @@ class _PassOn(argparse.Action):
 
 
 def parse(arguments: list[str]) -> argparse.Namespace:
-    """Read and check the command line; ends the program with a message where it is wrong.
+    """Read and check the command line; ends the program with a message if it is wrong.
 
-    Everything that can be checked without a build is checked here, so that it is said at once.
+    Everything that can be checked without a build is checked here, so that a mistake is reported
+    at once.
     """
     parser = _make_parser()
     options = parser.parse_args(arguments, argparse.Namespace(passed_on=[]))
@@ -118,12 +119,12 @@ def parse(arguments: list[str]) -> argparse.Namespace:
 
 
 def malformed(documents: dict[str, bytes]) -> list[str]:
-    """The names of the documents that no parser will take."""
+    """The names of the documents that are not valid JSON."""
     return [name for name, content in documents.items() if not _is_json(content)]
 
 
 def log_is_off(options: argparse.Namespace) -> bool:
-    """Whether the supervisor will take the size given for one of 0."""
+    """Whether the supervisor will read the given size as 0, which switches the log off."""
     size = options.logfileSize
     return (size is not None and options.logfileSizeConf is None
             and not re.fullmatch(r"0*[1-9][0-9]*", size[:-1]))
@@ -261,7 +262,7 @@ def _is_json(content: bytes) -> bool:
 
 
 def _with_documents(documents: dict[str, bytes], options: argparse.Namespace) -> dict[str, bytes]:
-    """`documents` with those that stand for --reports and --watch."""
+    """`documents` and those that --reports and --watch add to them."""
     added: dict[str, Any] = {}
     if options.reports:
         added["WatchdogAutomaticReporting.json"] = True
@@ -305,7 +306,7 @@ def _device_directory(name: str) -> Path:
     return path
 
 
-# What ./simulate runs before the build. Status 3 tells it that this was --help.
+# ./simulate runs this before the build. Exit status 3 tells it that --help was asked for.
 if __name__ == "__main__":
     try:
         parse(sys.argv[1:])

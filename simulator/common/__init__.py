@@ -1,7 +1,7 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""What the inside of the box and the outside share: names, formats, and how they talk."""
+"""What the code inside the box and the code outside share: names, formats and requests."""
 
 
 class SimulatorError(Exception):
-    """The device cannot be built, or a request to it cannot be met; the text says what and why."""
+    """The device cannot be built or a request to it has failed; the text says what and why."""

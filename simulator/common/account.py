@@ -1,10 +1,10 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The account: what happened on the simulated device, one record an event.
+"""The account: a record for each event on the simulated device.
 
-The board appends to one file of JSON lines and everybody else reads that file, so that a reader
-that is busy, stopped or gone can never hold the board up. A byte on the doorbell pipe tells a
-waiting reader that there is something new.
+The board appends the records to a file of JSON lines, which all others read. So a reader that is
+busy, stopped or gone cannot delay the board. A byte in the doorbell pipe tells a waiting reader
+that there is a new record.
 """
 
 from __future__ import annotations
@@ -27,12 +27,12 @@ SOURCES = (BOOT_LOADER, SUPERVISOR, SYSTEM_LOG, TOOL, WATCHDOG_DEVICE, SIMULATOR
 
 @dataclass(frozen=True)
 class Event:
-    """One record of the account.
+    """A record of the account.
 
-    `monotonic` is the host's CLOCK_MONOTONIC in seconds; differences of it are what a test may rely
-    on. Further facts (the arguments of a tool, the name of an ioctl) are in `fields`, for which
-    `event["name"]` is short. Every event has the field "boot", the number of the boot it belongs
-    to, counted from 1.
+    `monotonic` is the host's CLOCK_MONOTONIC in seconds. A test compares times by it, because the
+    wall clock may be set. `fields` has further facts, such as the arguments of a tool or the name
+    of an ioctl; `event["name"]` is short for `event.fields["name"]`. Every event has the field
+    "boot", the number of its boot, counted from 1.
     """
 
     index: int
@@ -44,7 +44,7 @@ class Event:
 
     @classmethod
     def parse(cls, index: int, line: bytes) -> "Event":
-        """The event that AccountWriter has written as this line."""
+        """The event in a line that AccountWriter has written."""
         entry = json.loads(line)
         return cls(index, entry.pop("wall"), entry.pop("monotonic"), entry.pop("source"),
                    entry.pop("text"), entry)
@@ -53,7 +53,7 @@ class Event:
         return self.fields[name]
 
     def get(self, name: str, default: Any = None) -> Any:
-        """The further fact `name`, or `default` where this event has none of that name."""
+        """The field `name`, or `default` if this event has no such field."""
         return self.fields.get(name, default)
 
     def __str__(self) -> str:
@@ -62,7 +62,7 @@ class Event:
 
 
 class AccountWriter:
-    """The board's end: appends records, each with one write so that readers see whole lines."""
+    """Appends records, each with one write, so that readers see whole lines."""
 
     def __init__(self, account_fd: int, doorbell_fd: int) -> None:
         self._account_fd = account_fd
@@ -70,7 +70,7 @@ class AccountWriter:
         self.boot = 0
 
     def record(self, source: str, text: str, **fields: Any) -> None:
-        """Append one event that happened now."""
+        """Append an event that happens now."""
         entry = {"wall": time.time(), "monotonic": time.monotonic(), "source": source, "text": text,
                  "boot": self.boot, **fields}
         line = memoryview(json.dumps(entry).encode() + b"\n")
@@ -79,4 +79,4 @@ class AccountWriter:
         try:
             os.write(self._doorbell_fd, b"!")
         except (BlockingIOError, BrokenPipeError):
-            pass  # it has rung already and nobody has come yet, or nobody listens any more
+            pass  # the pipe is full, so a reader will be woken anyway, or there is no reader

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""What a simulated device is made of, in the form handed from the outer process to the box."""
+"""The configuration of a simulated device, which the outer process hands to the box."""
 
 from __future__ import annotations
 
@@ -14,7 +14,7 @@ from typing import Any
 from simulator.common import SimulatorError
 
 TOOLS = ("reboot", "killall", "sfuflags", "fw_setenv")
-"""The tools of the board that are stood in for; `Init` has what each of them does."""
+"""The tools of the board that have a stand-in. `Init` has what each of them does."""
 
 _KINDS = ("normal", "fail", "hang", "absent", "return")
 _BEHAVIOUR = re.compile(r"(?P<kind>[a-z]+)(?:=(?P<status>[0-9]{1,3}))?")
@@ -24,7 +24,7 @@ _UNITS = {"": 1, "k": 1 << 10, "m": 1 << 20, "g": 1 << 30}
 
 @dataclass(frozen=True)
 class Bind:
-    """A file or directory of the host seen in the box, read-only, by default where it lies."""
+    """A file or directory of the host that the box shows, read-only, by default at its path."""
 
     source: str
     target: str = ""
@@ -36,14 +36,14 @@ class Bind:
 
 @dataclass(frozen=True)
 class Behaviour:
-    """What a stand-in tool does when it is called; `status` is the exit status where it fails."""
+    """What a stand-in tool does when it is called; `status` is its exit status if it fails."""
 
     kind: str = "normal"
     status: int = 1
 
     @classmethod
     def parse(cls, tool: str, text: str) -> "Behaviour":
-        """The behaviour named by e.g. "hang" or "fail=3"; SimulatorError where there is none."""
+        """The behaviour with a name such as "hang" or "fail=3"; SimulatorError if there is none."""
         if tool not in TOOLS:
             raise SimulatorError(f"there is no tool '{tool}' to stand in for; "
                                  f"there are {', '.join(TOOLS)}")
@@ -72,16 +72,16 @@ class BootState:
 
     @property
     def cleared(self) -> bool:
-        """Whether the last boot has been confirmed as good: that takes both flags."""
+        """Whether the last boot was confirmed as good, which means that both flags are cleared."""
         return self.fail == 0 and self.boot_count == 0
 
     @classmethod
     def load(cls, file: Path) -> "BootState":
-        """The state in a file; a fresh one where there is no file."""
+        """The state in a file; the state of a new board if there is no file."""
         return cls(**json.loads(file.read_bytes())) if file.exists() else cls()
 
     def save(self, file: Path) -> None:
-        """Write what `load` reads; a reader sees the old state or the new one, whole."""
+        """Write what `load` reads; a reader sees either the old state or the new one."""
         new = file.with_suffix(".new")
         new.write_text(json.dumps(asdict(self), indent=2) + "\n", encoding="utf-8")
         new.rename(file)
@@ -89,29 +89,29 @@ class BootState:
 
 @dataclass
 class Configuration:
-    """One device. SimulatorError where it makes no sense."""
+    """A simulated device. SimulatorError if the values do not fit together."""
 
     program: Path
-    """The supervisor's executable; seen in the box as /supervisor/watchdog."""
+    """The supervisor's executable, which is /supervisor/watchdog in the box."""
 
     directory: Path
-    """The device directory: everything the board writes stays there, also afterwards. One that was
-    used before goes on where it was left: same files, same boot flags."""
+    """The device directory, which keeps everything that the board writes. A directory that was used
+    before is used again with the same files and the same boot flags."""
 
     arguments: Sequence[str] = ()
-    """The supervisor's arguments, including --app and what follows it. An application below a
-    directory that the box replaces (such as /tmp) is made visible there with its neighbours."""
+    """The supervisor's arguments, with --app and what follows it. An application below a directory
+    that the box replaces, such as /tmp, is made visible there with the files beside it."""
 
     settings: Mapping[str, Any] | None = None
-    """Documents for the directory `settings` beside the executable, by file name: bytes are
-    written as they are, None means that there is no such document, everything else is written as
-    JSON. Without `settings` the directory stays as it is, which on a new device is empty."""
+    """Documents for the directory `settings` beside the executable, by file name. Bytes are written
+    as they are, None removes a document, and everything else is written as JSON. Without `settings`
+    the directory stays as it is; on a new device it is empty."""
 
     settings_default: Mapping[str, Any] = field(default_factory=dict)
-    """The same for `settings-default`: changes to the directory of that name beside `program`."""
+    """The same for `settings-default`: changes to the directory of this name beside `program`."""
 
     tools: Mapping[str, str] = field(default_factory=dict)
-    """Behaviour by tool: "normal", "fail", "fail=N", "hang", "absent", for reboot also "return"."""
+    """Behaviour by tool: "normal", "fail", "fail=N", "hang", "absent"; for reboot also "return"."""
 
     read_only_root: bool = False
     """Whether /home/root is read-only from the start."""
@@ -120,29 +120,29 @@ class Configuration:
     """Whether /dev/watchdog exists."""
 
     watchdog_library: Path | None = None
-    """The library to preload for it; by default the one of the build that `program` comes from."""
+    """The library to preload for /dev/watchdog; by default that of the build of `program`."""
 
     directories: Sequence[str] = ("/tmp/log",)
-    """Directories made at every boot, as a board's start-up scripts do."""
+    """Directories that are made at every boot, as the start-up scripts of a board do."""
 
     spaces: Mapping[str, str | int] = field(default_factory=dict)
-    """Directory → size ("1M"): small file systems of their own."""
+    """Small file systems: the directory of each and its size, such as "1M"."""
 
     environment: Mapping[str, str] = field(default_factory=dict)
-    """Variables of everything that runs on the board."""
+    """Environment variables of every process on the board."""
 
     bad_boots: int = 3
-    """Boots without cleared flags before the fallback system."""
+    """Number of boots without cleared flags before the fallback system is started."""
 
     boots: int = 0
-    """Boots after which a further reset ends the simulation; 0: no limit."""
+    """Number of boots after which a further reset ends the simulation; 0 means no limit."""
 
     binds: Sequence[Bind] = ()
-    """What else of the host is seen in the box."""
+    """Further files and directories of the host that the box shows."""
 
     launcher: Sequence[str] = ()
-    """The command that executes the supervisor, such as prlimit, strace -D or a shell, with its
-    options: the program and its arguments are put behind. It must keep its process number."""
+    """The command with its options that executes the supervisor, such as prlimit, strace -D or a
+    shell. The program and its arguments follow it. It executes the program in its own process."""
 
     def __post_init__(self) -> None:
         self.program = Path(self.program).resolve()
@@ -156,12 +156,12 @@ class Configuration:
 
     @property
     def application(self) -> str:
-        """What follows --app; empty where nothing does."""
+        """What follows --app; empty if nothing does."""
         arguments = [*self.arguments, "--app", ""]
         return arguments[arguments.index("--app") + 1]
 
     def save(self, file: Path) -> None:
-        """Write what `load` reads, without the settings, which lie in files of their own."""
+        """Write what `load` reads, without the settings, which are in files of their own."""
         entries = asdict(self)
         del entries["settings"], entries["settings_default"]
         file.write_text(json.dumps(entries, indent=2, default=str) + "\n", encoding="utf-8")

@@ -1,9 +1,10 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""Requests from the outer process to PID 1 of the box, and how they are answered.
+"""Requests from the outer process to PID 1 of the box, and their answers.
 
-One datagram of JSON each way over a socket pair, with descriptors beside it where a request or its
-answer has some. Every request is answered at once; what takes longer reports elsewhere.
+A request and its answer are one datagram of JSON each, over a socket pair. Descriptors may come
+with them. Every request is answered at once. A command that runs in the box reports its end through
+a pipe of its own.
 """
 
 from __future__ import annotations
@@ -26,7 +27,7 @@ _ANSWER_WITHIN = 60.0
 
 @dataclass
 class Answer:
-    """What a request comes back with."""
+    """The answer to a request."""
 
     values: dict[str, Any]
     descriptors: list[int]
@@ -34,7 +35,7 @@ class Answer:
 
 @dataclass(frozen=True)
 class Process:
-    """One process, with its numbers as the box counts them."""
+    """A process, with the process ids that it has in the box."""
 
     pid: int
     ppid: int
@@ -44,7 +45,7 @@ class Process:
 
 
 class Client:
-    """The outer process' end."""
+    """The outer process's end."""
 
     def __init__(self, connection: socket.socket) -> None:
         self._connection = connection
@@ -52,7 +53,7 @@ class Client:
     def request(self, command: str, descriptors: tuple[int, ...] = (), **values: Any) -> Answer:
         """Send a request and wait for the answer.
 
-        Raises EOFError when the board is gone, OSError as the board got it, else SimulatorError.
+        Raises EOFError if the board has ended, the OSError that the board got, or SimulatorError.
         """
         data = json.dumps({"command": command, **values}).encode()
         try:
@@ -72,7 +73,7 @@ class Client:
         return Answer(answer, received)
 
     def close(self) -> None:
-        """Hang up."""
+        """Close the connection."""
         self._connection.close()
 
 
@@ -80,7 +81,7 @@ Handler = Callable[[dict[str, Any], list[int]], Answer | None]
 
 
 class Server:
-    """The board's end: calls the handler that a request names."""
+    """The board's end, which calls the handler that a request names."""
 
     def __init__(self, selector: selectors.BaseSelector, connection: socket.socket,
                  handlers: Mapping[str, Handler], hung_up: Callable[[], None]) -> None:
@@ -107,6 +108,6 @@ class Server:
             socket.send_fds(self._connection, [json.dumps(answer.values).encode()],
                             answer.descriptors)
         except (BrokenPipeError, ConnectionResetError):
-            pass  # the next read finds that nobody is there any more
+            pass  # the next read finds that the outer process has gone
         for descriptor in descriptors + answer.descriptors:
             os.close(descriptor)

@@ -1,15 +1,16 @@
 /* SPDX-FileCopyrightText: 2026 The watchdog developers
  * SPDX-License-Identifier: MIT
  *
- * Preloaded into the supervisor in the simulated device: gives it a /dev/watchdog.
+ * This library is preloaded into the supervisor in the simulated device and gives it a
+ * /dev/watchdog.
  *
- * Opening the device connects to the board, and the connection is the descriptor. So dup, fork,
- * exec and the end of the process mean to it what they mean to any descriptor, a write arrives as
- * the bytes written, and only open and ioctl need a stand-in here. An ioctl is one request and one
- * answer. Nothing is remembered in this process: a descriptor is the device's if its peer is.
+ * Opening the device connects to the board, and the descriptor is this connection. So dup, fork,
+ * exec and the end of the process treat it like any other descriptor, and a write sends the bytes.
+ * Only open and ioctl are replaced here. An ioctl is one request and one answer. This process keeps
+ * no list of descriptors: a descriptor is the device if its peer has the address of the board.
  */
 #define _GNU_SOURCE
-#undef _FORTIFY_SOURCE /* its inline variants of open and openat would stand in the way of ours */
+#undef _FORTIFY_SOURCE /* its inline open and openat would conflict with the ones below */
 #undef _FILE_OFFSET_BITS
 #include <dlfcn.h>
 #include <errno.h>
@@ -29,7 +30,7 @@
 
 struct request
 {
-    char mark[8]; /* tells a request from bytes that the program writes */
+    char mark[8]; /* distinguishes a request from bytes that the program writes */
     uint32_t ioctl;
     int32_t value;
 };
@@ -42,8 +43,8 @@ struct answer
 
 static const char mark[8] = {'\0', 'w', 'd', 'i', 'o', 'c', 't', 'l'};
 
-/* Children of the supervisor must find the environment that the board gave the supervisor, and the
- * device must not open for them; other libraries in the list are none of our business. */
+/* Takes this library out of LD_PRELOAD. Children of the supervisor then get the environment that
+ * the board gave to the supervisor, and they have no device. Other libraries in the list stay. */
 __attribute__((constructor)) static void leaveEnvironment(void)
 {
     const char *list = getenv("LD_PRELOAD");
@@ -131,7 +132,7 @@ static int passIoctl(int descriptor, unsigned long number, int *argument)
     return 0;
 }
 
-/* The function of this name that the program would have called without this library. */
+/* Returns the function that the program would have called without this library. */
 static void *next(const char *name)
 {
     void *function = dlsym(RTLD_NEXT, name);
@@ -168,7 +169,7 @@ static void *next(const char *name)
         return ((int (*)(int, const char *, int, ...))next(#name))(directory, path, flags, mode);  \
     }
 
-/* What open becomes in a program built with _FORTIFY_SOURCE where the flags are not a constant. */
+/* A program built with _FORTIFY_SOURCE calls this for open when the flags are not a constant. */
 #define STAND_IN_OPEN_2(name)                                                                      \
     __attribute__((visibility("default"))) int name(const char *path, int flags)                   \
     {                                                                                              \
