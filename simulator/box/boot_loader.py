@@ -27,8 +27,8 @@ class BootLoader:
     """Keeps its flags and its environment in the device directory, where they outlive a reset.
 
     At every boot it sets the flag "fail" and adds one to "boot_count". A system that has come up
-    well clears both flags. After too many boots in a row without cleared flags it starts the
-    fallback system.
+    well clears both flags. After too many boots in a row without cleared flags the next
+    boot starts the fallback system.
     """
 
     def __init__(self, directory: Path, bad_boots: int) -> None:
