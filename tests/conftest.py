@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""All Python tests find simulated devices, and run the longest first."""
+"""Gives all Python tests the simulated devices, and sorts the tests by their length."""
 
 from __future__ import annotations
 
@@ -10,7 +10,7 @@ pytest_plugins = ["simulated_devices"]
 
 
 def pytest_collection_modifyitems(items: list[pytest.Item]) -> None:
-    """The longest first, so that none of them is left alone at the end."""
+    """Run the longest tests first, so that none of them runs alone at the end."""
     def seconds(item: pytest.Item) -> float:
         marker = item.get_closest_marker("takes")
         return -float(marker.args[0]) if marker else 0

@@ -11,11 +11,11 @@ SIZE = 0x4000
 """Bytes of the environment that the boot loader and the running system share."""
 
 BAD_BOOTS = 3
-"""Boots without cleared flags before the fallback system."""
+"""Number of boots without cleared flags before the fallback system is started."""
 
 FRESH = {"fail": "0", "boot_count": "0", "bad_boots": str(BAD_BOOTS),
          "update_url_cache": "https://update.example/latest"}
-"""What a new board's environment holds."""
+"""The environment of a new board."""
 
 _CHECKSUM_BYTES = 4
 

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""An emulated board to try things on: what is typed runs on it, and what it does is shown."""
+"""An emulated board for experiments: runs the lines that are typed, and shows what happens."""
 
 from __future__ import annotations
 
@@ -20,7 +20,7 @@ from simulator import SimulatorError
 
 
 def main() -> int:
-    """Build and boot a board; end it at the end of the input."""
+    """Build and boot an emulated board; switch it off at the end of the input."""
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--package", type=Path, help="the supervisor's package for arm64")
     parser.add_argument("--root-options", default="rw,errors=remount-ro",

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The real package on emulated boards, one for each test."""
+"""Runs the real package on emulated boards, one for each test."""
 
 from __future__ import annotations
 
@@ -24,13 +24,13 @@ _TAIL_LINES = 40
 
 
 def pytest_addoption(parser: pytest.Parser) -> None:
-    """--package: a ready package instead of one built for the run."""
+    """--package: a package that was built before, instead of one built for the run."""
     parser.addoption("--package", type=Path, metavar="DEB",
                      help="the supervisor's package for arm64 (default: built from the sources)")
 
 
 def pytest_configure(config: pytest.Config) -> None:
-    """A run begins without the records of the last."""
+    """Remove the records of the last run."""
     if hasattr(config, "workerinput"):
         return
     package = config.getoption("--package")
@@ -45,7 +45,7 @@ def pytest_configure(config: pytest.Config) -> None:
 
 @pytest.fixture(scope="session")
 def images(pytestconfig: pytest.Config, tmp_path_factory: pytest.TempPathFactory) -> Any:
-    """What boards boot from, built once for all processes of the run."""
+    """The images that boards boot from, built once for all processes of the run."""
     shared = tmp_path_factory.getbasetemp()
     if hasattr(pytestconfig, "workerinput"):
         shared = shared.parent
@@ -70,7 +70,7 @@ def _build(config: pytest.Config) -> dict[str, str]:
 
 @pytest.fixture
 def new_emulated_board(request: pytest.FixtureRequest, images: Any) -> Iterator[NewBoard]:
-    """Switches on the test's one board, whose records are in build/device/<test>."""
+    """Switches on the test's only board, whose records are in build/device/<test>."""
     made: list[EmulatedBoard] = []
 
     def make(arguments: list[str] | None = None, *, wait: bool = True,
@@ -93,7 +93,7 @@ def new_emulated_board(request: pytest.FixtureRequest, images: Any) -> Iterator[
 
 @pytest.hookimpl(hookwrapper=True)  # type: ignore[misc]
 def pytest_runtest_makereport(item: pytest.Item) -> Iterator[None]:
-    """Show with a failed test the end of its board's records, and where they are."""
+    """Show the end of the board's records with a failed test, and where the records are."""
     outcome = yield
     report = outcome.get_result()  # type: ignore[attr-defined]
     board = item.stash.get(_BOARD, None)

@@ -25,14 +25,14 @@ LOG = "/var/log/application/application.log"
 SAMPLE = "/usr/bin/sample-application"
 
 BOOT_TIMEOUT = 120.0
-"""Seconds for a board to come up; it takes less than ten, but machines can be busy."""
+"""Seconds for a board to come up. It takes less than ten on a machine that is not busy."""
 
 WATCHDOG_SECONDS = 30
 """The time-out that the supervisor gives the watchdog device."""
 
 
 def supervise(*application: str, log: str = LOG, log_size: str = "1M") -> list[str]:
-    """The supervisor's command line for an application: by default the sample, which then waits."""
+    """The supervisor's arguments for an application; by default the sample, which then waits."""
     return ["--logfileName", log, "--logfileSize", log_size, "--app",
             *(application or (SAMPLE, "wait"))]
 
@@ -41,16 +41,16 @@ class EmulatedBoard:
     """An emulated board in a directory, from power-on (`start`) to power-off (`stop`).
 
     directory
-        Holds the records, all of them over all resets and power cycles: console.log, hardware (the
-        emulator's events), emulator.log, host/journal (the system log), host/feeds (what the kernel
-        saw of the watchdog device); and until `discard` the disks.
+        Holds the records of all resets and power cycles: console.log, hardware (the emulator's
+        events), emulator.log, host/journal (the system log), host/feeds (the kernel's events of the
+        watchdog device). Holds the disks until `discard`.
     arguments
-        The supervisor's, with --app and what follows it.
+        The supervisor's arguments, with --app and what follows it.
     settings
-        Documents by name for the directory "settings" beside the supervisor: what stands inside
-        the envelope, for example True or a list.
+        Payloads of the documents in the directory "settings" beside the supervisor, by name; for
+        example True or a list.
     tools
-        Shell scripts by name that take the place of the board's tools of these names.
+        Shell scripts that replace the board's tools of the same names.
     root_options
         How the root file system is mounted.
     """
@@ -61,7 +61,7 @@ class EmulatedBoard:
                  root_options: str = "rw,errors=remount-ro") -> None:
         self.directory = directory
         self._images = images
-        self._host = directory / "host"  # the board sees it as /host
+        self._host = directory / "host"  # this directory is /host on the board
         for name in ("settings", "tools"):
             (self._host / name).mkdir(parents=True)
         self.console = Recording(directory / "console.log")
@@ -85,12 +85,12 @@ class EmulatedBoard:
     # -- set-up ----------------------------------------------------------------------------------
 
     def set_arguments(self, arguments: Sequence[str]) -> None:
-        """The supervisor's command line, from the next boot on."""
+        """Set the supervisor's arguments from the next boot on."""
         (self._host / "supervisor").write_text("".join(f"{word}\n" for word in arguments),
                                                encoding="utf-8")
 
     def mend_tool(self, name: str) -> None:
-        """Give the board its own tool back, at once and from now on."""
+        """Take the script for a tool away, so that the board has its own tool again."""
         (self._host / "tools" / name).unlink()
         self.check(f"rm /run/tools/{name}")
 
@@ -117,7 +117,7 @@ class EmulatedBoard:
         self._seen_boots = 0
 
     def power_cut(self) -> None:
-        """Take the power away; what the board had not handed over to its disks is lost."""
+        """Cut the power. What the board has not written to its disks is lost."""
         if self._emulator is None or self._control is None:
             raise SimulatorError("the board is switched off already")
         self._emulator.kill()
@@ -132,7 +132,7 @@ class EmulatedBoard:
             self.power_cut()
 
     def discard(self) -> None:
-        """Switch the board off and give its disks' space back; the records stay."""
+        """Switch the board off and delete its disks. The records stay."""
         self.stop()
         for disk in (self._root_disk, self._environment_disk):
             disk.unlink(missing_ok=True)
@@ -140,26 +140,26 @@ class EmulatedBoard:
     # -- what happens ----------------------------------------------------------------------------
 
     def wait_until_up(self, timeout: float = BOOT_TIMEOUT) -> None:
-        """Wait for the next time that the board comes up, counted from the last such wait."""
+        """Wait for the boot after the one that the last call has waited for."""
         self._seen_boots += 1
         self._on().wait_for_boot(self._seen_boots, timeout)
 
     def wait_for_hardware(self, name: str, after: int = 0, timeout: float = 90.0) -> HardwareEvent:
-        """The first event of the hardware of this name, from this index on."""
+        """Wait for the first event of this name whose index is not less than `after`."""
         return self.monitor.wait_for(name, after, timeout)
 
     def hardware(self, after: int = 0) -> list[str]:
-        """Names of the resets and expiries, from this index on."""
+        """The names of the resets and expiries whose index is not less than `after`."""
         return [event.name for event in self.monitor.events[after:]
                 if event.name in (RESET, WATCHDOG)]
 
     @property
     def boots(self) -> list[feeds.BootTrace]:
-        """What the kernel saw of the watchdog device, by boot."""
+        """The kernel's events of the watchdog device, by boot."""
         return feeds.parse(Recording(self._host / "feeds").text())
 
     def wait_for_feeds(self, count: int, timeout: float) -> list[float]:
-        """Wait until this boot has seen so many feeds; their times on the board's clock."""
+        """Wait until this boot has `count` feeds; returns their times on the board's clock."""
         return wait_until(lambda: found if len(found := self.boots[-1].feeds) >= count else [],
                           f"{count} feeds", timeout)
 
@@ -181,7 +181,7 @@ class EmulatedBoard:
         return self._on().run(script, timeout)
 
     def check(self, script: str, timeout: float = 60.0) -> str:
-        """What a script wrote; SimulatorError when it fails."""
+        """Run a script and return its output; raises SimulatorError if it fails."""
         completed = self.run(script, timeout)
         if completed.status != 0:
             raise SimulatorError(f"exit status {completed.status} of {script}: {completed.text}")
@@ -213,12 +213,13 @@ class EmulatedBoard:
         return self._control
 
     def _command(self, control: int, monitor: int) -> list[str]:
-        """The emulator's command line; setpriv has it killed with whoever started it.
+        """The emulator's command line. With setpriv the kernel kills the emulator with its parent.
 
-        Always in software, whatever the machine offers: the board is to be the same everywhere.
+        The processor is always emulated in software, so that the board is the same everywhere.
         """
         def disk(name: str, file: Path, slot: int, options: str = "") -> list[str]:
-            # Without flushing, since a killed emulator loses nothing that the board handed over.
+            # cache=unsafe: the host need not flush, because what the board has written to its disk
+            # survives the end of the emulator.
             return ["-drive", f"if=none,id={name},format=raw,file={file},cache=unsafe{options}",
                     "-device", f"virtio-blk-pci,drive={name},addr={slot:#x}"]
 
@@ -246,7 +247,7 @@ def _copy_sparse(source: Path, target: Path) -> None:
 
 
 class NewBoard(Protocol):
-    """Switches on an emulated board, and waits until it is up unless told not to."""
+    """Switches on an emulated board and waits until it is up, unless told not to wait."""
 
     def __call__(self, arguments: list[str] | None = None, *, wait: bool = True,
                  **options: Any) -> EmulatedBoard: ...

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""What the board's kernel saw of the watchdog device, read from its trace."""
+"""The kernel's events of the board's watchdog device, read from its trace."""
 
 from __future__ import annotations
 
@@ -13,7 +13,7 @@ _EVENT = re.compile(r"^\s*(?P<task>.+)-(?P<pid>\d+)\s+\[\d+\] \S+\s+(?P<time>\d+
 
 @dataclass(frozen=True)
 class DeviceEvent:
-    """One event of the watchdog device; `time` is the board's monotonic clock in seconds."""
+    """An event of the watchdog device; `time` is the board's monotonic clock in seconds."""
 
     name: str
     time: float
@@ -34,7 +34,7 @@ class BootTrace:
 
 
 def parse(text: str) -> list[BootTrace]:
-    """The boots in a trace, oldest first; a line that a reset has torn is left out."""
+    """The boots in a trace, the oldest first. A line that a reset has cut is left out."""
     boots: list[BootTrace] = []
     for line in text.splitlines():
         if line == "boot":

@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: MIT
 """Builds what an emulated board boots from: boot loader, kernel, initial RAM file system, root.
 
-All of it but the boards' own few scripts comes from Debian's packages. What was built once is kept
-in the cache as long as nothing that goes into it changes.
+All of it except the boards' own few scripts comes from Debian's packages. The images are kept in
+the cache and used again as long as nothing that goes into them changes.
 """
 
 from __future__ import annotations
@@ -31,14 +31,14 @@ _BLOCK_BYTES = 512
 
 _ROOT_PACKAGES = ("busybox-static", "coreutils", "dash", "gzip", "libubootenv-tool", "ncurses-base",
                   "tar", "xz-utils")
-"""What every board has; the supervisor's package names what it needs beyond that.
+"""The packages of every board. The supervisor's package names what else it needs.
 
-Tar, gzip, dash and coreutils are essential, so that no package of Debian's names them.
+Tar, gzip, dash and coreutils are essential packages, which no package names as a dependency.
 """
 
 _BUSYBOX_BOOT = ("cat", "insmod", "mkdir", "mount", "sh", "sleep", "switch_root")
 _BUSYBOX_ROOT = ("grep", "hostname", "init", "logger", "mount", "reboot", "syslogd")
-"""Never `top`, `free`, `killall`, `tar` or `sh`: those are to be the real ones."""
+"""Busybox's tools on the board. `top`, `free`, `killall`, `tar` and `sh` are the real ones."""
 
 _MODULES = ("virtio_pci", "virtio_blk", "crc32c_generic", "ext4", "virtio_console", "9pnet_virtio",
             "9p", "i6300esb")
@@ -55,7 +55,7 @@ _KEPT_SECONDS = 24 * 60 * 60
 
 @dataclass(frozen=True)
 class Images:
-    """The files of one build; boards share them and must not write to them."""
+    """The files of a build. Boards share them and do not write to them."""
 
     boot_loader: Path
     """Flash chip 0: U-Boot itself."""
@@ -68,9 +68,9 @@ class Images:
 
 
 def build(directory: Path, package: Path | None = None) -> Images:
-    """The images with the supervisor, of a ready package or one built now, and the application.
+    """Make the images with the application and the supervisor, of `package` or of one built now.
 
-    Several processes may ask at once; one builds, the others wait for it. Raises ToolError.
+    If several processes ask at once, one of them builds and the others wait. Raises ToolError.
     """
     package = package or _build_package()
     application = _build_application(directory)
@@ -105,7 +105,7 @@ def _build_application(directory: Path) -> Path:
 
 
 def _remove_outdated(cache: Path) -> None:
-    """Remove images that no run has asked for lately; others may have boards running on them."""
+    """Remove images that no run has used lately; boards may still run on the others."""
     for images in cache.glob("images-*"):
         if time.time() - images.stat().st_mtime > _KEPT_SECONDS:
             shutil.rmtree(images)
@@ -130,7 +130,7 @@ def _build(workshop: Path, kernel: Iterable[Path], boot_loader: Iterable[Path],
 
 
 def _make_flash(tree: Path, images: Path) -> None:
-    """The two flash chips: the program, and the environment that tells it what to do."""
+    """Make the two flash chips: U-Boot, and the environment with the script that it runs."""
     program = (tree / "usr/lib/u-boot/qemu_arm64/u-boot.bin").read_bytes()
     settings = boot_environment.pack({
         "bootdelay": "0",
@@ -150,12 +150,12 @@ def _make_flash(tree: Path, images: Path) -> None:
 
 
 def _script(text: str) -> str:
-    """A script without its comments, which U-Boot would have to skip at every boot."""
+    """The script without its comments, which U-Boot does not need."""
     return "\n".join(line for line in text.splitlines() if not line.startswith("#"))
 
 
 def _ram_tree(tree: Path, kernel_tree: Path, root_tree: Path) -> Path:
-    """The initial RAM file system: busybox, the drivers, and who mounts the root."""
+    """Make the initial RAM file system: busybox, the drivers, and the init that mounts the root."""
     for name in ("bin", "modules", "proc", "sys", "dev", "root"):
         (tree / name).mkdir(parents=True)
     shutil.copy(root_tree / "bin/busybox", tree / "bin/busybox")
@@ -201,7 +201,8 @@ def _complete_root(tree: Path, application: Path) -> None:
         if not any((tree / place / name).exists() for place in ("usr/bin", "usr/sbin")):
             (tree / "usr/sbin" / name).symlink_to("/bin/busybox")
     shutil.copytree(_HERE / "root", tree, dirs_exist_ok=True)
-    # An application runs as another user there; whoever builds may have a strict umask.
+    # An application may run as another user there, who could not read files made under a strict
+    # umask.
     for path in tree.rglob("*"):
         if not path.is_symlink():
             path.chmod(path.stat().st_mode | 0o444 | (0o111 if path.is_dir() else 0))
@@ -210,13 +211,13 @@ def _complete_root(tree: Path, application: Path) -> None:
 
 
 def _make_file_system(kind: str, tree: Path, image: Path, size: str) -> None:
-    # For fakeroot everything belongs to root, as on the board.
+    # Under fakeroot all files belong to root, as on the board.
     run(["fakeroot", "mke2fs", "-q", "-t", kind, "-E", "lazy_itable_init=0,lazy_journal_init=0",
          "-d", tree, image, size])
 
 
 def _fingerprint(ingredients: Iterable[Path]) -> str:
-    """Changes with everything that goes into the images."""
+    """A hash over all that goes into the images."""
     digest = hashlib.sha256()
     own = [path for name in ("boot", "root") for path in sorted((_HERE / name).rglob("*"))]
     own += [_HERE / name for name in ("images.py", "boot_environment.py")]

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The emulator's monitor: what the board's hardware reports, as seen from outside the board."""
+"""The emulator's monitor, which reports the events of the board's hardware."""
 
 from __future__ import annotations
 
@@ -29,7 +29,7 @@ class HardwareEvent:
 
 
 class Monitor:
-    """Collects the hardware's events in a thread of its own, over all power cycles of a board."""
+    """Collects the events of a board's hardware over all power cycles, in a thread of its own."""
 
     def __init__(self, record: Path) -> None:
         self._record = record
@@ -37,12 +37,12 @@ class Monitor:
         self._events: list[HardwareEvent] = []
 
     def attach(self, connection: socket.socket) -> None:
-        """Listen to an emulator; the thread ends with the connection, which it closes."""
+        """Listen to an emulator. The thread ends with the connection and closes it."""
         connection.sendall(b'{"execute": "qmp_capabilities"}\n')
         threading.Thread(target=self._listen, args=(connection,), daemon=True).start()
 
     def note(self, name: str, **data: Any) -> None:
-        """Add what was done to the hardware, such as cutting the power."""
+        """Add an event for something that a test does to the hardware, such as a power cut."""
         self._add(name, data)
 
     @property
@@ -52,7 +52,7 @@ class Monitor:
             return list(self._events)
 
     def wait_for(self, name: str, after: int, timeout: float) -> HardwareEvent:
-        """The first event of this name whose index is not less than `after`."""
+        """Wait for the first event of this name whose index is not less than `after`."""
         def found() -> HardwareEvent | None:
             return next((event for event in self._events[after:] if event.name == name), None)
 
@@ -73,7 +73,7 @@ class Monitor:
                     if "event" in message:
                         self._add(message["event"], message.get("data", {}))
             except (OSError, ValueError):
-                pass  # the emulator is gone, perhaps in the middle of a line
+                pass  # the emulator has ended, perhaps in the middle of a line
 
     def _add(self, name: str, data: dict[str, Any]) -> None:
         with self._news:

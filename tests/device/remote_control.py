@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""Runs commands on a board, over a serial port of its own that keeps the console clear of them."""
+"""Runs commands on an emulated board, over a serial port that is not the console's."""
 
 from __future__ import annotations
 
@@ -14,12 +14,12 @@ from simulator import SimulatorError
 
 
 class BoardGone(SimulatorError):
-    """The board was reset, or lost its power, before it answered."""
+    """The board was reset or lost its power before it answered."""
 
 
 @dataclass(frozen=True)
 class Completed:
-    """A script that has ended: its exit status and what it wrote to both its channels."""
+    """A script that has ended: its exit status and what it has written to both channels."""
 
     status: int
     output: bytes
@@ -31,7 +31,7 @@ class Completed:
 
 
 class RemoteControl:
-    """One power cycle's connection; a thread reads what the board answers."""
+    """The connection of one power cycle. A thread reads the board's answers."""
 
     def __init__(self, connection: socket.socket) -> None:
         self._connection = connection
@@ -43,7 +43,7 @@ class RemoteControl:
         threading.Thread(target=self._listen, daemon=True).start()
 
     def wait_for_boot(self, count: int, timeout: float) -> None:
-        """Wait until the board has come up so many times in this power cycle."""
+        """Wait until the board has come up `count` times in this power cycle."""
         with self._news:
             self._news.wait_for(lambda: self._boots >= count or not self._open, timeout)
             if self._boots < count:
@@ -51,7 +51,7 @@ class RemoteControl:
                                      if self._open else "the power is off")
 
     def run(self, script: str, timeout: float) -> Completed:
-        """Run a shell script. Raises BoardGone when the board is reset meanwhile."""
+        """Run a shell script. Raises BoardGone if the board is reset before the script ends."""
         with self._news:
             self._requests += 1
             number = self._requests
@@ -74,7 +74,7 @@ class RemoteControl:
             raise SimulatorError(f"not within {timeout} s: the board has run: {script}")
 
     def close(self) -> None:
-        """Wake whoever still waits."""
+        """Wake the threads that still wait."""
         with self._news:
             self._open = False
             self._news.notify_all()
@@ -86,7 +86,7 @@ class RemoteControl:
                 for line in lines:
                     self._take(line.split())
             except OSError:
-                pass  # the emulator is gone
+                pass  # the emulator has ended
         self.close()
 
     def _take(self, words: list[str]) -> None:
@@ -97,6 +97,6 @@ class RemoteControl:
                 try:
                     output = base64.b64decode(words[2]) if len(words) == 3 else b""
                 except binascii.Error:
-                    return  # torn by a reset
+                    return  # a reset has cut the line
                 self._answers[int(words[0])] = Completed(int(words[1]), output)
             self._news.notify_all()

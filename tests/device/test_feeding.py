@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""A board on which all is well, as its kernel and its boot loader see it."""
+"""A board without faults: what its kernel and its boot loader see."""
 
 from __future__ import annotations
 
@@ -24,16 +24,17 @@ def test_a_healthy_board_is_fed_and_its_boot_confirmed(new_emulated_board: NewBo
     assert {event.pid for event in armed} == {board.supervisor()}
     assert board.check("cat /sys/class/watchdog/watchdog0/state") == "active"
 
-    # Ten seconds after the start the flags that the boot loader has set are cleared.
+    # The supervisor clears the boot loader's flags ten seconds after its start.
     assert "last boot good, sets fail=1 boot_count=1" in board.console.text()
     board.journal.wait_for("sfuflags: -f boot_count -v 0")
     wait_until(lambda: board.flags == (0, 0), "cleared flags")
     called = [float(time) for time in re.findall(r"sfuflags: .* at ([\d.]+) s",
                                                  board.journal.text())]
-    assert len(called) == 2 and called[0] - armed[0].time > 9.5  # a coarse timer
+    assert len(called) == 2 and called[0] - armed[0].time > 9.5  # the timer is coarse
     assert board.run("ls /home/root/ro-test").status != 0
 
-    # Two feeds at the start, one with the time-out and one at its end; then one every ten seconds.
+    # The start feeds twice: with the time-out and at its end. Then a feed follows every ten
+    # seconds.
     feeds = board.wait_for_feeds(_FEEDS, timeout=_FEEDS * 20)
     assert all(later - earlier > 5 for earlier, later in zip(feeds[2:], feeds[3:])), feeds
     assert board.hardware() == []

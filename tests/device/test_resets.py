@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""A supervisor that is gone, and an application that cannot be kept alive."""
+"""A supervisor that has ended or stands still, and an application that always ends."""
 
 from __future__ import annotations
 
@@ -14,14 +14,14 @@ from qmp import RESET, WATCHDOG
 
 _BOOT_STATUS = "cat /sys/class/watchdog/watchdog0/bootstatus"
 _BY_WATCHDOG = "32"
-"""The kernel's word for a boot after the watchdog device has reset the board (WDIOF_CARDRESET)."""
+"""The boot status after a reset by the watchdog device (WDIOF_CARDRESET)."""
 
 
 @pytest.mark.takes(70)
 @pytest.mark.parametrize(("signal", "not_before"), [
-    # The kernel feeds once more when the device is closed.
+    # The kernel feeds the device once more when it is closed.
     pytest.param("KILL", WATCHDOG_SECONDS - 1, id="killed"),
-    # The last feed can be ten seconds old.
+    # The last feed may be ten seconds ago.
     pytest.param("STOP", WATCHDOG_SECONDS - 11, id="stopped"),
 ])
 def test_the_device_resets_a_board_without_supervisor(new_emulated_board: NewBoard, signal: str,
@@ -40,7 +40,7 @@ def test_the_device_resets_a_board_without_supervisor(new_emulated_board: NewBoa
     assert board.application()
     assert board.check(_BOOT_STATUS) == _BY_WATCHDOG
     assert board.hardware(reset.index) == [RESET]
-    # The magic character, which would disarm the device, was not written.
+    # The supervisor did not write the magic character, which would disarm the device.
     assert "write" not in {event.name for boot in board.boots for event in boot.events}
 
 
@@ -51,7 +51,7 @@ def test_the_boot_loader_gives_up_an_application_that_dies_at_every_boot(
     board.console.wait_for("Critical FW error, rebooting.\n")
     board.wait_for_hardware(RESET)
     first_boot = board.journal.text().split("syslogd started")[1]
-    # The third end has rebooted the board instead.
+    # At the third end the board is rebooted and the application not restarted.
     assert first_boot.count("Restarting process: exit code:5, exist status:0") == 2
 
     board.console.wait_for("boot loader: last boot not confirmed, "

@@ -13,13 +13,13 @@ from simulator import wait_until
 
 _MESSAGE = "Detected filesystem in read-only mode. Rebooting\n"
 _FLAG_TOOL_FAILS = "exit 1"
-"""The flags are then still to be cleared later; once they are, the root is not looked at again."""
+"""Keeps the flags from being cleared. Once they are, the root is not checked again."""
 
 
 @pytest.mark.takes(60)
 def test_a_root_that_turns_read_only_is_told_and_the_board_rebooted(
         new_emulated_board: NewBoard) -> None:
-    # The log is not on the root, where it could not be opened.
+    # The log is on another file system, because it could not be opened on the root.
     board = new_emulated_board(supervise(log="/tmp/log/application.log"),
                                tools={"sfuflags": _FLAG_TOOL_FAILS})
     board.journal.wait_for("Error occured during process startup, code: 5")
@@ -37,7 +37,7 @@ def test_a_root_that_turns_read_only_is_told_and_the_board_rebooted(
     assert "update_url_cache" not in board.environment
     assert "sfuflags: -f" not in board.journal.text()
 
-    # The next boot finds a writable root, and clears the flags that the bad one left set.
+    # The next boot finds a writable root and clears the flags that the last one has left.
     board.wait_until_up()
     board.console.wait_for("boot loader: last boot not confirmed")
     assert board.application()
@@ -60,13 +60,13 @@ def test_a_full_disk_stops_neither_the_board_nor_its_confirmation(
     first = board.application()
     board.check(f"kill {first}")
     application = board.application(unlike=first)
-    wait_until(lambda: board.flags == (0, 0), "cleared flags")  # the marker takes no space
+    wait_until(lambda: board.flags == (0, 0), "cleared flags")  # the marker is an empty file
     board.wait_for_feeds(len(board.boots[-1].feeds) + 3, 90)
     assert board.application() == application
     assert board.hardware() == []
     assert "Critical FW error" not in board.console.text()
 
-    # The log stands still, and goes on when there is space.
+    # The log stops while there is no space and goes on when there is.
     held = board.read(LOG)
     board.check("rm /fill /tmp/fill /home/root/more")
     more = wait_until(lambda: text if len(text := board.read(LOG)) > len(held) else b"",
@@ -85,7 +85,7 @@ def test_the_log_outlives_a_power_cut_and_is_continued(new_emulated_board: NewBo
     wait_until(lambda: board.run(f"tail -n1 {LOG}").text == "last line", "the last line")
     rotated, current = board.read(f"{LOG}.0"), board.read(LOG)
     assert (rotated + current).count(b"out ") == 600
-    board.check("sync")  # takes all that the supervisor has handed to the kernel, and nothing else
+    board.check("sync")  # writes what the kernel has, but not what the supervisor buffers
     board.set_arguments(supervise(log_size="48k"))
     board.power_cut()
     board.start()

@@ -3,11 +3,11 @@
 //
 // Makes QProcess work under qemu's emulation of a process before its version 8.
 //
-// QProcess asks the kernel whether it can wait for a process descriptor, and then has its
-// children's descriptors made together with them. This emulation passes the question on but ignores
-// the wish: QProcess then watches a descriptor of an undefined number, and never hears of its
-// child's end. With the question answered as an older kernel does, it goes another way, which
-// works.
+// QProcess asks the kernel whether it can wait for a process descriptor. If it can, QProcess has
+// the kernel make such a descriptor with each child. The emulation passes the question on to the
+// kernel but makes no descriptor. QProcess then watches an undefined descriptor and never notices
+// the end of its child. Here the question is answered as an older kernel does, and QProcess uses
+// another way, which works.
 #include <cerrno>
 #include <cstdarg>
 
@@ -20,7 +20,7 @@ constexpr long waitForDescriptor = 3; // P_PIDFD, which older headers lack
 
 } // namespace
 
-// The C library's function, for every caller in the test's own process.
+// Replaces the C library's function for every caller in the test's process.
 extern "C" long syscall(long number, ...)
 {
     using Syscall = long (*)(long, ...);

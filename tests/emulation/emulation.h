@@ -5,8 +5,9 @@
 #include <QtGlobal>
 
 /**
- * Whether this process runs under the emulation of another processor, which lacks calls of the
- * kernel and makes up what it shows of the process in /proc. What leans on those is to be skipped.
+ * Whether this process runs under the emulation of another processor. The emulation lacks some
+ * calls of the kernel and makes up some files of the process in /proc. Tests that need those are
+ * skipped.
  */
 inline bool runsUnderEmulation()
 {

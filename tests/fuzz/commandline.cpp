@@ -8,7 +8,7 @@
 
 namespace {
 
-// By the options that take a value, in front of the application.
+// Whether an option in front of the application gives an empty size.
 bool hasEmptySize(QStringList arguments)
 {
     const QStringList withValue = {QStringLiteral("--logfileName"), QStringLiteral("--logfileSize"),

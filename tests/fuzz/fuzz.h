@@ -6,11 +6,11 @@
 #include <cstdint>
 #include <functional>
 
-/** Reads one input; each fuzz target defines its own. A finding ends the program. */
+/** Reads one input. Each fuzz target defines this function. A finding ends the program. */
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
 
 /**
- * States that @p code ends the program with a failed assertion, as it is required to. The replay
- * of a corpus runs it in a child and makes sure of that; the fuzzer leaves it out.
+ * Checks that @p code ends the program with a failed assertion. The replay of a corpus runs it in a
+ * child. The fuzzer does not run it.
  */
 void mustAbort(const std::function<void()> &code);

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
 //
-// What a target needs when the fuzzer's own library brings main().
+// Completes a target for the fuzzer, whose library has main().
 #include "fuzz.h"
 
 #include <QCoreApplication>
@@ -12,6 +12,6 @@ extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
     return 0;
 }
 
-// A fork for every such input would slow the search down; the replay has them.
+// A fork for every such input would slow the search down. The replay of the corpus does it.
 void mustAbort(const std::function<void()> & /*code*/)
 { }

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
 //
-// The kernel's account of the memory.
+// The kernel's file about the memory, /proc/meminfo.
 #include "fuzz.h"
 #include "health/memoryusage.h"
 #include "inputfile.h"
@@ -15,9 +15,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const QByteArray bytes(reinterpret_cast<const char *>(data), static_cast<int>(size));
     file.write(bytes);
 
-    // The file is read as text of the locale, without carriage returns.
+    // The program reads the file as text in the locale's encoding, without carriage returns.
     const QString text = QTextStream(bytes).readAll().remove(QLatin1Char('\r'));
-    // One colon, and nothing but blanks behind it: no number to read.
+    // A line with one colon and only blanks behind it has no number.
     static const QRegExp noNumber(QStringLiteral("(^|\n)[^:\n]*: *(\n|$)"));
     if (noNumber.indexIn(text) != -1) {
         mustAbort([] { MemoryUsage::read(file.path()); });

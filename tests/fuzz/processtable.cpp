@@ -1,9 +1,9 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
 //
-// A process table, read and watched over some ticks. Its files stand in the input one after the
-// other, each ended by the byte 0x1e: first the command line that is looked for, whose program is
-// the command name; then, for every tick, those that are named below.
+// A process table, which is read and watched over some ticks. The input holds its files one after
+// the other, each ended by the byte 0x1e. The first is the command line to look for, whose program
+// is the command name. Then come, for every tick, the files that are named below.
 #include "fuzz.h"
 #include "inputfile.h"
 #include "load/systemloadstat.h"
@@ -18,7 +18,7 @@ constexpr int fileCount = 5;
 constexpr const char *names[fileCount] = {"stat", "7/stat", "7/task/7/stat", "7/task/8/stat",
                                           "7/cmdline"};
 
-// Links to files in memory: to write those anew costs less than to make and remove files.
+// The files are links to files in memory, which are faster to write than files are to make.
 class WrittenTable
 {
 public:

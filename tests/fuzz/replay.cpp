@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
 //
-// Runs a target over the inputs that the command line names: files, and directories of files.
+// Runs a target with the inputs on the command line, which are files or directories of files.
 #include "childrun.h"
 #include "fuzz.h"
 
@@ -26,7 +26,8 @@ bool replay(const QString &path)
         return false;
     }
     const QByteArray bytes = file.readAll();
-    // A copy without the NUL byte that follows a byte array: the sanitizer sees a read behind it.
+    // A byte array has a NUL byte behind its end. The copy has none, so that the sanitizer finds a
+    // read behind the end.
     const auto size = static_cast<std::size_t>(bytes.size());
     const std::unique_ptr<std::uint8_t[]> input(new std::uint8_t[size]);
     std::copy(bytes.begin(), bytes.end(), input.get());

@@ -1,14 +1,14 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
 //
-// A piece of the application's output, looked through for report markers.
+// A piece of the application's output, in which report markers are looked for.
 #include "logging/reportmarkers.h"
 
 #include "fuzz.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
-    // No NUL byte follows a chunk.
+    // No NUL byte follows a chunk of output.
     const auto chunk =
         QByteArray::fromRawData(reinterpret_cast<const char *>(data), static_cast<int>(size));
     const ReportRequest request = findReportRequest(chunk);

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
 //
-// A settings document, the typed views of what it holds, and its texts as sizes.
+// A settings document: its values are read by type, and its texts as sizes.
 #include "logging/settings.h"
 
 #include "fuzz.h"
@@ -35,7 +35,7 @@ void readSize(const QString &text)
 
 } // namespace
 
-// Qt's parser loses some memory over certain malformed documents.
+// Qt's parser leaks some memory at certain malformed documents.
 extern "C" const char *__lsan_default_suppressions() // NOLINT(bugprone-reserved-identifier)
 {
     return "leak:libQt5Core";

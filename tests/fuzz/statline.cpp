@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
 //
-// A stat line of a process or thread: the reader agrees with the rule as it reads.
+// A stat line of a process or thread: the reader's results are compared with those of a simple one.
 #include "load/statline.h"
 
 #include "fuzz.h"
@@ -22,8 +22,8 @@ bool isAscii(char c)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     const char *const bytes = reinterpret_cast<const char *>(data);
-    // In front of the name the kernel writes ASCII; other text is cut by bytes there, not
-    // characters.
+    // The kernel writes ASCII in front of the name. The reader counts bytes there and the
+    // comparison counts characters, so other text is skipped.
     if (!std::all_of(bytes, std::find(bytes, bytes + size, '('), isAscii))
         return 0;
 

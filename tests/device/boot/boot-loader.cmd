@@ -1,8 +1,8 @@
 # The board's boot loader, for U-Boot: the value of its variable bootcmd.
 #
-# At every boot it assumes the worst: it sets "fail" and counts the boot in "boot_count". A system
-# that has come up well clears both flags; one that has not for more than ${bad_boots} boots is given
-# up for the fallback system.
+# At every boot it sets the flag "fail" and adds one to "boot_count". A system that has come up well
+# clears both flags. After ${bad_boots} boots in a row without cleared flags the next boot starts
+# the fallback system.
 #
 # The environment that the running system shares with the boot loader is on disk 1, since Debian's
 # kernel has no driver for the flash chip of the board.
