@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""Simulated devices for pytest: the fixture `device`, and the build that the tests are for."""
+"""Simulated devices for pytest: the fixture `device`, and the build that is tested."""
 
 from __future__ import annotations
 
@@ -17,21 +17,21 @@ _DEVICES = pytest.StashKey[list[Device]]()
 
 
 class DeviceFactory(Protocol):
-    """Makes a device in a directory of the test, and switches it on unless told otherwise."""
+    """Makes a device in a directory of the test and switches it on, unless told not to."""
 
     def __call__(self, program: Path | str | None = None, arguments: Any = (), *,
                  start: bool = True, **options: Any) -> Device: ...
 
 
 def pytest_addoption(parser: pytest.Parser) -> None:
-    """--build-dir: where the programs under test are."""
+    """--build-dir: the build tree of the programs under test."""
     parser.addoption("--build-dir", default="build/debug", metavar="DIR",
                      help="build tree of the programs under test (default: %(default)s)")
 
 
 @pytest.fixture(scope="session")
 def build_directory(pytestconfig: pytest.Config) -> Path:
-    """The build tree that the tests are for."""
+    """The build tree of the programs under test."""
     directory = _ROOT / str(pytestconfig.getoption("--build-dir"))
     if not (directory / "simulator" / "libwatchdogdevice.so").exists():
         pytest.exit(f"{directory} holds no build of this project: build it first, or name another "
@@ -42,10 +42,10 @@ def build_directory(pytestconfig: pytest.Config) -> Path:
 @pytest.fixture
 def device(request: pytest.FixtureRequest, tmp_path: Path,
            build_directory: Path) -> Iterator[DeviceFactory]:
-    """A factory of devices: device(program, arguments, **what `Device` takes).
+    """A factory of devices: device(program, arguments, **parameters of `Device`).
 
-    Without a program it is the supervisor of the build. All devices are switched off after the
-    test, and the test fails if anything of one is left.
+    Without a program, the supervisor of the build runs. All devices are switched off after the
+    test. The test fails if a process or a mount of a device is left.
     """
     made: list[Device] = []
     request.node.stash[_DEVICES] = made
@@ -73,7 +73,7 @@ def device(request: pytest.FixtureRequest, tmp_path: Path,
 
 @pytest.hookimpl(hookwrapper=True)  # type: ignore[misc]
 def pytest_runtest_makereport(item: pytest.Item) -> Iterator[None]:
-    """Show the account of the devices with a test that has failed."""
+    """Show the accounts of the devices with a failed test."""
     outcome = yield
     report = outcome.get_result()  # type: ignore[attr-defined]
     if report.when == "call" and report.failed:

@@ -1,13 +1,13 @@
 #!/usr/bin/python3
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""Breaks the program one line at a time, and looks which breaks no test notices.
+"""Breaks the program one line at a time, and finds the breaks that no test notices.
 
-For each place that is chosen, a copy of the tree is changed there and built; then the unit tests
-run that were linked anew, and, if these pass, the system tests of the part of the program. What
-passes both has survived. survivors.txt lists the survivors that are known, each with its reason.
+For each chosen place, a copy of the tree is changed and built. Then the unit tests run that were
+linked anew. If they pass, the system tests of this part of the program run. A break that passes
+both has survived. survivors.txt lists the known survivors, each with its reason.
 
-Exit status: 0 those and no others survived, 1 anything else, 2 wrong usage.
+Exit status: 0 the known breaks survived and no others, 1 anything else, 2 wrong usage.
 """
 
 from __future__ import annotations
@@ -44,9 +44,9 @@ PARTS = {
     "platform": ["reports", "load_watch"],
     "report": ["reports", "faults"],
 }
-MINUTES = 10  # after which a test that hangs has noticed enough
-# The tests run among processes of their own, and without what could stop this machine: a break may
-# kill what it should not.
+MINUTES = 10  # a test that takes longer hangs, which counts as noticed
+# The tests run in process and mount namespaces of their own, because a broken program may kill
+# other processes or stop the machine.
 SAFELY = ["unshare", "--mount", "--pid", "--fork", "--kill-child", "--mount-proc",
           *([] if os.geteuid() == 0 else ["--map-root-user"]), "sh", "-c", """
 for name in reboot killall halt poweroff shutdown; do
@@ -54,7 +54,7 @@ for name in reboot killall halt poweroff shutdown; do
 done
 exec "$@" """, "sh"]
 
-# What a break replaces, by what. A line's comments are gone by then, and its texts are empty.
+# What a break replaces, and the replacement. Comments and texts of a line are blanked out before.
 REPLACED = [(re.compile(pattern), replacement) for pattern, replacement in (
     (r" < ", " <= "), (r" <= ", " < "), (r" > ", " >= "), (r" >= ", " > "),
     (r" == ", " != "), (r" != ", " == "), (r" && ", " || "), (r" \|\| ", " && "),
@@ -62,19 +62,19 @@ REPLACED = [(re.compile(pattern), replacement) for pattern, replacement in (
     (r"\btrue\b", "false"), (r"\bfalse\b", "true"))]
 NUMBER = re.compile(r"(?<![\w.\"'])\d+(?![\d.x'])")
 TEXT = re.compile(r'"([^"\\]|\\.)*"')
-# A call or an assignment that fills its line: it can be dropped, or change places with the next.
+# A call or an assignment that fills its line. It can be dropped, or swapped with the next one.
 STATEMENT = re.compile(r"\s+(emit )?[\w:(*][\w:.>()*&-]*(\(.*\)| [|&+-]?= .*);$")
 NO_BREAK = re.compile(r"\s*#|.*\b(Q_ASSERT_X|static_assert|namespace|template|using|Q_LOGGING)\b")
 
 
 class Place(NamedTuple):
-    """A line, or two that change places, and what stands there after the break."""
+    """A line, or two lines that are swapped, and the text after the break."""
 
     path: str
     line: int  # counted from 0
     old: str
     new: str
-    number: int  # of the same breaks in one file, counted from 1
+    number: int  # among equal breaks in one file, counted from 1
 
     def __str__(self) -> str:
         again = f" ({self.number})" if self.number > 1 else ""
@@ -82,12 +82,12 @@ class Place(NamedTuple):
 
 
 def shown(text: str) -> str:
-    """A line without its indentation, two in one."""
+    """A line without its indentation; two lines are joined."""
     return " | ".join(line.strip() for line in text.split("\n"))
 
 
 def without_comments(source: str) -> list[str]:
-    """The lines of a source, their comments as blanks."""
+    """The lines of a source with blanks in place of comments."""
     def blank(match: re.Match[str]) -> str:
         text = match[0]
         return re.sub(r"[^\n]", " ", text) if text.startswith("/") else text
@@ -96,14 +96,14 @@ def without_comments(source: str) -> list[str]:
 
 
 def breaks(line: str) -> Iterator[str]:
-    """What could stand in place of a line."""
+    """The broken variants of a line."""
     bare = TEXT.sub(lambda match: '"' + " " * (len(match[0]) - 2) + '"', line)
     for pattern, replacement in REPLACED:
         for match in pattern.finditer(bare):
-            if "Q" not in line or match[0] not in (" + ", " - "):  # a text has no minus
+            if "Q" not in line or match[0] not in (" + ", " - "):  # texts cannot be subtracted
                 yield line[:match.start()] + replacement + line[match.end():]
     for match in NUMBER.finditer(bare):
-        number = int(match[0])  # a timer that is late by a millisecond would be noticed by none
+        number = int(match[0])  # no test notices a timer that is late by 1 ms
         changed = number + 1 if number < 100 else number * 2
         yield line[:match.start()] + str(changed) + line[match.end():]
     for match in TEXT.finditer(line):
@@ -115,7 +115,7 @@ def breaks(line: str) -> Iterator[str]:
 
 
 def places() -> list[Place]:
-    """Every place that can be broken, in an order that other changes leave as it is."""
+    """Every place that can be broken, in an order that does not depend on other changes."""
     found = []
     for path in sorted(path for part in PARTS for path in (PROJECT / part).glob("*.*")
                        if path.suffix in (".cpp", ".h")):
@@ -139,11 +139,11 @@ def places() -> list[Place]:
 
 
 class Broken(Exception):
-    """The tree cannot be tested as it is."""
+    """The copy of the project cannot be tested."""
 
 
 class Tree:
-    """A copy of the project that is broken, mended and built again; it serves one thread."""
+    """A copy of the project in which one thread breaks places, builds, tests and repairs them."""
 
     def __init__(self, directory: pathlib.Path) -> None:
         self._directory = directory
@@ -159,7 +159,7 @@ class Tree:
             raise Broken(f"the copy in {directory} does not build")
 
     def verdict(self, place: Place) -> str:
-        """Break the tree there, and tell who notices: "survived" is nobody."""
+        """Break the place and say which tests notice it; "survived" means none."""
         path = self._directory / place.path
         source = path.read_text()
         lines = source.split("\n")
@@ -174,7 +174,7 @@ class Tree:
             path.write_text(source)
 
     def noticed(self, system_tests: list[str], since: float) -> str:
-        """Who of the system tests, and of the unit tests linked since then, notices something."""
+        """Run the unit tests linked after `since` and the system tests; say which kind notices."""
         listed = json.loads(self._run("ctest", "--preset", "debug", "--show-only=json-v1").stdout)
         chosen = [test["name"] for test in listed["tests"] if "command" in test
                   and os.path.getmtime(test["command"][0]) >= since]
@@ -257,7 +257,7 @@ def main() -> int:
     by_file: dict[str, list[Place]] = {}
     for place in chosen:
         by_file.setdefault(place.path, []).append(place)
-    # A tree is built once for a break when the next one is in the same file.
+    # One thread takes all breaks of a file, so that repairing and breaking it takes one build.
     with concurrent.futures.ThreadPoolExecutor(trees.qsize()) as pool:
         verdicts = [verdict for file in pool.map(lambda file: trial(trees, file), sorted(
             by_file.values(), key=len, reverse=True)) for verdict in file]

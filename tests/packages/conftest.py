@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""What scripts/build-packages has built, and what `cmake --install` lays down."""
+"""Gives the packages of scripts/build-packages, and builds with a mock SDK."""
 
 from __future__ import annotations
 
@@ -15,7 +15,7 @@ from tools import ROOT, SdkBuild, run
 
 @pytest.fixture(scope="session")
 def version() -> str:
-    """The project's version, from the one place that has it."""
+    """The project's version, from CMakeLists.txt."""
     for line in (ROOT / "CMakeLists.txt").read_text(encoding="utf-8").splitlines():
         if line.startswith("project("):
             words = line.split()
@@ -25,7 +25,7 @@ def version() -> str:
 
 @pytest.fixture(scope="session")
 def packages(version: str) -> dict[str, Path]:
-    """The package of each architecture."""
+    """The package file of each architecture."""
     directory = ROOT / "build" / "packages"
     found = {name: directory / f"pynx-watchdog_{version}_{name}.deb" for name in ("amd64", "arm64")}
     for path in found.values():
@@ -36,7 +36,7 @@ def packages(version: str) -> dict[str, Path]:
 
 @pytest.fixture
 def unpacked(packages: dict[str, Path], tmp_path: Path) -> Callable[[str], Path]:
-    """unpacked("arm64"): a directory that holds what that package lays down."""
+    """unpacked("arm64"): a directory with the files that this package installs."""
     def unpack(architecture: str) -> Path:
         directory = tmp_path / architecture
         run("dpkg-deb", "--extract", packages[architecture], directory)
@@ -46,7 +46,7 @@ def unpacked(packages: dict[str, Path], tmp_path: Path) -> Callable[[str], Path]
 
 @pytest.fixture(scope="session")
 def sdk_build(tmp_path_factory: pytest.TempPathFactory) -> SdkBuild:
-    """The project built with a mock SDK, for the places that the packages and the recipe use."""
+    """The project built with a mock SDK, for the paths that the packages and the recipe use."""
     def build(source: Path, prefix: Path | str, *options: str) -> Path:
         tree = tmp_path_factory.mktemp("build")
         run("cmake", "-S", source, "-B", tree, f"-DCMAKE_INSTALL_PREFIX={prefix}", *options)

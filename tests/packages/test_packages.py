@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The Debian packages: what is in them, and that they come and go without a trace."""
+"""The Debian packages: their content, and that a removal leaves nothing behind."""
 
 from __future__ import annotations
 
@@ -30,7 +30,7 @@ DOCUMENTS = {f"usr/share/doc/pynx-watchdog/{name}"
              for name in ("CHANGELOG.md", "changelog.gz", "copyright")}
 OVERRIDES = {"usr/share/lintian/overrides/pynx-watchdog"}
 
-# What Debian's package "watchdog" and its dependency lay down outside of their own documents.
+# The files that Debian's package "watchdog" and its dependency install, without their documents.
 DEBIANS_WATCHDOG = {
     "etc/init.d/watchdog", "etc/init.d/wd_keepalive", "etc/watchdog.conf", "etc/default/watchdog",
     "lib/systemd/system/watchdog.service", "lib/systemd/system/wd_keepalive.service",
@@ -81,7 +81,7 @@ def test_an_internal_error_ends_it(unpacked: Callable[[str], Path], architecture
 def test_nothing_collides_with_the_package_watchdog(unpacked: Callable[[str], Path]) -> None:
     ours = set(files_below(unpacked("amd64")))
     assert not ours & DEBIANS_WATCHDOG
-    # Nor does a program hide another one in PATH or a page another page.
+    # A program must not hide another one in PATH, and no page must hide another page.
     names = {Path(name).name for name in DEBIANS_WATCHDOG}
     assert not {Path(name).name for name in ours if not name.startswith(LIBRARY)} & names
 
@@ -103,7 +103,7 @@ def test_the_package_holds_what_is_installed(unpacked: Callable[[str], Path],
 
 
 def _dpkg(root: Path, *arguments: str | Path) -> None:
-    # A root of its own, whose packages' scripts run outside of it and mind DPKG_ROOT.
+    # dpkg installs into a root directory. The packages' scripts run outside of it with DPKG_ROOT.
     run("dpkg", f"--root={root}", "--force-not-root", "--force-depends", "--force-architecture",
         "--force-script-chrootless", f"--log={root}/log", *arguments)
 
@@ -127,7 +127,7 @@ def test_it_installs_works_and_goes(packages: dict[str, Path], empty_root: Path)
     _dpkg(empty_root, "--install", packages[machine])
     assert content() >= FILES
 
-    # The tests of the installed package, on this one; they leave the machine alone.
+    # The tests for an installed package run with this one. They change nothing on the machine.
     path = f"{empty_root}/usr/bin:{os.environ['PATH']}"
     for test in ("rotate-only", "settings"):
         directory = empty_root.parent / test
@@ -135,11 +135,11 @@ def test_it_installs_works_and_goes(packages: dict[str, Path], empty_root: Path)
         run(ROOT / "debian/tests" / test,
             environment={"PATH": path, "AUTOPKGTEST_TMP": str(directory)})
 
-    # Neither enabled nor started by its installation.
+    # The installation neither enables nor starts the service.
     assert not list((empty_root / "etc").glob("systemd/system/*.wants/*"))
 
     _dpkg(empty_root, "--purge", "pynx-watchdog")
-    # What systemd-tmpfiles has made for the running system is no part of the package.
+    # systemd-tmpfiles makes these files for the running system. They are no part of the package.
     assert content() - before <= {"tmp", "tmp/log", "var/lib/systemd",
                                   "var/lib/systemd/deb-systemd-helper-enabled",
                                   "var/lib/systemd/deb-systemd-helper-masked"}
@@ -158,7 +158,7 @@ def test_directory_of_the_logs(unpacked: Callable[[str], Path]) -> None:
 def test_unit_is_sound(unpacked: Callable[[str], Path], tmp_path: Path) -> None:
     root = unpacked("amd64")
     unit = (root / "lib/systemd/system/pynx-watchdog.service").read_text("utf-8")
-    # The program where it lies here, so that systemd finds it.
+    # systemd checks that the program exists, so the copy names its path on this machine.
     copy = tmp_path / "pynx-watchdog.service"
     copy.write_text(unit.replace(f"/{LIBRARY}/", f"{root}/{LIBRARY}/"), encoding="utf-8")
     run("systemd-analyze", "verify", "--man=no", copy)

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The Yocto recipe, as far as it can be checked without the tool that builds from it."""
+"""The Yocto recipe, as far as it can be checked without the tool that builds it."""
 
 from __future__ import annotations
 
@@ -12,17 +12,17 @@ import pytest
 
 from tools import ROOT, SdkBuild, files_below
 
-# The tool's own values, as a recipe with systemd gets them.
+# The values that the tool gives to a recipe with systemd.
 VARIABLES = {"PN": "pynx-watchdog", "WORKDIR": "/work", "AUTOREV": "", "SRCPV": "",
              "sysconfdir": "/etc", "nonarch_libdir": "/usr/lib",
              "systemd_system_unitdir": "/lib/systemd/system"}
-# What the tool packages without being told.
+# The files that the tool packages by default.
 BY_DEFAULT = ["/usr/bin", "/usr/lib/pynx-watchdog", "/etc", "/usr/share/man"]
 
 
 @pytest.fixture
 def recipe() -> dict[str, str]:
-    """The recipe's assignments, their variables replaced; an unknown one fails the test."""
+    """The recipe's assignments with variables replaced. An unknown variable fails the test."""
     text = (ROOT / "packaging/yocto/pynx-watchdog_git.bb").read_text("utf-8")
     code = re.sub("(?m)^#.*\n", "", text).replace("\\\n", "")
     return dict(re.findall(r'(?m)^(\S+) \+?= "(.*)"$', Template(code).substitute(VARIABLES)))

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""What the scripts for boards say to a wrong command line, and what they leave alone."""
+"""The scripts for packages and boards: wrong command lines, and what they do not change."""
 
 from __future__ import annotations
 

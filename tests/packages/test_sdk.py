@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""-DPYNX_SDK_ROOT=PREFIX: the program with the maker's libraries in place of the stand-in."""
+"""-DPYNX_SDK_ROOT=PREFIX: the supervisor with the maker's libraries instead of the stand-in."""
 
 from __future__ import annotations
 

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""Running tools, and looking at what they have made."""
+"""Runs tools, and lists the files that they have made."""
 
 from __future__ import annotations
 
@@ -15,7 +15,7 @@ ROOT = Path(__file__).resolve().parent.parent.parent
 
 
 def run(*command: str | Path, environment: dict[str, str] | None = None) -> str:
-    """What the command says on standard output; the test fails, with all it said, if it fails."""
+    """The standard output of a command. If it fails, the test fails and shows all its output."""
     result = subprocess.run([str(word) for word in command], capture_output=True, text=True,
                             check=False, stdin=subprocess.DEVNULL,
                             env={**os.environ, "LC_ALL": "C.UTF-8", **(environment or {})})
@@ -26,18 +26,18 @@ def run(*command: str | Path, environment: dict[str, str] | None = None) -> str:
 
 
 def files_below(directory: Path) -> dict[str, str]:
-    """Everything but directories, by its path from the directory; for a link, where it leads."""
+    """All files and links below a directory by their relative paths, with the target of a link."""
     return {str(path.relative_to(directory)): os.readlink(path) if path.is_symlink() else ""
             for path in directory.rglob("*") if path.is_symlink() or not path.is_dir()}
 
 
 @dataclass(frozen=True)
 class SdkBuild:
-    """The program built with the maker's SDK, or what stands in for it."""
+    """The project built with a mock of the maker's SDK."""
 
     sdk: Path
     """The SDK's prefix."""
     tree: Path
     """The build tree."""
     root: Path
-    """What `cmake --install` lays down, below this directory."""
+    """The directory with the files of `cmake --install`."""

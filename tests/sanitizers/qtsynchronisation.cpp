@@ -1,10 +1,10 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
 //
-// Tells ThreadSanitizer of what Qt's library does between threads. Distributions build Qt without
-// instrumentation, so that its mutexes and event queues are invisible and everything handed over
-// by them would be reported as a race. Linked into the tests when they are built with
-// ThreadSanitizer, these functions take the place of Qt's own, call them, and say what they order.
+// Tells ThreadSanitizer about the order that Qt's library makes between threads. Distributions
+// build Qt without instrumentation, so ThreadSanitizer does not see its mutexes and event queues.
+// It would report everything that they hand over as a race. In a build with ThreadSanitizer these
+// functions replace Qt's own, call them, and report the order that they make.
 #include "qtsynchronisation.h"
 
 #ifdef __SANITIZE_THREAD__
@@ -21,8 +21,8 @@
 
 namespace {
 
-// Stands for all event queues. With one for each, a race might be found that this one hides; what
-// is handed over by no queue at all is found either way.
+// Stands for all event queues. One for each queue might show a race that this one hides. Data that
+// no queue hands over is found in both cases.
 char eventQueues;
 
 template <typename Function>
@@ -73,7 +73,7 @@ void QObject::deleteLater()
     qt(this);
 }
 
-// A signal; queued or not.
+// Every signal, queued or direct, passes here.
 void QMetaObject::activate(QObject *sender, const QMetaObject *mo, int local_signal_index,
                            void **argv)
 {
@@ -83,7 +83,7 @@ void QMetaObject::activate(QObject *sender, const QMetaObject *mo, int local_sig
     qt(sender, mo, local_signal_index, argv);
 }
 
-// A call by name; when it was a blocking one, there is something to take back.
+// Every call by name passes here. After a blocking call the receiver's order comes back.
 bool QMetaObject::invokeMethod(QObject *obj, const char *member, Qt::ConnectionType type,
                                QGenericReturnArgument ret, QGenericArgument val0,
                                QGenericArgument val1, QGenericArgument val2, QGenericArgument val3,
@@ -104,7 +104,7 @@ bool QMetaObject::invokeMethod(QObject *obj, const char *member, Qt::ConnectionT
     return called;
 }
 
-// Every event of every thread passes here on its way to its receiver.
+// Every event of every thread passes here before its receiver gets it.
 bool SynchronisedApplication::notify(QObject *receiver, QEvent *event)
 {
     __tsan_acquire(&eventQueues);

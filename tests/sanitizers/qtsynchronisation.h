@@ -6,7 +6,7 @@
 
 #ifdef __SANITIZE_THREAD__
 
-/** An application object that tells ThreadSanitizer of the order which its event queues make. */
+/** An application object that tells ThreadSanitizer about the order of its event queues. */
 class SynchronisedApplication : public QCoreApplication
 {
 public:

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""Stand-ins for the supervisor: the simulator's tests do not depend on the real one."""
+"""Gives programs to run in place of the supervisor, so that these tests do not depend on it."""
 
 from __future__ import annotations
 
@@ -14,7 +14,7 @@ from standin import FEEDER, Script
 
 @pytest.fixture
 def script(tmp_path: Path) -> Script:
-    """Makes an executable shell script in a directory of the test."""
+    """Makes executable shell scripts in a directory of the test."""
     numbers = itertools.count(1)
 
     def make(text: str, name: str = "") -> Path:
@@ -27,7 +27,7 @@ def script(tmp_path: Path) -> Script:
 
 @pytest.fixture
 def feeder(tmp_path: Path) -> Script:
-    """Makes a program that uses the watchdog device by the functions of FEEDER."""
+    """Makes programs that use the watchdog device through the functions of FEEDER."""
 
     def make(text: str, name: str = "feeder") -> Path:
         path = tmp_path / name

@@ -1,19 +1,19 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""Programs that stand in for the supervisor."""
+"""Programs that run in place of the supervisor."""
 
 from pathlib import Path
 from typing import Protocol
 
 
 class Script(Protocol):
-    """Makes an executable program of the lines given."""
+    """Makes an executable program from the given lines."""
 
     def __call__(self, text: str, name: str = "") -> Path: ...
 
 
 WAIT = "exec sleep infinity"
-"""What a script ends with to be there until it is killed."""
+"""The last line of a script that runs until it is killed."""
 
 WITHOUT_INPUT = ["sh", "-c", 'exec "$@" <&-', "sh"]
 """A launcher for a supervisor without descriptor 0."""
@@ -41,4 +41,4 @@ def feed():
     control(0x80045705)
 
 """
-"""What a program in Python begins with that uses the watchdog device."""
+"""The beginning of a Python program that uses the watchdog device."""

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The boot loader: flags, counting, falling back, and the tools that change what it keeps."""
+"""The boot loader: its flags, the fallback system, and the tools that change its state."""
 
 from pathlib import Path
 
@@ -35,7 +35,7 @@ def test_both_flags_cleared_make_the_next_boot_the_first(tmp_path: Path) -> None
     loader = BootLoader(tmp_path, bad_boots=1)
     assert loader.decide().boots
     assert loader.sfuflags(["-f", "fail", "-v", "0"]).status == 0
-    assert not loader.decide().boots  # one of them is not enough
+    assert not loader.decide().boots  # one cleared flag is not enough
     assert loader.sfuflags(["-f", "boot_count", "-v", "0"]).status == 0
     assert loader.decide().boots
     assert (kept(tmp_path).fail, kept(tmp_path).boot_count) == (1, 1)

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The device in the hand of a test."""
+"""The class Device, as tests use it."""
 
 import re
 import signal
@@ -146,7 +146,7 @@ def test_the_reset_button_kills_everything_and_boots(device: DeviceFactory, scri
     assert running.events("simulator", reset="reset button")
     assert old.isdisjoint(process.pid for process in running.processes())
     seen = running.events("supervisor", "see")[1].text.split()
-    assert "b" in seen and not {"a", "c"} & set(seen)  # what is volatile is gone, /tmp is not
+    assert "b" in seen and not {"a", "c"} & set(seen)  # a reset clears volatile files, but not /tmp
 
 
 def test_a_used_directory_goes_on_where_it_was_left(device: DeviceFactory, script: Script,

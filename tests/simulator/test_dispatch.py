@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The loop of the box on descriptors of the test's own."""
+"""The event loop of the box, with descriptors of the test."""
 
 import os
 import selectors

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""Following a log that grows and is rotated."""
+"""The new lines of a log that grows and is rotated."""
 
 from collections.abc import Iterator
 from pathlib import Path

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""What the box keeps from the host, and what it shows."""
+"""What the box hides from the host and what it shows of it."""
 
 import os
 from pathlib import Path
@@ -23,7 +23,7 @@ def test_the_hosts_files_are_shown_and_cannot_be_changed(device: DeviceFactory,
     running = device(script(WAIT))
     for place in ("/etc", "/usr/bin", "/var/tmp", "/root", "/", "/home"):
         assert shell(running, f"echo x > {place}/simulator-was-here")[0] != 0
-        if os.access(place, os.X_OK):  # an ordinary user cannot look into /root
+        if os.access(place, os.X_OK):  # an ordinary user cannot read /root
             assert not Path(place, "simulator-was-here").exists()
     assert running.read(__file__) == Path(__file__).read_bytes()
     assert shell(running, f"echo >> {__file__}")[0] != 0
@@ -62,7 +62,7 @@ def test_the_boards_places_lie_in_the_device_directory(device: DeviceFactory,
                                                        script: Script) -> None:
     running = device(script("echo 1 > /tmp/log/a; echo 2 > /home/root/b; echo done; " + WAIT))
     running.wait_for("supervisor", "done")
-    assert shell(running, "ls -A /tmp")[1].split() == ["log"]  # and nothing of the host's /tmp
+    assert shell(running, "ls -A /tmp")[1].split() == ["log"]  # nothing of the host's /tmp
     assert running.host_path("/tmp/log/a").read_bytes() == b"1\n" == running.read("/tmp/log/a")
     assert running.host_path("/home/root/b").read_bytes() == b"2\n" == running.read("/home/root/b")
     with pytest.raises(SimulatorError):

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""Where else the simulator runs: in a plain chroot, and for an ordinary user."""
+"""The simulator in a plain chroot and for an ordinary user."""
 
 import os
 import shutil
@@ -33,7 +33,7 @@ pytestmark = pytest.mark.skipif(os.geteuid() != 0, reason="takes root to become 
 
 @pytest.fixture
 def place() -> Iterator[Path]:
-    """A directory that everybody may use, with a program and what runs it on a device."""
+    """A directory for all users, with a program and a script that runs it on a device."""
     directory = Path(tempfile.mkdtemp(prefix="simulator-"))
     directory.chmod(0o1777)
     program = directory / "program"
@@ -61,9 +61,9 @@ outside_a_chroot = pytest.mark.skipif(
 
 
 def in_chroot(place: Path, command: list[str]) -> subprocess.CompletedProcess[str]:
-    """Run a command in a root directory that is no mount point and shows the host's places.
+    """Run a command in a root directory that is no mount point and shows the host's files.
 
-    The mounts for it are made in a mount namespace of this one command and end with it.
+    The mounts for it are made in a mount namespace of the command and end with it.
     """
     root = place / "root"
     shown = ["usr", "etc", "proc", "sys", "dev", _PROJECT.parts[1]]
@@ -82,7 +82,7 @@ def in_chroot(place: Path, command: list[str]) -> subprocess.CompletedProcess[st
             capture_output=True, text=True, check=False, timeout=120)
     finally:
         for name in shown:
-            (root / name).rmdir()  # would fail, and delete nothing, if the host were still there
+            (root / name).rmdir()  # fails and deletes nothing if the host's files are still there
 
 
 @outside_a_chroot
@@ -93,7 +93,7 @@ def test_root_needs_no_user_namespace_so_a_plain_chroot_will_do(place: Path) -> 
 
 @outside_a_chroot
 def test_a_refused_user_namespace_is_named(place: Path) -> None:
-    """Within a chroot the kernel refuses one to an ordinary user."""
+    """In a chroot the kernel refuses a user namespace to an ordinary user."""
     if not is_readable_by_all(_PROJECT):
         pytest.skip("the project lies where an ordinary user cannot read it")
     completed = in_chroot(place, [*_NOBODY, "/usr/bin/python3", "-B", "/tmp/run.py"])

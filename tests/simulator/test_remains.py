@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""Nothing of a box outlives it, however it ends."""
+"""Nothing of a box is left after its end, whatever the reason of the end."""
 
 import os
 import signal
@@ -31,12 +31,12 @@ def test_nothing_is_left_after_stop(device: DeviceFactory, script: Script) -> No
     assert trace and len(trace.remains()) == 4  # PID 1, the program and its two children
     running.stop()
     assert trace.remains() == []
-    running.stop()  # a second time does no harm
+    running.stop()  # stop() may be called again
     assert running.events("simulator", "switched off")
 
 
 def start_in_another_process(script: Script, tmp_path: Path) -> tuple[subprocess.Popen[bytes], int]:
-    """A process that holds a running device, and the number of the process that holds the box."""
+    """A process that owns a running device, and the id of the process that holds the box."""
     outer = subprocess.Popen(
         [sys.executable, "-B", "-c", f"""
 import os, sys

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The command line of ./simulate and what it shows."""
+"""The command line of ./simulate and its output."""
 
 import json
 import os
@@ -30,7 +30,7 @@ Simulate = Callable[..., subprocess.Popen[bytes]]
 
 @pytest.fixture
 def build(tmp_path: Path, script: Script, build_directory: Path) -> Path:
-    """A build tree whose supervisor is a script: it does what its test wrote into `act`."""
+    """A build tree whose supervisor is a script, which runs what the test writes into `act`."""
     tree = tmp_path / "build"
     (tree / "simulator").mkdir(parents=True)
     library = "simulator/libwatchdogdevice.so"
@@ -43,7 +43,7 @@ def build(tmp_path: Path, script: Script, build_directory: Path) -> Path:
 
 @pytest.fixture
 def simulate(tmp_path: Path, build: Path) -> Iterator[Simulate]:
-    """Starts what ./simulate starts after the build, in a directory of the test."""
+    """Starts the simulation as ./simulate does after the build, in a directory of the test."""
     started: list[subprocess.Popen[bytes]] = []
 
     def start(*arguments: str, **keywords: Any) -> subprocess.Popen[bytes]:
@@ -198,7 +198,7 @@ def test_a_new_archive_is_shown_with_what_it_holds(simulate: Simulate, script: S
     assert shown[1] == "  evidence (5 bytes)"
     assert shown[2] == f"{place}/two.tar.gz (9 bytes)"
     assert shown[3].startswith("  cannot be read: ")
-    assert len(shown) == 4  # and not the one that is not finished
+    assert len(shown) == 4  # the unfinished archive is not shown
 
 
 def test_archives_of_an_earlier_simulation_are_not_shown_again(simulate: Simulate, script: Script,
@@ -337,7 +337,7 @@ def test_a_file_argument_below_tmp_is_shown(simulate: Simulate, script: Script,
     _, out, _ = outcome(simulate("./application", str(tmp_path / "data")))
     assert f"Shown to the application, read-only: {tmp_path}/data" in out
     assert "seen it" in out
-    assert "\nfiles in /tmp    0\n" in out  # what it was shown at is gone
+    assert "\nfiles in /tmp    0\n" in out  # the mount point is removed
 
 
 def test_a_missing_build_is_told(simulate: Simulate, build: Path, script: Script) -> None:
@@ -364,11 +364,11 @@ def test_colour_on_a_terminal_unless_unwanted(simulate: Simulate, script: Script
     os.close(master)
     assert outcome(process)[0] == 0
     assert (b"\033[" in shown) == colour
-    assert b"a\\x1b[2Jb" in shown  # what a program prints does not steer the terminal
+    assert b"a\\x1b[2Jb" in shown  # the program's output does not control the terminal
 
 
 def _read(master: int) -> bytes:
     try:
         return os.read(master, 4096)
     except OSError:
-        return b""  # the last one who wrote to the terminal is gone
+        return b""  # the last process that wrote to the terminal has ended

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The system log: decoding, and the board's /dev/log."""
+"""The system log: how messages are decoded, and the board's /dev/log."""
 
 import pytest
 

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The stand-in tools: every behaviour, and what they do to the running."""
+"""The stand-in tools: their behaviours, and their effects on the board."""
 
 import pytest
 
@@ -88,7 +88,7 @@ def test_reboot_resets_the_board_and_never_returns(device: DeviceFactory, script
 
 def test_killall_kills_by_name(device: DeviceFactory, script: Script) -> None:
     name = "application-with-a-long-name"
-    comm = name[:15]  # all that a process has of it
+    comm = name[:15]  # the kernel keeps 15 characters of the name
     running = device(script(f"cp /bin/sleep /tmp/{name}\n"
                             f"/tmp/{name} 600 & /tmp/{name} 600 &\n" + WAIT))
     wait_for_processes(running, comm, 2)

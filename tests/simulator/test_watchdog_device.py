@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The stand-in watchdog device, used by a program through the preloaded library."""
+"""The simulated watchdog device, which a program uses through the preloaded library."""
 
 from pathlib import Path
 

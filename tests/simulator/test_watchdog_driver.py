@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The rules of the watchdog device's driver, on readings of a clock."""
+"""The rules of the watchdog device's driver, with times that the test gives."""
 
 import errno
 
