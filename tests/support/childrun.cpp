@@ -18,8 +18,8 @@ extern "C" void __gcov_dump(); // NOLINT(bugprone-reserved-identifier,cert-dcl37
 
 namespace {
 
-// Ends the child without what a process does at its end, which is the test's own; but a coverage
-// report is to know what the child has run.
+// Ends the child without the exit handlers, which belong to the test. A coverage report still gets
+// what the child has run.
 [[noreturn]] void endChild()
 {
     std::fflush(stdout);
@@ -38,7 +38,7 @@ bool ChildResult::failedAssertion(const char *expression) const
 
 ChildResult runInChild(const std::function<void()> &code)
 {
-    // Files rather than pipes: the child can write any amount without a reader.
+    // Into files, not pipes, the child can write any amount without a reader.
     QTemporaryFile output;
     QTemporaryFile error;
     if (!output.open() || !error.open())
@@ -52,7 +52,7 @@ ChildResult runInChild(const std::function<void()> &code)
         ::dup2(error.handle(), STDERR_FILENO);
         const rlimit noCore = {0, 0};
         ::setrlimit(RLIMIT_CORE, &noCore);
-        qInstallMessageHandler(nullptr); // the test's own handler would report a failed test
+        qInstallMessageHandler(nullptr); // the test's handler would report a failed test
         code();
         endChild();
     }

@@ -6,21 +6,21 @@
 
 #include <functional>
 
-/** How a piece of code ended that was run in a child of the test. */
+/** The end of a piece of code that ran in a child of the test. */
 struct ChildResult
 {
-    int exitCode = -1; ///< -1: ended by a signal
-    int signal = 0;    ///< 0: ended by itself
+    int exitCode = -1; ///< -1: a signal ended it
+    int signal = 0;    ///< 0: it ended by itself
     QByteArray standardOutput;
     QByteArray standardError;
 
-    /** Whether the code was ended by a failed assertion with @p expression. */
+    /** Whether a failed assertion with @p expression ended the code. */
     bool failedAssertion(const char *expression) const;
 };
 
 /**
- * Runs @p code in a forked child and waits for its end, taking in what it writes. For code that
- * aborts, that writes to the process's own channels, or that changes the whole process. The child
- * ends with exit code 0 after @p code. Not for code that needs another thread of the test.
+ * Runs @p code in a forked child, waits for its end and captures its output. It is for code that
+ * aborts, that writes to the standard channels, or that changes the whole process. The child ends
+ * with exit code 0 after @p code. The child has no other thread of the test.
  */
 ChildResult runInChild(const std::function<void()> &code);

@@ -8,7 +8,7 @@
 namespace {
 
 constexpr int daemonPid = 10;
-constexpr int timeSize = 23; // of a line, before the blank
+constexpr int timeSize = 23; // characters of a line's time, without the blank behind it
 
 } // namespace
 

@@ -10,18 +10,18 @@
 #include <QString>
 #include <QStringList>
 
-constexpr int noAbsence = 0; // not to be told of
+constexpr int noAbsence = 0; // an absence is not reported
 
 /**
- * A load watcher on a machine of the test's making, every tick of which is the test's own. What it
- * signals is taken at once, on the same thread. The machine-wide counter begins at 1000.
+ * A load watcher on a machine that the test makes. The test gives it every tick and receives its
+ * signals at once, on the same thread. The machine-wide counter starts at 1000.
  */
 class LoadMachine
 {
 public:
     LoadMachine();
 
-    // The slots, by their names.
+    // These call the slots by their names.
     int watch(const QString &name, int period, int cpuLoad, bool threads = false,
               int notFoundPeriod = noAbsence, const QStringList &args = QStringList());
     void remove(int id);
@@ -29,17 +29,17 @@ public:
     void stop();
     void tick();
 
-    /** Lets "daemon", the process 10, have used @p utime when the counter is there; and ticks. */
+    /** Sets the counter and the time that process 10, "daemon", has used, and gives a tick. */
     void tickAt(quint64 cpuTotal, qint64 utime);
 
-    /** The lines of the last alarm, or none when there was none since; forgets all alarms. */
+    /** The lines of the last alarm since the last call, if any; forgets all alarms. */
     QStringList takeRawLines();
 
-    /** The same without their times, and with "*" for the milliseconds between two ticks. */
+    /** The same lines without their times, and with "*" for the milliseconds between two ticks. */
     QStringList takeLines();
     QString takeLastLine();
 
-    /** A line of an alarm taken apart; where it has no time, the text says so. */
+    /** The time and the text of an alarm's line; the text says if there is no time. */
     static QDateTime timeOf(const QString &line);
     static QString withoutTime(const QString &line);
 
@@ -53,7 +53,7 @@ private:
     void call(const char *slot, const Arguments &...arguments);
 };
 
-// What there is to say of "daemon".
+// The name of process 10 and the lines of its alarms.
 QString daemonName();
 QString headerLine(int cpuLoad, int period);
 QString elapsedLine();

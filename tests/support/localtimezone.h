@@ -4,7 +4,7 @@
 
 #include <QByteArray>
 
-/** As long as it lives, this process's local time is that of another zone. */
+/** As long as the object lives, this process has the local time of another zone. */
 class LocalTimeZone
 {
 public:
@@ -15,5 +15,5 @@ public:
     LocalTimeZone &operator=(const LocalTimeZone &) = delete;
 
 private:
-    QByteArray m_before; // null: none was set
+    QByteArray m_before; // null: TZ was not set
 };

@@ -16,8 +16,8 @@ struct Times
 };
 
 /**
- * A process table that a test writes and changes as it likes, in a directory of its own. Paths are
- * relative to that directory; what is in the way of a file is made or replaced.
+ * A process table that a test writes and changes, in a directory of its own. Paths are relative to
+ * that directory. A file's missing directories are made, and a file that is there is replaced.
  */
 class PreparedProc
 {
@@ -30,14 +30,14 @@ public:
     void write(const QString &relative, const QByteArray &content) const;
     void remove(const QString &relative) const;
 
-    /** Sets the machine-wide counter; it stands in the first of the ten numbers. */
+    /** Sets the machine-wide counter, as the first of its ten numbers. */
     void setCpuTotal(quint64 total) const;
 
     void setProcess(int pid, const QByteArray &name, const Times &times) const;
     void setThread(int pid, int tid, const QByteArray &name, const Times &times) const;
     void removeProcess(int pid) const;
 
-    /** A stat line as a kernel of these days writes it: 52 fields and a line end. */
+    /** A stat line as a recent kernel writes it, with 52 fields and a line end. */
     static QByteArray statLine(int pid, const QByteArray &name, const Times &times);
 
 private:

@@ -9,7 +9,7 @@
 int openDescriptors()
 {
     const QDir directory(QStringLiteral("/proc/self/fd"));
-    // One of them is that of the listing itself.
+    // The listing itself has one of them open.
     return directory.entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size() - 1;
 }
 

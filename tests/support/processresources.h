@@ -2,10 +2,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-// What this process holds, for tests that nothing is left behind.
+// The resources of this process, for tests that check that nothing is left.
 
-/** The descriptors that are open. */
+/** The number of open descriptors. */
 int openDescriptors();
 
-/** Whether a child runs, or has ended and was not yet waited for. */
+/** Whether there is a child that runs or that was not yet waited for. */
 bool hasChildren();

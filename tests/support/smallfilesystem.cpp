@@ -16,7 +16,7 @@ bool mountAt(const QByteArray &directory, unsigned long flags)
 
 } // namespace
 
-// In a mount namespace of its own, so that nothing of it is left on this machine.
+// The mount is in a namespace of this process, so that nothing of it is left on the machine.
 SmallFileSystem::SmallFileSystem(const QString &directory)
     : m_directory(QFile::encodeName(directory)),
       m_mounted(::unshare(CLONE_NEWNS) == 0

@@ -6,9 +6,9 @@
 #include <QString>
 
 /**
- * An empty file system of 64 KiB that covers a directory for as long as the object lives. Only this
- * process and its children see it. Skip the test where isMounted() says that mounting is not
- * allowed.
+ * An empty file system of 64 KiB that covers a directory as long as the object lives. Only this
+ * process and its children see it. Where mounting is not allowed, isMounted() is false and the test
+ * is skipped.
  */
 class SmallFileSystem
 {
@@ -20,7 +20,7 @@ public:
 
     bool isMounted() const { return m_mounted; }
 
-    /** From here on nothing can be written; ends the test where that cannot be had. */
+    /** Makes the file system read-only; ends the test if that fails. */
     void makeReadOnly();
 
 private:

@@ -13,7 +13,7 @@ StandardErrorCapture::StandardErrorCapture()
     if (m_original == -1 || !m_file.open())
         qFatal("no temporary file for standard error");
     std::fflush(stderr);
-    // Several writers share the file's one offset, which belongs to the open file.
+    // All writers share one offset, because it belongs to the open file.
     ::dup2(m_file.handle(), STDERR_FILENO);
 }
 

@@ -6,9 +6,9 @@
 #include <QTemporaryFile>
 
 /**
- * Takes in what this process, and every command it starts meanwhile, writes to standard error for
- * as long as the object lives. For code that needs the event loop of the test; see runInChild() for
- * code that does not. Nothing that goes through Qt's messages is among it: the test logs those.
+ * Captures what this process and the commands that it starts write to standard error, as long as
+ * the object lives. It is for code that needs the event loop of the test; for other code there is
+ * runInChild(). It does not capture Qt's messages, which go to the test's log.
  */
 class StandardErrorCapture
 {
@@ -18,7 +18,7 @@ public:
     StandardErrorCapture(const StandardErrorCapture &) = delete;
     StandardErrorCapture &operator=(const StandardErrorCapture &) = delete;
 
-    /** What was written so far. */
+    /** The text so far. */
     QByteArray text() const;
 
 private:

@@ -7,8 +7,8 @@
 #include <QTemporaryDir>
 
 /**
- * A search path of stand-ins for the platform's tools: as long as the object lives, PATH holds its
- * directory alone, so that no test can reach a tool of this machine by name. Create one before
+ * A directory of stand-ins for the platform's tools. As long as the object lives, PATH has only
+ * this directory, so that a test cannot start a tool of this machine by name. Create it before
  * anything in the test can start a tool.
  */
 class StandInTools
@@ -19,13 +19,13 @@ public:
     StandInTools(const StandInTools &) = delete;
     StandInTools &operator=(const StandInTools &) = delete;
 
-    /** Adds the tool @p name, which records its call and then runs @p script (sh). */
+    /** Adds the tool @p name, which records its call and then runs the shell script @p script. */
     void add(const QString &name, const QString &script = QString());
 
-    /** Takes the tool @p name away again. */
+    /** Removes the tool @p name. */
     void remove(const QString &name);
 
-    /** The calls so far, in order, each as the tool's name and its arguments joined with "|". */
+    /** The calls so far, in order, each as the tool's name and arguments joined with "|". */
     QStringList calls() const;
 
     /** Forgets the calls so far. */
@@ -35,5 +35,5 @@ private:
     QString recordPath() const;
 
     QTemporaryDir m_directory;
-    QByteArray m_path; // as it was
+    QByteArray m_path; // the former PATH
 };

@@ -46,8 +46,8 @@ void StoppedWallClock::advanceAfterReading(qint64 ms)
     stepMs = ms;
 }
 
-// The C library's functions, in the test's own process; which of them Qt asks depends on its
-// version.
+// These replace functions of the C library in the test's process. Which of them Qt calls depends on
+// its version.
 extern "C" {
 
 int clock_gettime(clockid_t id, timespec *tp) noexcept

@@ -5,8 +5,8 @@
 #include <QtGlobal>
 
 /**
- * As long as it lives, this process's wall clock shows what the test says; monotonic clocks, and
- * with them all timers, go on. One at a time.
+ * As long as the object lives, the test sets this process's wall clock. Monotonic clocks go on, and
+ * so do all timers. There may be one such object at a time.
  */
 class StoppedWallClock
 {
@@ -17,9 +17,9 @@ public:
     StoppedWallClock(const StoppedWallClock &) = delete;
     StoppedWallClock &operator=(const StoppedWallClock &) = delete;
 
-    /** Puts the clock on by @p ms, or back when that is negative. */
+    /** Puts the clock forward by @p ms, or back if that is negative. */
     void advance(qint64 ms);
 
-    /** From here on, puts the clock on by @p ms after each reading. */
+    /** From now on, puts the clock forward by @p ms after each reading. */
     void advanceAfterReading(qint64 ms);
 };

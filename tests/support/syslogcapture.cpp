@@ -37,7 +37,8 @@ SyslogIdentity syslogIdentity()
     return identity();
 }
 
-// The C library's functions, in the test's own process; the second is what a fortified build calls.
+// These replace functions of the C library in the test's process. A fortified build calls
+// __syslog_chk() for syslog().
 extern "C" {
 
 void syslog(int priority, const char *format, ...)

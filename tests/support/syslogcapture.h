@@ -5,14 +5,14 @@
 #include <QString>
 #include <QVector>
 
-/** One message that went to the system log. */
+/** A message to the system log. */
 struct SyslogMessage
 {
     int priority = 0;
-    QString text; ///< as written, with its line end
+    QString text; ///< with its line end, if it has one
 };
 
-/** How the system log was last opened. */
+/** The arguments of an openlog(). */
 struct SyslogIdentity
 {
     QString ident;
@@ -20,7 +20,7 @@ struct SyslogIdentity
     int facility = -1;
 };
 
-/** The messages since the last call. A test that links this never reaches the machine's log. */
+/** The messages since the last call. A test that links this writes nothing to the machine's log. */
 QVector<SyslogMessage> takeSyslogMessages();
 
 /** The arguments of the last openlog(). */

@@ -5,9 +5,8 @@
 #include <QByteArray>
 #include <QString>
 
-/** What the file at @p path holds on disk; empty when it is missing or cannot be read. */
+/** The content of the file at @p path; empty if it is missing or cannot be read. */
 QByteArray readFile(const QString &path);
 
-/** Makes the file at @p path, and the folders above it, hold @p content; ends the test otherwise.
- */
+/** Writes @p content to the file at @p path and makes its folders; ends the test if that fails. */
 void writeFile(const QString &path, const QByteArray &content);

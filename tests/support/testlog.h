@@ -15,19 +15,19 @@ constexpr quint32 roomy = 1000000; // a limit that a test does not reach by acci
 constexpr qint64 kiB = 1024;
 constexpr int generousMs = 30000;
 
-// A Thursday in June, its day of one digit.
+// A Thursday in June whose day has one digit.
 constexpr qint64 june4Ms = 1780531200000;
 inline const QByteArray june4Line = QByteArrayLiteral("-- Time: Thu Jun 4 00:00:00 2026 GMT\n");
 inline const QByteArray oneSecondLaterLine =
     QByteArrayLiteral("-- Time: Thu Jun 4 00:00:01 2026 GMT\n");
 
-// Day and month names come in the language of the process's locale. It is fixed here, before
-// main(), because Qt reads it from the environment only once.
+// The names of days and months depend on the locale. It is set here, before main(), because Qt
+// reads it from the environment only once.
 inline const bool languageIsPlain = ::setenv("LC_ALL", "C", 1) == 0;
 
 /**
- * An application that has ended, and all that it printed is still to be read; without behaviours,
- * one that was never started, which can be read from all the same.
+ * An application that has ended and whose output was not yet read. Without behaviours it is an
+ * application that was never started, whose output is empty.
  */
 class SilentApplication : public QProcess
 {
@@ -43,10 +43,10 @@ public:
     }
 };
 
-/** A log processor with its application and a clock that stands where the test puts it. */
+/** A log processor with its application and a clock that the test sets. */
 struct Log
 {
-    /** @p printed is what the application has done, in the sample application's words. */
+    /** @p printed has the behaviours of the sample application that have printed the output. */
     explicit Log(const QString &name, quint32 maxSize = roomy, bool logTime = false,
                  const QStringList &printed = QStringList())
         : fileName(name), application(printed),
@@ -59,7 +59,7 @@ struct Log
 
     void write(const QByteArray &chunk) { processor.write(chunk); }
 
-    /** What the file holds after a flush, as if the flush timer had run out. */
+    /** The content of the file after a flush, as if the flush timer had run out. */
     QByteArray text()
     {
         QMetaObject::invokeMethod(&processor, "on_flushTimer_timeout");
@@ -69,11 +69,11 @@ struct Log
     QString fileName;
     SilentApplication application;
     qint64 nowMs = june4Ms;
-    qint64 stepMs = 0; ///< put on after each reading
+    qint64 stepMs = 0; ///< added to the clock after each reading
     LogProcessor processor;
 };
 
-/** The same with its file open. */
+/** A log processor whose file is open. */
 struct OpenLog : Log
 {
     template <typename... Arguments>
