@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The real program in simulated devices."""
+"""The supervisor in simulated devices."""
 
 from __future__ import annotations
 
@@ -19,19 +19,19 @@ from simulated_devices import DeviceFactory
 
 @pytest.fixture
 def sample(build_directory: Path) -> str:
-    """The sample application's path, which is the same in the device."""
+    """The sample application's path, which is the same on the device."""
     return str(build_directory / "simulator" / "application" / "sample-application")
 
 
 @pytest.fixture(scope="session")
 def sanitized(build_directory: Path) -> bool:
-    """Whether the program is built with a sanitizer, which keeps freed memory back."""
+    """Whether the supervisor is built with a sanitizer, which does not reuse freed memory."""
     return b"libasan.so" in (build_directory / "watchdog").read_bytes()
 
 
 @pytest.fixture
 def start(device: DeviceFactory, sample: str) -> Start:
-    """start("exit", "5", options=["--rotateOnly"]): a running device, logging to LOG."""
+    """start("exit", "5", options=["--rotateOnly"]): a running device that logs to LOG."""
 
     def make(*behaviours: str, options: Sequence[str] = (), log_size: str = "1M",
              application: Sequence[str] | None = None, **device_options: Any) -> Device:

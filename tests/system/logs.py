@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The application's log as it lies on the device."""
+"""The application's log on the device, and the supervisor's errors."""
 
 from __future__ import annotations
 
@@ -11,7 +11,7 @@ OLD_LOG = LOG + ".0"
 
 
 def content(running: Device, path: str = LOG) -> bytes:
-    """What the file holds now; nothing where it is not there."""
+    """The content of the file; empty if it does not exist."""
     try:
         return running.host_path(path).read_bytes()
     except FileNotFoundError:
@@ -19,5 +19,5 @@ def content(running: Device, path: str = LOG) -> bytes:
 
 
 def complaints(running: Device) -> bytes:
-    """What the supervisor said on standard error, but for what it says without root's rights."""
+    """The supervisor's standard error, without the message that it prints if it is not root."""
     return running.stderr.replace(b"Cannot set priority\n", b"")

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""On what condition, and with what, a test is run."""
+"""Marks for tests: a condition, and a parameter."""
 
 from __future__ import annotations
 
@@ -12,4 +12,4 @@ AS_ROOT = pytest.mark.skipif(os.geteuid() != 0, reason="takes root's rights")
 
 DISPATCHERS = pytest.mark.parametrize("environment", [{}, {"QT_NO_GLIB": "1"}],
                                       ids=["glib", "Qt's own loop"])
-"""Qt turns the event loop with glib's where it has it; a device's Qt usually has not."""
+"""Qt uses GLib's event loop if it is built with it. The Qt of a board usually is not."""

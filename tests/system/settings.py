@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""Settings documents for the device."""
+"""Settings documents for a device."""
 
 from __future__ import annotations
 
@@ -13,13 +13,13 @@ def document(payload: Any) -> dict[str, Any]:
 
 
 def watch_list(*entries: dict[str, Any]) -> dict[str, Any]:
-    """The settings with this watch list."""
+    """Settings with this watch list."""
     return {"WatchdogWatchProcessList.json": document(list(entries))}
 
 
 def reporting(files: list[str], upload_path: str = "/tmp/upload",
               prefix: str = "report") -> dict[str, Any]:
-    """The settings with automatic reporting switched on."""
+    """Settings that switch automatic reporting on."""
     return {
         "WatchdogAutomaticReporting.json": document(True),
         "WatchdogAutomaticReportingConf.json": document(
@@ -29,10 +29,10 @@ def reporting(files: list[str], upload_path: str = "/tmp/upload",
 
 
 def log_sizes(**sizes: str) -> dict[str, Any]:
-    """The settings with these limits of logs by their names."""
+    """Settings with size limits of logs, by name."""
     return {"SystemManagerLogFilesSizeConfig.json": document(sizes)}
 
 
 def memory_reporting(switched_on: Any) -> dict[str, Any]:
-    """The settings with memory reporting switched on or off."""
+    """Settings that switch memory reporting on or off."""
     return {"WatchdogMemoryReportingConf.json": document(switched_on)}

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""What the fixture `start` gives to a test."""
+"""The types and values of the fixture `start`."""
 
 from __future__ import annotations
 
@@ -13,7 +13,7 @@ from simulator.device import Device
 from logs import OLD_LOG, content
 
 ATTEMPTS = 4
-"""How often a test starts a supervisor at most: see `missed_the_start_limit`."""
+"""The largest number of attempts to start a supervisor; see `missed_the_start_limit`."""
 
 STARTED = f"""
 # started NAME COMMAND...: runs COMMAND, a supervisor, in the background as $supervisor until its
@@ -33,21 +33,21 @@ started() {{
     return 1
 }}
 """
-"""Defines a function of bash for scripts that start supervisors of their own."""
+"""A bash function for scripts that start supervisors themselves."""
 
 
 class Start(Protocol):
-    """Switches on a device whose supervisor runs the sample application with these behaviours."""
+    """Switches on a device whose supervisor runs the sample application with the behaviours."""
 
     def __call__(self, *behaviours: str, options: Sequence[str] = (), log_size: str = "1M",
                  application: Sequence[str] | None = None, **device_options: Any) -> Device: ...
 
 
 def missed_the_start_limit(running: Device) -> bool:
-    """Whether the supervisor has ended because its application was not up within 500 ms.
+    """Whether the supervisor has ended because its application did not start within 500 ms.
 
-    That happens on a busy machine, and no test is about it. The first event of the watchdog
-    device, or the first flush of the log, tells that it did not.
+    That happens on a busy machine, and no test is about it. After the first event of the watchdog
+    device or the first flush of the log it cannot happen any more.
     """
     def is_known() -> bool:
         return bool(running.events("watchdog device") or content(running)
@@ -57,6 +57,6 @@ def missed_the_start_limit(running: Device) -> bool:
     try:
         wait_until(is_known, "the supervisor has started its application or ended", timeout=2)
     except SimulatorError:
-        return False  # its log is where it cannot be seen from here
+        return False  # its log cannot be read from the host
     return bool(running.events("simulator", "supervisor ended", status=1)
                 and running.events("system log", "during process startup, code: 2"))

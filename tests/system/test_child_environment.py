@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""What the application inherits: descriptors and identity."""
+"""What the application inherits from the supervisor: descriptors and identity."""
 
 from __future__ import annotations
 
@@ -57,7 +57,7 @@ def test_without_privileges_the_switch_fails_and_the_application_runs_all_the_sa
                         "--app", sample, "identity"])
     assert done.status == 0
     text = done.stdout
-    # Each is a write of its own, so that standard output may come in between.
+    # Each message is a write of its own, so standard output may come between them.
     assert b"\nCannot initialize supplementary groups\n" in text
     assert b"\nCannot change user/group\n" in text
     assert f"uid {nobody} euid {nobody} gid {nogroup} ".encode() in text

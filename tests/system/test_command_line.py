@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The command line, and how the program ends when it cannot start."""
+"""The command line, and the end of a supervisor that cannot start."""
 
 from __future__ import annotations
 
@@ -48,7 +48,7 @@ def test_without_application_it_prints_nothing_and_logs_the_failed_start(
 
 def test_what_follows_the_application_belongs_to_it(start: Start) -> None:
     running = start("arguments", "--singleRun", "-v", "--app", options=["--rotateOnly"])
-    # The supervisor itself is not in single-run mode: it starts the application again.
+    # The supervisor is not in single-run mode, so it starts the application again.
     running.wait_for("system log", "Restarting process", count=2)
     assert b"argument: --singleRun\nargument: -v\nargument: --app\n" in content(running)
 
@@ -60,7 +60,7 @@ def test_an_empty_size_aborts_the_program(device: DeviceFactory, sample: str) ->
 
 
 def rotated_size(running: Device) -> int:
-    """How large the log had become when it was rotated for the first time."""
+    """The size of the log at its first rotation."""
     path = running.host_path(OLD_LOG)
     wait_until(path.exists, "the log is rotated")
     return path.stat().st_size

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""What the supervisor calls fails or hangs; docs/faults.md is the table of all that can."""
+"""System calls and tools of the supervisor that fail or hang; docs/faults.md lists them all."""
 
 from __future__ import annotations
 
@@ -29,8 +29,8 @@ HANGS = "delay_enter=600000000"  # microseconds: longer than any test
 class Failing(Protocol):
     """Switches on a device as `start` does, with one kind of system call that fails or hangs.
 
-    The injection is in strace's words. With a path it is for the calls that touch that file. It is
-    for the supervisor's threads and children too, unless it is for the main thread `alone`.
+    The injection has the syntax of strace. With a path it affects only calls on that file. It
+    affects the supervisor's threads and children too, or with `alone` only its main thread.
     """
 
     def __call__(self, injection: str, path: str | None = None, *behaviours: str,
@@ -39,18 +39,18 @@ class Failing(Protocol):
 
 def strace(injection: str, path: str | None = None, alone: bool = False,
            environment: dict[str, str] | None = None) -> dict[str, Any]:
-    """Options of a device on which such calls fail or hang: see `Failing`."""
+    """Options of a device on which calls fail or hang; see `Failing`."""
     return {"launcher": ["strace", "-D", "-qqq", "-o", "/dev/null",
                          "-e", f"trace={injection.partition(':')[0]}", "-e", f"inject={injection}",
                          *([] if path is None else ["-P", path]),
                          *([] if alone else ["-f", "--seccomp-bpf"])],
-            # The search for leaks at the end wants to trace the process itself.
+            # Only one process can trace another, and the search for leaks at the end traces too.
             "environment": {"ASAN_OPTIONS": "detect_leaks=0", **(environment or {})}}
 
 
 @pytest.fixture
 def failing(start: Start) -> Failing:
-    """failing("write:error=EIO", LOG, "print", "lost\\n"): a running device whose calls fail."""
+    """failing("write:error=EIO", LOG, "print", "lost\\n"): a device whose calls fail."""
 
     def make(injection: str, path: str | None = None, *behaviours: str, alone: bool = False,
              environment: dict[str, str] | None = None, **options: Any) -> Device:
@@ -60,7 +60,7 @@ def failing(start: Start) -> Failing:
 
 
 def shell(redirection: str) -> list[str]:
-    """A launcher that changes what the supervisor's descriptors are."""
+    """A launcher that redirects the supervisor's descriptors."""
     return ["bash", "-c", f'exec "$@" {redirection}', "bash"]
 
 
@@ -77,7 +77,7 @@ FILLED_PIPE = """if True:
     os.dup2(writer, int(sys.argv[1]))
     os.execvp(sys.argv[2], sys.argv[2:])
 """
-"""Makes a descriptor a full pipe that nobody reads, and executes the supervisor."""
+"""Makes a descriptor a full pipe without a reader and executes the supervisor."""
 
 BROKEN_PIPE = """if True:
     import os, signal, sys
@@ -88,11 +88,11 @@ BROKEN_PIPE = """if True:
     os.dup2(writer, 2)
     os.execvp(sys.argv[1], sys.argv[1:])
 """
-"""Makes output and error a pipe whose reader has gone, and executes the supervisor."""
+"""Makes output and error a pipe whose reader has closed it, and executes the supervisor."""
 
 
 def tools(directory: Path, **scripts: str) -> dict[str, Any]:
-    """Options of a device on which these scripts come first in PATH."""
+    """Options of a device whose PATH has these scripts first."""
     for name, script in scripts.items():
         (directory / name).write_text(f"#!/bin/sh\n{script}\n")
         (directory / name).chmod(0o755)
@@ -101,12 +101,12 @@ def tools(directory: Path, **scripts: str) -> dict[str, Any]:
 
 
 def is_fed(running: Device) -> None:
-    """Waits for the feed at the start and two from the timer."""
+    """Waits for the feed at the start and two feeds of the timer."""
     running.wait_for("watchdog device", "KEEPALIVE", count=3)
 
 
 def is_reset(running: Device) -> None:
-    """Waits until the device has reset the board, which then boots again."""
+    """Waits until the watchdog device has reset the board and the board boots again."""
     expired = running.wait_for("watchdog device", "expired", timeout=120)
     running.wait_for("boot loader", starts=True, after=expired)
 
@@ -140,7 +140,7 @@ def test_a_log_that_cannot_be_renamed_is_rotated_by_copying(failing: Failing) ->
 
 
 def test_a_rotation_begins_with_an_empty_file_whatever_is_there(failing: Failing) -> None:
-    # The rename does nothing and succeeds, as if another program had made the file anew since.
+    # The rename does nothing but succeeds, as if another program had made the file again.
     running = failing("renameat2:retval=0", LOG, "flood", "4000", "4000", "sleep", "0.5", "print",
                       "in the new log\\n", log_size="2k", options=["--rotateOnly", "--singleRun"])
     assert running.wait_supervisor_exit() == 0
@@ -153,7 +153,7 @@ FILLED_LOG = """
     while ls -l /proc/$PPID/fd | grep -q application.log; do sleep 0.02; done
     echo echoed
 """
-"""An application that fills its log, and prints a line when the file is closed."""
+"""An application that fills its log and prints a line while the file is closed."""
 
 
 @pytest.mark.parametrize("injection, path, message", [
@@ -242,7 +242,7 @@ def test_an_application_that_cannot_be_forked_ends_the_start(
 
 def test_an_application_that_is_not_up_in_time_ends_the_start(
         device: DeviceFactory, sample: str) -> None:
-    # The child lists its descriptors before its exec, here after two seconds.
+    # The child lists its descriptors before its exec; here that takes two seconds.
     running = device(arguments=["--rotateOnly", "--app", sample, "print", "started\\n"],
                      **strace("openat:delay_enter=2000000", "/proc/self/fd"))
     started = running.wait_for("simulator", "supervisor started")
@@ -339,7 +339,7 @@ def test_a_device_that_another_holds_counts_as_missing(start: Start, sample: str
     assert b"Watchdog device doesn't exist!!!\n" in done.stderr
 
 
-# The device's library passes an ioctl on with sendto().
+# The simulated device's library sends an ioctl with sendto().
 def test_a_time_out_that_is_refused_leaves_the_drivers_own(failing: Failing) -> None:
     running = failing("sendto:error=EIO:when=1", None, "wait", alone=True)
     is_fed(running)
@@ -356,7 +356,7 @@ def test_a_feed_that_is_refused_is_followed_by_a_reset(failing: Failing) -> None
 @DISPATCHERS
 def test_without_standard_descriptors_the_device_is_armed_and_fed(
         start: Start, redirection: str, environment: dict[str, str]) -> None:
-    # The event loop has taken descriptor 0 by the time the device is opened.
+    # The event loop has opened descriptor 0 before the device is opened.
     running = start("wait", launcher=shell(redirection), environment=environment)
     is_fed(running)
     assert running.events("watchdog device", "SETTIMEOUT")[0]["argument"] == 30
@@ -376,7 +376,7 @@ def test_messages_that_nobody_takes_are_lost(
 @pytest.mark.parametrize("descriptor", ["1", "2"], ids=["output", "error"])
 def test_a_reader_that_hangs_is_followed_by_a_reset(
         device: DeviceFactory, sample: str, descriptor: str) -> None:
-    # The application's output is shown, and killall says that there is nothing to kill.
+    # The supervisor prints the application's output, and killall finds no process.
     running = device(arguments=["--app", sample, "flood", "20000", "1000", "exit", "0"],
                      launcher=["python3", "-c", FILLED_PIPE, descriptor])
     is_reset(running)
@@ -405,7 +405,7 @@ SILENT_SYSTEM_LOG = """if True:
         os.setsid()
         time.sleep(3600)
 """
-"""A system log that is full and reads nothing any more."""
+"""A system log that is full and no longer read."""
 
 
 def test_a_system_log_that_hangs_is_followed_by_a_reset(start: Start) -> None:

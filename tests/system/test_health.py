@@ -33,7 +33,7 @@ def test_the_device_is_armed_and_fed_every_ten_seconds(start: Start) -> None:
     assert operations(running)[:6] == ["open", "WDIOC_SETTIMEOUT"] + ["WDIOC_KEEPALIVE"] * 4
     assert running.events("watchdog device", "WDIOC_SETTIMEOUT")[0]["argument"] == 30
     feeds = [event.monotonic for event in running.events("watchdog device", "KEEPALIVE")]
-    # The first comes at the end of the start, the next 10 s after the timer was started before it.
+    # The first feed comes at the end of the start. The timer starts before it and fires after 10 s.
     assert all(later - earlier > 9 for earlier, later in zip(feeds[1:], feeds[2:]))
 
 
@@ -44,7 +44,7 @@ def test_output_without_end_does_not_hold_up_the_feeding(start: Start) -> None:
 
 
 def test_the_countdown_stands_still_while_the_application_is_down(start: Start) -> None:
-    # It runs out while the main loop waits for killall, and must not be found so afterwards.
+    # If the countdown went on, it would run out while the main loop waits for killall.
     running = start(application=["sh", "-c", "test -e /tmp/again && exec sleep 600; "
                                              "touch /tmp/again; exec sleep 1"],
                     tools={"killall": "hang"})
@@ -66,7 +66,7 @@ def test_an_application_that_does_not_start_leaves_the_device_alone(device: Devi
 
 def test_without_the_device_it_says_so_once_and_works_on(start: Start) -> None:
     running = start("print", "alive\\n", "wait", watchdog_device=False)
-    running.wait_for("tool", "sfuflags", count=2)  # ten seconds later
+    running.wait_for("tool", "sfuflags", count=2)  # ten seconds after the start
     assert running.stderr.count(b"Watchdog device doesn't exist!!!\n") == 1
     assert b"alive\n" in content(running)
 
@@ -80,14 +80,14 @@ def test_a_supervisor_that_is_gone_or_stopped_is_followed_by_a_reset(
     again = running.wait_for("boot loader", starts=True, count=2, timeout=120)
     assert again.monotonic - fed.monotonic >= 30
     running.wait_for("watchdog device", "KEEPALIVE", after=again)
-    assert "write" not in operations(running)  # no magic close
+    assert "write" not in operations(running)  # the magic character was not written
 
 
 def test_a_supervisor_that_ends_does_nothing_to_the_device(start: Start) -> None:
     running = start("sleep", "1", "exit", "3", options=["--singleRun"])
     running.wait_for("simulator", "supervisor ended")
     assert operations(running)[:3] == ["open", "WDIOC_SETTIMEOUT", "WDIOC_KEEPALIVE"]
-    assert set(operations(running)[3:]) <= {"close"}  # the kernel's, at the process's end
+    assert set(operations(running)[3:]) <= {"close"}  # the kernel closes it when the process ends
     running.wait_for("boot loader", starts=True, count=2, timeout=120)
 
 
@@ -108,7 +108,7 @@ def test_the_flags_are_cleared_once_the_application_has_stayed_up(start: Start) 
     assert (running.boot_state.fail, running.boot_state.boot_count) == (0, 0)
     assert not running.host_path("/home/root/ro-test").exists()
 
-    # Once for all: not again after a restart.
+    # A restart of the application does not clear the flags again.
     running.signal("application", signal.SIGKILL)
     restart = running.wait_for("system log", "Restarting process")
     running.wait_for("watchdog device", "KEEPALIVE", after=restart, count=2)
@@ -121,7 +121,7 @@ def test_every_restart_begins_the_countdown_anew(start: Start) -> None:
                                  "exec sleep 99"])
     restart = running.wait_for("system log", "Restarting process")
     cleared = running.wait_for("tool", "sfuflags")
-    assert cleared.monotonic - restart.monotonic >= 11  # the delay of the restart, and ten seconds
+    assert cleared.monotonic - restart.monotonic >= 11  # the restart's delay and ten seconds
 
 
 @pytest.mark.parametrize("behaviour, code",
@@ -188,7 +188,7 @@ def test_failing_tools_in_the_read_only_case_are_ignored(start: Start) -> None:
 
 def test_the_three_newest_snapshots_are_kept(start: Start) -> None:
     running = start("wait")
-    # The fourth round has pushed the first one out when the file has been written four times.
+    # The file has three rounds, so the fourth one removes the first.
     marks: list[bytes] = []
 
     def rounds() -> int:
@@ -219,12 +219,12 @@ def test_the_memory_report_comes_every_three_minutes(start: Start) -> None:
                       rb"Free: \d+ kB, Buffers\+Cache: \d+ kB\n", re.M)
     wait_until(lambda: line.search(content(running)), "the line", timeout=300)
     feeds = running.events("watchdog device", "KEEPALIVE")
-    assert feeds[-1].monotonic - feeds[0].monotonic >= 170  # it was not there before its time
+    assert feeds[-1].monotonic - feeds[0].monotonic >= 170  # not before its time
 
 
 def test_a_hanging_top_holds_up_the_feeding_until_the_board_is_reset(start: Start,
                                                                      tmp_path: Path) -> None:
-    # The wait for a command is as long as the device's time-out, so the reset is what is to come.
+    # The supervisor waits for a command as long as the device's time-out, so the board is reset.
     hanging = tmp_path / "top"
     hanging.write_text("#!/bin/sh\nexec sleep 3600\n")
     hanging.chmod(0o755)

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The application's start, end, restart, and the reboot on its third end."""
+"""The application's start, end and restart, and the reboot at its third end."""
 
 from __future__ import annotations
 
@@ -21,13 +21,13 @@ REBOOT = "reboot -f"
 
 
 def starts(running: Device) -> int:
-    """How often the log says that the application was started, in both generations."""
+    """How many starts of the application both generations of the log report."""
     return sum(running.host_path(path).read_bytes().count(b" Watchdog: Starting app: ")
                for path in (LOG, OLD_LOG) if running.host_path(path).exists())
 
 
 def start_times(running: Device) -> list[datetime]:
-    """When the supervisor wrote each start into the log."""
+    """The time of each start in the log."""
     stamps = re.findall(rb"^(\S+ \S+) Watchdog: Starting app: ", content(running), re.M)
     return [datetime.fromisoformat(stamp.decode()) for stamp in stamps]
 
@@ -37,8 +37,8 @@ def notices(running: Device) -> list[str]:
 
 
 def notice_of(code: int, status: int) -> re.Pattern[str]:
-    """What the system log says of an application that ended at once."""
-    # A second of the clock may end in between.
+    """The system log's message about an application that ended at once."""
+    # The clock may pass to the next second in between.
     return re.compile(
         rf"^Restarting process: exit code:{code}, exist status:{status}, uptime:\d+ sec$")
 
@@ -78,12 +78,12 @@ def test_a_killed_application_is_started_again_and_nothing_left_behind(start: St
         wait_until(lambda: starts(running) == len(notices(running)) + 1, "the start is logged")
 
     def held() -> bytes:
-        """How many descriptors, threads and children the supervisor has."""
+        """The numbers of the supervisor's descriptors, threads and children."""
         return running.run(["sh", "-c", f"""
             ls /proc/{supervisor}/fd | wc -l; ls /proc/{supervisor}/task | wc -l
             pgrep -P {supervisor} -c"""]).stdout
 
-    restart(1)  # from the first notice on there is a connection to the system log
+    restart(1)  # the first notice opens the connection to the system log
     before = held()
     restart(3)
     assert held() == before
@@ -97,7 +97,7 @@ def test_a_process_named_pynx_does_not_survive_the_exit(start: Start) -> None:
                     watchdog_device=False)
     call = running.wait_for("tool", KILLALL)
     assert call["arguments"] == ["-9", "pYNX"]
-    assert call["status"] == 0  # there was one to kill
+    assert call["status"] == 0  # killall has found a process
     assert running.wait_supervisor_exit() == 0
 
 
@@ -107,11 +107,11 @@ def test_the_third_exit_reboots_the_board_which_starts_again(start: Start) -> No
     assert reboot["arguments"] == ["-f"]
     assert running.stderr.count(CRITICAL) == 1
     assert len(running.events("tool", KILLALL)) == 3
-    # Two restarts were noted; the third exit ends in the reboot before its notice.
+    # Two restarts were logged. The third end reboots the board before its notice.
     assert len(notices(running)) == 2
     running.wait_for("boot loader", starts=True, count=2)
     running.wait_for("tool", REBOOT, count=2)
-    assert (running.boot_state.fail, running.boot_state.boot_count) == (1, 2)  # nobody cleared them
+    assert (running.boot_state.fail, running.boot_state.boot_count) == (1, 2)  # not cleared
 
 
 @pytest.mark.parametrize("behaviour", ["return", "fail", "absent"])
@@ -128,7 +128,7 @@ def test_where_the_reboot_comes_back_the_application_goes_on_and_no_later_exit_r
 def test_a_failing_killall_is_ignored(start: Start, behaviour: str) -> None:
     running = start("exit", "0", tools={"killall": behaviour})
     running.wait_for("system log", "Restarting process", count=2)
-    # Only the tool itself may have said something; the supervisor has not.
+    # Only the tool may have printed an error, not the supervisor.
     assert complaints(running).replace(b"killall: failed\n", b"") == b""
 
 
@@ -158,7 +158,7 @@ def test_what_cannot_be_executed_gives_255_in_single_run_mode(start: Start) -> N
 def test_the_application_never_sees_the_end_of_its_input(start: Start) -> None:
     running = start("print", "reading\\n", "cat", "print", "ended\\n", options=["--rotateOnly"])
     wait_until(lambda: b"reading" in content(running), "the application reads")
-    # Time enough to see an end if there were one.
+    # In this time an end would be seen.
     running.run(["sleep", "0.5"])
     assert b"ended" not in content(running)
     assert not notices(running)

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""CPU load alarms and missing processes in the application's log."""
+"""Load alarms and absences of processes in the application's log."""
 
 from __future__ import annotations
 
@@ -18,12 +18,12 @@ NUMBER = rb"[0-9.e+-]+"
 
 
 def watched(name: str, **fields: Any) -> dict[str, Any]:
-    """An entry of the watch list; alarms at any load at all unless told otherwise."""
+    """An entry of the watch list, which by default gives an alarm at any load."""
     return {"name": name, "period": 1, "maxLoad": 0, "maxReports": 100, **fields}
 
 
 def headers(running: Device, load: int) -> int:
-    """How many alarms with this threshold are in the log."""
+    """The number of alarms with this threshold in the log."""
     return len(re.findall(rb"^%s Process:\S* \(\d+\) cpu load is : %d for \d+ seconds $"
                           % (TIME, load), content(running), re.M))
 
@@ -53,7 +53,8 @@ def test_after_the_allowed_number_of_alarms_the_watching_ends(start: Start) -> N
                     settings=watch_list(watched("burner", maxLoad=0),
                                         watched("burner", maxLoad=1, maxReports=2),
                                         watched("burner", maxLoad=2, maxReports=0)))
-    # The first entry is the clock by which the others have had time for further alarms.
+    # The first entry serves as a clock: by its sixth alarm the others could have had more of
+    # theirs.
     wait_until(lambda: headers(running, 0) >= 6, "six alarms of the unlimited entry")
     assert headers(running, 1) == 2
     assert headers(running, 2) == 0
@@ -64,7 +65,8 @@ def test_what_is_watched_no_more_is_not_missed_either(start: Start, sample: str)
                                              f"{sample} name other sleep 8 & wait; exec sleep 600"],
                     settings=watch_list(watched("burner"), watched("burner", maxReports=0),
                                         watched("other", maxLoad=101)))
-    # The one that ended last is the clock: whoever misses the burner has said so by then.
+    # The process that ended last serves as a clock: the others' absences are reported before its
+    # own.
     wait_until(lambda: b"Process other with args [] doesn't appear for 30 seconds\n"
                in content(running), "the other one is missed", timeout=120)
     assert content(running).count(b"Process burner with args [] doesn't appear") == 1
@@ -97,14 +99,14 @@ def test_a_process_that_does_not_appear_is_told_once_after_thirty_seconds(start:
     wait_until(lambda: with_arguments in content(running) and without in content(running),
                "both are told", timeout=120)
     feeds = running.events("watchdog device", "KEEPALIVE")
-    assert feeds[-1].monotonic - started.monotonic >= 19.9  # two whole feeds and more have passed
-    # Two more feeds are twenty more seconds without another line.
+    assert feeds[-1].monotonic - started.monotonic >= 19.9  # more than two whole feeds have passed
+    # Two more feeds mean twenty more seconds without another line.
     running.wait_for("watchdog device", "KEEPALIVE", after=feeds[-1], count=2)
     assert content(running).count(b"doesn't appear") == 2
 
 
 def scheduling(running: Device, pid: int) -> dict[str, str]:
-    """Policy and priority of each thread of a process, by the thread's name."""
+    """The policy and priority of each thread of a process, by the thread's name."""
     script = f"""
         for task in /proc/{pid}/task/*; do
             echo "$(cat $task/comm) $(awk '{{print $(NF-11), $(NF-12)}}' $task/stat)"

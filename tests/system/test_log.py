@@ -1,8 +1,8 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The application's log in the real program: nothing is lost that need not be.
+"""The application's log as the supervisor writes it: no output is lost without need.
 
-What the file looks like byte for byte is told by tst_logprocessor.cpp and tst_logfile.cpp.
+tst_logprocessor.cpp and tst_logfile.cpp test the bytes of the file.
 """
 
 from __future__ import annotations
@@ -22,8 +22,8 @@ def test_ten_megabytes_on_each_channel_at_once_and_nothing_is_lost(start: Start)
     running = start("flood-both", "10000000", "4096", log_size="100M",
                     options=["--singleRun", "--rotateOnly"])
     assert running.wait_supervisor_exit() == 0
-    # Chunks of both channels end at any byte and interleave, so that a line may be cut in two:
-    # counted are the bytes, and every line that is whole must follow its predecessor.
+    # Chunks of both channels end at any byte and interleave, so a line may be cut in two. Therefore
+    # the bytes are counted, and every whole line follows the one before it.
     written = content(running).split(b" \n", 1)[1]
     assert len(written) == 20_000_000
     for channel in (b"out", b"err"):
@@ -67,7 +67,7 @@ def test_without_a_log_file_everything_is_echoed(device: DeviceFactory, sample: 
 
 
 def test_the_log_survives_restarts_in_one_file(start: Start) -> None:
-    # What a grandchild prints after the application's end is lost.
+    # The output of a grandchild after the application's end is lost.
     running = start("grandchild", "1", "print", "again\\n", options=["--rotateOnly"])
     running.wait_for("system log", "Restarting process", count=3)
     assert content(running).count(b"again\n") == 3

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The main job on a program that was written without it in mind: busybox's web server."""
+"""The supervisor's main work with a program that knows nothing of it: busybox's web server."""
 
 from __future__ import annotations
 
@@ -21,13 +21,13 @@ BUSYBOX = shutil.which("busybox") or ""
 
 @pytest.fixture
 def address() -> str:
-    """An address of the loopback network for this test process alone."""
+    """An address of the loopback network that only this test process uses."""
     pid = os.getpid()
     return f"127.{128 + (pid >> 16)}.{pid >> 8 & 255}.{pid & 255}:8080"
 
 
 def ask(address: str) -> bool:
-    """Whether the web server answers, if only to say that there is no such page."""
+    """Whether the web server answers; "no such page" is an answer too."""
     try:
         urllib.request.urlopen(f"http://{address}/no-such-page", timeout=10)
     except urllib.error.HTTPError:
@@ -42,7 +42,7 @@ def test_a_web_server_is_logged_restarted_and_rebooted(start: Start, address: st
     running = start(application=[BUSYBOX, "httpd", "-f", "-vv", "-p", address], log_size="2k",
                     bad_boots=2)
 
-    # What it prints is in the log.
+    # The log has its output.
     wait_until(lambda: ask(address), "the web server answers")
     wait_until(lambda: b"response:404" in content(running), "its line is in the log")
 
@@ -52,14 +52,14 @@ def test_a_web_server_is_logged_restarted_and_rebooted(start: Start, address: st
     wait_until(filled, "the log is rotated")
     assert len(content(running, OLD_LOG)) >= 2048
 
-    # Killed from outside, it is started again.
+    # After a kill from outside it is started again.
     killed = running.application()
     running.signal(killed.pid, signal.SIGKILL)
     running.wait_for("system log", "Restarting process: exit code:9, exist status:1")
     again = running.application(unlike=killed)
     wait_until(lambda: ask(address), "the restarted web server answers")
 
-    # On the third exit the board is rebooted, and the web server runs again after that.
+    # At the third end the board is rebooted, and the web server runs again.
     running.signal(again.pid, signal.SIGTERM)
     running.wait_for("system log", "Restarting process: exit code:15, exist status:1")
     third = running.application(unlike=again)

@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: MIT
 """From a marker in the application's output, or a crash, to an archive in the upload directory.
 
-What is asked of tar, when, and what becomes of its result is tst_reporter.cpp's.
+tst_reporter.cpp tests the calls of tar and what follows from their results.
 """
 
 from __future__ import annotations
@@ -29,18 +29,18 @@ NAME = re.compile(r"report-(?P<name>.*)-(?P<time>\d{13})\.tar\.gz")
 
 
 def uploads(running: Device) -> list[re.Match[str]]:
-    """The names of the archives, taken apart, oldest first."""
+    """The names of the archives, matched by NAME, the oldest first."""
     names = (NAME.fullmatch(path.name) for path in running.host_path(UPLOAD).glob("*.tar.gz"))
     return sorted(filter(None, names), key=written_at)
 
 
 def written_at(name: re.Match[str]) -> int:
-    """When the archive was begun, in milliseconds."""
+    """The time of the archive in its name, in milliseconds."""
     return int(name["time"])
 
 
 def archive(running: Device, name: str) -> dict[str, bytes]:
-    """Waits for an archive of this name part, and returns its members and their content."""
+    """Waits for an archive with this name part; returns the content of its members."""
     found = wait_until(lambda: [upload for upload in uploads(running) if upload["name"] == name],
                        f"an archive named {name}")[0]
     members = {}
@@ -65,10 +65,10 @@ def test_a_marker_makes_an_archive_of_its_file_and_the_configured_ones(start: St
     members = archive(running, "Größe_voll_")
     assert members.keys() == {LOG, "/tmp/link"}
     assert members["/tmp/link"] == b"what the application wanted to show"
-    # The log was flushed before the report was asked for, so the marker itself is in it.
+    # The log is flushed before the request, so it has the marker.
     assert "==Report file:/tmp/link==Größe voll!\n".encode() in members[LOG]
     assert complaints(running) == b""
-    # Five seconds after the marker; a coarse timer may be 5 % early.
+    # The archive is begun five seconds after the marker. A coarse timer may be 5 % early.
     assert written_at(uploads(running)[0]) / 1000 - asked >= 5 * 0.95
 
 
@@ -85,7 +85,7 @@ def test_a_crash_makes_a_report_with_the_frozen_snapshot(start: Start) -> None:
     members = archive(running, "main")
     assert members.keys() == {LOG, "/tmp/log/system.load"}
     assert b"top - " in members["/tmp/log/system.load"]
-    assert b"exist status:1" not in members[LOG]  # that is the system log's
+    assert b"exist status:1" not in members[LOG]  # only the system log has it
     assert running.wait_for("system log", "Restarting process: exit code:11, exist status:1")
 
 
@@ -111,11 +111,11 @@ def test_without_reporting_a_marker_is_text_like_any_other(
                     options=[*options, "--singleRun"])
     assert running.wait_supervisor_exit() == 0
     assert content(running).endswith(b"\n==Report==no\n")
-    assert not running.host_path(UPLOAD).exists()  # made at the start, where reports are made
+    assert not running.host_path(UPLOAD).exists()  # only made at a start with reports switched on
 
 
 def fake_tar(tmp_path: Path, script: str) -> list[Bind]:
-    """A tar of our own on the device."""
+    """A script that is the device's tar."""
     tool = tmp_path / "tar"
     tool.write_text("#!/bin/sh\n" + script)
     tool.chmod(0o755)
@@ -127,14 +127,14 @@ def test_several_archives_at_once_while_the_application_restarts(start: Start,
     behaviours = []
     for i in range(6):
         behaviours += ["print", f"==Report==r{i}\\n", "sleep", "0.2"]
-    # None goes on before all have been started.
+    # Each tar waits until all six have started.
     script = ('echo >>/tmp/begun; until [ $(wc -l </tmp/begun) -ge 6 ]; do sleep 0.05; done\n'
               'exec /tmp/real-tar "$@"\n')
     running = start(*behaviours, "exit", "0", settings=reporting([LOG]), tools={"reboot": "return"},
                     binds=fake_tar(tmp_path, script))
     wait_until(lambda: len({upload["name"] for upload in uploads(running)}) == 6,
                "all six archives")
-    for upload in uploads(running):  # raises where one is cut off
+    for upload in uploads(running):  # raises an error if an archive is cut off
         gzip.decompress(running.host_path(f"{UPLOAD}/{upload.string}").read_bytes())
 
 
@@ -147,7 +147,7 @@ def test_a_full_upload_directory_gives_the_message_and_no_archive(start: Start) 
 
 
 def crashes_at_the_third_time() -> list[str]:
-    """An application that exits twice and then crashes."""
+    """An application that exits normally twice and then crashes."""
     return ["sh", "-c", "echo >>/tmp/runs; [ $(wc -l </tmp/runs) -lt 3 ] || kill -SEGV $$; exit 0"]
 
 

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""Single-run mode: the supervisor ends with its application, or with a termination signal."""
+"""Single-run mode: the supervisor ends with its application or by a termination signal."""
 
 from __future__ import annotations
 
@@ -21,7 +21,7 @@ TERMINATION = [signal.SIGINT, signal.SIGQUIT, signal.SIGTERM]
 
 
 def started(running: Device) -> None:
-    """Waits until the application has said that it is ready."""
+    """Waits until the application has printed that it is ready."""
     wait_until(lambda: b"ready\n" in content(running), "the application is ready")
 
 
@@ -40,7 +40,7 @@ def test_the_exit_status_is_the_applications(start: Start, behaviour: tuple[str,
 @pytest.mark.parametrize("number", TERMINATION)
 def test_a_termination_signal_ends_both_and_the_status_is_0(start: Start, number: signal.Signals,
                                                             environment: dict[str, str]) -> None:
-    # Whatever the supervisor gets, the application is told by SIGTERM.
+    # Whichever signal the supervisor gets, the application gets SIGTERM.
     script = "trap 'touch /tmp/log/told; exit 15' TERM; echo ready; while :; do sleep 0.02; done"
     running = start(application=["/bin/sh", "-c", script],
                     options=["--singleRun", "--rotateOnly"], environment=environment)
@@ -57,8 +57,8 @@ def test_a_termination_signal_ends_both_and_the_status_is_0(start: Start, number
 @pytest.mark.parametrize("options", [[], ["--rotateOnly"]], ids=["all", "rotate-only"])
 def test_the_status_is_0_although_the_application_has_ended_too(
         start: Start, sample: str, options: list[str], environment: dict[str, str]) -> None:
-    # A supervisor that is stopped meanwhile finds the signal and the end at once, in an order that
-    # depends on the seed.
+    # The supervisor is stopped in between, so it finds the signal and the end at the same time.
+    # Their order depends on the seed.
     running = start("wait", options=["--rotateOnly"], environment=environment,
                     watchdog_device=False)
     script = f"""
@@ -86,13 +86,13 @@ def test_the_applications_last_words_are_in_the_log(start: Start) -> None:
 
 
 def is_gone(running: Device, pid: int) -> bool:
-    """Whether the process has ended, collected by its parent or not."""
+    """Whether the process has ended, also if its parent has not waited for it."""
     return pid not in {process.pid for process in running.processes() if process.state != "Z"}
 
 
 def end_by_second_signal(running: Device) -> None:
-    """Ends a supervisor that the first signal cannot end, since it waits for something else."""
-    # Two of one kind could become one. The kernel decides which of two kinds comes first.
+    """Ends a supervisor that the first signal cannot end, because it waits for something else."""
+    # Two signals of one kind could become one. The kernel decides which of two kinds comes first.
     running.signal("supervisor", signal.SIGTERM)
     running.signal("supervisor", signal.SIGINT)
     assert -running.wait_supervisor_exit() in (signal.SIGTERM, signal.SIGINT)
@@ -117,7 +117,7 @@ def test_the_application_is_told_at_once_while_a_tool_is_waited_for(start: Start
 
 
 def hanging_start_up(start: Start, *behaviours: str) -> tuple[Device, Path]:
-    """A device on which the start-up waits for a writer of this settings document, a FIFO."""
+    """A device on which the start waits for a writer to a settings document, which is a FIFO."""
     running = start(*behaviours, "wait", options=["--singleRun"], watchdog_device=False,
                     start=False)
     document = running.host_path("/supervisor/settings/WatchdogMemoryReportingConf.json")
@@ -144,7 +144,7 @@ def test_a_signal_during_the_start_up_is_not_lost(start: Start) -> None:
 
 
 def test_a_second_signal_ends_a_supervisor_whose_log_takes_no_more(start: Start) -> None:
-    # A log that is a FIFO which nobody reads.
+    # The log is a FIFO without a reader.
     running = start("on-term", "3", "flood", "200000", "10000", "wait",
                     options=["--singleRun", "--rotateOnly"], start=False)
     log = running.host_path(LOG)
@@ -192,7 +192,7 @@ def test_the_application_starts_with_the_signals_untouched(start: Start) -> None
     blocked, ignored = (int(mask, 16) for mask in
                         re.findall(rb"^Sig...:\t([0-9a-f]+)$", content(running), re.M))
     assert blocked == 0
-    # What the tests themselves were started with may be ignored, by nohup for instance.
+    # Other signals may be ignored, because the tests were started so, for instance by nohup.
     assert not any(ignored >> (number - 1) & 1 for number in [*TERMINATION, signal.SIGPIPE])
 
 

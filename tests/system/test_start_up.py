@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The order in which the supervisor starts what it has, and how often each part then works."""
+"""The order of the supervisor's start, and how often each part then works."""
 
 from __future__ import annotations
 
@@ -20,7 +20,7 @@ def test_start_up_takes_its_steps_in_their_order(start: Start) -> None:
                                       **watch_list({"name": "nobody", "period": 1})},
                     launcher=["strace", "-D", "-qqq", "-o", TRACE,
                               "-e", "trace=clone,clone3,connect,mkdir,openat,sendto"],
-                    # The search for leaks at the end wants to trace the process itself.
+                    # strace traces the process, so the search for leaks at the end cannot.
                     environment={"ASAN_OPTIONS": "detect_leaks=0"})
     expected = [
         "application.log",
@@ -53,7 +53,7 @@ def test_without_anything_to_watch_the_load_watcher_rests(start: Start) -> None:
         done"""
     running.wait_for("watchdog device", "KEEPALIVE", count=2)
     before = running.run(["sh", "-c", script]).stdout
-    running.wait_for("watchdog device", "KEEPALIVE", count=3)  # ten times the watcher's second
+    running.wait_for("watchdog device", "KEEPALIVE", count=3)  # 10 s later, or ten samples
     assert b"voluntary" in before
     assert running.run(["sh", "-c", script]).stdout == before
 
