@@ -17,6 +17,7 @@ namespace {
 
 long sizeThatTheSystemNames = 1024;
 int lookupError = 0;
+QByteArray givenName;
 std::size_t givenSize = 0;
 int forks = 0;
 
@@ -45,8 +46,9 @@ long sysconf(int name) noexcept
     return original(name);
 }
 
-int getpwnam_r(const char *, passwd *, char *, std::size_t size, passwd **result)
+int getpwnam_r(const char *name, passwd *, char *, std::size_t size, passwd **result)
 {
+    givenName = name;
     givenSize = size;
     *result = nullptr;
     return lookupError;
@@ -100,6 +102,7 @@ void PynxProcessTest::failedLookup()
     lookupError = error;
     const StandardErrorCapture capture;
     QVERIFY(!PynxProcess().lookupUser(QString::fromUtf8("jürgen")));
+    QCOMPARE(givenName, QByteArray("jürgen"));
     QCOMPARE(capture.text(), QByteArray("Failed to get info about user: jürgen\n"));
 }
 
