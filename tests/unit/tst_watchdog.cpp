@@ -34,7 +34,9 @@ private slots:
 
     void anExitIsTakenToTheSystemLog_data();
     void anExitIsTakenToTheSystemLog();
+    void theRunTimeIsCountedInSecondsOfTheClock();
     void theRunTimeEndsBeforeTheCleanUp();
+    void theRestartComesAfterASecond();
     void theLogIsFlushedAfterTheCleanUpAndBeforeTheReboot();
     void theThirdExitReboots_data();
     void theThirdExitReboots();
@@ -169,12 +171,34 @@ void WatchdogTest::anExitIsTakenToTheSystemLog()
     QCOMPARE(messages.at(0).text, notice);
 }
 
+void WatchdogTest::theRunTimeIsCountedInSecondsOfTheClock()
+{
+    m_clock = [] { return 1999; };
+    call(*m_watchdog, "processRestart");
+    m_clock = [] { return 3000; };
+    finish(*m_watchdog, 0, QProcess::NormalExit);
+    QVERIFY(takeSyslogMessages().constLast().text.endsWith(QStringLiteral("uptime:2 sec\n")));
+}
+
 void WatchdogTest::theRunTimeEndsBeforeTheCleanUp()
 {
     m_clock = [this] { return m_tools.calls().isEmpty() ? 0 : 100000; };
     finish(*m_watchdog, 0, QProcess::NormalExit);
     QCOMPARE(m_clock(), 100000); // the clean-up takes 100 seconds
     QVERIFY(takeSyslogMessages().constLast().text.endsWith(QStringLiteral("uptime:0 sec\n")));
+}
+
+// Each start fails, and says so. Timers run out in their order, however late they are noticed.
+void WatchdogTest::theRestartComesAfterASecond()
+{
+    finish(*m_watchdog, 0, QProcess::NormalExit);
+    takeSyslogMessages();
+    QVector<int> starts;
+    for (const int ms : {900, 1500})
+        QTimer::singleShot(ms, Qt::PreciseTimer, m_watchdog.data(),
+                           [&] { starts << takeSyslogMessages().size(); });
+    QTRY_COMPARE_WITH_TIMEOUT(starts.size(), 2, 30000);
+    QCOMPARE(starts, QVector<int>({0, 1}));
 }
 
 void WatchdogTest::theLogIsFlushedAfterTheCleanUpAndBeforeTheReboot()
