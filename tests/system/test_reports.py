@@ -95,6 +95,15 @@ def test_a_crash_before_the_first_snapshot_has_the_configured_files_alone(start:
     assert archive(running, "main").keys() == {LOG}
 
 
+def test_a_crash_in_single_run_mode_keeps_its_snapshot(start: Start) -> None:
+    script = f"until [ -e {SNAPSHOTS} ]; do sleep 0.02; done; kill -SEGV $$"
+    running = start(application=["/bin/sh", "-c", script], options=["--singleRun"],
+                    settings=reporting([LOG]), watchdog_device=False)
+    running.host_path(SNAPSHOTS).touch()
+    assert running.wait_supervisor_exit() == signal.SIGSEGV
+    assert running.host_path(SNAPSHOTS + ".load").exists()
+
+
 def test_a_normal_exit_makes_no_report(start: Start) -> None:
     running = start("exit", "5", settings=reporting([LOG]), tools={"reboot": "return"})
     running.wait_for("system log", "Restarting process", count=8)  # longer than a report's delay
