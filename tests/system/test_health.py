@@ -216,12 +216,14 @@ def test_a_missing_directory_of_the_snapshots_is_told_on_every_round(start: Star
 
 @pytest.mark.takes(180)
 def test_the_memory_report_comes_every_three_minutes(start: Start) -> None:
+    switched_off = start("wait", settings=memory_reporting(False))
     running = start("wait", settings=memory_reporting(True))
     line = re.compile(rb"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} == MEMORY USAGE == "
                       rb"Free: \d+ kB, Buffers\+Cache: \d+ kB\n", re.M)
     wait_until(lambda: line.search(content(running)), "the line", timeout=300)
     feeds = running.events("watchdog device", "KEEPALIVE")
     assert feeds[-1].monotonic - feeds[0].monotonic >= 170  # not before its time
+    assert b"MEMORY" not in content(switched_off)  # which has run for longer
 
 
 def test_a_hanging_top_holds_up_the_feeding_until_the_board_is_reset(start: Start,
