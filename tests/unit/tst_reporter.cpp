@@ -7,6 +7,7 @@
 #include "platform/pynx_processhandler.h"
 #include "report/reporter.h"
 #include "standarderrorcapture.h"
+#include "stoppedwallclock.h"
 #include "testfiles.h"
 
 #include <QDateTime>
@@ -112,7 +113,7 @@ private slots:
     void handlerIsCalledWithTheArchiveAndItsFiles();
     void nameBecomesFileName_data();
     void nameBecomesFileName();
-    void archivesOfOneMillisecondHaveNamesOfTheirOwn();
+    void archivesBearTheirTimeEachItsOwn();
     void emptyUploadPathIsTheRoot();
     void eachFileThatExistsIsPackedOnce();
     void nothingIsPackedWhenNoFileExists();
@@ -268,18 +269,21 @@ void ReporterTest::nameBecomesFileName()
     QCOMPARE(temporaryName, QStringLiteral("tmp_board-") + part + QLatin1Char('-') + time);
 }
 
-void ReporterTest::archivesOfOneMillisecondHaveNamesOfTheirOwn()
+void ReporterTest::archivesBearTheirTimeEachItsOwn()
 {
     const QString file = newFile(a);
     makeReporter();
-    for (int i = 0; i < 100; ++i) {
-        m_reporter->createReport({file}, QStringLiteral("a b"));
-        m_reporter->createReport({file}, QStringLiteral("a_b"));
-    }
-    QSet<QString> paths;
+    StoppedWallClock clock(1000000000000);
+    for (const char *name : {"a b", "a_b", "a b"})
+        m_reporter->createReport({file}, QLatin1String(name));
+    clock.advance(-3600000); // the system's clock is set back by an hour
+    m_reporter->createReport({file}, a);
+    QStringList times;
     for (const Call &call : std::as_const(calls()))
-        paths.insert(call.temporaryPath());
-    QCOMPARE(paths.size(), 200);
+        times.append(call.temporaryPath().section(QLatin1Char('-'), -1));
+    QCOMPARE(times,
+             QStringList({QStringLiteral("1000000000000"), QStringLiteral("1000000000001"),
+                          QStringLiteral("1000000000002"), QStringLiteral("999996400000")}));
 }
 
 void ReporterTest::emptyUploadPathIsTheRoot()
