@@ -16,6 +16,7 @@
 #include <thread>
 #include <utility>
 
+#include <sched.h>
 #include <unistd.h>
 
 namespace {
@@ -31,6 +32,7 @@ public:
     { }
 
     QThread *const constructedOn;
+    const int policy = ::sched_getscheduler(0);
     const int number;
     const QString text;
     QThread *calledOn = nullptr;
@@ -126,6 +128,7 @@ private slots:
     void workerIsConstructedFromTheArguments();
     void createReturnsOnlyOnceTheWorkerExists();
     void threadBearsTheName();
+    void threadBeginsWithItsCreatorsScheduling();
     void threadDeletesItselfAndNotTheWorker();
     void manyAtOnce();
 
@@ -194,6 +197,16 @@ void NewQThreadTest::threadBearsTheName()
     QCOMPARE(threadsNamed("worker thread").size(), 1);
     QVERIFY(!threadsNamed("worker thread").contains(::getpid()));
     QCOMPARE(readFile(QStringLiteral("/proc/self/comm")), ownName);
+    end(worker);
+}
+
+void NewQThreadTest::threadBeginsWithItsCreatorsScheduling()
+{
+    const sched_param parameters = {};
+    QCOMPARE(::sched_setscheduler(0, SCHED_BATCH, &parameters), 0); // needs no privilege
+    Worker *worker = NewQThread<Worker>::create(QStringLiteral("worker"));
+    QCOMPARE(::sched_setscheduler(0, SCHED_OTHER, &parameters), 0);
+    QCOMPARE(worker->policy, SCHED_BATCH);
     end(worker);
 }
 
