@@ -62,6 +62,7 @@ private slots:
     void kernelsFile_data();
     void kernelsFile();
     void readsThisMachine();
+    void everyReadingReadsTheFileAgain();
     void missingFile_data();
     void missingFile();
     void reportLine_data();
@@ -211,6 +212,14 @@ void MemoryUsageTest::readsThisMachine()
     QCOMPARE(usage.memTotal, expected.toULongLong() * kiB);
     QVERIFY(usage.memFree > 0);
     QVERIFY(usage.memFree <= usage.memTotal);
+}
+
+void MemoryUsageTest::everyReadingReadsTheFileAgain()
+{
+    writeFile(file(), "MemFree: 1 kB\nSlab: 7\n");
+    QCOMPARE(textOf(MemoryUsage::read(file())), textOf(usageOf(0, kiB, 0, 0, 0, 7)));
+    writeFile(file(), "MemFree: 2 kB\n");
+    QCOMPARE(textOf(MemoryUsage::read(file())), textOf(usageOf(0, 2 * kiB, 0, 0, 0, 0)));
 }
 
 void MemoryUsageTest::missingFile_data()
