@@ -68,8 +68,9 @@ def test_a_marker_makes_an_archive_of_its_file_and_the_configured_ones(start: St
     # The log is flushed before the request, so it has the marker.
     assert "==Report file:/tmp/link==Größe voll!\n".encode() in members[LOG]
     assert complaints(running) == b""
-    # The archive is begun five seconds after the marker. A coarse timer may be 5 % early.
-    assert written_at(uploads(running)[0]) / 1000 - asked >= 5 * 0.95
+    # The archive is begun five seconds after the marker. A coarse timer may be 5 % early, and a
+    # busy machine late.
+    assert 5 * 0.95 <= written_at(uploads(running)[0]) / 1000 - asked < 30
 
 
 def test_every_start_of_the_application_has_reports_of_its_own(start: Start) -> None:
