@@ -115,12 +115,14 @@ def test_a_normal_exit_makes_no_report(start: Start) -> None:
     pytest.param(["--rotateOnly"], reporting([LOG]), id="rotate only"),
     pytest.param([], {}, id="not switched on"),
 ])
-def test_without_reporting_a_marker_is_text_like_any_other(
+def test_without_reporting_a_marker_is_text_like_any_other_and_a_crash_keeps_nothing(
         start: Start, options: Sequence[str], settings: dict[str, Any]) -> None:
-    running = start("print", "==Report==no\\n", "exit", "0", settings=settings,
+    script = f"touch {SNAPSHOTS}; echo ==Report==no; kill -SEGV $$"
+    running = start(application=["/bin/sh", "-c", script], settings=settings,
                     options=[*options, "--singleRun"])
-    assert running.wait_supervisor_exit() == 0
+    assert running.wait_supervisor_exit() == 11
     assert content(running).endswith(b"\n==Report==no\n")
+    assert not running.host_path(SNAPSHOTS + ".load").exists()
     assert not running.host_path(UPLOAD).exists()  # only made at a start with reports switched on
 
 
