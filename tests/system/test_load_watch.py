@@ -99,7 +99,8 @@ def test_a_process_that_does_not_appear_is_told_once_after_thirty_seconds(start:
     wait_until(lambda: with_arguments in content(running) and without in content(running),
                "both are told", timeout=120)
     feeds = running.events("watchdog device", "KEEPALIVE")
-    assert feeds[-1].monotonic - started.monotonic >= 19.9  # more than two whole feeds have passed
+    # More than two whole feeds have passed, and not as many as in twice the time.
+    assert 19.9 <= feeds[-1].monotonic - started.monotonic < 45
     # Two more feeds mean twenty more seconds without another line.
     running.wait_for("watchdog device", "KEEPALIVE", after=feeds[-1], count=2)
     assert content(running).count(b"doesn't appear") == 2
