@@ -14,7 +14,7 @@
 namespace {
 
 constexpr std::size_t kiB = 1024;
-constexpr std::size_t chunkBytes = 256 * kiB; // what an output pipe holds
+constexpr std::size_t chunkBytes = 256 * kiB; // the size of an output pipe
 constexpr std::size_t smallChunkBytes = 64 * kiB;
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || !defined(M_TRIM_THRESHOLD)
@@ -23,7 +23,7 @@ constexpr bool heapIsTheOneMeant = false;
 constexpr bool heapIsTheOneMeant = true;
 #endif
 
-// How much smaller the heap has become by the time that this many chunks were allocated and freed.
+// By how many bytes the heap has shrunk after so many chunks were allocated and freed.
 std::size_t bytesGivenBack(std::size_t chunkCount, std::size_t bytes = chunkBytes)
 {
     std::vector<std::unique_ptr<char[]>> chunks(chunkCount);
@@ -35,8 +35,7 @@ std::size_t bytesGivenBack(std::size_t chunkCount, std::size_t bytes = chunkByte
     return static_cast<std::size_t>(end - static_cast<char *>(::sbrk(0)));
 }
 
-// Whether the chunk is part of the heap; one with a mapping of its own is unmapped when it is
-// freed.
+// Whether the chunk is part of the heap. A chunk with a mapping of its own is unmapped when freed.
 bool liesInTheHeap(const std::unique_ptr<char[]> &chunk)
 {
     const auto address = reinterpret_cast<std::uintptr_t>(chunk.get());
@@ -62,7 +61,7 @@ void AllocatorTest::initTestCase()
 {
     if (!heapIsTheOneMeant)
         QSKIP("another heap stands in for the C library's");
-    // Without this the tests of the function would show nothing.
+    // Otherwise the tests of the function would show nothing.
     QVERIFY(bytesGivenBack(8, smallChunkBytes) > 0);
     QVERIFY(!liesInTheHeap(std::make_unique<char[]>(chunkBytes)));
     keepFreedHeap();

@@ -5,11 +5,11 @@
 
 #include <QtTest>
 
-// Nobody tells the meta type system of this one.
+// This type is not known to the meta type system.
 struct Unknown
 { };
 
-// This one is declared, and registered when a connection first needs it.
+// This type is declared. Qt registers it when a connection first needs it.
 struct Declared
 { };
 Q_DECLARE_METATYPE(Declared)
@@ -70,7 +70,7 @@ void CheckedConnectTest::takesAConnectionType()
 
 void CheckedConnectTest::knownTypesCrossThreads()
 {
-    QThread thread; // that objects belong to it is enough
+    QThread thread; // objects belong to it; it need not run
     Sender sender;
     QTimer timer;
     Receiver receiver;
@@ -78,14 +78,14 @@ void CheckedConnectTest::knownTypesCrossThreads()
     timer.moveToThread(&thread);
     checkedConnect(&sender, &Sender::plain, &receiver, &Receiver::onPlain);
     checkedConnect(&sender, &Sender::declared, &receiver, &Receiver::onEvent);
-    // The hidden parameter of a private signal is of no type, and never passed on.
+    // The hidden parameter of a private signal has no registered type and is never passed on.
     checkedConnect(&timer, &QTimer::timeout, &receiver, &Receiver::onEvent);
     emit sender.plain(QStringLiteral("a"), 1);
     emit sender.declared({});
     QCOMPARE(receiver.calls, QStringList({QStringLiteral("a1"), QStringLiteral("event")}));
 }
 
-// The signal's parameters count, in every place, and also where the slot leaves them out.
+// Every parameter of the signal is checked, also one that the slot leaves out.
 void CheckedConnectTest::unknownTypesAreFatalOnlyAcrossThreads()
 {
     Sender sender;
@@ -116,7 +116,7 @@ void CheckedConnectTest::whatCannotBeConnectedIsFatal()
     QVERIFY(isFatal(&sender, nullptr));
     QVERIFY(!isFatal(&sender, &receiver));
     checkedConnect(&sender, &Sender::plain, &receiver, &Receiver::onPlain);
-    QVERIFY(isFatal(&sender, &receiver)); // no longer the only one
+    QVERIFY(isFatal(&sender, &receiver)); // a second one would not be unique
 }
 
 QTEST_GUILESS_MAIN(CheckedConnectTest)

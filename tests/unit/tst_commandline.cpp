@@ -4,7 +4,7 @@
 
 #include <QtTest>
 
-// Sizes from the settings and the usage text are tested with the whole program.
+// tests/system tests sizes from the settings and the usage text.
 class CommandLineTest : public QObject
 {
     Q_OBJECT
@@ -22,7 +22,7 @@ QStringList words(const char *line)
     return QString::fromUtf8(line).split(QLatin1Char(' '));
 }
 
-// What the options say, in one text that is easy to compare.
+// The parsed options as one text that is easy to compare.
 QString described(const CommandLine &line)
 {
     return QStringLiteral("name=%1 size=%2 time=%3 rotate=%4 single=%5 user=%6 app=%7 args=%8")

@@ -20,12 +20,12 @@ namespace {
 
 constexpr int noAnswer = -1;
 
-// One ioctl() of the watchdog's family.
+// An ioctl() of the watchdog's group of requests.
 struct Request
 {
     unsigned long number;
     bool hasArgument;
-    int value; // what the argument points to
+    int value; // the value that the argument points to
 
     bool operator==(const Request &other) const
     {
@@ -33,10 +33,10 @@ struct Request
     }
 };
 
-// The driver as the ioctl() below plays it.
+// The driver that the ioctl() below simulates.
 struct Driver
 {
-    int answer = noAnswer; // what it stores through the argument
+    int answer = noAnswer; // the value that it stores through the argument
     bool refuses = false;
     QVector<Request> requests;
 };
@@ -53,8 +53,8 @@ using Operation = void (*)(HwWatchdog &);
 
 Q_DECLARE_METATYPE(Operation)
 
-// The C library's function, for every caller in this process: a file stands for the device, and
-// files know none of these requests.
+// Replaces the C library's function in this process, because a file stands for the device and files
+// know none of these requests.
 extern "C" int ioctl(int fd, unsigned long request, ...) noexcept
 {
     va_list arguments;
@@ -72,7 +72,7 @@ extern "C" int ioctl(int fd, unsigned long request, ...) noexcept
     return 0;
 }
 
-// Which device the program opens, and that nothing is written to it, tests/system tells.
+// tests/system tests which device the supervisor opens and that it writes nothing to it.
 class HwWatchdogTest : public QObject
 {
     Q_OBJECT
@@ -150,7 +150,7 @@ void HwWatchdogTest::operation()
     QCOMPARE(driver().requests, QVector<Request>({{number, hasArgument, value}}));
 }
 
-// A driver whose longest time-out is 16 s takes that instead; the next call still asks for 30 s.
+// A driver whose longest time-out is 16 s uses 16 s. The next call still asks for 30 s.
 void HwWatchdogTest::timeoutWrittenBackIsDiscarded()
 {
     HwWatchdog watchdog(nullptr, m_device);
@@ -209,7 +209,7 @@ void HwWatchdogTest::descriptorsFromOneUpwardAreUsed()
 {
     QFETCH(int, descriptor);
     const ChildResult child = runInChild([this, descriptor] {
-        ::close(descriptor); // the next one that is opened
+        ::close(descriptor); // the next open() returns it
         HwWatchdog watchdog(nullptr, m_device);
         performAll(watchdog);
         ::_exit(driver().requests.size());
@@ -226,17 +226,17 @@ void HwWatchdogTest::refusedRequestsAreSilent()
         performAll(watchdog);
         ::_exit(driver().requests.size());
     });
-    QCOMPARE(child.exitCode, 5); // a refusal does not end the attempts
+    QCOMPARE(child.exitCode, 5); // calls go on after a refusal
     QCOMPARE(child.standardError, QByteArray());
     QCOMPARE(child.standardOutput, QByteArray());
 }
 
-// A supervisor that ends must be followed by a reset: no disabling, no magic close, no close.
+// The board is reset after the supervisor's end, because the device is neither disabled nor closed.
 void HwWatchdogTest::destructionLeavesTheDeviceOpenForWriting()
 {
     const int device = ::dup(m_file.handle());
     QVERIFY(device != -1);
-    ::close(device); // the next one that is opened
+    ::close(device); // the next open() returns it
     {
         HwWatchdog watchdog(nullptr, m_device);
         watchdog.keepAlive();

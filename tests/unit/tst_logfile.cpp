@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
 //
-// The file of the log processor: its rotation, and the time lines in it.
+// The file of the log processor: its rotation and its time lines.
 #include "childrun.h"
 #include "localtimezone.h"
 #include "smallfilesystem.h"
@@ -13,7 +13,7 @@
 
 constexpr qint64 fourGiB = 4294967296;
 
-/** A chunk that is written, this long after the beginning of June 4. */
+/** A chunk, and when it is written, in milliseconds after the beginning of June 4. */
 struct Written
 {
     qint64 atMs;
@@ -132,7 +132,7 @@ void LogFileTest::onlyOneGenerationIsKept()
 
 void LogFileTest::failedRenameEndsLoggingToTheFile()
 {
-    QVERIFY(QDir().mkdir(m_rotatedFileName)); // in the way
+    QVERIFY(QDir().mkdir(m_rotatedFileName)); // a directory is in the way
     const ChildResult result = runInChild([this] {
         OpenLog log(m_fileName, 10);
         log.write("to the file\n");
@@ -159,7 +159,7 @@ void LogFileTest::logRemovedFromOutsideEndsLoggingToTheFile()
     QCOMPARE(result.standardError, rotationFailedLine());
     QCOMPARE(result.standardOutput, QByteArray("echoed\n"));
     QVERIFY(!QFile::exists(m_fileName));
-    QVERIFY(!QFile::exists(m_rotatedFileName)); // it was removed to make room
+    QVERIFY(!QFile::exists(m_rotatedFileName)); // the rotation removed it
 }
 
 void LogFileTest::logReplacedFromOutsideIsRotatedAway()
@@ -173,7 +173,7 @@ void LogFileTest::logReplacedFromOutsideIsRotatedAway()
     QCOMPARE(log.text(), QByteArray("new\n"));
 }
 
-// Lost bytes count, so that the rotation comes; it removes the older generation first.
+// Lost bytes count too, so a full file is rotated. The rotation first removes the older generation.
 void LogFileTest::rotationFreesAFullFileSystem()
 {
     const SmallFileSystem fileSystem(m_directory->path());
@@ -181,7 +181,7 @@ void LogFileTest::rotationFreesAFullFileSystem()
         QSKIP("needs the right to mount a file system");
     writeFile(m_rotatedFileName, QByteArray(40 * kiB, 'o'));
 
-    // Room for 24 KiB; the other 24 KiB wait in the buffer or are lost.
+    // There is room for 24 KiB. The other 24 KiB wait in the buffer or are lost.
     OpenLog log(m_fileName, 48 * kiB);
     for (int i = 0; i < 47; ++i)
         log.write(QByteArray(kiB, 'n'));
@@ -190,7 +190,7 @@ void LogFileTest::rotationFreesAFullFileSystem()
 
     log.write(QByteArray(kiB, 'n'));
     const qint64 kept = QFileInfo(m_rotatedFileName).size();
-    QVERIFY(kept > 24 * kiB); // what waited in the buffer found the older generation's room
+    QVERIFY(kept > 24 * kiB); // the buffer took the older generation's place
     QVERIFY(kept < 48 * kiB);
 
     log.write("room again\n");
@@ -218,7 +218,7 @@ void LogFileTest::timeLines_data()
     QTest::newRow("a day of two digits")
         << QVector<Written>{{(13 * 86400 + 47655) * 1000LL, "one\n"}}
         << QByteArray("-- Time: Wed Jun 17 13:14:15 2026 GMT\none\n");
-    // A board without a clock of its own starts in 1970.
+    // A board without a real-time clock starts in 1970.
     QTest::newRow("none in the first second of the epoch")
         << QVector<Written>{{999 - june4Ms, "one\n"}, {1000 - june4Ms, "two\n"}}
         << QByteArray("one\n-- Time: Thu Jan 1 00:00:01 1970 GMT\ntwo\n");
@@ -251,7 +251,7 @@ void LogFileTest::timeLineCountsTowardsTheLimit()
     log.write("one\n");
     QCOMPARE(readFile(m_rotatedFileName), june4Line + "one\n");
 
-    // It can bring the rotation by itself, before its chunk.
+    // A time line can cause the rotation by itself, before its chunk.
     log.nowMs += 1000;
     log.write("two");
     log.nowMs += 1000;
@@ -263,7 +263,7 @@ void LogFileTest::timeLineCountsTowardsTheLimit()
 
 void LogFileTest::chunkIsEchoedWhenItsTimeLineEndsLogging()
 {
-    QVERIFY(QDir().mkdir(m_rotatedFileName)); // in the way
+    QVERIFY(QDir().mkdir(m_rotatedFileName)); // a directory is in the way
     const ChildResult result = runInChild([this] {
         OpenLog log(m_fileName, 10, true);
         log.write("longer than the limit\n");

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
 //
-// What goes through the log processor; for its file see tst_logfile.cpp.
+// The log processor's reading, writing and report requests. tst_logfile.cpp tests its file.
 #include "childrun.h"
 #include "logging/logprocessor.h"
 #include "testfiles.h"
@@ -18,13 +18,13 @@ namespace {
 
 constexpr int flushMs = 190; // the timer's 200 ms; a coarse timer may be early by a twentieth
 
-// What the sample application is to do.
+// The behaviours of the sample application, from a text.
 QStringList words(const char *text)
 {
     return QString::fromUtf8(text).split(QLatin1Char(' '));
 }
 
-// The reports that a log processor asks for, each as "FILE|NAME".
+// The report requests of a log processor, each as "FILE|NAME".
 struct Requests
 {
     explicit Requests(LogProcessor *log)
@@ -39,7 +39,7 @@ struct Requests
     QStringList texts;
 };
 
-// What the sample application floods with, of this many lines.
+// The output of the sample application's behaviour "flood" with so many lines.
 QByteArray flood(int lines)
 {
     QByteArray text;
@@ -156,7 +156,7 @@ void LogProcessorTest::withoutLogFileEverythingIsEchoed()
     });
     QCOMPARE(result.exitCode, 0);
     QCOMPARE(result.standardOutput, QByteArray("one\nzw\xc3\xb6lf\nprinted\n")); // no time lines
-    QCOMPARE(result.standardError, QByteArray()); // where Qt would warn of a file that is not open
+    QCOMPARE(result.standardError, QByteArray()); // Qt would warn here if a closed file were used
     QVERIFY(QDir(m_directory->path()).isEmpty());
 }
 
@@ -249,7 +249,7 @@ void LogProcessorTest::textIsWrittenAsUtf8()
     QCOMPARE(readFile(m_fileName), QByteArray("gr\xc3\xbcn \xe2\x82\xac\n"));
 }
 
-// A timer that each write started anew would never run out while the application prints.
+// If each write restarted the timer, it would never run out while the application prints.
 void LogProcessorTest::flushComes200MsAfterTheFirstWrite()
 {
     OpenLog log(m_fileName);
@@ -287,7 +287,7 @@ void LogProcessorTest::whatFlushesStopsTheTimer_data()
     QTest::newRow("flushOutput()") << false << QByteArray("onenew");
 }
 
-// What is written next waits its whole 200 ms.
+// The next chunk waits the whole 200 ms.
 void LogProcessorTest::whatFlushesStopsTheTimer()
 {
     QFETCH(bool, rotates);
@@ -322,8 +322,8 @@ void LogProcessorTest::bothChannelsAreTakenInAsTheyArrive()
     QCOMPARE(requests.texts, QStringList({QStringLiteral("|print"), QStringLiteral("|error")}));
 }
 
-// The rest of standard error comes with a signal of its own. The read channel stays what it was, as
-// with Qt's own functions for all output of a channel.
+// Standard error comes with a signal of its own. The read channel is restored, as Qt's functions
+// for all output of a channel do.
 void LogProcessorTest::flushOutputTakesStandardOutputOnly()
 {
     OpenLog log(m_fileName, roomy, false, words("print out\\n error err\\n"));
@@ -334,7 +334,7 @@ void LogProcessorTest::flushOutputTakesStandardOutputOnly()
     QCOMPARE(log.application.readChannel(), QProcess::StandardError);
 }
 
-// The second time there is nothing left, and that nothing is a chunk like any other.
+// The second read finds nothing. It gives an empty chunk, which is treated like any other.
 void LogProcessorTest::flushOutputTakesStandardOutputTwice()
 {
     OpenLog log(m_fileName, roomy, true, words("print out\\n"));
@@ -363,7 +363,7 @@ void LogProcessorTest::flushOutputRotatesAFullLog()
     QCOMPARE(QFileInfo(m_fileName).size(), 0);
 }
 
-// The pipe holds more; but a chunk is what the rotated file may exceed its limit by.
+// The pipe holds more. The chunk is smaller because the file may exceed its limit by one chunk.
 void LogProcessorTest::outputIsTakenInChunksOf64KiB()
 {
     constexpr int chunk = 64 * kiB;
@@ -377,7 +377,7 @@ void LogProcessorTest::outputIsTakenInChunksOf64KiB()
     QVERIFY(flood(lines).endsWith(rotated + rest));
 }
 
-// What lies behind a chunk in memory is the next one, and no NUL byte.
+// In memory the next chunk follows directly, without a NUL byte.
 void LogProcessorTest::anEchoedChunkEndsWhereTheNextBegins()
 {
     const ChildResult result = runInChild([] {
@@ -426,7 +426,7 @@ void LogProcessorTest::reportsAreOffUntilEnabled()
     QCOMPARE(readFile(m_fileName), QByteArray("==Report==unheard\n"));
 }
 
-// The supervisor flushes the log before it asks for the report.
+// The supervisor flushes the log at this signal, so the chunk with the marker is in the archive.
 void LogProcessorTest::reportRequestComesAfterTheChunkWasWritten()
 {
     OpenLog log(m_fileName, roomy, false, words("print before\\n==Report==oops\\nafter\\n"));

@@ -16,7 +16,7 @@ namespace {
 constexpr quint64 largest = 0xFFFFFFFFFFFFFFFFULL;
 constexpr quint64 kiB = 1024;
 
-// In the order of the fields.
+// The parameters have the order of the fields.
 MemoryUsage usageOf(quint64 memTotal, quint64 memFree, quint64 memAvailable, quint64 buffers,
                     quint64 cached, quint64 slab)
 {
@@ -40,7 +40,7 @@ QString fixture(const QString &name)
     return QStringLiteral(TEST_FIXTURES "/meminfo/") + name;
 }
 
-// Reads the file in a child; its values come as text, its messages on standard error.
+// Reads the file in a child, which prints the values as text and the messages on standard error.
 ChildResult readInChild(const QString &path)
 {
     return runInChild([&path] { std::fputs(textOf(MemoryUsage::read(path)).constData(), stdout); });
@@ -269,7 +269,7 @@ void MemoryUsageTest::reportLine_data()
     QTest::newRow("the sum wraps")
         << usageOf(0, 0, 0, largest, 1024, 1) << QStringLiteral("T")
         << QStringLiteral("T == MEMORY USAGE == Free: 0 kB, Buffers+Cache: 1 kB\n");
-    // One substitution after the other, so that the time text becomes part of the template.
+    // The values are substituted one after the other, so a marker in the time text is replaced too.
     QTest::newRow("a place marker in the time text")
         << usageOf(0, 5 * kiB, 0, 0, 0, 7 * kiB) << QStringLiteral("%3")
         << QStringLiteral("7 kB == MEMORY USAGE == Free: 5 kB, Buffers+Cache: 7 kB\n");

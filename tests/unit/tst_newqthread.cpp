@@ -21,7 +21,7 @@
 
 namespace {
 
-/** A worker that notes where and from what it was constructed. */
+/** A worker that records the thread and the argument of its construction. */
 class Worker : public QObject
 {
     Q_OBJECT
@@ -41,7 +41,7 @@ public slots:
     void call() { calledOn = QThread::currentThread(); }
 };
 
-/** A worker whose construction takes until somebody else allows its end. */
+/** A worker whose construction lasts until another thread allows its end. */
 class SlowWorker : public QObject
 {
 public:
@@ -52,7 +52,7 @@ public:
     }
 };
 
-/** Takes the load watcher's signals on its own thread, as the supervisor does; a spy would not. */
+/** Receives the load watcher's signals on its own thread, as the supervisor does. */
 class Receiver : public QObject
 {
     Q_OBJECT
@@ -83,7 +83,7 @@ private:
     }
 };
 
-// The threads of this process that have this name.
+// The ids of this process's threads with this name.
 QList<pid_t> threadsNamed(const QByteArray &name)
 {
     QList<pid_t> threads;
@@ -96,7 +96,7 @@ QList<pid_t> threadsNamed(const QByteArray &name)
     return threads;
 }
 
-/** Ends the thread of a worker, and the worker with it, as nothing in the program does. */
+/** Ends the thread of a worker and the worker. The program itself never does that. */
 template <typename T>
 void end(T *worker)
 {
@@ -137,7 +137,7 @@ private slots:
 
 void NewQThreadTest::initTestCase()
 {
-    // A name that another run of this test on the same machine does not have.
+    // Another run of this test on the same machine has another name.
     pynxSetThreadName(QStringLiteral("test-%1").arg(::getpid()));
 }
 
@@ -149,10 +149,10 @@ void NewQThreadTest::workerLivesOnTheNewThread()
     QCOMPARE(worker->constructedOn, worker->thread());
     QVERIFY(worker->parent() == nullptr);
     QVERIFY(worker->thread()->isRunning());
-    // The thread object is its creator's.
+    // The thread object belongs to its creator's thread.
     QCOMPARE(worker->thread()->thread(), QThread::currentThread());
     QVERIFY(worker->thread()->parent() == nullptr);
-    // Its event loop runs.
+    // The event loop of the thread runs.
     QMetaObject::invokeMethod(worker, "call", Qt::BlockingQueuedConnection);
     QCOMPARE(worker->calledOn, worker->thread());
     end(worker);
@@ -177,13 +177,13 @@ void NewQThreadTest::createReturnsOnlyOnceTheWorkerExists()
         SlowWorker *worker = NewQThread<SlowWorker, QSemaphore *, QSemaphore *>::create(
             QStringLiteral("slow"), &begun, &mayEnd);
         returned = true;
-        worker->thread()->moveToThread(home); // this one has no event loop to delete it
+        worker->thread()->moveToThread(home); // this thread has no event loop to delete it
         worker->thread()->quit();
         worker->thread()->wait();
         delete worker;
     });
     begun.acquire();
-    QCOMPARE(threadsNamed("slow").size(), 1); // the name comes first
+    QCOMPARE(threadsNamed("slow").size(), 1); // the thread has its name before the worker
     QVERIFY(!returned);
     mayEnd.release();
     QTRY_VERIFY(returned);
@@ -254,11 +254,11 @@ void NewQThreadTest::loadWatcherAnswersAcrossThreads()
         QStringLiteral("Process:%1 (%2) cpu load is : 0 for 1 seconds ")
             .arg(ownName)
             .arg(getpid())));
-    // Both its own threads are there, the watching one too.
+    // The alarm lists the process's two threads, the watching one included.
     QCOMPARE(receiver.lines.filter(QStringLiteral(" thread name:SystemLoad load:")).size(), 1);
     QCOMPARE(receiver.lines.filter(QStringLiteral(" thread name:%1 load:").arg(ownName)).size(), 1);
 
-    // Entries come and go while it runs.
+    // Entries are added and removed while it runs.
     QVERIFY(QMetaObject::invokeMethod(stat, "do_removeProcessLoad", Q_ARG(int, 0)));
     QCOMPARE(watch(stat, entryFor(ownName)), 2);
     QTRY_VERIFY_WITH_TIMEOUT(receiver.alarms.last() == 2, 30000);

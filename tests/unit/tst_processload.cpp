@@ -80,8 +80,8 @@ void ProcessLoadTest::load()
     QTEST(processLoad(current, previous, cpuTotal), "load");
 }
 
-// A fused product and sum is rounded once instead of twice: a process that has one processor for
-// itself would then miss a threshold that it reaches. What is volatile cannot be fused.
+// A fused product and sum is rounded once instead of twice. A process that uses one whole processor
+// would then miss a threshold that it reaches. Volatile values cannot be fused.
 void ProcessLoadTest::everySplitIsComputedWithoutFusedArithmetic()
 {
     for (const int processors : {1, 2, 4, 8}) {

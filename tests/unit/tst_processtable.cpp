@@ -29,13 +29,13 @@ bool holds(const StatRecord &record, const Times &times)
         && record.cutime == times.cutime && record.cstime == times.cstime;
 }
 
-// As the kernel shows a command line: a NUL byte after every element.
+// A command line as the kernel shows it, with a NUL byte after every element.
 QByteArray commandLine(const QByteArrayList &elements)
 {
     return elements.join('\0') + '\0';
 }
 
-// The process ids below a directory in the order in which it lists them.
+// The process ids in a directory, in the order in which the directory lists them.
 QList<int> listedPids(const QString &directory)
 {
     QList<int> pids;
@@ -153,7 +153,7 @@ void ProcessTableTest::statFile()
     QVERIFY(holds(record, someTimes));
 }
 
-// A command name may hold one; the file is read as text.
+// A command name may hold a carriage return, and the file is read as text.
 void ProcessTableTest::statFileLosesCarriageReturns()
 {
     m_proc->setProcess(somePid, "a\r\nb\rc", someTimes);
@@ -163,7 +163,7 @@ void ProcessTableTest::statFileLosesCarriageReturns()
     QVERIFY(holds(record, someTimes));
 }
 
-// Longer than any kernel's, and the last blocks filled to the byte.
+// These files are longer than any kernel's, and the last block of some of them is full.
 void ProcessTableTest::longStatFile()
 {
     for (const int size : {1023, 1024, 1025, 2047, 2048, 2049, 5000}) {
@@ -187,7 +187,7 @@ void ProcessTableTest::statFileThatIsNotThereResetsTheRecord()
     QVERIFY(isReset(record));
 }
 
-// The kernel lets such a file be opened and then has nothing to say.
+// Such a file can be opened, but the kernel then gives no content.
 void ProcessTableTest::statFileOfAProcessThatJustEndedIsNotAShortLine()
 {
     m_proc->write(QStringLiteral("4711/stat"), "");
@@ -195,7 +195,7 @@ void ProcessTableTest::statFileOfAProcessThatJustEndedIsNotAShortLine()
     record.pid = 1;
     QCOMPARE(m_table->readStatFile(m_proc->path(QStringLiteral("4711/stat")), record), -1);
     QVERIFY(isReset(record));
-    // Nor is one that refuses to be read, as a directory does.
+    // A directory cannot be read either, and it is not a short line.
     QCOMPARE(m_table->readStatFile(m_proc->path(QStringLiteral("4711")), record), -1);
     QVERIFY(isReset(record));
 }
@@ -230,7 +230,7 @@ void ProcessTableTest::sampleWithThreads()
     m_proc->setProcess(somePid, "name", someTimes);
     m_proc->setThread(somePid, somePid, "name", {1, 2, 3, 4});
     m_proc->setThread(somePid, 4712, "worker", {5, 6, 7, 8});
-    // The id counts that is in the file, not that of its directory.
+    // The id in the file counts, not the name of its directory.
     m_proc->write(QStringLiteral("4711/task/1/stat"),
                   PreparedProc::statLine(4800, "a (b) c", {9, 10, 11, 12}));
     m_proc->write(QStringLiteral("4711/task/readme"), "no thread");
@@ -402,7 +402,7 @@ void ProcessTableTest::argsMatch()
     QTEST(m_table->argsMatch(m_proc->path(QStringLiteral("4711/cmdline")), args), "result");
 }
 
-// Deliberately: better the wrong process watched than none.
+// It is better to watch the wrong process than none.
 void ProcessTableTest::unreadableCommandLineMatches()
 {
     const QString path = m_proc->path(QStringLiteral("4711/cmdline"));
@@ -419,7 +419,7 @@ void ProcessTableTest::firstListedProcessIsFound()
     const QList<int> listed = listedPids(m_proc->root());
     QCOMPARE(listed.size(), 4);
     QCOMPARE(m_table->findPidByNameAndArgs(QStringLiteral("daemon"), {}), listed.first());
-    // Of those with the arguments as well.
+    // The same holds among processes with the arguments.
     for (const int pid : listed)
         m_proc->write(QStringLiteral("%1/cmdline").arg(pid),
                       listed.indexOf(pid) < 2 ? commandLine({"daemon", "-d"})
@@ -434,7 +434,7 @@ void ProcessTableTest::searchSkipsWhatDoesNotMatch()
     m_proc->setProcess(1, "init", someTimes);
     m_proc->setProcess(2, "daemon", someTimes);
     m_proc->write(QStringLiteral("2/cmdline"), commandLine({"daemon", "-d"}));
-    // What is not named like a process is none, whatever is in it.
+    // A directory whose name is no number is no process, whatever is in it.
     m_proc->write(QStringLiteral("self/stat"), PreparedProc::statLine(3, "daemon", someTimes));
     m_proc->write(QStringLiteral("x5/stat"), PreparedProc::statLine(5, "daemon", someTimes));
     QCOMPARE(m_table->findPidByNameAndArgs(QStringLiteral("daemon"), {QStringLiteral("-v")}), 0);
@@ -457,7 +457,7 @@ void ProcessTableTest::searchTakesThePidFromTheStatFile()
 {
     m_proc->write(QStringLiteral("10x/stat"), PreparedProc::statLine(77, "daemon", someTimes));
     QCOMPARE(m_table->findPidByNameAndArgs(QStringLiteral("daemon"), {}), 77);
-    // One without a usable process id is passed over.
+    // A stat file without a usable process id is skipped.
     m_proc->write(QStringLiteral("10x/stat"), PreparedProc::statLine(-77, "daemon", someTimes));
     QCOMPARE(m_table->findPidByNameAndArgs(QStringLiteral("daemon"), {}), 0);
 }

@@ -103,7 +103,7 @@ void PynxApiTest::systemLogReportConfig()
 
 // ---- JSON
 
-// Configuration trees are hashes all the way down, and null is a null value.
+// Objects at every depth become hashes, and null becomes a null value.
 void PynxApiTest::json()
 {
     const QVariantHash inner = {{QStringLiteral("\u00fc"), QStringLiteral("\u20ac")}};
@@ -114,7 +114,7 @@ void PynxApiTest::json()
     QCOMPARE(read, QVariant(tree));
     const QVariantList elements = read.toHash().value(QStringLiteral("a")).toList();
     QCOMPARE(elements.first().type(), QVariant::Hash);
-    // A whole number is written out, however large it is.
+    // A large whole number is written with all its digits.
     QCOMPARE(elements.last().toString(), QStringLiteral("20000000"));
 }
 

@@ -21,7 +21,7 @@ QByteArray givenName;
 std::size_t givenSize = 0;
 int forks = 0;
 
-/** The room in the pipe that is a process's descriptor; -1 when there is no such pipe. */
+/** The size of the pipe that is a process's descriptor; -1 if there is no such pipe. */
 int pipeSize(qint64 pid, int descriptor)
 {
     const QString path = QStringLiteral("/proc/%1/fd/%2").arg(pid).arg(descriptor);
@@ -33,9 +33,9 @@ int pipeSize(qint64 pid, int descriptor)
 
 } // namespace
 
-// Functions of the C library, in the test's own process. The C library here names a size, and with
-// real accounts the size that is used would not be seen.
-// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the C library's are reserved.
+// These replace functions of the C library in the test's process. With the real ones and real
+// accounts a test could not see the size of the buffer.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): its names are reserved.
 extern "C" {
 
 long sysconf(int name) noexcept
@@ -56,8 +56,8 @@ int getpwnam_r(const char *name, passwd *, char *, std::size_t size, passwd **re
 }
 // NOLINTEND(readability-inconsistent-declaration-parameter-name)
 
-// What comes of an account, of descriptors and of what cannot be executed is tested with the whole
-// program.
+// tests/system tests the change of the account, the descriptors, and programs that cannot be
+// executed.
 class PynxProcessTest : public QObject
 {
     Q_OBJECT
@@ -106,7 +106,7 @@ void PynxProcessTest::failedLookup()
     QCOMPARE(capture.text(), QByteArray("Failed to get info about user: jürgen\n"));
 }
 
-// Only then may the child allocate memory before its exec, which it does.
+// The child allocates memory before its exec. Only after fork() is that safe.
 void PynxProcessTest::isStartedByFork()
 {
     QCOMPARE(::pthread_atfork([] { ++forks; }, nullptr, nullptr), 0);

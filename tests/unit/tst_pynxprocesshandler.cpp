@@ -18,9 +18,9 @@ QStringList script(const QString &text)
     return {QStringLiteral("-c"), text};
 }
 
-// What this program does instead of testing when its first argument says so: it ends while the
-// command that it started waits for the first file, to make the second.
-const QString leaveACommand = QStringLiteral("--leave-a-command"); // GO MARK
+// With this first argument the program does not test. It starts a command and ends. The command
+// waits for the file GO and then makes the file MARK.
+const QString leaveACommand = QStringLiteral("--leave-a-command"); // --leave-a-command GO MARK
 
 int leaveCommand(const QStringList &goAndMark)
 {
@@ -50,7 +50,7 @@ private slots:
     void commandMayOutliveTheProgram();
 
 private:
-    // Starts a command whose result codes go to m_results.
+    // Starts a command whose result codes are added to m_results.
     void start(const QString &program, const QStringList &arguments,
                const PynxProcessHandler::OutputCallback &output = nullptr);
 
@@ -106,7 +106,7 @@ void PynxProcessHandlerTest::resultIsNegativeWithoutExitCode()
 
 void PynxProcessHandlerTest::failureInsideTheStartIsReportedOnceAndLater()
 {
-    // No descriptor is free, so that the start fails before there is a process.
+    // No descriptor is free, so the start fails before there is a process.
     rlimit usual = {};
     QCOMPARE(::getrlimit(RLIMIT_NOFILE, &usual), 0);
     const rlimit none = {0, usual.rlim_max};
@@ -115,14 +115,14 @@ void PynxProcessHandlerTest::failureInsideTheStartIsReportedOnceAndLater()
     QCOMPARE(::setrlimit(RLIMIT_NOFILE, &usual), 0);
     QCOMPARE(m_results.size(), 0);
 
-    // By the time that a second command has ended, all is said of the first.
+    // When a second command has ended, all results of the first have come.
     start(QStringLiteral("sh"), script(QStringLiteral("exit 9")));
     QTRY_VERIFY_WITH_TIMEOUT(m_results.contains(9), eventTimeoutMs);
     QCOMPARE(m_results.size(), 2);
     QVERIFY2(m_results.first() < 0, qPrintable(QString::number(m_results.first())));
 }
 
-// The command reads end of file, and has its arguments unchanged.
+// The command reads an empty standard input and gets its arguments unchanged.
 void PynxProcessHandlerTest::outputOfBothChannelsComesBeforeTheResult()
 {
     const QString odd = QStringLiteral("two words -x $HOME \"'\\ line\nend *");

@@ -1,9 +1,9 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
 //
-// What the reporter asks of the process handler, when, and what it makes of the result. The process
-// handler is this file's own: it starts nothing and leaves the result to the test. What the real
-// handler and the real `tar` make of it, the tests on the simulated device show.
+// The calls of the reporter to the process handler, their times, and what follows from the results.
+// The process handler in this file starts nothing, and the test gives the results. tests/system
+// runs the real handler and the real `tar`.
 #include "platform/pynx_processhandler.h"
 #include "report/reporter.h"
 #include "standarderrorcapture.h"
@@ -22,7 +22,7 @@
 
 namespace {
 
-constexpr int noDelayMs = 0; // a request is served at the next turn of the event loop
+constexpr int noDelayMs = 0; // the event loop serves a request at its next turn
 
 const QString a = QStringLiteral("a");
 const QString b = QStringLiteral("b");
@@ -47,7 +47,7 @@ struct Call
     QStringList files() const
     {
         QStringList files = arguments.mid(2);
-        files.sort(); // their order is of no account, and differs from run to run
+        files.sort(); // their order has no meaning and differs between runs
         return files;
     }
 };
@@ -92,7 +92,7 @@ void PynxProcessHandler::startAsync(const QString &program, const QStringList &a
     calls().append({program, arguments, number, completed, static_cast<bool>(output), flag});
 }
 
-/** One request of a sequence, at a time of the controlled clock. */
+/** A request of a sequence, and its time on the clock of the test. */
 struct Request
 {
     qint64 atMs;
@@ -194,7 +194,7 @@ QStringList ReporterTest::uploads() const
     return QDir(uploadPath()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot, QDir::Name);
 }
 
-// ---- What is asked of the process handler
+// ---- Calls to the process handler
 
 void ReporterTest::hasNoParentAndNoSignalsOrSlots()
 {
@@ -323,7 +323,7 @@ void ReporterTest::nothingIsPackedWhenNoFileExists()
     QCOMPARE(uploads(), QStringList());
     QCOMPARE(standardError.text(), QByteArray());
 
-    QVERIFY(setMode(uploadPath(), 0755)); // looked at before the files are
+    QVERIFY(setMode(uploadPath(), 0755)); // the directory is checked before the files
     m_reporter->createReport(QStringList(), a);
     QCOMPARE(calls().size(), 0);
     QCOMPARE(standardError.text(), uploadPathMessage);
@@ -400,7 +400,7 @@ void ReporterTest::clearedHistoryAllowsFiveMore()
     requestSix();
     QCOMPARE(calls().size(), 10);
 
-    // Neither the count nor the time of the last one survives.
+    // Neither the count nor the time of the last report is kept.
     m_reporter->clearHistory();
     request({}, a);
     m_reporter->clearHistory();
@@ -440,7 +440,7 @@ void ReporterTest::pendingRequestsFireIndependently()
         m_reporter->requestReport({path(name)}, name);
     serveRequests();
 
-    // A file belongs to the reporter from when its request's delay is over, not earlier.
+    // The reporter takes over a file when the delay of its request is over, not earlier.
     QCOMPARE(calls().size(), 3);
     for (int i = 0; i < 3; ++i) {
         QCOMPARE(calls().at(i).files(), files.mid(0, i + 1));
@@ -468,8 +468,8 @@ void ReporterTest::extraFilesAreLookedForInEveryLaterReport()
     newFile(QStringLiteral("late"));
     request({}, b);
     QVERIFY(QFile::remove(extra));
-    m_reporter->clearHistory(); // which is not that of the files
-    request({QString()}, c);    // what a marker without a file asks for
+    m_reporter->clearHistory(); // this history is not that of the files
+    request({QString()}, c);    // the request of a marker without a file
 
     QCOMPARE(calls().size(), 3);
     QCOMPARE(calls().at(0).files(), sorted({configured, extra}));
@@ -503,7 +503,7 @@ void ReporterTest::successRenamesTheArchive()
 
     call.completed({0});
     QCOMPARE(uploads(), QStringList{call.archiveName()});
-    // The very file, so that nobody finds a part of it under the final name.
+    // It is the same file, renamed, so that the final name never shows a part of an archive.
     QCOMPARE(inodeOf(uploadPath() + QLatin1Char('/') + call.archiveName()), inode);
     QCOMPARE(standardError.text(), QByteArray());
 }
@@ -543,7 +543,7 @@ void ReporterTest::failedRenameIsIgnored()
     call.completed({0}); // without a temporary file
     QCOMPARE(uploads(), QStringList());
 
-    // An archive that is there already is not replaced.
+    // An archive that exists already is not replaced.
     QVERIFY(QFile::copy(file, call.temporaryPath()));
     writeFile(uploadPath() + QLatin1Char('/') + call.archiveName(), "earlier");
     call.completed({0});
@@ -601,7 +601,7 @@ void ReporterTest::uploadDirectoryIsCreated()
 
     QVERIFY(QFileInfo(path(directory)).isDir());
     QCOMPARE(modeOf(path(directory)), mode);
-    // The parents keep what they were created with.
+    // The parent directories keep the mode of their creation.
     if (directory.startsWith(QStringLiteral("a/")))
         QCOMPARE(modeOf(path(a)), 0755);
     QCOMPARE(standardError.text(), QByteArray());
@@ -669,7 +669,7 @@ void ReporterTest::unremovableReportIsMentionedEachTime()
     QCOMPARE(standardError.text(), message);
     m_reporter->createReport({file}, b);
     QCOMPARE(standardError.text(), message + message);
-    QCOMPARE(calls().size(), 2); // the reports are made all the same
+    QCOMPARE(calls().size(), 2); // the reports are made in any case
 }
 
 QTEST_GUILESS_MAIN(ReporterTest)

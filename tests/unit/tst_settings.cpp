@@ -1,10 +1,10 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
 //
-// Settings lie beside the executable, so this program copies itself to where it has laid them out.
-// Its copy does not test but looks up what its arguments say:
+// Settings lie beside the executable. So this program writes settings and copies itself beside
+// them. The copy does not test. It looks up what its arguments say:
 //
-//   document NAME    prints the payload as JSON in a list of one, [null] for none
+//   document NAME    prints a JSON list with the payload, [null] if there is none
 //   log-size CONF    prints the number of bytes
 #include "childrun.h"
 #include "logging/settings.h"
@@ -29,7 +29,7 @@ const QString app = QStringLiteral("app");
 const QString lookUpDocument = QStringLiteral("document");
 const QString lookUpLogSize = QStringLiteral("log-size");
 
-// What QString::at() asserts for the last character of an empty text.
+// The assertion in QString::at() that fails for the last character of an empty text.
 const char noLastCharacter[] = "uint(i) < uint(size())";
 
 // The file that holds `payload`, which is JSON.
@@ -97,7 +97,7 @@ ChildResult SettingsTest::runCopy(const QString &what, const QString &name) cons
     if (!QFile::copy(QCoreApplication::applicationFilePath(), path(QStringLiteral("copy"))))
         qFatal("cannot copy this program");
     return runInChild([&] {
-        // Far from the settings: it is not the current directory that counts.
+        // The settings are not in the current directory, which does not count.
         if (::chdir("/") == 0)
             ::execl(program.constData(), program.constData(), what.toUtf8().constData(),
                     name.toUtf8().constData(), static_cast<char *>(nullptr));
@@ -190,7 +190,7 @@ void SettingsTest::siteComesBeforeFactory_data()
     const QByteArray missing;
     const QByteArray site = document(R"({"a":"site"})");
     const QByteArray factory = document(R"({"a":"factory","b":"factory"})");
-    const QByteArray ofSite = "[{\"a\":\"site\"}]\n"; // members are not merged
+    const QByteArray ofSite = "[{\"a\":\"site\"}]\n"; // the members of the two are not merged
     const QByteArray ofFactory = "[{\"a\":\"factory\",\"b\":\"factory\"}]\n";
 
     QTest::newRow("both") << site << factory << ofSite;
@@ -205,7 +205,7 @@ void SettingsTest::siteComesBeforeFactory_data()
     QTest::newRow("a malformed site file") << QByteArray("{") << factory << ofFactory;
     QTest::newRow("malformed files")
         << QByteArray("{") << QByteArray("{") << QByteArray("[null]\n");
-    // Only null is no value: a site can switch off what the factory has switched on.
+    // Only null counts as no value, so a site can switch off what the factory has switched on.
     for (const char *payload : {"false", "0", "\"\"", "[]"})
         QTest::newRow(payload) << document(payload) << factory << '[' + QByteArray(payload) + "]\n";
 }

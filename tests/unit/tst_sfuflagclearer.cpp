@@ -20,7 +20,7 @@
 
 namespace {
 
-// Long enough for a stand-in to record its call on a busy machine before it is killed.
+// In this time a stand-in records its call before it is killed, also on a busy machine.
 constexpr int hangLimitMs = 2000;
 constexpr int countdownMs = 400;
 

@@ -16,7 +16,7 @@ StatRecord recordOf(const QByteArray &line)
     return StatLine(line.constData(), line.size()).record();
 }
 
-// A line whose four times are these texts.
+// A stat line with these four times.
 QByteArray lineWith(const QByteArray &times, const QByteArray &rest = " 20 0 1\n")
 {
     return "7 (x) S 1 1 1 0 -1 64 9 8 7 6 " + times + rest;
@@ -24,7 +24,7 @@ QByteArray lineWith(const QByteArray &times, const QByteArray &rest = " 20 0 1\n
 
 } // namespace
 
-// That any line reads as the rule says, tests/fuzz tells.
+// tests/fuzz compares the results for any line with those of a simple reader.
 class StatLineTest : public QObject
 {
     Q_OBJECT

@@ -23,10 +23,10 @@
 
 namespace {
 
-// Long enough for a stand-in to write its output on a busy machine before it is killed.
+// In this time a stand-in writes its output before it is killed, also on a busy machine.
 constexpr int hangLimitMs = 3000;
 
-// How long the files were that fsync() was called for; -1: no file.
+// The sizes of the files at each fsync(); -1 means no file.
 QVector<qint64> &syncedSizes()
 {
     static QVector<qint64> all;
@@ -38,8 +38,8 @@ bool tick(SystemLoadLogger &logger)
     return QMetaObject::invokeMethod(&logger, "on_timer_timeout", Qt::DirectConnection);
 }
 
-// A logger that is never deleted, as in the supervisor: its timer would be left without an owner.
-// Nor is the list, so that a leak checker finds all of them in use.
+// The logger is never deleted, as in the supervisor, because its timer would have no owner. The
+// list is not deleted either, so that a leak checker finds all loggers in use.
 SystemLoadLogger &makeLogger(const QString &filePath,
                              int commandTimeoutMs = SystemLoadLogger::commandTimeLimitMs)
 {
@@ -50,8 +50,8 @@ SystemLoadLogger &makeLogger(const QString &filePath,
 
 } // namespace
 
-// The C library's function, for every caller in this process: what is in a file at the moment when
-// it is made durable cannot be seen afterwards.
+// Replaces the C library's function in this process, because a test cannot see afterwards what a
+// file held when it was made durable.
 extern "C" int fsync(int fd)
 {
     struct stat status = {};
@@ -151,7 +151,7 @@ void SystemLoadLoggerTest::shellRunsTopWithItsLimitsAndThenFree()
 void SystemLoadLoggerTest::keepsTheLastThreeSnapshots()
 {
     useCountingCommands();
-    writeFile(file(), QByteArray(1000, 'x')); // what an earlier supervisor has left
+    writeFile(file(), QByteArray(1000, 'x')); // an earlier supervisor has left it
     SystemLoadLogger &logger = makeLogger(file());
     QByteArrayList snapshots;
     for (int i = 1; i <= 5; ++i) {
@@ -204,7 +204,7 @@ void SystemLoadLoggerTest::output()
     const StandardErrorCapture standardError;
     QVERIFY(tick(logger));
     QCOMPARE(readFile(file()), content);
-    // Snapshots follow each other with nothing between them.
+    // There is nothing between two snapshots.
     QVERIFY(tick(logger));
     QCOMPARE(readFile(file()), content + content);
     QCOMPARE(standardError.text(), QByteArray());
@@ -240,8 +240,8 @@ void SystemLoadLoggerTest::hungCommandIsKilledAndItsOutputKept()
     QVERIFY(!hasChildren());
 }
 
-// Only the shell is killed, not what it has started: nobody hunts down a process that the kernel
-// may hold in an uninterruptible wait.
+// Only the shell is killed, not the tool that it has started. The kernel may hold the tool in an
+// uninterruptible wait.
 void SystemLoadLoggerTest::hungTopOutlivesItsRound()
 {
     const QString pid = path(QStringLiteral("pid"));
@@ -267,7 +267,7 @@ void SystemLoadLoggerTest::syncComesBeforeTheText()
     QCOMPARE(readFile(file()), QByteArray("top\n\nfree\n\n").repeated(2));
 }
 
-// Nothing is left out when the file cannot be opened; the steps find nothing to work on.
+// All steps run also if the file cannot be opened; they then have nothing to do.
 void SystemLoadLoggerTest::fileThatCannotBeOpenedIsToldAndSnapshotsRotate()
 {
     useCountingCommands();
@@ -279,7 +279,7 @@ void SystemLoadLoggerTest::fileThatCannotBeOpenedIsToldAndSnapshotsRotate()
     {
         const StandardErrorCapture standardError;
         for (int i = 1; i <= 4; ++i) {
-            // Qt's own word on a file that is not open.
+            // This is Qt's message about a file that is not open.
             QTest::ignoreMessage(
                 QtWarningMsg, QRegularExpression(QStringLiteral("^QIODevice::write .*not open$")));
             QVERIFY(tick(logger));
@@ -295,14 +295,14 @@ void SystemLoadLoggerTest::fileThatCannotBeOpenedIsToldAndSnapshotsRotate()
 
 void SystemLoadLoggerTest::copyOfMissingFileIsNone()
 {
-    // A copy that is there does not stand for the file.
+    // The copy does not replace a file that is missing.
     const QString copy = path(QStringLiteral("system.load"));
     writeFile(copy, "earlier");
     QCOMPARE(makeLogger(file()).copyLoadFile(), QString());
     QCOMPARE(readFile(copy), QByteArray("earlier"));
 }
 
-// The picture of the first crash is the one that is kept.
+// The snapshot of the first crash is kept.
 void SystemLoadLoggerTest::copyIsMadeAndNeverOverwritten()
 {
     const QString copy = path(QStringLiteral("system.load"));
@@ -332,7 +332,7 @@ void SystemLoadLoggerTest::takesPicturesFromStartToStop()
     QCOMPARE(m_tools->calls(), QStringList());
 
     logger.start(1);
-    QTRY_VERIFY(m_tools->calls().size() >= 4); // it repeats
+    QTRY_VERIFY(m_tools->calls().size() >= 4); // the timer repeats
     logger.stop();
     m_tools->clear();
     QTest::qWait(severalRoundsMs);

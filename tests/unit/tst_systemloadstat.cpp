@@ -24,7 +24,7 @@ private slots:
     void constructionRaisesThePriorityOfItsThread();
     void idsGoUpAndAreNeverReused();
 
-    // What is compared, and when.
+    // The samples that are compared, and when.
     void foundAtStartIsComparedAtTheFirstTick();
     void foundAtATickIsComparedAtTheNext();
     void addedWhileRunningIsSampledAtTheNextTick();
@@ -37,7 +37,7 @@ private slots:
     void startTwiceIsAFreshStart();
     void timerTicksOnceASecondUntilItIsStopped();
 
-    // When an alarm is due, and what its lines say.
+    // The time of an alarm, and its lines.
     void periodCountsConsecutiveTicks();
     void tickBelowTheThresholdStartsTheCountAgain();
     void tickWithoutComparisonLeavesTheCount();
@@ -53,7 +53,7 @@ private slots:
     void threadsAreNotReadUnlessAsked();
     void threadLoadsThatAreNotNumbersComeLast();
 
-    // Processes that end, come back, or are not there at all.
+    // Processes that end, come back or do not exist.
     void vanishedProcessGivesAnEnormousLoad();
     void vanishedProcessIsLookedUpAgain();
     void processBackWithinATickIsComparedWithNothing();
@@ -69,7 +69,7 @@ private slots:
 
 void SystemLoadStatTest::initTestCase()
 {
-    qputenv("TZ", "UTC"); // without an hour that comes twice a year
+    qputenv("TZ", "UTC"); // it has no hour that comes twice in one night
 }
 
 void SystemLoadStatTest::metaObjectHasItsOrder()
@@ -150,7 +150,7 @@ void SystemLoadStatTest::addedWhileRunningIsSampledAtTheNextTick()
     machine.start();
     machine.watch(daemonName(), 1, 50, false, 1);
     machine.proc.removeProcess(10);
-    // Nothing was looked up before the ticks: two failed look-ups are the first two.
+    // The ticks do the look-ups, so the first two ticks are the first two failed look-ups.
     machine.tick();
     QCOMPARE(machine.absences.size(), 0);
     machine.tick();
@@ -222,13 +222,13 @@ void SystemLoadStatTest::removedProcessIsNotWatchedAnyMore()
     machine.start();
     machine.tickAt(1100, 60);
     machine.remove(removed);
-    machine.remove(7); // unknown: nothing
+    machine.remove(7); // an unknown id changes nothing
     for (qint64 tick = 2; tick <= 5; ++tick)
         machine.tickAt(static_cast<quint64>(1000 + tick * 100), tick * 60);
     QCOMPARE(machine.alarms.size(), 2);
     for (const QList<QVariant> &alarm : qAsConst(machine.alarms))
         QCOMPARE(alarm.at(0).toInt(), kept);
-    // An absence is not told either.
+    // An absence is not reported either.
     machine.proc.removeProcess(10);
     for (qint64 tick = 0; tick < 5; ++tick)
         machine.tick();
@@ -244,7 +244,7 @@ void SystemLoadStatTest::stopDropsTheSamplesAndKeepsTheCount()
     machine.tickAt(1100, 60);
     machine.tickAt(1200, 121);
     machine.stop();
-    // With the samples gone there is nothing to compare the next one with.
+    // The samples are gone, so the next one is not compared.
     machine.tickAt(1300, 1000);
     QCOMPARE(machine.alarms.size(), 0);
     machine.stop();
@@ -302,14 +302,14 @@ void SystemLoadStatTest::timerTicksOnceASecondUntilItIsStopped()
     stopped.start();
     ticking.start();
     QTRY_COMPARE_WITH_TIMEOUT(ticking.alarms.size(), 2, 30000);
-    // Two intervals of a coarse timer, which may be off by a twentieth.
+    // A coarse timer may be 5 % early in each of two intervals.
     QVERIFY(clock.elapsed() >= 1900);
     stopped.stop();
     const int alarmsBefore = stopped.alarms.size();
     QVERIFY(alarmsBefore > 0);
     QTRY_COMPARE_WITH_TIMEOUT(ticking.alarms.size(), 4, 30000);
     QCOMPARE(stopped.alarms.size(), alarmsBefore);
-    // And it can be started once more.
+    // The watching can be started once more.
     stopped.start();
     QTRY_VERIFY_WITH_TIMEOUT(stopped.alarms.size() > alarmsBefore, 30000);
 }
@@ -320,7 +320,7 @@ void SystemLoadStatTest::periodCountsConsecutiveTicks()
     machine.proc.setProcess(10, "daemon", {0, 0, 0, 0});
     machine.watch(daemonName(), 3, 50);
     machine.start();
-    for (int alarm = 0; alarm < 2; ++alarm) { // the count begins anew after the first
+    for (int alarm = 0; alarm < 2; ++alarm) { // the count restarts after the first alarm
         const quint64 cpuTotal = 1000 + 300 * static_cast<quint64>(alarm);
         const qint64 utime = 210LL * alarm;
         machine.tickAt(cpuTotal + 100, utime + 60);
@@ -434,7 +434,7 @@ void SystemLoadStatTest::linesNameTheProcessAsItsStatFileDoes()
     const auto setProcess = [&machine](qint64 utime) {
         machine.proc.write(QStringLiteral("10/stat"),
                            PreparedProc::statLine(11, "  dae) (mon ", {utime, 0, 0, 0}));
-        // The process is read where its stat file says that it is.
+        // The process is read in the directory of the id in its stat file.
         machine.proc.write(QStringLiteral("11/stat"),
                            PreparedProc::statLine(12, " odd\nname ", {utime, 0, 0, 0}));
     };
@@ -464,7 +464,7 @@ void SystemLoadStatTest::linesCarryTheirOwnTimes()
     machine.tickAt(1200, 120);
     const QStringList lines = machine.takeRawLines();
     QCOMPARE(lines.size(), 1 + 2 * 5);
-    // The total of the threads is built after their lines, and the header last.
+    // The line of the threads' total is made after the threads' lines, and the header last.
     QDateTime earlier;
     for (const int line : {1, 2, 4, 5, 3, 6, 7, 9, 10, 8, 0}) {
         const QDateTime time = LoadMachine::timeOf(lines.at(line));
@@ -491,7 +491,7 @@ void SystemLoadStatTest::timeBetweenTwoInvocationsIsMeasured()
         const QString line = LoadMachine::withoutTime(machine.takeRawLines().value(1));
         QRegExp form(QStringLiteral("Time between two invocations:(\\d+)ms"));
         QVERIFY2(form.exactMatch(line), qPrintable(line));
-        // All readings are cut to milliseconds, each at another moment.
+        // Each reading is cut to milliseconds, and each is taken at another moment.
         const qint64 elapsed = form.cap(1).toLongLong();
         QVERIFY2(elapsed >= begin - earlierEnd - 2, qPrintable(line));
         QVERIFY2(elapsed <= end - earlierBegin + 2, qPrintable(line));
@@ -515,7 +515,7 @@ void SystemLoadStatTest::threadLines()
     machine.proc.setCpuTotal(1200);
     setThreads(1);
     machine.tick();
-    // All eight count in the total, also those that are not listed.
+    // All eight threads count in the total, also those that are not listed.
     QCOMPARE(machine.takeLines(),
              (QStringList{headerLine(50, 1), elapsedLine(), loadLine("50"),
                           QStringLiteral("daemon total thread load:28%"),
@@ -543,7 +543,7 @@ void SystemLoadStatTest::threadsOfOneSampleOnlyAreLeftOut()
     QCOMPARE(machine.takeLines().mid(2),
              (QStringList{loadLine("90"), QStringLiteral("daemon total thread load:10%"),
                           QStringLiteral(" thread name:renamed load:10%")}));
-    // At the next tick the new one is known.
+    // At the next tick the new thread is known.
     machine.proc.setCpuTotal(1200);
     machine.proc.setProcess(10, "daemon", {190, 0, 0, 0});
     machine.proc.setThread(10, 12, "new", {160, 0, 0, 0});
@@ -557,7 +557,7 @@ void SystemLoadStatTest::threadsOfOneSampleOnlyAreLeftOut()
 void SystemLoadStatTest::threadsAreNotReadUnlessAsked()
 {
     LoadMachine machine;
-    // Whoever read this as a thread would abort.
+    // The program would abort if it read this as a thread's file.
     machine.proc.write(QStringLiteral("10/task/10/stat"), "short");
     machine.proc.setProcess(10, "daemon", {0, 0, 0, 0});
     machine.watch(daemonName(), 1, 50, false);
@@ -665,7 +665,7 @@ void SystemLoadStatTest::threadEndingMeanwhileLeavesTheProcessValid()
     QCOMPARE(machine.takeLines(),
              (QStringList{headerLine(50, 1), elapsedLine(), loadLine("60"),
                           QStringLiteral("daemon total thread load:0%")}));
-    // The process is looked up anew: with another name it is not found any more.
+    // The process is looked up again. With another name it is not found.
     machine.proc.setProcess(10, "another", {120, 0, 0, 0});
     machine.tick();
     machine.tick();
@@ -681,7 +681,7 @@ void SystemLoadStatTest::unreadableCpuTotalCountsAsZero()
     machine.start();
     machine.proc.remove(QStringLiteral("stat"));
     machine.tick();
-    // Everything went back to zero, the counter too, and both differences wrap.
+    // The times and the counter went back to zero, so both differences wrap around.
     QCOMPARE(machine.takeLines(),
              (QStringList{QStringLiteral("Process: (0) cpu load is : 50 for 1 seconds "),
                           elapsedLine(), QStringLiteral(" cpu load:100%")}));
@@ -746,11 +746,11 @@ void SystemLoadStatTest::absenceIsToldOnceMoreAfterAReturn()
     machine.watch(daemonName(), 1, 1000, false, 2);
     machine.start();
     machine.tick();
-    machine.proc.setProcess(10, "daemon", {0, 0, 0, 0}); // just in time
+    machine.proc.setProcess(10, "daemon", {0, 0, 0, 0}); // before the absence is reported
     machine.tick();
     for (int absence = 1; absence <= 3; ++absence) {
         machine.proc.removeProcess(10);
-        machine.tick(); // the reading fails, nothing is looked up
+        machine.tick(); // the reading fails, so nothing is looked up
         machine.tick();
         machine.tick();
         QCOMPARE(machine.absences.size(), absence - 1);
@@ -781,7 +781,7 @@ void SystemLoadStatTest::absenceIsNeverTold()
     for (int tick = 0; tick < 10; ++tick)
         machine.tick();
     QCOMPARE(machine.absences.size(), 0);
-    // It is looked for all the same.
+    // The process is looked for in any case.
     machine.tickAt(1100, 0);
     machine.tickAt(1200, 60);
     QCOMPARE(machine.alarms.size(), 1);

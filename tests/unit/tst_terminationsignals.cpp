@@ -12,8 +12,8 @@
 
 #include <unistd.h>
 
-// Every test arms in a child of its own: the signals of a process cannot be disarmed. The rest is
-// tested with the whole program.
+// Every test sets the signals up in a child of its own, because that cannot be undone. tests/system
+// tests the rest.
 class TerminationSignalsTest : public QObject
 {
     Q_OBJECT
@@ -36,7 +36,7 @@ void say(const char *text)
     Q_UNUSED(written)
 }
 
-// How this process takes the three signals: "-" the default action, "+" a handler, "!" held back.
+// How this process takes the three signals: "-" the default action, "+" a handler, "!" blocked.
 QByteArray actions()
 {
     sigset_t blocked;
@@ -76,7 +76,7 @@ void changeErrorNumber()
 
 void runEventLoop()
 {
-    QCoreApplication::exec(); // ends by a termination signal only
+    QCoreApplication::exec(); // only a termination signal ends it
     say("the event loop has ended\n");
 }
 
@@ -121,7 +121,7 @@ void TerminationSignalsTest::theHandlerFindsTheDefaultActionsBack()
         runEventLoop();
         ::raise(SIGTERM);
     });
-    // In the handler the signal that it handles is held back, as by every signal handler.
+    // While the handler runs, the kernel blocks its signal, as for every signal handler.
     QCOMPARE(result.standardOutput, QByteArray("+++\npassed on\n-!--\nthe event loop has ended\n"));
     QCOMPARE(result.signal, SIGTERM);
 }

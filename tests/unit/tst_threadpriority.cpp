@@ -16,8 +16,8 @@ bool isAllowed = true;
 
 } // namespace
 
-// The C library's functions, in the test's own process: whether a thread may run in real time is up
-// to the machine, and reading its parameters never fails.
+// These replace functions of the C library in the test's process, because the machine decides
+// whether a thread may run in real time, and reading the parameters never fails.
 extern "C" {
 
 int sched_getparam(pid_t /*pid*/, sched_param *param) noexcept

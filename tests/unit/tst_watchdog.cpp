@@ -17,10 +17,9 @@
 #include <syslog.h>
 #include <unistd.h>
 
-// The accounting of exits and the handlers, on a supervisor whose application has an empty name.
-// Its start fails, so that the supervisor has its log and nothing that would reach for this
-// machine's devices. What takes an application, a watched process or a reporter is tested with the
-// whole program.
+// The count of ends, and the handlers, on a supervisor whose application has an empty name. The
+// start of the application fails. So the supervisor has its log but nothing that uses this
+// machine's devices. tests/system tests what needs an application, a watched process or a reporter.
 class WatchdogTest : public QObject
 {
     Q_OBJECT
@@ -76,7 +75,7 @@ void finish(Watchdog &watchdog, int code, QProcess::ExitStatus status)
 
 void WatchdogTest::initTestCase()
 {
-    // The process object is never started; Qt says so each time its output is asked for.
+    // The process is never started, and Qt warns each time its output is read.
     QLoggingCategory::setFilterRules(QStringLiteral("default.warning=false"));
 }
 
@@ -115,7 +114,7 @@ QByteArray WatchdogTest::log() const
     return readFile(m_directory->filePath(QStringLiteral("log")));
 }
 
-// A slot's index is part of the interface that the class shows to others.
+// The index of a slot is part of the interface of the class.
 void WatchdogTest::slotsInTheirOrder()
 {
     const QMetaObject &meta = Watchdog::staticMetaObject;
@@ -203,8 +202,8 @@ void WatchdogTest::theRestartComesAfterASecond()
 
 void WatchdogTest::theLogIsFlushedAfterTheCleanUpAndBeforeTheReboot()
 {
-    // Without an event loop nothing but the exit flushes the log. Each tool notes how many starts
-    // it finds in the file.
+    // Without an event loop only the exit flushes the log. Each tool records the number of starts
+    // in the file.
     const QString seen = m_directory->filePath(QStringLiteral("seen"));
     const QString countStarts = QStringLiteral("/bin/grep -c 'Starting app' '%1' >> '%2'")
                                     .arg(m_directory->filePath(QStringLiteral("log")), seen);
@@ -212,7 +211,7 @@ void WatchdogTest::theLogIsFlushedAfterTheCleanUpAndBeforeTheReboot()
     m_tools.add(QStringLiteral("reboot"), countStarts);
     for (int i = 0; i < 3; ++i)
         run(0);
-    // Three clean-ups, each before the flush of its exit, and the reboot after that of the third.
+    // Each clean-up comes before the flush of its exit, and the reboot after the third flush.
     QCOMPARE(readFile(seen), QByteArray("0\n2\n3\n4\n"));
 }
 
@@ -230,7 +229,7 @@ void WatchdogTest::theThirdExitReboots()
     for (int i = 0; i < 7; ++i)
         run(ranSec);
     QCOMPARE(capture.text(), QByteArray("Critical FW error, rebooting.\n"));
-    // No later exit does, and the clean-up comes first.
+    // No later exit reboots, and the clean-up comes before the reboot.
     const QString kill = QStringLiteral("killall|-9|pYNX");
     QCOMPARE(m_tools.calls(),
              QStringList({kill, kill, kill, QStringLiteral("reboot|-f"), kill, kill, kill, kill}));
@@ -238,7 +237,7 @@ void WatchdogTest::theThirdExitReboots()
 
 void WatchdogTest::aTerminationSignalFlushesTheLog()
 {
-    // In a child, since the handlers stay installed.
+    // The child keeps the handlers, which stay installed, out of the other tests.
     const ChildResult result = runInChild([this] {
         Watchdog watchdog(nullptr);
         theWatchdog = &watchdog;
@@ -261,7 +260,7 @@ void WatchdogTest::placeholdersInTheNameOfAMissingProcessAreNone()
     call(*m_watchdog, "on_stat_notFound", Q_ARG(int, 7), Q_ARG(QString, QStringLiteral("%2")),
          Q_ARG(QStringList, QStringList({QStringLiteral("%1"), QStringLiteral("%3")})),
          Q_ARG(int, 30));
-    m_watchdog.reset(); // closes the log, and so flushes it
+    m_watchdog.reset(); // closes and so flushes the log
     QVERIFY(log().endsWith("Process %2 with args [%1,%3] doesn't appear for 30 seconds\n"));
 }
 
