@@ -33,9 +33,9 @@ _DURATION_UNITS = {"": 1, "s": 1, "m": 60, "h": 3600}
 
 _USAGE = "./simulate [OPTION]... [APPLICATION [ARGUMENT]...]"
 _EPILOG = """\
-APPLICATION is a path, a command of this machine, or sample-application, which also runs without an
-application given and tells what it can do when told to do nonsense.
-All of this machine's file system is visible on the board, read-only; /tmp, /home/root, /run and
+APPLICATION is a path, a command of this machine, or sample-application, which is the default. The
+sample application lists its behaviours when it gets an unknown one.
+All of this machine's file system is visible on the board, read-only. /tmp, /home/root, /run and
 /dev are the board's own.
 
 examples:
