@@ -249,10 +249,10 @@ void Watchdog::processRestart()
     startApp(m_appPath, m_appArgs);
 }
 
-// The third exit since the supervisor's start reboots the board, however long the application ran.
-// No later exit does. The reason is m_exitRunTime: it is a null time at first, a null time plus
+// The third end since the supervisor's start reboots the board, however long the application ran.
+// No later end does. The reason is m_exitRunTime: it is a null time at first, a null time plus
 // seconds is null again, and null is less than any other time. With plain seconds, an application
-// that runs for long between its exits would never cause the reboot after which the boot loader
+// that runs for long between its ends would never cause the reboot after which the boot loader
 // falls back (kept-behaviour.md: third-end).
 void Watchdog::applyCriticalErrorRule(qint64 uptimeSec)
 {

@@ -35,7 +35,7 @@ public:
      */
     void setTimeout(int seconds);
 
-    // The program calls none of the following three.
+    // The program calls none of the following three (kept-behaviour.md: unused-slots).
 
     /** The driver's time-out in seconds; 0 when the driver cannot tell it. */
     int getTimeout();

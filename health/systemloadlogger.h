@@ -42,7 +42,10 @@ public:
     /** Takes a snapshot every @p msec milliseconds, the first after that time. */
     void start(int msec);
 
-    /** Takes no more snapshots; the file stays. The program never calls it. */
+    /**
+     * Takes no more snapshots; the file stays. The program never calls it
+     * (kept-behaviour.md: unused-slots).
+     */
     void stop();
 
     /**

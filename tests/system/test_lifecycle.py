@@ -92,7 +92,7 @@ def test_a_process_named_pynx_does_not_survive_the_exit(start: Start) -> None:
     assert running.wait_supervisor_exit() == 0
 
 
-def test_the_third_exit_reboots_the_board_which_starts_again(start: Start) -> None:
+def test_the_third_end_reboots_the_board_which_starts_again(start: Start) -> None:
     running = start("exit", "0", bad_boots=2)
     reboot = running.wait_for("tool", REBOOT)
     assert reboot["arguments"] == ["-f"]
@@ -106,7 +106,7 @@ def test_the_third_exit_reboots_the_board_which_starts_again(start: Start) -> No
 
 
 @pytest.mark.parametrize("behaviour", ["return", "fail", "absent"])
-def test_where_the_reboot_comes_back_the_application_goes_on_and_no_later_exit_reboots(
+def test_where_the_reboot_comes_back_the_application_goes_on_and_no_later_end_reboots(
         start: Start, behaviour: str) -> None:
     running = start("exit", "0", tools={"reboot": behaviour})
     running.wait_for("system log", "Restarting process", count=5)

@@ -37,8 +37,8 @@ private slots:
     void theRunTimeEndsBeforeTheCleanUp();
     void theRestartComesAfterASecond();
     void theLogIsFlushedAfterTheCleanUpAndBeforeTheReboot();
-    void theThirdExitReboots_data();
-    void theThirdExitReboots();
+    void theThirdEndReboots_data();
+    void theThirdEndReboots();
     void aTerminationSignalFlushesTheLog();
 
     void placeholdersInTheNameOfAMissingProcessAreNone();
@@ -215,14 +215,14 @@ void WatchdogTest::theLogIsFlushedAfterTheCleanUpAndBeforeTheReboot()
     QCOMPARE(readFile(seen), QByteArray("0\n2\n3\n4\n"));
 }
 
-void WatchdogTest::theThirdExitReboots_data()
+void WatchdogTest::theThirdEndReboots_data()
 {
     QTest::addColumn<int>("ranSec");
     QTest::newRow("at once") << 0;
     QTest::newRow("after hours too") << 7200;
 }
 
-void WatchdogTest::theThirdExitReboots()
+void WatchdogTest::theThirdEndReboots()
 {
     QFETCH(int, ranSec);
     const StandardErrorCapture capture;
