@@ -17,7 +17,7 @@ namespace {
 
 long sizeThatTheSystemNames = 1024;
 int lookupError = 0;
-QByteArray givenName;
+char givenName[32] = "";
 std::size_t givenSize = 0;
 int forks = 0;
 
@@ -48,7 +48,7 @@ long sysconf(int name) noexcept
 
 int getpwnam_r(const char *name, passwd *, char *, std::size_t size, passwd **result)
 {
-    givenName = name;
+    qstrncpy(givenName, name, sizeof givenName);
     givenSize = size;
     *result = nullptr;
     return lookupError;
@@ -102,7 +102,7 @@ void PynxProcessTest::failedLookup()
     lookupError = error;
     const StandardErrorCapture capture;
     QVERIFY(!PynxProcess().lookupUser(QString::fromUtf8("jürgen")));
-    QCOMPARE(givenName, QByteArray("jürgen"));
+    QCOMPARE(QByteArray(givenName), QByteArray("jürgen"));
     QCOMPARE(capture.text(), QByteArray("Failed to get info about user: jürgen\n"));
 }
 
