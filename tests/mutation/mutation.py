@@ -231,7 +231,7 @@ def trial(trees: queue.Queue[Tree], of_one_file: list[Place]) -> list[tuple[Plac
 
 
 def main() -> int:
-    parser = argparse.ArgumentParser(description=__doc__, add_help=True,
+    parser = argparse.ArgumentParser(description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--places", type=int, default=200, metavar="N",
                         help="how many places are broken (default: %(default)s)")

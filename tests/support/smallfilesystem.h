@@ -20,9 +20,6 @@ public:
 
     bool isMounted() const { return m_mounted; }
 
-    /** Makes the file system read-only; ends the test if that fails. */
-    void makeReadOnly();
-
 private:
     QByteArray m_directory;
     bool m_mounted;
