@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: MIT
 """The application's log as the supervisor writes it: no output is lost without need.
 
-tst_logprocessor.cpp and tst_logfile.cpp test the bytes of the file.
+tst_logprocessor.cpp tests the bytes of the file.
 """
 
 from __future__ import annotations

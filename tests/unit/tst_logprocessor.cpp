@@ -1,20 +1,93 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
-//
-// The log processor's reading, writing and report requests. tst_logfile.cpp tests its file.
 #include "childrun.h"
+#include "localtimezone.h"
 #include "logging/logprocessor.h"
+#include "smallfilesystem.h"
 #include "testfiles.h"
-#include "testlog.h"
 
 #include <QTemporaryDir>
 #include <QtTest>
 
 #include <cstdio>
+#include <cstdlib>
 
 #include <unistd.h>
 
 namespace {
+
+constexpr quint32 roomy = 1000000; // a limit that a test does not reach by accident
+constexpr qint64 kiB = 1024;
+constexpr int generousMs = 30000;
+constexpr qint64 fourGiB = 4294967296;
+
+// A Thursday in June whose day has one digit.
+constexpr qint64 june4Ms = 1780531200000;
+const QByteArray june4Line = QByteArrayLiteral("-- Time: Thu Jun 4 00:00:00 2026 GMT\n");
+const QByteArray oneSecondLaterLine = QByteArrayLiteral("-- Time: Thu Jun 4 00:00:01 2026 GMT\n");
+
+// The names of days and months depend on the locale. It is set here, before main(), because Qt
+// reads it from the environment only once.
+const bool languageIsPlain = ::setenv("LC_ALL", "C", 1) == 0;
+
+/**
+ * An application that has ended and whose output was not yet read. Without behaviours it is an
+ * application that was never started, whose output is empty.
+ */
+class SilentApplication : public QProcess
+{
+public:
+    explicit SilentApplication(const QStringList &behaviours)
+    {
+        setOpenMode(QIODevice::ReadOnly);
+        if (behaviours.isEmpty())
+            return;
+        start(QStringLiteral(SAMPLE_APPLICATION), behaviours);
+        if (!waitForFinished(generousMs))
+            qFatal("the application did not end");
+    }
+};
+
+/** A log processor with its application and a clock that the test sets. */
+struct Log
+{
+    /** @p printed has the behaviours of the sample application that have printed the output. */
+    explicit Log(const QString &name, quint32 maxSize = roomy, bool logTime = false,
+                 const QStringList &printed = QStringList())
+        : fileName(name), application(printed),
+          processor(&application, name, maxSize, logTime, [this] {
+              const qint64 now = nowMs;
+              nowMs += stepMs;
+              return now;
+          })
+    { }
+
+    void write(const QByteArray &chunk) { processor.write(chunk); }
+
+    /** The content of the file after a flush, as if the flush timer had run out. */
+    QByteArray text()
+    {
+        QMetaObject::invokeMethod(&processor, "on_flushTimer_timeout");
+        return readFile(fileName);
+    }
+
+    QString fileName;
+    SilentApplication application;
+    qint64 nowMs = june4Ms;
+    qint64 stepMs = 0; ///< added to the clock after each reading
+    LogProcessor processor;
+};
+
+/** A log processor whose file is open. */
+struct OpenLog : Log
+{
+    template <typename... Arguments>
+    explicit OpenLog(const Arguments &...arguments) : Log(arguments...)
+    {
+        if (!processor.open())
+            qFatal("cannot open the log");
+    }
+};
 
 constexpr int flushMs = 190; // the timer's 200 ms; a coarse timer may be early by a twentieth
 
@@ -48,7 +121,15 @@ QByteArray flood(int lines)
     return text;
 }
 
+/** A chunk, and when it is written, in milliseconds after the beginning of June 4. */
+struct Written
+{
+    qint64 atMs;
+    QByteArray chunk;
+};
+
 } // namespace
+Q_DECLARE_METATYPE(QVector<Written>)
 
 class LogProcessorTest : public QObject
 {
@@ -77,6 +158,21 @@ private slots:
     void whatFlushesStopsTheTimer_data();
     void whatFlushesStopsTheTimer();
 
+    void rotatesAtTheLimit_data();
+    void rotatesAtTheLimit();
+    void countStartsAgainAfterRotation();
+    void onlyOneGenerationIsKept();
+    void failedRenameEndsLoggingToTheFile();
+    void logRemovedFromOutsideEndsLoggingToTheFile();
+    void logReplacedFromOutsideIsRotatedAway();
+    void rotationFreesAFullFileSystem();
+
+    void timeLines_data();
+    void timeLines();
+    void oneTimeLineForAChunkOfManyLines();
+    void timeLineCountsTowardsTheLimit();
+    void chunkIsEchoedWhenItsTimeLineEndsLogging();
+
     void bothChannelsAreTakenInAsTheyArrive();
     void flushOutputTakesStandardOutputOnly();
     void flushOutputTakesStandardOutputTwice();
@@ -92,6 +188,8 @@ private slots:
     void ownLinesAreNoRequests();
 
 private:
+    QByteArray rotationFailedLine() const;
+
     QScopedPointer<QTemporaryDir> m_directory;
     QString m_fileName;
     QString m_rotatedFileName;
@@ -99,10 +197,17 @@ private:
 
 void LogProcessorTest::init()
 {
+    QVERIFY(languageIsPlain);
     m_directory.reset(new QTemporaryDir);
     QVERIFY(m_directory->isValid());
     m_fileName = m_directory->filePath(QStringLiteral("app.log"));
     m_rotatedFileName = m_fileName + QStringLiteral(".0");
+}
+
+QByteArray LogProcessorTest::rotationFailedLine() const
+{
+    const QByteArray name = m_fileName.toUtf8();
+    return "Can't rename file from:" + name + " to:" + name + ".0\n";
 }
 
 // ---- The object itself
@@ -304,6 +409,214 @@ void LogProcessorTest::whatFlushesStopsTheTimer()
     log.write("new");
     QTRY_COMPARE_WITH_TIMEOUT(readFile(m_fileName), text, generousMs);
     QVERIFY(elapsed.elapsed() >= flushMs);
+}
+
+// ---- Rotation
+
+void LogProcessorTest::rotatesAtTheLimit_data()
+{
+    QTest::addColumn<qint64>("existing");
+    QTest::addColumn<quint32>("limit");
+    QTest::addColumn<int>("written");
+    QTest::addColumn<bool>("rotated");
+    const auto row = [](const char *what, qint64 existing, quint32 limit, int written,
+                        bool rotated) {
+        QTest::newRow(what) << existing << limit << written << rotated;
+    };
+    row("one byte below", 0, 1000, 999, false);
+    row("exactly", 0, 1000, 1000, true);
+    row("what crosses the limit stays whole", 0, 1000, 5000, true);
+    row("what is there counts: one byte below", 900, 1000, 99, false);
+    row("what is there counts: above", 900, 1000, 200, true);
+    row("what is there already exceeds the limit", 2000, 1000, 1, true);
+    row("the size is taken modulo 32 bits: below", fourGiB + 900, 1000, 99, false);
+    row("the size is taken modulo 32 bits: exactly", fourGiB + 900, 1000, 100, true);
+    row("the count wraps, and the limit is unsigned", fourGiB - 10, 4294967295U, 20, false);
+}
+
+void LogProcessorTest::rotatesAtTheLimit()
+{
+    QFETCH(qint64, existing);
+    QFETCH(quint32, limit);
+    QFETCH(int, written);
+    QFETCH(bool, rotated);
+    writeFile(m_fileName, QByteArray());
+    QVERIFY(QFile::resize(m_fileName, existing));
+    OpenLog log(m_fileName, limit);
+    QVERIFY(!QFile::exists(m_rotatedFileName));
+    log.write(QByteArray(written, 'x'));
+    QCOMPARE(QFile::exists(m_rotatedFileName), rotated);
+    log.processor.flushOutput();
+    QVERIFY(QFile::exists(m_fileName));
+    QCOMPARE(QFileInfo(m_fileName).size(), rotated ? 0 : existing + written);
+    if (rotated)
+        QCOMPARE(QFileInfo(m_rotatedFileName).size(), existing + written);
+}
+
+void LogProcessorTest::countStartsAgainAfterRotation()
+{
+    OpenLog log(m_fileName, 1000);
+    log.write(QByteArray(1500, 'a'));
+    log.write(QByteArray(999, 'b'));
+    QCOMPARE(readFile(m_rotatedFileName), QByteArray(1500, 'a'));
+    QCOMPARE(log.text(), QByteArray(999, 'b'));
+    log.write("c");
+    QCOMPARE(readFile(m_rotatedFileName), QByteArray(999, 'b') + 'c');
+}
+
+void LogProcessorTest::onlyOneGenerationIsKept()
+{
+    writeFile(m_rotatedFileName, "from the last run\n");
+    OpenLog log(m_fileName, 10);
+    for (const char *text : {"first one\n", "second one\n", "third one\n"})
+        log.write(text);
+    QCOMPARE(readFile(m_rotatedFileName), QByteArray("third one\n"));
+    QCOMPARE(QDir(m_directory->path()).entryList(QDir::Files),
+             QStringList({QStringLiteral("app.log"), QStringLiteral("app.log.0")}));
+}
+
+void LogProcessorTest::failedRenameEndsLoggingToTheFile()
+{
+    QVERIFY(QDir().mkdir(m_rotatedFileName)); // a directory is in the way
+    const ChildResult result = runInChild([this] {
+        OpenLog log(m_fileName, 10);
+        log.write("to the file\n");
+        log.write("echoed\n");
+        log.processor.flushOutput();
+        log.write(QByteArray(2000, '.'));
+        log.processor.flushOutput();
+    });
+    QCOMPARE(result.exitCode, 0);
+    QCOMPARE(result.standardError, rotationFailedLine());
+    QCOMPARE(readFile(m_fileName), QByteArray("to the file\n"));
+    QCOMPARE(result.standardOutput, "echoed\n" + QByteArray(2000, '.'));
+}
+
+void LogProcessorTest::logRemovedFromOutsideEndsLoggingToTheFile()
+{
+    writeFile(m_rotatedFileName, "older");
+    const ChildResult result = runInChild([this] {
+        OpenLog log(m_fileName, 10);
+        QFile::remove(m_fileName);
+        log.write("gone with the file\n");
+        log.write("echoed\n");
+    });
+    QCOMPARE(result.standardError, rotationFailedLine());
+    QCOMPARE(result.standardOutput, QByteArray("echoed\n"));
+    QVERIFY(!QFile::exists(m_fileName));
+    QVERIFY(!QFile::exists(m_rotatedFileName)); // the rotation removed it
+}
+
+void LogProcessorTest::logReplacedFromOutsideIsRotatedAway()
+{
+    OpenLog log(m_fileName, 10);
+    QVERIFY(QFile::remove(m_fileName));
+    writeFile(m_fileName, "not ours");
+    log.write("gone with the file\n");
+    log.write("new\n");
+    QCOMPARE(readFile(m_rotatedFileName), QByteArray("not ours"));
+    QCOMPARE(log.text(), QByteArray("new\n"));
+}
+
+// Lost bytes count too, so a full file is rotated. The rotation first removes the older generation.
+void LogProcessorTest::rotationFreesAFullFileSystem()
+{
+    const SmallFileSystem fileSystem(m_directory->path());
+    if (!fileSystem.isMounted())
+        QSKIP("needs the right to mount a file system");
+    writeFile(m_rotatedFileName, QByteArray(40 * kiB, 'o'));
+
+    // There is room for 24 KiB. The other 24 KiB wait in the buffer or are lost.
+    OpenLog log(m_fileName, 48 * kiB);
+    for (int i = 0; i < 47; ++i)
+        log.write(QByteArray(kiB, 'n'));
+    QCOMPARE(log.text().size(), static_cast<int>(24 * kiB));
+    QCOMPARE(QFileInfo(m_rotatedFileName).size(), 40 * kiB);
+
+    log.write(QByteArray(kiB, 'n'));
+    const qint64 kept = QFileInfo(m_rotatedFileName).size();
+    QVERIFY(kept > 24 * kiB); // the buffer took the older generation's place
+    QVERIFY(kept < 48 * kiB);
+
+    log.write("room again\n");
+    QCOMPARE(log.text(), QByteArray("room again\n"));
+}
+
+// ---- Time lines
+
+void LogProcessorTest::timeLines_data()
+{
+    QTest::addColumn<QVector<Written>>("chunks");
+    QTest::addColumn<QByteArray>("log");
+
+    QTest::newRow("once a second")
+        << QVector<Written>{{0, "at 0 ms\n"}, {999, "at 999 ms\n"}, {1000, "at 1000 ms\n"}}
+        << june4Line + "at 0 ms\nat 999 ms\n" + oneSecondLaterLine + "at 1000 ms\n";
+    QTest::newRow("only at the start of a line")
+        << QVector<Written>{{0, "whole\nbegun, "}, {1000, "ended\n"}, {1000, "next\n"}}
+        << june4Line + "whole\nbegun, ended\n" + oneSecondLaterLine + "next\n";
+    QTest::newRow("an empty chunk is no end of a line")
+        << QVector<Written>{{0, "one\n"}, {0, ""}, {1000, "two\n"}} << june4Line + "one\ntwo\n";
+    QTest::newRow("also when the clock is set back")
+        << QVector<Written>{{1000, "one\n"}, {0, "two\n"}}
+        << oneSecondLaterLine + "one\n" + june4Line + "two\n";
+    QTest::newRow("a day of two digits")
+        << QVector<Written>{{(13 * 86400 + 47655) * 1000LL, "one\n"}}
+        << QByteArray("-- Time: Wed Jun 17 13:14:15 2026 GMT\none\n");
+    // A board without a real-time clock starts in 1970.
+    QTest::newRow("none in the first second of the epoch")
+        << QVector<Written>{{999 - june4Ms, "one\n"}, {1000 - june4Ms, "two\n"}}
+        << QByteArray("one\n-- Time: Thu Jan 1 00:00:01 1970 GMT\ntwo\n");
+}
+
+void LogProcessorTest::timeLines()
+{
+    QFETCH(QVector<Written>, chunks);
+    QFETCH(QByteArray, log);
+    const LocalTimeZone zone("<+05>-05");
+    OpenLog written(m_fileName, roomy, true);
+    for (const Written &each : chunks) {
+        written.nowMs = june4Ms + each.atMs;
+        written.write(each.chunk);
+    }
+    QCOMPARE(written.text(), log);
+}
+
+void LogProcessorTest::oneTimeLineForAChunkOfManyLines()
+{
+    OpenLog log(m_fileName, roomy, true);
+    log.stepMs = 1000;
+    log.write("one\ntwo\nthree\n");
+    QCOMPARE(log.text(), june4Line + "one\ntwo\nthree\n");
+}
+
+void LogProcessorTest::timeLineCountsTowardsTheLimit()
+{
+    OpenLog log(m_fileName, static_cast<quint32>(june4Line.size()) + 4, true);
+    log.write("one\n");
+    QCOMPARE(readFile(m_rotatedFileName), june4Line + "one\n");
+
+    // A time line can cause the rotation by itself, before its chunk.
+    log.nowMs += 1000;
+    log.write("two");
+    log.nowMs += 1000;
+    log.processor.flushOutput();
+    log.write("three\n");
+    QCOMPARE(readFile(m_rotatedFileName).left(june4Line.size() + 3), oneSecondLaterLine + "two");
+    QCOMPARE(log.text(), QByteArray("three\n"));
+}
+
+void LogProcessorTest::chunkIsEchoedWhenItsTimeLineEndsLogging()
+{
+    QVERIFY(QDir().mkdir(m_rotatedFileName)); // a directory is in the way
+    const ChildResult result = runInChild([this] {
+        OpenLog log(m_fileName, 10, true);
+        log.write("longer than the limit\n");
+        log.write("next\n");
+    });
+    QCOMPARE(result.standardError, rotationFailedLine());
+    QCOMPARE(result.standardOutput, QByteArray("longer than the limit\nnext\n"));
+    QCOMPARE(readFile(m_fileName), june4Line);
 }
 
 // ---- Taking output in
