@@ -35,8 +35,8 @@ SURVIVORS = pathlib.Path(__file__).with_name("survivors.txt")
 SEED = "watchdog"
 # The parts of the program, each with the system tests that show what it does.
 PARTS = {
-    "app": ["start_up", "lifecycle", "single_run", "command_line", "child_environment", "reports",
-            "faults"],
+    "app": ["start_up", "lifecycle", "single_run", "command_line", "child_environment", "log",
+            "load_watch", "health", "reports", "faults"],
     "common": ["lifecycle", "health", "faults"],
     "health": ["health", "faults"],
     "load": ["load_watch"],

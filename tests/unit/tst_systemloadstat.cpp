@@ -171,16 +171,16 @@ void SystemLoadStatTest::processesAreJudgedEachForItself()
     machine.start();
     machine.proc.setCpuTotal(1100);
     for (int pid = 1; pid <= 20; ++pid)
-        machine.proc.setProcess(pid, "process " + QByteArray::number(pid), {pid, 0, 0, 0});
+        machine.proc.setProcess(pid, "process " + QByteArray::number(pid), {21 - pid, 0, 0, 0});
     machine.tick();
     QSet<int> ids;
     for (const QList<QVariant> &alarm : qAsConst(machine.alarms)) {
         const int id = alarm.at(0).toInt();
         ids += id;
         QCOMPARE(LoadMachine::withoutTime(alarm.at(1).toStringList().at(2)),
-                 QStringLiteral("process %1 cpu load:%1%").arg(id + 1));
+                 QStringLiteral("process %1 cpu load:%2%").arg(id + 1).arg(20 - id));
     }
-    QCOMPARE(ids, (QSet<int>{9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19}));
+    QCOMPARE(ids, (QSet<int>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
     QCOMPARE(machine.alarms.size(), ids.size());
 }
 
