@@ -7,6 +7,7 @@ from __future__ import annotations
 import os
 import re
 import stat
+import subprocess
 from collections.abc import Callable
 from pathlib import Path
 
@@ -16,15 +17,24 @@ from tools import ROOT, SdkBuild, files_below, run
 
 LIBRARY = "usr/lib/pynx-watchdog"
 SETTINGS = sorted(path.name for path in (ROOT / "settings-default").glob("*.json"))
+UNITS = ["pynx-watchdog.service", "pynx-watchdog-boot.service", "pynx-watchdog-shutdown.service"]
+EXAMPLES = "usr/share/doc/pynx-watchdog/examples"
+SFUFLAGS = {f"{EXAMPLES}/sfuflags/{name}" for name in ("rauc", "u-boot")}
 FILES = {
     "etc/default/pynx-watchdog",
-    "lib/systemd/system/pynx-watchdog.service",
+    *(f"lib/systemd/system/{name}" for name in UNITS),
     "usr/bin/pynx-watchdog",
     f"{LIBRARY}/watchdog",
+    f"{LIBRARY}/boot-cause",
+    f"{LIBRARY}/settings",
     *(f"{LIBRARY}/settings-default/{name}" for name in SETTINGS),
     "usr/lib/tmpfiles.d/pynx-watchdog.conf",
     "usr/share/man/man5/pynx-watchdog-settings.5.gz",
     "usr/share/man/man8/pynx-watchdog.8.gz",
+    *SFUFLAGS,
+    f"{EXAMPLES}/sfuflags/README.md",
+    *(f"{EXAMPLES}/systemd/{path.name}"
+      for path in (ROOT / "packaging/systemd/examples").glob("*.conf")),
 }
 DOCUMENTS = {f"usr/share/doc/pynx-watchdog/{name}"
              for name in ("CHANGELOG.md", "changelog.gz", "copyright")}
@@ -62,7 +72,7 @@ def test_what_can_be_executed(unpacked: Callable[[str], Path], architecture: str
     programs = {name for name, target in files_below(root).items()
                 if not target and os.access(root / name, os.X_OK, follow_symlinks=False)
                 and stat.S_IMODE((root / name).stat().st_mode) & 0o111}
-    assert programs == {f"{LIBRARY}/watchdog"}
+    assert programs == {f"{LIBRARY}/watchdog", f"{LIBRARY}/boot-cause"} | SFUFLAGS
     assert (root / "usr/bin/pynx-watchdog").resolve() == root / LIBRARY / "watchdog"
 
 
@@ -140,30 +150,108 @@ def test_it_installs_works_and_goes(packages: dict[str, Path], empty_root: Path)
 
     _dpkg(empty_root, "--purge", "pynx-watchdog")
     # systemd-tmpfiles makes these files for the running system. They are no part of the package.
-    assert content() - before <= {"tmp", "tmp/log", "var/lib/systemd",
+    assert content() - before <= {"home", "home/root", "tmp", "tmp/log", "tmp/upload",
+                                  "var/lib/systemd",
                                   "var/lib/systemd/deb-systemd-helper-enabled",
                                   "var/lib/systemd/deb-systemd-helper-masked"}
 
 
-def test_directory_of_the_logs(unpacked: Callable[[str], Path]) -> None:
+@pytest.mark.skipif(os.geteuid() != 0, reason="dpkg gives files to root")
+def test_the_settings_of_the_site_stay_until_the_purge(packages: dict[str, Path],
+                                                       empty_root: Path) -> None:
+    machine = run("dpkg", "--print-architecture").strip()
+    site = empty_root / "etc/pynx-watchdog"
+    # An earlier version had them in a directory beside the program.
+    earlier = empty_root / LIBRARY / "settings"
+    earlier.mkdir(parents=True)
+    site.mkdir(parents=True)
+    for path, text in ((earlier / "a.json", "in force"), (earlier / ".hidden", "too"),
+                       (site / "a.json", "displaced"), (site / "b.json", "other")):
+        path.write_text(text, "ascii")
+
+    def documents() -> dict[str, str]:
+        return {path.name: path.read_text("ascii") for path in site.iterdir()}
+
+    kept = {"a.json": "in force", "a.json.before-upgrade": "displaced", "b.json": "other",
+            ".hidden": "too"}
+    _dpkg(empty_root, "--install", packages[machine])
+    assert documents() == kept
+    assert os.readlink(earlier) == "/etc/pynx-watchdog"
+    _dpkg(empty_root, "--install", packages[machine])
+    assert documents() == kept
+
+    state = empty_root / "var/lib/pynx-watchdog"
+    state.mkdir()
+    _dpkg(empty_root, "--remove", "pynx-watchdog")
+    assert documents() == kept
+    assert state.exists()
+    _dpkg(empty_root, "--purge", "pynx-watchdog")
+    assert not site.exists()
+    assert not state.exists()
+
+
+def test_directories_of_the_supervisor(unpacked: Callable[[str], Path]) -> None:
     root = unpacked("amd64")
     (root / "etc/passwd").write_text("root:x:0:0:root:/root:/bin/sh\n", encoding="ascii")
     (root / "etc/group").write_text("root:x:0:\n", encoding="ascii")
     run("systemd-tmpfiles", f"--root={root}", "--create", "pynx-watchdog.conf")
-    directory = (root / "tmp/log").stat()
-    assert stat.S_IMODE(directory.st_mode) == 0o755
-    assert directory.st_uid == 0
+    for name, mode in (("tmp/log", 0o755), ("home/root", 0o700), ("tmp/upload", 0o777)):
+        directory = (root / name).stat()
+        assert stat.S_IMODE(directory.st_mode) == mode
+        assert directory.st_uid == 0
 
 
-def test_unit_is_sound(unpacked: Callable[[str], Path], tmp_path: Path) -> None:
+@pytest.fixture
+def units(unpacked: Callable[[str], Path], tmp_path: Path) -> Path:
+    """A directory with the units, which name the programs' paths on this machine."""
     root = unpacked("amd64")
-    unit = (root / "lib/systemd/system/pynx-watchdog.service").read_text("utf-8")
-    # systemd checks that the program exists, so the copy names its path on this machine.
-    copy = tmp_path / "pynx-watchdog.service"
-    copy.write_text(unit.replace(f"/{LIBRARY}/", f"{root}/{LIBRARY}/"), encoding="utf-8")
-    run("systemd-analyze", "verify", "--man=no", copy)
-    assert f"ExecStart=/{LIBRARY}/watchdog " in unit
-    assert "EnvironmentFile=-/etc/default/pynx-watchdog" in unit
+    # The board tools need not be there: a directory of PATH may be missing.
+    for name in UNITS:
+        text = (root / "lib/systemd/system" / name).read_text("utf-8")
+        text = text.replace(f"/{LIBRARY}/watchdog", f"{root}/{LIBRARY}/watchdog")
+        text = text.replace(f"/{LIBRARY}/boot-cause", f"{root}/{LIBRARY}/boot-cause")
+        (tmp_path / name).write_text(text, "utf-8")
+    return tmp_path
+
+
+def test_units_are_sound(units: Path) -> None:
+    assert not run("sh", "-c", f"systemd-analyze verify --man=no {units}/*.service 2>&1")
+
+
+@pytest.mark.parametrize("example", ["hardening.conf", "start-limit.conf"])
+def test_example_drop_ins_are_sound(units: Path, example: str) -> None:
+    # A directive in a wrong section is only a warning of systemd.
+    drop_in = units / "pynx-watchdog.service.d"
+    drop_in.mkdir()
+    (drop_in / example).write_bytes((ROOT / "packaging/systemd/examples" / example).read_bytes())
+    unit = units / "pynx-watchdog.service"
+    assert not run("sh", "-c", f"systemd-analyze verify --man=no {unit} 2>&1")
+
+
+def test_the_units_places(unpacked: Callable[[str], Path]) -> None:
+    unit = (unpacked("amd64") / "lib/systemd/system/pynx-watchdog.service").read_text("utf-8")
+    assert f"\nExecStart=/{LIBRARY}/watchdog " in unit
+    assert "\nEnvironmentFile=-/etc/default/pynx-watchdog\n" in unit
+    assert f"\nEnvironment=PATH=/{LIBRARY}/tools:" in unit
+
+
+def test_a_single_run_is_not_repeated_while_the_device_counts(unpacked: Callable[[str], Path],
+                                                              tmp_path: Path) -> None:
+    unit = (unpacked("amd64") / "lib/systemd/system/pynx-watchdog.service").read_text("utf-8")
+    condition = re.findall("^ExecCondition=/bin/sh -c '(.*)'$", unit, re.MULTILINE)[1]
+    state = tmp_path / "state"
+    command = condition.replace("/sys/class/watchdog/watchdog0/state", str(state))
+
+    def starts(options: str) -> bool:
+        return subprocess.run(["sh", "-c", command], check=False,
+                              env={**os.environ, "OPTIONS": options}).returncode == 0
+
+    single = "--logTime --singleRun --logfileName x"
+    assert starts(single)
+    for text, allowed in (("inactive", True), ("active", False)):
+        state.write_text(f"{text}\n", "ascii")
+        assert starts(single) == allowed
+        assert starts("--logfileName --singleRuns")
 
 
 def test_version_is_stated_once(version: str, packages: dict[str, Path]) -> None:
