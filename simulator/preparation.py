@@ -16,6 +16,8 @@ from simulator.common import SimulatorError, paths
 from simulator.common.configuration import Bind, Configuration
 
 _MODES = {"/tmp": 0o1777, paths.HOME: 0o755, paths.PROGRAM_DIRECTORY: 0o755}
+_BOARD_TOOLS = Path(__file__).resolve().parents[1] / "packaging" / "board-tools"
+_IN_PATH = ("reboot", "tar")
 _OWN_PLACES = ("/dev", "/home/root", "/proc", "/run", "/tmp")
 
 
@@ -29,6 +31,8 @@ def prepare(wanted: Configuration) -> Configuration:
     if not os.access(wanted.program, os.X_OK) or wanted.program.is_dir():
         raise SimulatorError(f"the supervisor's program cannot be executed: {wanted.program}")
     binds = [*wanted.binds, Bind(str(wanted.program), paths.PROGRAM)]
+    if wanted.packaged:
+        binds += _package(wanted.program.parent)
     if wanted.watchdog_device:
         binds.append(Bind(str(_find_library(wanted)), paths.WATCHDOG_LIBRARY))
     configuration = replace(wanted, binds=binds + _binds_for(wanted.application, binds))
@@ -56,6 +60,18 @@ def remove_mount_points(configuration: Configuration) -> None:
                 point = point.parent
         except OSError:
             continue  # it is not empty, so it is more than a mount point
+
+
+def _package(build: Path) -> list[Bind]:
+    """The board tools and what they need, in the places that they have in a package."""
+    version = build / "packaging" / "version"
+    if not version.is_file():
+        raise SimulatorError(f"the package's version is missing: {version}; build the project")
+    binds = [Bind(str(version), f"{paths.PROGRAM_DIRECTORY}/version")]
+    for tool in sorted(_BOARD_TOOLS.iterdir()):
+        directory = paths.PROGRAM_TOOLS if tool.name in _IN_PATH else paths.PROGRAM_DIRECTORY
+        binds.append(Bind(str(tool), f"{directory}/{tool.name}"))
+    return binds
 
 
 def _find_library(wanted: Configuration) -> Path:

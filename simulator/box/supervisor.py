@@ -133,6 +133,9 @@ def board_environment(configuration: Configuration) -> dict[str, str]:
     environment = {
         "PATH": f"{paths.TOOLS}:{paths.COMMANDS}", "HOME": paths.HOME, "USER": "root",
         "LOGNAME": "root", "SHELL": "/bin/sh", "LANG": "C.UTF-8", **configuration.environment}
+    if configuration.packaged:
+        environment["PATH"] = f"{paths.PROGRAM_TOOLS}:{environment['PATH']}"
+        environment.setdefault("STATE_DIRECTORY", paths.STATE)
     others = environment.get("ASAN_OPTIONS")
     environment["ASAN_OPTIONS"] = _SANITIZER + (f":{others}" if others else "")
     return environment

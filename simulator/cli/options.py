@@ -110,7 +110,7 @@ def parse(arguments: list[str]) -> argparse.Namespace:
             settings=options.settings or None,
             tools=dict(_pair(text) for text in options.tool),
             spaces=dict(_space(text) for text in options.space),
-            read_only_root=options.read_only_root,
+            packaged=options.packaged, read_only_root=options.read_only_root,
             watchdog_device=not options.no_watchdog_device,
             bad_boots=options.bad_boots, boots=options.boots, binds=options.binds)
     except SimulatorError as error:
@@ -177,6 +177,10 @@ def _make_parser() -> argparse.ArgumentParser:
                        help=f"what one of {', '.join(TOOLS)} does: normal, fail, "
                             "fail=STATUS, hang, absent, for reboot also return (do nothing); "
                             "may be repeated")
+    board.add_argument("--packaged", action="store_true",
+                       help="with the board tools of the package: archives that are complete, "
+                            "limited and guarded, and a last one at the third end; the reason of "
+                            "a reboot is kept in /home/root/pynx-watchdog")
     board.add_argument("--read-only-root", action="store_true",
                        help="/home/root cannot be written to")
     board.add_argument("--no-watchdog-device", action="store_true",

@@ -113,6 +113,10 @@ class Configuration:
     tools: Mapping[str, str] = field(default_factory=dict)
     """Behaviour by tool: "normal", "fail", "fail=N", "hang", "absent"; for reboot also "return"."""
 
+    packaged: bool = False
+    """Whether the board tools of the package stand before the board's own, as in an installed
+    package; their state is then kept in /home/root/pynx-watchdog."""
+
     read_only_root: bool = False
     """Whether /home/root is read-only from the start."""
 

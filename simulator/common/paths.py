@@ -14,6 +14,8 @@ SUPERVISOR_STDERR = "supervisor.stderr"
 HOME = "/home/root"
 PROGRAM_DIRECTORY = "/supervisor"
 PROGRAM = PROGRAM_DIRECTORY + "/watchdog"
+PROGRAM_TOOLS = PROGRAM_DIRECTORY + "/tools"
+STATE = HOME + "/pynx-watchdog"
 COMMAND_PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
 
 # Directories of the box that lie in the device directory: path in the box → name there.
