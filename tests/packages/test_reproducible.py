@@ -37,7 +37,7 @@ def test_another_build_gives_the_same_bytes(sources: Path, tmp_path: Path) -> No
     # The other two kinds of file say when and where they were made.
     same = [path.name for path in output.iterdir()
             if path.suffix not in (".log", ".buildinfo", ".changes")]
-    assert {Path(name).suffix for name in same} == {".deb", ".dsc", ".xz"}
+    assert {Path(name).suffix for name in same} == {".deb", ".dsc", ".xz", ".json"}
     different = [name for name in same
                  if (output / name).read_bytes() != (BUILT / name).read_bytes()]
     if different and shutil.which("diffoscope"):

@@ -12,7 +12,7 @@ import pytest
 
 from tools import ROOT
 
-SCRIPTS = ["build-packages", "prepare-arm64-sysroot", "with-arm64-programs"]
+SCRIPTS = ["bill-of-materials", "build-packages", "prepare-arm64-sysroot", "with-arm64-programs"]
 
 
 def call(script: str, *arguments: str | Path,
@@ -29,6 +29,7 @@ def test_help(script: str) -> None:
 
 
 @pytest.mark.parametrize(("script", "arguments", "message"), [
+    ("bill-of-materials", [], "error: the following arguments are required: package"),
     ("build-packages", ["mips"], "build-packages: unknown argument: mips"),
     ("build-packages", ["--output"], "build-packages: --output needs a value"),
     ("prepare-arm64-sysroot", ["here"], "error: unrecognized arguments: here"),
@@ -39,6 +40,12 @@ def test_wrong_usage(script: str, arguments: list[str], message: str) -> None:
     result = call(script, *arguments)
     assert (result.returncode, result.stdout) == (2, "")
     assert message in result.stderr
+
+
+def test_a_bill_of_what_is_no_package(tmp_path: Path) -> None:
+    result = call("bill-of-materials", tmp_path)
+    assert (result.returncode, result.stdout) == (1, "")
+    assert f"bill-of-materials: {tmp_path} is not a Debian package" in result.stderr
 
 
 def test_a_directory_of_somebody_else_is_left_alone(tmp_path: Path) -> None:
