@@ -32,9 +32,13 @@ def cache_directory() -> Path:
 
 
 class Packages:
-    """Packages in a directory. A package that is there already is not downloaded again."""
+    """Packages in a directory. A package that is there already is not downloaded again.
 
-    def __init__(self, state: Path) -> None:
+    left_out
+        Packages that are not fetched although others need them.
+    """
+
+    def __init__(self, state: Path, left_out: Iterable[str] = _LEFT_OUT) -> None:
         self._state = state
         self._archives = state / "archives"
         for name in ("lists/partial", "archives/partial"):
@@ -42,7 +46,7 @@ class Packages:
         (state / "status").write_text("".join(
             f"Package: {name}\nStatus: install ok installed\nArchitecture: {ARCHITECTURE}\n"
             f"Multi-Arch: foreign\nVersion: 99:99\nMaintainer: nobody\nDescription: left out\n\n"
-            for name in _LEFT_OUT), encoding="utf-8")
+            for name in left_out), encoding="utf-8")
         options = {
             "APT::Architecture": ARCHITECTURE,
             "APT::Architectures": ARCHITECTURE,

@@ -25,6 +25,8 @@ def main() -> int:
     parser.add_argument("--package", type=Path, help="the supervisor's package for arm64")
     parser.add_argument("--root-options", default="rw,errors=remount-ro",
                         help="how the root is mounted (default: %(default)s)")
+    parser.add_argument("--systemd", action="store_true",
+                        help="systemd is PID 1, not busybox")
     parser.add_argument("application", nargs="*", default=[SAMPLE, "demonstrate"],
                         help="what the supervisor runs (default: the sample application)")
     options = parser.parse_args()
@@ -33,7 +35,7 @@ def main() -> int:
         try:
             board = EmulatedBoard(directory / "board", images.build(directory, options.package),
                                   supervise(*options.application),
-                                  root_options=options.root_options)
+                                  systemd=options.systemd, root_options=options.root_options)
         except ToolError as error:
             print(f"by_hand: no board can be built: {error}", file=sys.stderr)
             return 1

@@ -15,7 +15,7 @@ from typing import Any
 import pytest
 
 import images as image_files
-from emulated_board import EMULATOR, EmulatedBoard, NewBoard, supervise
+from emulated_board import EMULATOR, EmulatedBoard, Images, NewBoard, supervise
 from scripts.arm64_packages import ToolError
 
 _RECORDS = image_files.PROJECT / "build" / "device"
@@ -57,7 +57,7 @@ def images(pytestconfig: pytest.Config, tmp_path_factory: pytest.TempPathFactory
     answer = json.loads(record.read_text(encoding="utf-8"))
     if "error" in answer:
         pytest.fail(answer["error"], pytrace=False)
-    return image_files.Images(**{name: Path(path) for name, path in answer.items()})
+    return Images(**{name: Path(path) for name, path in answer.items()})
 
 
 def _build(config: pytest.Config) -> dict[str, str]:
@@ -78,7 +78,8 @@ def new_emulated_board(request: pytest.FixtureRequest, images: Any) -> Iterator[
         assert not made, "a test has one board"
         directory = _RECORDS / request.node.name
         directory.mkdir(parents=True)
-        board = EmulatedBoard(directory, images, arguments or supervise(), **options)
+        board = EmulatedBoard(directory, images, supervise() if arguments is None else arguments,
+                              **options)
         made.append(board)
         request.node.stash[_BOARD] = board
         board.start()

@@ -9,15 +9,15 @@ import os
 import socket
 import subprocess
 from collections.abc import Mapping, Sequence
+from dataclasses import dataclass
 from pathlib import Path
 from typing import Any, Protocol
 
 import boot_environment
 import feeds
-from images import Images
 from qmp import RESET, WATCHDOG, HardwareEvent, Monitor
 from recording import Recording
-from remote_control import Completed, RemoteControl
+from remote_control import BoardGone, Completed, RemoteControl
 from simulator import SimulatorError, wait_until
 
 EMULATOR = "qemu-system-aarch64"
@@ -37,6 +37,22 @@ def supervise(*application: str, log: str = LOG, log_size: str = "1M") -> list[s
             *(application or (SAMPLE, "wait"))]
 
 
+@dataclass(frozen=True)
+class Images:
+    """The files that a board boots from. Boards share them and do not write to them."""
+
+    boot_loader: Path
+    """Flash chip 0: U-Boot itself."""
+    boot_loader_settings: Path
+    """Flash chip 1: U-Boot's built-in environment, with the script that it runs."""
+    boot: Path
+    """Disk 0: kernel and initial RAM file system."""
+    root: Path
+    """Disk 2, of which every board takes a copy. Busybox is PID 1."""
+    systemd_root: Path
+    """The same with systemd as PID 1."""
+
+
 class EmulatedBoard:
     """An emulated board in a directory, from power-on (`start`) to power-off (`stop`).
 
@@ -45,40 +61,59 @@ class EmulatedBoard:
         events), emulator.log, host/journal (the system log), host/feeds (the kernel's events of the
         watchdog device). Holds the disks until `discard`.
     arguments
-        The supervisor's arguments, with --app and what follows it.
+        The supervisor's arguments, with --app and what follows it. With systemd no argument holds a
+        blank, and without arguments the board is as the package's installation leaves it.
+    systemd
+        Whether systemd is PID 1, or busybox.
     settings
-        Payloads of the documents in the directory "settings" beside the supervisor, by name; for
-        example True or a list.
+        Payloads of the site's settings by the names of their documents; for example True or a list.
+    variables
+        What /etc/default/pynx-watchdog sets beside the arguments; only with systemd.
+    files
+        Texts of further files by their paths on the root, which are written at each boot.
     tools
         Shell scripts that replace the board's tools of the same names.
     root_options
         How the root file system is mounted.
+    state_disk
+        Whether /var/lib/pynx-watchdog is a file system of its own.
     """
 
     def __init__(self, directory: Path, images: Images, arguments: Sequence[str], *,
+                 systemd: bool = False,
                  settings: Mapping[str, Any] | None = None,
+                 variables: Mapping[str, str] | None = None,
+                 files: Mapping[str, str] | None = None,
                  tools: Mapping[str, str] | None = None,
-                 root_options: str = "rw,errors=remount-ro") -> None:
+                 root_options: str = "rw,errors=remount-ro",
+                 state_disk: bool = False) -> None:
         self.directory = directory
         self._images = images
-        self._host = directory / "host"  # this directory is /host on the board
-        for name in ("settings", "tools"):
-            (self._host / name).mkdir(parents=True)
+        self._systemd = systemd
+        self._variables = variables or {}
+        self.host = directory / "host"  # this directory is /host on the board
+        for name in ("files", "tools"):
+            (self.host / name).mkdir(parents=True)
         self.console = Recording(directory / "console.log")
-        self.journal = Recording(self._host / "journal")
+        self.journal = Recording(self.host / "journal")
         self.monitor = Monitor(directory / "hardware")
         self._environment_disk = directory / "environment.img"
-        self._root_disk = directory / "root.ext4"
+        self.root_disk = directory / "root.ext4"
+        self._state_disk = directory / "state.ext4" if state_disk else None
         self._emulator: subprocess.Popen[bytes] | None = None
         self._control: RemoteControl | None = None
         self._seen_boots = 0
-        self.set_arguments(arguments)
-        (self._host / "root-options").write_text(root_options, encoding="utf-8")
+        if arguments:
+            self.set_arguments(arguments)
+        (self.host / "root-options").write_text(root_options, encoding="utf-8")
         for name, value in (settings or {}).items():
-            (self._host / "settings" / f"{name}.json").write_text(
-                json.dumps({"value": {"type": "test", "test": value}}), encoding="utf-8")
+            self.add_file(f"etc/pynx-watchdog/{name}.json",
+                          json.dumps({"value": {"type": "test", "test": value}}))
+        for name, text in (files or {}).items():
+            self.add_file(name, text)
         for name, script in (tools or {}).items():
-            file = self._host / "tools" / name
+            file = self.host / ("files/usr/local/sbin" if systemd else "tools") / name
+            file.parent.mkdir(parents=True, exist_ok=True)
             file.write_text(f"#!/bin/sh\n{script}\n", encoding="utf-8")
             file.chmod(0o755)
 
@@ -86,12 +121,28 @@ class EmulatedBoard:
 
     def set_arguments(self, arguments: Sequence[str]) -> None:
         """Set the supervisor's arguments from the next boot on."""
-        (self._host / "supervisor").write_text("".join(f"{word}\n" for word in arguments),
-                                               encoding="utf-8")
+        if self._systemd:
+            options, application = " ".join(arguments).split(" --app ")
+            variables = {"OPTIONS": options, "APPLICATION": application, **self._variables}
+            self.add_file("etc/default/pynx-watchdog", "".join(
+                f'{name}="{value}"\n' for name, value in variables.items()))
+        else:
+            (self.host / "supervisor").write_text("".join(f"{word}\n" for word in arguments),
+                                                  encoding="utf-8")
+
+    def add_file(self, name: str, text: str) -> None:
+        """Write a file to this path of the root from the next boot on."""
+        file = self.host / "files" / name
+        file.parent.mkdir(parents=True, exist_ok=True)
+        file.write_text(text, encoding="utf-8")
+
+    def renew_environment(self) -> None:
+        """Give the boot loader the environment of a new board. Call it while the board is off."""
+        self._environment_disk.write_bytes(boot_environment.pack(boot_environment.FRESH))
 
     def mend_tool(self, name: str) -> None:
-        """Take the script for a tool away, so that the board has its own tool again."""
-        (self._host / "tools" / name).unlink()
+        """Take the script for a tool away, so that a board with busybox has its own tool again."""
+        (self.host / "tools" / name).unlink()
         self.check(f"rm /run/tools/{name}")
 
     # -- power -----------------------------------------------------------------------------------
@@ -100,9 +151,13 @@ class EmulatedBoard:
         """Switch the board on."""
         if self._emulator is not None:
             raise SimulatorError("the board is switched on already")
-        if not self._root_disk.exists():
-            _copy_sparse(self._images.root, self._root_disk)
-            self._environment_disk.write_bytes(boot_environment.pack(boot_environment.FRESH))
+        if not self.root_disk.exists():
+            _copy_sparse(self._images.systemd_root if self._systemd else self._images.root,
+                         self.root_disk)
+            if self._state_disk is not None:
+                subprocess.run(["/sbin/mke2fs", "-q", "-t", "ext4", self._state_disk, "16M"],
+                               check=True)
+            self.renew_environment()
         control, boards_control = socket.socketpair()
         monitor, boards_monitor = socket.socketpair()
         with boards_control, boards_monitor:
@@ -126,6 +181,16 @@ class EmulatedBoard:
         self._control.close()
         self._emulator = self._control = None
 
+    def wait_until_off(self, timeout: float = BOOT_TIMEOUT) -> None:
+        """Wait until the board has switched itself off."""
+        if self._emulator is None:
+            raise SimulatorError("the board is switched off already")
+        try:
+            self._emulator.wait(timeout)
+        except subprocess.TimeoutExpired as error:
+            raise SimulatorError(f"not within {timeout} s: the board is off") from error
+        self.power_cut()
+
     def stop(self) -> None:
         """Switch the board off if it is on; nothing of it is left running."""
         if self._emulator is not None:
@@ -134,8 +199,9 @@ class EmulatedBoard:
     def discard(self) -> None:
         """Switch the board off and delete its disks. The records stay."""
         self.stop()
-        for disk in (self._root_disk, self._environment_disk):
-            disk.unlink(missing_ok=True)
+        for disk in (self.root_disk, self._environment_disk, self._state_disk):
+            if disk is not None:
+                disk.unlink(missing_ok=True)
 
     # -- what happens ----------------------------------------------------------------------------
 
@@ -156,7 +222,7 @@ class EmulatedBoard:
     @property
     def boots(self) -> list[feeds.BootTrace]:
         """The kernel's events of the watchdog device, by boot."""
-        return feeds.parse(Recording(self._host / "feeds").text())
+        return feeds.parse(Recording(self.host / "feeds").text())
 
     def wait_for_feeds(self, count: int, timeout: float) -> list[float]:
         """Wait until this boot has `count` feeds; returns their times on the board's clock."""
@@ -187,6 +253,13 @@ class EmulatedBoard:
             raise SimulatorError(f"exit status {completed.status} of {script}: {completed.text}")
         return completed.text
 
+    def run_last(self, script: str) -> None:
+        """Run a script that may end the board before it has ended itself."""
+        try:
+            self.run(script)
+        except BoardGone:
+            pass
+
     def read(self, path: str) -> bytes:
         """The content of a file."""
         completed = self.run(f"cat '{path}'")
@@ -194,9 +267,14 @@ class EmulatedBoard:
             raise SimulatorError(completed.text)
         return completed.output
 
+    def cause(self) -> dict[str, Any]:
+        """What the board has concluded about the cause of this boot."""
+        told: dict[str, Any] = json.loads(self.read("/tmp/log/boot").splitlines()[-1])
+        return told
+
     def supervisor(self) -> int:
         """The supervisor's process id; waits until there is one."""
-        return int(wait_until(lambda: self.run("pgrep --oldest --exact pynx-watchdog").text,
+        return int(wait_until(lambda: self.run("pgrep --oldest --exact '(pynx-)?watchdog'").text,
                               "the supervisor's process"))
 
     def application(self, program: str = SAMPLE, unlike: int = 0) -> int:
@@ -224,16 +302,18 @@ class EmulatedBoard:
                     "-device", f"virtio-blk-pci,drive={name},addr={slot:#x}"]
 
         images = self._images
+        memory = "512" if self._systemd else "256"
+        state = [] if self._state_disk is None else disk("state", self._state_disk, 10)
         return [
             "setpriv", "--pdeathsig", "KILL", EMULATOR, "-nodefaults", "-display", "none",
-            "-machine", "virt", "-accel", "tcg", "-cpu", "cortex-a53", "-smp", "2", "-m", "256",
+            "-machine", "virt", "-accel", "tcg", "-cpu", "cortex-a53", "-smp", "2", "-m", memory,
             "-drive", f"if=pflash,unit=0,format=raw,readonly=on,file={images.boot_loader}",
             "-drive", f"if=pflash,unit=1,format=raw,readonly=on,file={images.boot_loader_settings}",
             *disk("boot", images.boot, 4, ",readonly=on"),
             *disk("environment", self._environment_disk, 5),
-            *disk("root", self._root_disk, 6),
+            *disk("root", self.root_disk, 6), *state,
             "-device", "i6300esb,addr=0x7", "-action", "watchdog=reset",
-            "-fsdev", f"local,id=host,path={self._host},security_model=none",
+            "-fsdev", f"local,id=host,path={self.host},security_model=none",
             "-device", "virtio-9p-pci,fsdev=host,mount_tag=host,addr=0x8",
             "-device", "virtio-serial-pci,addr=0x9", "-chardev", f"socket,id=control,fd={control}",
             "-device", "virtserialport,chardev=control,name=control",

@@ -4,6 +4,9 @@
 
 All of it except the boards' own few scripts comes from Debian's packages. The images are kept in
 the cache and used again as long as nothing that goes into them changes.
+
+There are two roots. On one busybox is PID 1, and the supervisor's package is unpacked into it. On
+the other systemd is PID 1, and a board that is booted for that installs the package with dpkg.
 """
 
 from __future__ import annotations
@@ -17,11 +20,12 @@ import tempfile
 import time
 from collections.abc import Iterable, Iterator
 from contextlib import contextmanager
-from dataclasses import dataclass
 from pathlib import Path
 
 import boot_environment
-from scripts.arm64_packages import Packages, ToolError, cache_directory, run, unpack
+from emulated_board import EmulatedBoard, Images
+from scripts.arm64_packages import ARCHITECTURE, Packages, ToolError, cache_directory, run, unpack
+from simulator import SimulatorError
 
 _HERE = Path(__file__).resolve().parent
 PROJECT = _HERE.parent.parent
@@ -29,42 +33,37 @@ _FLASH_BYTES = 64 << 20
 _FLASH_ENVIRONMENT_BYTES = 0x40000
 _BLOCK_BYTES = 512
 
-_ROOT_PACKAGES = ("busybox-static", "coreutils", "dash", "gzip", "libubootenv-tool", "ncurses-base",
-                  "tar", "xz-utils")
+_COMMON_PACKAGES = ("busybox-static", "coreutils", "dash", "gzip", "libubootenv-tool",
+                    "ncurses-base", "tar", "xz-utils")
 """The packages of every board. The supervisor's package names what else it needs.
 
 Tar, gzip, dash and coreutils are essential packages, which no package names as a dependency.
 """
+
+_SYSTEMD_PACKAGES = (*_COMMON_PACKAGES, "base-files", "base-passwd", "bsdutils", "debianutils",
+                     "diffutils", "dpkg", "findutils", "grep", "hostname", "init-system-helpers",
+                     "libc-bin", "login", "mawk", "mount", "passwd", "perl-base", "sed", "systemd",
+                     "systemd-sysv", "util-linux")
+
+_SYSTEMD_LEFT_OUT = ("debconf", "kmod", "linux-base", "perl", "shared-mime-info", "usrmerge")
+"""Packages that others need only while they are installed themselves."""
 
 _BUSYBOX_BOOT = ("cat", "insmod", "mkdir", "mount", "sh", "sleep", "switch_root")
 _BUSYBOX_ROOT = ("grep", "hostname", "init", "logger", "mount", "reboot", "syslogd")
 """Busybox's tools on the board. `top`, `free`, `killall`, `tar` and `sh` are the real ones."""
 
 _MODULES = ("virtio_pci", "virtio_blk", "crc32c_generic", "ext4", "virtio_console", "9pnet_virtio",
-            "9p", "i6300esb")
+            "9p", "i6300esb", "ramoops")
 
 _NOT_UNPACKED = ("./usr/share/doc", "./usr/share/man", "./usr/share/locale", "./usr/share/info",
-                 "./usr/share/lintian", "./usr/share/bug", "./usr/lib/*/gconv", "./lib/systemd")
+                 "./usr/share/lintian", "./usr/share/bug", "./usr/lib/*/gconv")
 
-_KERNEL_ARGUMENTS = "console=ttyAMA0 cma=16M loglevel=5 panic=1"
+_KERNEL_ARGUMENTS = "console=ttyAMA0 cma=16M loglevel=5 panic=1 TERM=dumb"
 
 _ROOT_SIZE = "192M"
+_SYSTEMD_ROOT_SIZE = "384M"
 
 _KEPT_SECONDS = 24 * 60 * 60
-
-
-@dataclass(frozen=True)
-class Images:
-    """The files of a build. Boards share them and do not write to them."""
-
-    boot_loader: Path
-    """Flash chip 0: U-Boot itself."""
-    boot_loader_settings: Path
-    """Flash chip 1: U-Boot's built-in environment, with the script that it runs."""
-    boot: Path
-    """Disk 0: kernel and initial RAM file system."""
-    root: Path
-    """Disk 2, of which every board takes a copy."""
 
 
 def build(directory: Path, package: Path | None = None) -> Images:
@@ -80,16 +79,26 @@ def build(directory: Path, package: Path | None = None) -> Images:
         packages = Packages(cache / "apt")
         kernel = packages.fetch(["linux-image-arm64"])
         boot_loader = packages.fetch_alone(["u-boot-qemu"])
-        root = packages.fetch(_ROOT_PACKAGES, [package])
-        target = cache / f"images-{_fingerprint([*kernel, *boot_loader, *root, application])}"
+        root = packages.fetch(_COMMON_PACKAGES, [package])
+        # What the package depends on is there before dpkg installs it.
+        systemd_root = Packages(cache / "apt-systemd", _SYSTEMD_LEFT_OUT).fetch(
+            _SYSTEMD_PACKAGES, [package])
+        systemd_root.remove(package.resolve())
+        ingredients = [*kernel, *boot_loader, *root, *systemd_root, application]
+        target = cache / f"images-{_fingerprint(ingredients)}"
         if not target.exists():
             _remove_outdated(cache)
             with tempfile.TemporaryDirectory(dir=cache) as workshop:
-                _build(Path(workshop), kernel, boot_loader, root, application)
+                _build(Path(workshop), kernel, boot_loader, root, systemd_root, application)
+                _install(package, Path(workshop))
                 Path(workshop, "images").rename(target)
         os.utime(target)
-    return Images(target / "u-boot.flash", target / "u-boot-settings.flash", target / "boot.ext2",
-                  target / "root.ext4")
+    return _images(target)
+
+
+def _images(directory: Path) -> Images:
+    return Images(*(directory / name for name in (
+        "u-boot.flash", "u-boot-settings.flash", "boot.ext2", "root.ext4", "systemd-root.ext4")))
 
 
 def _build_package() -> Path:
@@ -112,12 +121,16 @@ def _remove_outdated(cache: Path) -> None:
 
 
 def _build(workshop: Path, kernel: Iterable[Path], boot_loader: Iterable[Path],
-           root: Iterable[Path], application: Path) -> None:
+           root: Iterable[Path], systemd_root: Iterable[Path], application: Path) -> None:
     images = workshop / "images"
     images.mkdir()
     _make_flash(unpack(boot_loader, workshop / "boot-loader"), images)
-    root_tree = unpack(root, workshop / "root", _NOT_UNPACKED)
-    _complete_root(root_tree, application)
+    root_tree = unpack(root, workshop / "root", (*_NOT_UNPACKED, "./lib/systemd"))
+    _complete_root(root_tree, "busybox", application)
+    _add_busybox(root_tree)
+    systemd_tree = unpack(systemd_root, workshop / "systemd-root", _NOT_UNPACKED)
+    _complete_root(systemd_tree, "systemd", application)
+    _configure(systemd_tree, systemd_root)
     boot_tree = workshop / "boot"
     boot_tree.mkdir()
     kernel_tree = unpack(kernel, workshop / "kernel")
@@ -127,6 +140,7 @@ def _build(workshop: Path, kernel: Iterable[Path], boot_loader: Iterable[Path],
          boot_tree / "initrd"], directory=ram_tree)
     _make_file_system("ext2", boot_tree, images / "boot.ext2", "48M")
     _make_file_system("ext4", root_tree, images / "root.ext4", _ROOT_SIZE)
+    _make_file_system("ext4", systemd_tree, images / "systemd-root.ext4", _SYSTEMD_ROOT_SIZE)
 
 
 def _make_flash(tree: Path, images: Path) -> None:
@@ -190,17 +204,17 @@ def _with_dependencies(kernel_tree: Path) -> list[Path]:
     return ordered
 
 
-def _complete_root(tree: Path, application: Path) -> None:
+def _complete_root(tree: Path, kind: str, application: Path) -> None:
     for name in ("proc", "sys", "dev", "host", "tmp", "run", "var/log/application", "home/root",
-                 "home/pynx", "root", "usr/lib/pynx-watchdog/settings"):
+                 "home/pynx", "root", "var/lib/pynx-watchdog", "usr/lib/pynx-watchdog"):
         (tree / name).mkdir(parents=True, exist_ok=True)
-    for link, target in (("var/run", "../run"), ("var/lock", "../run/lock")):
+    for link, target in (("var/run", "../run"), ("var/lock", "../run/lock"),
+                         ("usr/lib/pynx-watchdog/settings", "/etc/pynx-watchdog")):
+        shutil.rmtree(tree / link, ignore_errors=True)
         if not (tree / link).is_symlink():
             (tree / link).symlink_to(target)
-    for name in _BUSYBOX_ROOT:
-        if not any((tree / place / name).exists() for place in ("usr/bin", "usr/sbin")):
-            (tree / "usr/sbin" / name).symlink_to("/bin/busybox")
-    shutil.copytree(_HERE / "root", tree, dirs_exist_ok=True)
+    for name in ("common", kind):
+        shutil.copytree(_HERE / "root" / name, tree, symlinks=True, dirs_exist_ok=True)
     # An application may run as another user there, who could not read files made under a strict
     # umask.
     for path in tree.rglob("*"):
@@ -208,6 +222,63 @@ def _complete_root(tree: Path, application: Path) -> None:
             path.chmod(path.stat().st_mode | 0o444 | (0o111 if path.is_dir() else 0))
     shutil.copy(application, tree / "usr/bin/sample-application")
     (tree / "usr/bin/sample-application").chmod(0o755)
+
+
+def _add_busybox(tree: Path) -> None:
+    """Add the tools that no package of this root has."""
+    for name in _BUSYBOX_ROOT:
+        if not any((tree / place / name).exists() for place in ("usr/bin", "usr/sbin")):
+            (tree / "usr/sbin" / name).symlink_to("/bin/busybox")
+
+
+def _configure(tree: Path, packages: Iterable[Path]) -> None:
+    """Make what the packages' own scripts would have made, and tell dpkg what is installed."""
+    for name in ("passwd", "group"):
+        master = (tree / f"usr/share/base-passwd/{name}.master").read_text(encoding="utf-8")
+        own = (_HERE / f"root/busybox/etc/{name}").read_text(encoding="utf-8")
+        (tree / "etc" / name).write_text(
+            master + "".join(line for line in own.splitlines(keepends=True)
+                             if line.startswith("pynx:")), encoding="utf-8")
+    (tree / "etc/shadow").write_text("root:*:19000:0:99999:7:::\n", encoding="utf-8")
+    (tree / "etc/shadow").chmod(0o600)
+    (tree / "etc/hostname").write_text("board\n", encoding="utf-8")
+    (tree / "etc/machine-id").touch()  # filled at the first boot
+    (tree / "var/log/journal").mkdir()  # makes the journal outlive a reset
+    (tree / "usr/bin/awk").symlink_to("mawk")
+    (tree / "etc/systemd/system/sysinit.target.wants/systemd-pstore.service").symlink_to(
+        "/lib/systemd/system/systemd-pstore.service")
+    info = tree / "var/lib/dpkg/info"
+    (info / "format").write_text("1\n", encoding="utf-8")
+    with (tree / "var/lib/dpkg/status").open("w", encoding="utf-8") as status:
+        for package in packages:
+            status.write(run(["dpkg-deb", "--field", package])
+                         + "Status: install ok installed\n\n")
+            name, sharing = run(["dpkg-deb", "--showformat=${Package}\n${Multi-Arch}", "--show",
+                                 package]).splitlines()
+            shared = f":{ARCHITECTURE}" if sharing == "same" else ""
+            listed = run(["sh", "-c", 'dpkg-deb --fsys-tarfile "$0" | tar --list', package])
+            (info / f"{name}{shared}.list").write_text(
+                "".join(f"/{line[2:].rstrip('/')}\n" if line != "./" else "/.\n"
+                        for line in listed.splitlines()), encoding="utf-8")
+
+
+def _install(package: Path, workshop: Path) -> None:
+    """Install the package on a board with systemd and keep the board's root as the image."""
+    images = _images(workshop / "images")
+    board = EmulatedBoard(workshop / "board", images, [], systemd=True)
+    try:
+        shutil.copy(package, board.host / "package.deb")
+        board.start()
+        board.wait_until_up()
+        board.check("dpkg --install /host/package.deb && systemctl enable pynx-watchdog")
+        board.run_last("systemctl poweroff")
+        board.wait_until_off()
+        board.root_disk.rename(images.systemd_root)
+    except SimulatorError as error:
+        raise ToolError(f"the package cannot be installed on a board: {error}\n"
+                        + board.console.text()[-2000:]) from error
+    finally:
+        board.stop()
 
 
 def _make_file_system(kind: str, tree: Path, image: Path, size: str) -> None:

@@ -26,9 +26,9 @@ def test_a_healthy_board_is_fed_and_its_boot_confirmed(new_emulated_board: NewBo
 
     # The supervisor clears the boot loader's flags ten seconds after its start.
     assert "last boot good, sets fail=1 boot_count=1" in board.console.text()
-    board.journal.wait_for("sfuflags: -f boot_count -v 0")
+    board.journal.wait_for("fw_setenv: boot_count 0 at ")
     wait_until(lambda: board.flags == (0, 0), "cleared flags")
-    called = [float(time) for time in re.findall(r"sfuflags: .* at ([\d.]+) s",
+    called = [float(time) for time in re.findall(r"fw_setenv: .* at ([\d.]+) s",
                                                  board.journal.text())]
     assert len(called) == 2 and called[0] - armed[0].time > 9.5  # the timer is coarse
     assert board.run("ls /home/root/ro-test").status != 0

@@ -63,5 +63,5 @@ def test_the_boot_loader_gives_up_an_application_that_dies_at_every_boot(
     assert console.count("Critical FW error, rebooting.\n") == BAD_BOOTS
     assert board.hardware() == [RESET] * BAD_BOOTS  # by the command, not by the watchdog device
     assert board.flags == (1, BAD_BOOTS)
-    assert "sfuflags" not in board.journal.text()
+    assert "fw_setenv" not in board.journal.text()
     assert board.environment["update_url_cache"] == FRESH["update_url_cache"]

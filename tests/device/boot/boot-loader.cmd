@@ -34,6 +34,17 @@ else
     echo "boot loader: the flags were not cleared in ${boot_count} boots, more than ${bad_boots} are not allowed: the fallback system starts now"
     setenv bootargs ${arguments} rdinit=/fallback
 fi
+# What the kernel writes into this memory at a panic is there after a reset.
+fdt addr ${fdtcontroladdr}
+fdt resize 0x1000
+fdt mknode / reserved-memory
+fdt set /reserved-memory "#address-cells" <2>
+fdt set /reserved-memory "#size-cells" <2>
+fdt set /reserved-memory ranges
+fdt mknode /reserved-memory ramoops@48000000
+fdt set /reserved-memory/ramoops@48000000 compatible ramoops
+fdt set /reserved-memory/ramoops@48000000 reg <0 0x48000000 0 0x40000>
+fdt set /reserved-memory/ramoops@48000000 record-size <0x10000>
 virtio dev 0
 load virtio 0:0 ${kernel_addr_r} Image
 load virtio 0:0 ${ramdisk_addr_r} initrd
