@@ -13,8 +13,9 @@ from typing import Any
 
 import pytest
 
+from shells import NAMES, Shell, make_shell, write_tool
+
 PROGRAM = Path(__file__).resolve().parents[2] / "packaging/boot/boot-cause"
-BUSYBOX = shutil.which("busybox") or ""
 BY_DEVICE = "reset by the watchdog device"
 FIRST, SECOND, THIRD = (f"{digit * 8}-0000-4000-8000-{digit * 12}" for digit in "1a3")
 TIME = "2026-11-21T23:59:58+0100"
@@ -25,11 +26,10 @@ GARBLED = [b"", b"\n", b"\0" * 4096, bytes(range(256)) * 40, b"'\"$(reboot) `reb
 class Board:
     """A board's files below a directory, and the shell that runs boot-cause on it."""
 
-    def __init__(self, root: Path, shell: list[str], path: str) -> None:
+    def __init__(self, root: Path, shell: Shell) -> None:
         self.root = root
         self.tools = root / "tools"
         self._shell = shell
-        self._path = path
         self.tools.mkdir(parents=True)
         self.tool("logger", f'echo "$*" >>{root}/system-log')
         self.tool("fw_printenv", "exit 1")
@@ -37,9 +37,7 @@ class Board:
 
     def tool(self, name: str, body: str) -> None:
         """Put a stand-in first in PATH."""
-        file = self.tools / name
-        file.write_text(f"#!/bin/sh\n{body}\n", "utf-8")
-        file.chmod(0o755)
+        write_tool(self.tools / name, body)
 
     def write(self, name: str, content: str | bytes) -> Path:
         file = self.root / name
@@ -58,8 +56,8 @@ class Board:
 
     def call(self, *arguments: str, **environment: str) -> int:
         result = subprocess.run(
-            [*self._shell, str(PROGRAM), *arguments], timeout=120, check=False,
-            env={"PATH": f"{self.tools}:{self._path}", "BOOT_CAUSE_ROOT": str(self.root),
+            [self._shell.program, PROGRAM, *arguments], timeout=120, check=False,
+            env={"PATH": f"{self.tools}:{self._shell.path}", "BOOT_CAUSE_ROOT": str(self.root),
                  **environment})
         return result.returncode
 
@@ -88,16 +86,10 @@ class Board:
         self.write("var/lib/pynx-watchdog/end", f"{boot_id} {reason} {time}\n")
 
 
-@pytest.fixture(params=["dash", pytest.param("busybox", marks=pytest.mark.skipif(
-    not BUSYBOX, reason="busybox is not installed"))])
+@pytest.fixture(params=NAMES)
 def board(request: pytest.FixtureRequest, tmp_path: Path) -> Board:
     """A board that has not booted yet."""
-    if request.param == "dash":
-        return Board(tmp_path / "board", ["dash"], os.environ["PATH"])
-    applets = tmp_path / "applets"
-    applets.mkdir()
-    subprocess.run([BUSYBOX, "--install", "-s", applets], check=True)
-    return Board(tmp_path / "board", [str(applets / "sh")], str(applets))
+    return Board(tmp_path / "board", make_shell(request.param, tmp_path))
 
 
 @pytest.fixture
