@@ -66,9 +66,11 @@ if(WATCHDOG_HARDENING AND NOT WATCHDOG_SANITIZE AND NOT WATCHDOG_COVERAGE)
     endif()
 
     # The program names no directory of the machine that built it. A debugger needs the directories
-    # where the program is developed. The option that is named last is tried first.
+    # where the program is developed, and a distribution may have put others in their place. The
+    # option that is named last is tried first.
     check_cxx_compiler_flag(-ffile-prefix-map=from=to WATCHDOG_HAS_PREFIX_MAP)
-    if(WATCHDOG_HAS_PREFIX_MAP AND NOT type STREQUAL "DEBUG")
+    if(WATCHDOG_HAS_PREFIX_MAP AND NOT type STREQUAL "DEBUG"
+       AND NOT CMAKE_CXX_FLAGS MATCHES "prefix-map")
         add_compile_options("-ffile-prefix-map=${PROJECT_SOURCE_DIR}=."
                             "-ffile-prefix-map=${PROJECT_BINARY_DIR}=./build")
     endif()
