@@ -36,8 +36,10 @@ FILES = {
     *(f"{EXAMPLES}/systemd/{path.name}"
       for path in (ROOT / "packaging/systemd/examples").glob("*.conf")),
 }
-DOCUMENTS = {f"usr/share/doc/pynx-watchdog/{name}"
-             for name in ("CHANGELOG.md", "changelog.gz", "copyright")}
+FILES |= {f"usr/share/doc/pynx-watchdog/{name}" for name in (
+    "CHANGELOG.md", "SECURITY.md", "application.md", "evidence.md", "faults.md", "integration.md",
+    "examples/report.c", "examples/report.cpp", "examples/report.py")}
+DOCUMENTS = {f"usr/share/doc/pynx-watchdog/{name}" for name in ("changelog.gz", "copyright")}
 OVERRIDES = {"usr/share/lintian/overrides/pynx-watchdog"}
 
 # The files that Debian's package "watchdog" and its dependency install, without their documents.
