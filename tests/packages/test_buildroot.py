@@ -14,7 +14,8 @@ from tools import ROOT, files_below, run
 
 TREE = ROOT / "packaging/buildroot"
 # What the tree uses of Buildroot's menu.
-SYMBOLS = ("BUSYBOX_SHOW_OTHERS", "QT5", "GZIP", "PROCPS_NG", "PSMISC", "TAR")
+SYMBOLS = ["BR2_USE_MMU", *(f"BR2_PACKAGE_{name}" for name in (
+    "BUSYBOX_SHOW_OTHERS", "QT5", "GZIP", "PROCPS_NG", "PSMISC", "TAR"))]
 # Configures the package as Buildroot does, and calls its commands.
 INFRASTRUCTURE = """
 INSTALL = install
@@ -49,7 +50,7 @@ def test_description() -> None:
 
 def test_menu(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:
     menu = tmp_path / "Config.in"
-    menu.write_text("".join(f'config BR2_PACKAGE_{name}\n\tbool "{name}"\n' for name in SYMBOLS)
+    menu.write_text("".join(f'config {name}\n\tbool "{name}"\n' for name in SYMBOLS)
                     + f'source "{TREE}/Config.in"\n', "ascii")
     monkeypatch.setenv("BR2_EXTERNAL_PYNX_WATCHDOG_PATH", str(TREE))
     tree = kconfiglib.Kconfig(str(menu), warn_to_stderr=False)
@@ -60,13 +61,14 @@ def test_menu(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:
     full_tools.set_value("y")
     assert (package.str_value, full_tools.str_value) == ("n", "n")
     tree.syms["BR2_PACKAGE_QT5"].set_value("y")
+    tree.syms["BR2_USE_MMU"].set_value("y")
     assert (package.str_value, full_tools.str_value) == ("y", "n")
     tree.syms["BR2_PACKAGE_BUSYBOX_SHOW_OTHERS"].set_value("y")
     assert full_tools.str_value == "y"
-    assert {tree.syms[f"BR2_PACKAGE_{name}"].str_value for name in SYMBOLS} == {"y"}
+    assert {tree.syms[name].str_value for name in SYMBOLS} == {"y"}
     used = {name for node in tree.node_iter() for name in re.findall(r"BR2_\w+", str(node))}
     assert used == {"BR2_PACKAGE_PYNX_WATCHDOG", "BR2_PACKAGE_PYNX_WATCHDOG_FULL_TOOLS",
-                    *(f"BR2_PACKAGE_{name}" for name in SYMBOLS)}
+                    *SYMBOLS}
     assert not tree.warnings
 
 

@@ -3,6 +3,7 @@
 # pynx-watchdog
 #
 ################################################################################
+
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
 
