@@ -24,8 +24,8 @@ EMULATOR = "qemu-system-aarch64"
 LOG = "/var/log/application/application.log"
 SAMPLE = "/usr/bin/sample-application"
 
-BOOT_TIMEOUT = 120.0
-"""Seconds for a board to come up. It takes less than ten on a machine that is not busy."""
+BOOT_TIMEOUT = 300.0
+"""Seconds for a board to come up. It takes about ten on a machine that is not busy."""
 
 WATCHDOG_SECONDS = 30
 """The time-out that the supervisor gives the watchdog device."""
@@ -112,10 +112,8 @@ class EmulatedBoard:
         for name, text in (files or {}).items():
             self.add_file(name, text)
         for name, script in (tools or {}).items():
-            file = self.host / ("files/usr/local/sbin" if systemd else "tools") / name
-            file.parent.mkdir(parents=True, exist_ok=True)
-            file.write_text(f"#!/bin/sh\n{script}\n", encoding="utf-8")
-            file.chmod(0o755)
+            _write(self.host / ("files/usr/local/sbin" if systemd else "tools") / name,
+                   f"#!/bin/sh\n{script}\n")
 
     # -- set-up ----------------------------------------------------------------------------------
 
@@ -131,10 +129,8 @@ class EmulatedBoard:
                                                   encoding="utf-8")
 
     def add_file(self, name: str, text: str) -> None:
-        """Write a file to this path of the root from the next boot on."""
-        file = self.host / "files" / name
-        file.parent.mkdir(parents=True, exist_ok=True)
-        file.write_text(text, encoding="utf-8")
+        """Write a file to this path of the root from the next boot on; scripts are executable."""
+        _write(self.host / "files" / name.lstrip("/"), text)
 
     def renew_environment(self) -> None:
         """Give the boot loader the environment of a new board. Call it while the board is off."""
@@ -242,11 +238,11 @@ class EmulatedBoard:
 
     # -- on the board ----------------------------------------------------------------------------
 
-    def run(self, script: str, timeout: float = 60.0) -> Completed:
+    def run(self, script: str, timeout: float = BOOT_TIMEOUT) -> Completed:
         """Run a shell script as root."""
         return self._on().run(script, timeout)
 
-    def check(self, script: str, timeout: float = 60.0) -> str:
+    def check(self, script: str, timeout: float = BOOT_TIMEOUT) -> str:
         """Run a script and return its output; raises SimulatorError if it fails."""
         completed = self.run(script, timeout)
         if completed.status != 0:
@@ -320,6 +316,13 @@ class EmulatedBoard:
             "-chardev", "file,id=console,path=console.log,append=on", "-serial", "chardev:console",
             "-chardev", f"socket,id=monitor,fd={monitor}", "-mon", "chardev=monitor,mode=control",
         ]
+
+
+def _write(file: Path, text: str) -> None:
+    file.parent.mkdir(parents=True, exist_ok=True)
+    file.write_text(text, encoding="utf-8")
+    if text.startswith("#!"):
+        file.chmod(0o755)
 
 
 def _copy_sparse(source: Path, target: Path) -> None:

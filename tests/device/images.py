@@ -29,6 +29,7 @@ from simulator import SimulatorError
 
 _HERE = Path(__file__).resolve().parent
 PROJECT = _HERE.parent.parent
+_FLAG_TOOL = PROJECT / "packaging/sfuflags/u-boot"
 _FLASH_BYTES = 64 << 20
 _FLASH_ENVIRONMENT_BYTES = 0x40000
 _BLOCK_BYTES = 512
@@ -84,7 +85,7 @@ def build(directory: Path, package: Path | None = None) -> Images:
         systemd_root = Packages(cache / "apt-systemd", _SYSTEMD_LEFT_OUT).fetch(
             _SYSTEMD_PACKAGES, [package])
         systemd_root.remove(package.resolve())
-        ingredients = [*kernel, *boot_loader, *root, *systemd_root, application]
+        ingredients = [*kernel, *boot_loader, *root, *systemd_root, application, _FLAG_TOOL]
         target = cache / f"images-{_fingerprint(ingredients)}"
         if not target.exists():
             _remove_outdated(cache)
@@ -206,15 +207,15 @@ def _with_dependencies(kernel_tree: Path) -> list[Path]:
 
 def _complete_root(tree: Path, kind: str, application: Path) -> None:
     for name in ("proc", "sys", "dev", "host", "tmp", "run", "var/log/application", "home/root",
-                 "home/pynx", "root", "var/lib/pynx-watchdog", "usr/lib/pynx-watchdog"):
+                 "home/pynx", "root", "var/lib/pynx-watchdog"):
         (tree / name).mkdir(parents=True, exist_ok=True)
-    for link, target in (("var/run", "../run"), ("var/lock", "../run/lock"),
-                         ("usr/lib/pynx-watchdog/settings", "/etc/pynx-watchdog")):
+    for link, target in (("var/run", "../run"), ("var/lock", "../run/lock")):
         shutil.rmtree(tree / link, ignore_errors=True)
         if not (tree / link).is_symlink():
             (tree / link).symlink_to(target)
     for name in ("common", kind):
         shutil.copytree(_HERE / "root" / name, tree, symlinks=True, dirs_exist_ok=True)
+    shutil.copy(_FLAG_TOOL, tree / "usr/sbin/sfuflags")
     # An application may run as another user there, who could not read files made under a strict
     # umask.
     for path in tree.rglob("*"):
