@@ -20,13 +20,16 @@ SETTINGS = sorted(path.name for path in (ROOT / "settings-default").glob("*.json
 UNITS = ["pynx-watchdog.service", "pynx-watchdog-boot.service", "pynx-watchdog-shutdown.service"]
 EXAMPLES = "usr/share/doc/pynx-watchdog/examples"
 SFUFLAGS = {f"{EXAMPLES}/sfuflags/{name}" for name in ("rauc", "u-boot")}
+PROGRAMS = {f"{LIBRARY}/{name}" for name in (
+    "watchdog", "boot-cause", "tools/reboot", "tools/tar", "copy-requested", "report-manifest",
+    "report-setting")}
 FILES = {
     "etc/default/pynx-watchdog",
     *(f"lib/systemd/system/{name}" for name in UNITS),
     "usr/bin/pynx-watchdog",
-    f"{LIBRARY}/watchdog",
-    f"{LIBRARY}/boot-cause",
+    *PROGRAMS,
     f"{LIBRARY}/settings",
+    f"{LIBRARY}/version",
     *(f"{LIBRARY}/settings-default/{name}" for name in SETTINGS),
     "usr/lib/tmpfiles.d/pynx-watchdog.conf",
     "usr/share/man/man5/pynx-watchdog-settings.5.gz",
@@ -74,7 +77,7 @@ def test_what_can_be_executed(unpacked: Callable[[str], Path], architecture: str
     programs = {name for name, target in files_below(root).items()
                 if not target and os.access(root / name, os.X_OK, follow_symlinks=False)
                 and stat.S_IMODE((root / name).stat().st_mode) & 0o111}
-    assert programs == {f"{LIBRARY}/watchdog", f"{LIBRARY}/boot-cause"} | SFUFLAGS
+    assert programs == PROGRAMS | SFUFLAGS
     assert (root / "usr/bin/pynx-watchdog").resolve() == root / LIBRARY / "watchdog"
 
 
@@ -207,7 +210,6 @@ def test_directories_of_the_supervisor(unpacked: Callable[[str], Path]) -> None:
 def units(unpacked: Callable[[str], Path], tmp_path: Path) -> Path:
     """A directory with the units, which name the programs' paths on this machine."""
     root = unpacked("amd64")
-    # The board tools need not be there: a directory of PATH may be missing.
     for name in UNITS:
         text = (root / "lib/systemd/system" / name).read_text("utf-8")
         text = text.replace(f"/{LIBRARY}/watchdog", f"{root}/{LIBRARY}/watchdog")
