@@ -12,6 +12,9 @@ import pytest
 from tools import ROOT, SdkBuild, run
 
 FLOORS = ("app", "common", "health", "load", "logging", "platform", "report")
+# The scripts that write to the system log, and how.
+SCRIPTS = {"packaging/board-tools/tar": "say",
+           "packaging/boot/boot-cause": "logger -t pynx_watchdog"}
 PAGES = ("man8/pynx-watchdog.8", "man5/pynx-watchdog-settings.5")
 
 
@@ -35,6 +38,10 @@ def messages() -> list[list[str]]:
                 parts = [part.strip() for literal in literals
                          for part in re.split(r"%\w|\\n", literal)]
                 found.append([part for part in parts if part])
+    for script, command in SCRIPTS.items():
+        texts = re.findall(rf'\b{command} "([^"]*)"', (ROOT / script).read_text("utf-8"))
+        assert texts
+        found += [[part.strip() for part in re.split(r"\$\w+", text)] for text in texts]
     return found
 
 
