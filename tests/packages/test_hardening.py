@@ -39,10 +39,11 @@ def test_no_directory_of_the_build_is_named(program: Path, sdk_build: SdkBuild,
         assert bytes(directory) not in content
 
 
-def test_jumps_are_checked(sdk_build: SdkBuild) -> None:
-    machine = run("uname", "--machine").strip()
-    first = {"x86_64": "endbr64", "aarch64": "paciasp"}.get(machine)
-    if first is None:
-        pytest.skip(f"nothing is known of {machine}")
-    code = run("objdump", "--disassemble", "--no-show-raw-insn", sdk_build.tree / "watchdog")
-    assert f"\t{first}" in code.split("<main>:\n", 1)[1].splitlines()[0]
+@pytest.mark.parametrize(("architecture", "objdump", "instruction"), [
+    ("amd64", "x86_64-linux-gnu-objdump", "endbr64"),
+    ("arm64", "aarch64-linux-gnu-objdump", "paciasp")])
+def test_jumps_are_checked(unpacked: Callable[[str], Path], architecture: str, objdump: str,
+                           instruction: str) -> None:
+    code = run(objdump, "--disassemble", unpacked(architecture) / PROGRAM)
+    # The C library's start-up code alone has a few.
+    assert code.count(f"\t{instruction}") > 100
