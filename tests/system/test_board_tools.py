@@ -537,6 +537,22 @@ def test_the_directories_that_are_open_to_requests_can_be_chosen(board: Board) -
     assert members(board).keys() == {"manifest.json"}
 
 
+def test_the_directories_of_configured_files_are_open_but_for_what_root_keeps(
+        board: Board) -> None:
+    core, secret, shown = (f"/tmp/log/{name}" for name in ("core", "secret", "shown"))
+    for path, mode, owner in ((core, 0o600, 65534), (secret, 0o640, 0), (shown, 0o604, 0)):
+        board.write(path)
+        board.host(path).chmod(mode)
+        board.run("chown", str(owner), path)
+    board.write("/tmp/log/deeper/a")
+    assert board.tar(LOG, core, secret, shown, "/tmp/log/deeper/a",
+                     REQUESTED_FROM="").status == 0
+    assert members(board).keys() == {"manifest.json", "tmp/log/application.log", "tmp/log/core",
+                                     "tmp/log/shown"}
+    assert [refused["file"] for refused in manifest(board)["refused"]] == [
+        secret, "/tmp/log/deeper/a"]
+
+
 def test_requested_files_together_have_the_limit_of_the_archives(board: Board) -> None:
     for name in "ab":
         board.write(f"/tmp/test/{name}", bytes(6000))
