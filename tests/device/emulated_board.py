@@ -270,7 +270,7 @@ class EmulatedBoard:
 
     def supervisor(self) -> int:
         """The supervisor's process id; waits until there is one."""
-        return int(wait_until(lambda: self.run("pgrep --oldest --exact '(pynx-)?watchdog'").text,
+        return int(wait_until(lambda: self.run("pgrep --oldest --exact '.*watchdog'").text,
                               "the supervisor's process"))
 
     def application(self, program: str = SAMPLE, unlike: int = 0) -> int:

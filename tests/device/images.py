@@ -59,6 +59,11 @@ _MODULES = ("virtio_pci", "virtio_blk", "crc32c_generic", "ext4", "virtio_consol
 _NOT_UNPACKED = ("./usr/share/doc", "./usr/share/man", "./usr/share/locale", "./usr/share/info",
                  "./usr/share/lintian", "./usr/share/bug", "./usr/lib/*/gconv")
 
+_MASKED_UNITS = ("dev-hugepages.mount", "dev-mqueue.mount", "getty-static.service",
+                 "modprobe@.service", "serial-getty@ttyAMA0.service", "sys-kernel-debug.mount",
+                 "systemd-update-utmp.service", "systemd-update-utmp-runlevel.service")
+"""Units that no test needs. Without udev the serial console would wait 90 s for its device."""
+
 _KERNEL_ARGUMENTS = "console=ttyAMA0 cma=16M loglevel=5 panic=1 TERM=dumb"
 
 _ROOT_SIZE = "192M"
@@ -246,6 +251,8 @@ def _configure(tree: Path, packages: Iterable[Path]) -> None:
     (tree / "etc/machine-id").touch()  # filled at the first boot
     (tree / "var/log/journal").mkdir()  # makes the journal outlive a reset
     (tree / "usr/bin/awk").symlink_to("mawk")
+    for unit in _MASKED_UNITS:
+        (tree / "etc/systemd/system" / unit).symlink_to("/dev/null")
     (tree / "etc/systemd/system/sysinit.target.wants/systemd-pstore.service").symlink_to(
         "/lib/systemd/system/systemd-pstore.service")
     info = tree / "var/lib/dpkg/info"
