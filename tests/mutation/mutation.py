@@ -41,7 +41,7 @@ PARTS = {
     "health": ["health", "faults"],
     "load": ["load_watch"],
     "logging": ["log", "reports", "faults"],
-    "platform": ["reports", "load_watch"],
+    "platform": ["reports", "load_watch", "faults"],
     "report": ["reports", "faults"],
 }
 MINUTES = 10  # a test that takes longer hangs, which counts as noticed

@@ -439,10 +439,13 @@ def test_what_a_tool_prints_and_nobody_reads_takes_no_memory(
     if sanitized:
         pytest.skip("a sanitizer needs more address space than any limit")
     flood = "head -c 400M /dev/zero >&2"
-    running = start("wait", launcher=["prlimit", f"--as={300 << 20}"],
+    running = start("print", "==Report==flood\\n", "wait", settings=reporting([LOG]),
+                    launcher=["prlimit", f"--as={300 << 20}"],
                     **tools(tmp_path, top=flood, free=flood,
+                            tar=f'{flood}; exec /usr/bin/tar "$@"',
                             sfuflags="head -c 400M /dev/zero | tee /dev/stderr; "
                                      'exec /run/simulator/tools/sfuflags "$@"'))
     running.wait_for("tool", "sfuflags -f boot_count -v 0")
     wait_until(lambda: content(running, SNAPSHOTS), "the snapshots")
+    wait_until(lambda: list(running.host_path("/tmp/upload").glob("*.tar.gz")), "an archive")
     is_fed(running)

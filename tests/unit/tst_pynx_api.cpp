@@ -116,6 +116,8 @@ void PynxApiTest::json()
     QCOMPARE(elements.first().type(), QVariant::Hash);
     // A large whole number is written with all its digits.
     QCOMPARE(elements.last().toString(), QStringLiteral("20000000"));
+    QCOMPARE(parse("[-9223372036854775808]").toList().first().toString(),
+             QStringLiteral("-9223372036854775808"));
 }
 
 void PynxApiTest::jsonErrorIsRecorded()
