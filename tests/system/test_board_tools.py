@@ -453,6 +453,17 @@ def test_archives_are_kept_up_to_their_size_in_all(board: Board) -> None:
     assert board.uploads() == {os.path.basename(LATER)}
 
 
+def test_the_name_of_an_archive_leads_to_no_other_file(board: Board) -> None:
+    board.write("/tmp/test/kept")
+    odd = [f"report-x{line_feed}1 99999999999 {slash}tmp{slash}test{slash}kept{line_feed}-1.tar.gz"
+           for line_feed in ("\\n", "\\012", "\n") for slash in ("\\057", "\\0057")]
+    for name in odd:
+        board.write(f"{UPLOAD}/{name}")
+    assert board.tar(ARCHIVES_MAX_NUMBER="1").status == 0
+    assert board.host("/tmp/test/kept").exists()
+    assert not [name for name in odd[:4] if name in board.uploads()]
+
+
 @pytest.mark.parametrize("variable, value, default", [
     ("ARCHIVES_MAX_NUMBER", "0", "50"), ("ARCHIVES_MAX_NUMBER", "many", "50"),
     ("ARCHIVES_MAX_SIZE", "64MB", "64M"), ("ARCHIVES_MAX_SIZE", "M", "64M"),
