@@ -536,6 +536,18 @@ def test_a_requested_file_is_refused_unless_it_is_a_plain_file_of_an_open_direct
     assert refused["file"] == "/tmp/test/wanted" and reason in refused["reason"]
 
 
+@pytest.mark.parametrize("name", ["manifest.json", "tmp/log/boot"])
+def test_a_requested_file_takes_the_name_of_no_other_one(board: Board, name: str) -> None:
+    board.write("/tmp/test/manifest.json", "{}")
+    board.write("/tmp/test/tmp/log/boot", "forged")
+    board.write(f"/tmp/test/directory/{name}")
+    wanted = [f"/tmp/test/directory/../{name}", f"/tmp/test/directory/{name}"]
+    assert board.tar(LOG, *wanted).status == 0
+    assert members(board).keys() == {"manifest.json", "tmp/log/application.log", wanted[1][1:]}
+    refused, = manifest(board)["refused"]
+    assert refused == {"file": wanted[0], "reason": "its name could be another file's"}
+
+
 def test_the_directories_that_are_open_to_requests_can_be_chosen(board: Board) -> None:
     board.write("/tmp/test/open/a")
     board.write("/tmp/test/closed/b")
