@@ -167,6 +167,34 @@ def test_a_stop_ends_the_wait_for_the_next_try(init: Init) -> None:
     assert init.started() == 1
 
 
+def test_a_restart_during_the_wait_leaves_one_supervisor(init: Init) -> None:
+    init.configure("APPLICATION=/bin/product")
+    go_on = init.directory / "go-on"
+    os.mkfifo(go_on)
+    init.tool("sleep", f"echo waits >>{init.events}; read -r _ <{go_on}")
+    init.supervisor("exit 1")
+    init("start")
+    wait_until(lambda: "waits" in init.happened(), "it waits")
+    init.supervisor(f"read -r _ <{init.directory}/end; exit 2")
+    os.mkfifo(init.directory / "end")
+    assert init("restart")[0] == 0
+    wait_until(lambda: init.started() == 2, "it was started again")
+    go_on.write_text("\n", "ascii")
+    wait_until(lambda: "logger ends" in init.happened(), "the first one has ended")
+    assert init.started() == 2
+    (init.directory / "end").write_text("\n", "ascii")
+
+
+def test_the_supervisor_runs_where_its_number_cannot_be_kept(init: Init) -> None:
+    init.configure("APPLICATION=/bin/product")
+    init.supervisor("exit 2")
+    pid_file = init.directory / "run/pynx-watchdog.pid"
+    pid_file.mkdir()
+    init("start")
+    wait_until(lambda: "logger ends" in init.happened(), "it has ended")
+    assert init.started() == 1
+
+
 @pytest.mark.parametrize("arguments", [[], ["other"]])
 def test_wrong_usage(init: Init, arguments: list[str]) -> None:
     assert init(*arguments)[0] == 2
