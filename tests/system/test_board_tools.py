@@ -453,6 +453,15 @@ def test_archives_are_kept_up_to_their_size_in_all(board: Board) -> None:
     assert board.uploads() == {os.path.basename(LATER)}
 
 
+def test_a_prefix_with_a_hyphen_takes_no_other_archives(board: Board) -> None:
+    board.write(f"{PROGRAM}/settings/WatchdogAutomaticReportingConf.json",
+                envelope({"uploadPath": UPLOAD, "uploadFilePrefix": "my-board"}))
+    for name in ("my-backup-1.tar.gz", "my-board-old-1.tar.gz", "tmp_my-board-old-2"):
+        board.write(f"{UPLOAD}/{name}")
+    assert board.tar(output=f"{UPLOAD}/tmp_my-board-new-3", ARCHIVES_MAX_NUMBER="1").status == 0
+    assert board.uploads() == {"my-backup-1.tar.gz", "tmp_my-board-new-3"}
+
+
 def test_the_name_of_an_archive_leads_to_no_other_file(board: Board) -> None:
     board.write("/tmp/test/kept")
     odd = [f"report-x{line_feed}1 99999999999 {slash}tmp{slash}test{slash}kept{line_feed}-1.tar.gz"
