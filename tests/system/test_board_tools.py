@@ -495,19 +495,27 @@ def test_what_an_earlier_boot_left_is_finished_or_removed_once(board: Board) -> 
     whole = board.host(f"{UPLOAD}/tmp_report-whole-1600000000000").read_bytes()
     board.write(f"{UPLOAD}/tmp_report-cut-1600000000001", whole[:-20])
     board.write(f"{UPLOAD}/tmp_other-whole-1600000000002", whole)
-    board.run("sh", "-c", f"umask 077; mkdir -p {UPLOAD}/.pynx-watchdog.1.2/tree/a; "
-                          f"ln -s /tmp/log {UPLOAD}/.pynx-watchdog.1.2/tree/a/b; "
-                          f"ln -s /tmp/test {UPLOAD}/.pynx-watchdog.3.4; touch /tmp/test/kept")
     assert board.tar().status == 0
-    expected = {f"tmp_{NAME}", "report-whole-1600000000000.tar.gz", "tmp_other-whole-1600000000002",
-                ".pynx-watchdog.3.4"}
+    expected = {f"tmp_{NAME}", "report-whole-1600000000000.tar.gz", "tmp_other-whole-1600000000002"}
     assert board.uploads() == expected
     assert board.host(f"{UPLOAD}/report-whole-1600000000000.tar.gz").read_bytes() == whole
-    assert board.host("/tmp/test/kept").exists() and board.host(LOG).exists()
     # An archive of this boot may not have been renamed yet.
     board.write(f"{UPLOAD}/tmp_report-new-1700000000001", whole)
     assert board.tar(output=LATER).status == 0
     assert board.uploads() == expected | {"tmp_report-new-1700000000001", os.path.basename(LATER)}
+
+
+def test_directories_of_tools_that_were_killed_are_removed(board: Board) -> None:
+    killed, alive, link = (f".pynx-watchdog.1.{number}" for number in (99999998, 1, 99999999))
+    board.run("sh", "-c", f"umask 077; cd {UPLOAD}; mkdir -p {killed}/tree/a {alive}; "
+                          f"ln -s /tmp/log {killed}/tree/a/b; "
+                          f"ln -s /tmp/test {link}; touch /tmp/test/kept")
+    for output in (OUTPUT, LATER):
+        assert board.tar(output=output).status == 0
+        assert killed not in board.uploads()
+        assert {alive, link} <= board.uploads()
+        board.run("sh", "-c", f"umask 077; mkdir {UPLOAD}/{killed}")
+    assert board.host("/tmp/test/kept").exists() and board.host(LOG).exists()
 
 
 # -- files that a request names ------------------------------------------------------------------
