@@ -649,14 +649,16 @@ def test_a_link_in_the_place_of_the_output_is_replaced(board: Board, target: str
     assert os.listdir(board.host("/tmp/test")) == ["target"]
 
 
-@pytest.mark.parametrize("exchange", ["rmdir {0}; ln -s /tmp/test {0}",
-                                      "rmdir {0}; ln -s . {0}",
-                                      "rmdir {0}; command mkdir -m 777 {0}; chmod 777 {0}"],
-                         ids=["another directory", "the same directory", "open to all"])
+@pytest.mark.parametrize("exchange", [
+    pytest.param("rmdir {0}; ln -s /tmp/test {0}", id="another directory"),
+    pytest.param("rmdir {0}; ln -s . {0}", id="the same directory"),
+    pytest.param("chmod 777 {0}", id="open to all"),
+    pytest.param("chown nobody {0}", marks=AS_ROOT, id="somebody else's"),
+])
 def test_a_private_directory_that_was_exchanged_is_not_used(gnu: Board, exchange: str) -> None:
     gnu.fake("mkdir", f'PATH=${{PATH#{FAKES}:}}\nmkdir "$@" || exit\n'
-                      'case $3 in *pynx-watchdog*) ;; *) exit 0 ;; esac\n'
-                      + exchange.format('"$3"'))
+                        'case $3 in *pynx-watchdog*) ;; *) exit 0 ;; esac\n'
+                        + exchange.format('"$3"'))
     assert gnu.tar().status == 1
     gnu.said(f"no directory can be made in {UPLOAD}: {NAME}.tar.gz is left out")
     assert gnu.run("ls", "/tmp/test").stdout == b""
