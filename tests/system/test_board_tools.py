@@ -416,6 +416,15 @@ def test_a_turn_ends_with_its_owner_though_its_tar_goes_on(gnu: Board) -> None:
     gnu.write("/tmp/test/go")
 
 
+def test_the_last_archive_waits_for_no_turn(board: Board) -> None:
+    board.run("mkdir", RUN)
+    last = f"{UPLOAD}/{NAME}.tar.gz"
+    done = board.run("flock", f"{RUN}/lock", *board.shell, f"{PROGRAM}/tools/tar", "czhf", last, LOG,
+                     LAST_ARCHIVE="yes", ARCHIVES_MAX_WAIT="1")
+    assert done.status == 0, done.stderr
+    assert members(board, last)["tmp/log/application.log"]
+
+
 # -- limits and leftovers ------------------------------------------------------------------------
 
 
