@@ -419,7 +419,8 @@ def test_a_turn_ends_with_its_owner_though_its_tar_goes_on(gnu: Board) -> None:
 def test_the_last_archive_waits_for_no_turn(board: Board) -> None:
     board.run("mkdir", RUN)
     last = f"{UPLOAD}/{NAME}.tar.gz"
-    done = board.run("flock", f"{RUN}/lock", *board.shell, f"{PROGRAM}/tools/tar", "czhf", last, LOG,
+    tool = f"{PROGRAM}/tools/tar"
+    done = board.run("flock", f"{RUN}/lock", *board.shell, tool, "czhf", last, LOG,
                      LAST_ARCHIVE="yes", ARCHIVES_MAX_WAIT="1")
     assert done.status == 0, done.stderr
     assert members(board, last)["tmp/log/application.log"]
@@ -666,8 +667,8 @@ def test_a_link_in_the_place_of_the_output_is_replaced(board: Board, target: str
 ])
 def test_a_private_directory_that_was_exchanged_is_not_used(gnu: Board, exchange: str) -> None:
     gnu.fake("mkdir", f'PATH=${{PATH#{FAKES}:}}\nmkdir "$@" || exit\n'
-                        'case $3 in *pynx-watchdog*) ;; *) exit 0 ;; esac\n'
-                        + exchange.format('"$3"'))
+                      'case $3 in *pynx-watchdog*) ;; *) exit 0 ;; esac\n'
+                      + exchange.format('"$3"'))
     assert gnu.tar().status == 1
     gnu.said(f"no directory can be made in {UPLOAD}: {NAME}.tar.gz is left out")
     assert gnu.run("ls", "/tmp/test").stdout == b""
