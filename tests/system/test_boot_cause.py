@@ -192,6 +192,12 @@ def test_a_panic_before_the_first_known_boot_is_only_mentioned(board: Board) -> 
     assert board.boots(SECOND)["cause"] == "power loss"
 
 
+def test_an_old_panic_is_no_cause_of_a_reset_by_the_device(board: Board) -> None:
+    board.record("Panic#1 Part1\n")
+    board.bootstatus("32")
+    assert board.boots(FIRST)["cause"] == BY_DEVICE
+
+
 def test_an_end_in_the_memory_of_the_kernel(booted: Board) -> None:
     """A read-only root file system may hold the state directory."""
     line = f"pynx-watchdog: end {FIRST} read-only-root {TIME}\n"
