@@ -153,7 +153,8 @@ def test_a_single_run_is_not_repeated(init: Init) -> None:
     assert init.started() == 1
 
 
-def test_a_stop_ends_the_wait_for_the_next_try(init: Init) -> None:
+def waits_after_a_failed_start(init: Init) -> Path:
+    """Bring the script to its wait for the next try, which ends at a line in the file returned."""
     init.configure("APPLICATION=/bin/product")
     go_on = init.directory / "go-on"
     os.mkfifo(go_on)
@@ -161,6 +162,11 @@ def test_a_stop_ends_the_wait_for_the_next_try(init: Init) -> None:
     init.supervisor("exit 1")
     init("start")
     wait_until(lambda: "waits" in init.happened(), "it waits")
+    return go_on
+
+
+def test_a_stop_ends_the_wait_for_the_next_try(init: Init) -> None:
+    go_on = waits_after_a_failed_start(init)
     assert init("stop")[0] == 0
     go_on.write_text("\n", "ascii")
     wait_until(lambda: "logger ends" in init.happened(), "it has ended")
@@ -168,13 +174,7 @@ def test_a_stop_ends_the_wait_for_the_next_try(init: Init) -> None:
 
 
 def test_a_restart_during_the_wait_leaves_one_supervisor(init: Init) -> None:
-    init.configure("APPLICATION=/bin/product")
-    go_on = init.directory / "go-on"
-    os.mkfifo(go_on)
-    init.tool("sleep", f"echo waits >>{init.events}; read -r _ <{go_on}")
-    init.supervisor("exit 1")
-    init("start")
-    wait_until(lambda: "waits" in init.happened(), "it waits")
+    go_on = waits_after_a_failed_start(init)
     init.supervisor(f"read -r _ <{init.directory}/end; exit 2")
     os.mkfifo(init.directory / "end")
     assert init("restart")[0] == 0
