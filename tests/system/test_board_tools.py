@@ -680,6 +680,7 @@ def test_without_a_directory_of_its_own_only_configured_files_are_packed(board: 
     board.fake("mkdir", "exit 1")
     board.write("/tmp/test/evidence")
     board.host(UPLOAD).chmod(0o775)
+    fake_tar(board, f'{GNU_TAR} "$@"; echo "{CHANGED}" >&2; exit 1')
     assert board.tar(LOG, "/tmp/test/evidence", "/etc/passwd").status == 0
     assert members(board).keys() == {"tmp/log/application.log"}
 
