@@ -78,7 +78,7 @@ def _members(board: EmulatedBoard, archive: str) -> dict[str, bytes]:
                 for member in opened if member.isfile()}
 
 
-@pytest.mark.takes(150)
+@pytest.mark.takes(300)
 def test_every_report_arrives_and_an_end_for_lack_of_memory_is_reported_too(
         new_emulated_board: NewBoard) -> None:
     board = new_emulated_board(
