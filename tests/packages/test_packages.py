@@ -71,6 +71,15 @@ def test_files(unpacked: Callable[[str], Path], architecture: str) -> None:
     assert set(files_below(unpacked(architecture))) == FILES | DOCUMENTS | OVERRIDES
 
 
+def test_the_links_of_the_guides_lead_somewhere(unpacked: Callable[[str], Path]) -> None:
+    guides = unpacked("amd64") / "usr/share/doc/pynx-watchdog"
+    links = [(guide, link) for guide in guides.glob("*.md")
+             for link in re.findall(r"\]\(([^)#:]+)(?:#[^)]*)?\)", guide.read_text("utf-8"))]
+    assert len(links) > 5
+    for guide, link in links:
+        assert (guides / link).is_file(), f"{guide.name} links to {link}"
+
+
 @both
 def test_what_can_be_executed(unpacked: Callable[[str], Path], architecture: str) -> None:
     root = unpacked(architecture)
