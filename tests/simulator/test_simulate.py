@@ -35,7 +35,8 @@ def build(tmp_path: Path, script: Script, build_directory: Path) -> Path:
     (tree / "simulator").mkdir(parents=True)
     library = "simulator/libwatchdogdevice.so"
     (tree / library).symlink_to(build_directory / library)
-    (tree / "settings-default").symlink_to(build_directory / "settings-default")
+    for name in ("settings-default", "packaging"):
+        (tree / name).symlink_to(build_directory / name)
     script('echo "arguments: $*"; while [ "$1" != --app ]; do shift; done; shift; "$@"',
            "build/watchdog")
     return tree
@@ -64,6 +65,16 @@ def simulate(tmp_path: Path, build: Path) -> Iterator[Simulate]:
 def outcome(process: subprocess.Popen[bytes]) -> tuple[int, str, str]:
     out, err = process.communicate(timeout=120)
     return process.returncode, (out or b"").decode(), err.decode()
+
+
+@pytest.mark.parametrize(("option", "first"), [
+    (["--packaged"], "/supervisor/tools"), ([], "/run/simulator/tools")])
+def test_the_boards_tar_stands_behind_that_of_the_package(
+        simulate: Simulate, option: list[str], first: str) -> None:
+    script = 'echo "first is ${PATH%%:*}"; command -v tar'
+    _, out, _ = outcome(simulate(*option, "sh", "-c", script))
+    assert f"first is {first}" in out
+    assert ("/supervisor/tools/tar" in out) == bool(option)
 
 
 @pytest.mark.parametrize(("arguments", "message"), [
