@@ -336,7 +336,9 @@ def test_a_manifest_is_json_whatever_its_sources_say(board: Board) -> None:
     odd = b"\xc0\xaf \xed\xa0\x80 \xf4\x90\x80\x80 \xe2\x82 cut \xf0\x9f\nlast"
     board.write("/tmp/test/journal", texts.encode() + b"\n" + every_byte + b"\n" + odd)
     board.fake("journalctl", "cat /tmp/test/journal")
-    board.fake("fw_printenv", "head -c 300 /dev/urandom; printf '\\n\"\\\\'")
+    flag = b'"\\' + every_byte.replace(b"\n", b"")
+    board.write("/tmp/test/flag", flag + b"\n blank\narchive no\n")
+    board.fake("fw_printenv", "cat /tmp/test/flag")
     name = "/etc/no\\such \"file\" \x01\x7f"
     assert board.tar(LOG, name, "/etc/pass\nwd", "/tmp/test/journal/").status == 0
     found = manifest(board)
@@ -344,6 +346,8 @@ def test_a_manifest_is_json_whatever_its_sources_say(board: Board) -> None:
     assert found["journal"][-1] == "last"
     assert found["journal"][-2].endswith(" cut \ufffd")
     assert found["missing"][0] == name
+    assert found["archive"] == NAME + ".tar.gz"
+    assert found["boot_flags"]["fail"].startswith('"\\')
 
 
 @pytest.mark.parametrize("source", ["journalctl", "fw_printenv"])
