@@ -5,33 +5,67 @@
 #include "common/errorline.h"
 #include "logging/settings.h"
 
-// An unknown word is ignored (kept-behaviour.md: unknown-words).
-CommandLine parseCommandLine(const QStringList &arguments)
+QVector<CommandLineWord> splitCommandLine(const QStringList &arguments)
 {
+    static const QStringList switches = {
+        QStringLiteral("--logTime"),
+        QStringLiteral("--rotateOnly"),
+        QStringLiteral("--singleRun"),
+    };
+    static const QStringList options = {
+        QStringLiteral("--logfileName"),
+        QStringLiteral("--logfileSize"),
+        QStringLiteral("--logfileSizeConf"),
+        QStringLiteral("--user"),
+        QStringLiteral("--app"),
+    };
+    using Kind = CommandLineWord::Kind;
+    QVector<CommandLineWord> words;
+    for (int i = 0; i < arguments.size(); ++i) {
+        const QString &text = arguments.at(i);
+        const int index = i;
+        if (switches.contains(text)) {
+            words.append({Kind::Switch, index, text, QString()});
+        } else if (!options.contains(text)) {
+            words.append({Kind::Unknown, index, text, QString()});
+        } else if (i + 1 == arguments.size()) {
+            words.append({Kind::OptionWithoutValue, index, text, QString()});
+        } else {
+            words.append({Kind::Option, index, text, arguments.at(++i)});
+            if (text == QLatin1String("--app"))
+                break;
+        }
+    }
+    return words;
+}
+
+// An unknown word is ignored, and so is an option without a value
+// (kept-behaviour.md: unknown-words).
+CommandLine parseCommandLine(const QStringList &arguments, const QString &programDir)
+{
+    using Kind = CommandLineWord::Kind;
     CommandLine result;
-    QStringList rest = arguments;
-    while (!rest.isEmpty()) {
-        const QString option = rest.takeFirst();
-        if (option == QLatin1String("--logTime")) {
+    const QVector<CommandLineWord> words = splitCommandLine(arguments);
+    for (const CommandLineWord &word : words) {
+        if (word.kind != Kind::Switch && word.kind != Kind::Option)
+            continue;
+        if (word.text == QLatin1String("--logTime")) {
             result.logTime = true;
-        } else if (option == QLatin1String("--rotateOnly")) {
+        } else if (word.text == QLatin1String("--rotateOnly")) {
             result.rotateOnly = true;
-        } else if (option == QLatin1String("--singleRun")) {
+        } else if (word.text == QLatin1String("--singleRun")) {
             result.singleRun = true;
-        } else if (rest.isEmpty()) {
-            break; // an unknown word, or an option whose value is missing
-        } else if (option == QLatin1String("--logfileName")) {
-            result.logFileName = rest.takeFirst();
-        } else if (option == QLatin1String("--logfileSize")) {
-            result.logSize = static_cast<quint32>(parseSize(rest.takeFirst()));
-        } else if (option == QLatin1String("--logfileSizeConf")) {
-            result.logSize = logFileSizeFromConf(rest.takeFirst());
-        } else if (option == QLatin1String("--user")) {
-            result.userName = rest.takeFirst();
-        } else if (option == QLatin1String("--app")) {
-            result.appPath = rest.takeFirst();
-            result.appArgs = rest;
-            break;
+        } else if (word.text == QLatin1String("--logfileName")) {
+            result.logFileName = word.value;
+        } else if (word.text == QLatin1String("--logfileSize")) {
+            result.logSize = static_cast<quint32>(parseSize(word.value));
+        } else if (word.text == QLatin1String("--logfileSizeConf")) {
+            result.logSize = logFileSizeFromConf(word.value, programDir);
+        } else if (word.text == QLatin1String("--user")) {
+            result.userName = word.value;
+        } else if (word.text == QLatin1String("--app")) {
+            result.appPath = word.value;
+            result.appArgs = arguments.mid(word.index + 2);
         }
     }
     return result;

@@ -4,42 +4,43 @@
 
 #include "platform/pynx_api.h"
 
-#include <QCoreApplication>
 #include <QFile>
 #include <QTextStream>
 
-QVariant readSettings(const QString &name)
+QVariant readSettings(const QString &name, const QString &programDir)
 {
-    const QString dir = QCoreApplication::applicationDirPath() + QLatin1Char('/');
-    QVariant site = readSettingsFile(dir + QStringLiteral("settings/") + name);
+    QVariant site = readSettingsFile(programDir + QStringLiteral("/settings/") + name);
     if (!site.isNull())
         return site;
-    return readSettingsFile(dir + QStringLiteral("settings-default/") + name);
+    return readSettingsFile(programDir + QStringLiteral("/settings-default/") + name);
 }
 
 QVariant readSettingsFile(const QString &path)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
-        return QVariant();
-    QTextStream stream(&file);
-    stream.setCodec("UTF-8"); // the default follows the locale, on a device often "C"
-    const QString text = stream.readAll();
-    file.close();
-
     // The error is not examined. A text that cannot be parsed is no object and has no payload, so
     // it is ignored without a message (kept-behaviour.md: silent-settings).
     PynxError error;
-    const QVariantHash top = PynxJson::parse(text.toUtf8(), error, nullptr).toHash();
+    const QVariantHash top =
+        PynxJson::parse(readSettingsText(path).toUtf8(), error, nullptr).toHash();
     const QVariantHash envelope = top.value(QStringLiteral("value")).toHash();
     const QString typeName = envelope.value(QStringLiteral("type")).toString();
     return envelope.value(typeName);
 }
 
-quint32 logFileSizeFromConf(const QString &confName)
+QString readSettingsText(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
+        return QString();
+    QTextStream stream(&file);
+    stream.setCodec("UTF-8"); // the default follows the locale, on a device often "C"
+    return stream.readAll();
+}
+
+quint32 logFileSizeFromConf(const QString &confName, const QString &programDir)
 {
     const QVariantHash doc =
-        readSettings(PynxSystemManagerLogFilesSizeConfigPath().base()).toHash();
+        readSettings(PynxSystemManagerLogFilesSizeConfigPath().base(), programDir).toHash();
     const QString text = doc.contains(confName)
         ? doc.value(confName).toString()
         : doc.value(QStringLiteral("default"), QStringLiteral("0")).toString();

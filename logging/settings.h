@@ -2,19 +2,21 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QCoreApplication>
 #include <QString>
 #include <QVariant>
 
 /**
  * Returns the payload of the settings document @p name. The site's file, in the directory
- * "settings" beside the executable, comes first. If it gives no payload, the factory's file is
- * read, in "settings-default" beside the executable.
+ * "settings" of @p programDir, comes first. If it gives no payload, the factory's file is read, in
+ * "settings-default" there.
  *
  * A site file replaces the whole factory's file. A document that is missing, unreadable or
  * malformed gives a null value without a message. Main thread, after the application object was
  * made.
  */
-QVariant readSettings(const QString &name);
+QVariant readSettings(const QString &name,
+                      const QString &programDir = QCoreApplication::applicationDirPath());
 
 /**
  * Returns the payload of the settings file at @p path, or a null value when the file cannot be read
@@ -25,13 +27,18 @@ QVariant readSettings(const QString &name);
  */
 QVariant readSettingsFile(const QString &path);
 
+/** Returns the text of the settings file at @p path, or an empty one when it cannot be read. */
+QString readSettingsText(const QString &path);
+
 /**
  * Returns the log size limit in bytes of the configuration @p confName from the log-files-size
- * document. An unknown name gets the document's entry "default", or 0 where that is missing too.
+ * document, which is found as by readSettings(). An unknown name gets the document's entry
+ * "default", or 0 where that is missing too.
  *
  * An entry that reads as an empty text ends the program with a failed assertion; see parseSize().
  */
-quint32 logFileSizeFromConf(const QString &confName);
+quint32 logFileSizeFromConf(const QString &confName,
+                            const QString &programDir = QCoreApplication::applicationDirPath());
 
 /**
  * Returns the number of bytes that @p text means: a decimal number with the suffix "k" (1024) or

@@ -1,0 +1,13 @@
+// SPDX-FileCopyrightText: 2026 The watchdog developers
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "tools/check/findings.h"
+
+#include <QStringList>
+
+/**
+ * Checks the supervisor's @p arguments, without the program's own name, also against the settings
+ * in @p programDir. The place of a finding is "arguments" and the argument's number, from 1.
+ */
+Findings checkArguments(const QStringList &arguments, const QString &programDir);

@@ -1,0 +1,26 @@
+// SPDX-FileCopyrightText: 2026 The watchdog developers
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QString>
+#include <QStringList>
+#include <QVariant>
+#include <QVector>
+
+/** One setting as the supervisor will have it; a plain value. */
+struct Explanation
+{
+    QString setting; ///< such as "log size" or "watch 1 maxLoad"
+    QVariant value;  ///< the value in force
+    QString source;  ///< the document's path, "arguments:N", or "default"
+    QString meaning; ///< what the supervisor does because of it, in words
+
+    /** The explanation for people, without an end of line. */
+    QString toText() const;
+
+    /** The explanation as one JSON object on one line, without an end of line. */
+    QString toJson() const;
+};
+
+/** What the supervisor will do with @p arguments and the settings in @p programDir. */
+QVector<Explanation> explain(const QStringList &arguments, const QString &programDir);
