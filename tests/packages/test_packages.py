@@ -31,6 +31,7 @@ FILES = {
     f"{LIBRARY}/settings",
     f"{LIBRARY}/version",
     *(f"{LIBRARY}/settings-default/{name}" for name in SETTINGS),
+    *(f"{LIBRARY}/schemas/{path.name}" for path in (ROOT / "schemas").glob("*.json")),
     "usr/lib/tmpfiles.d/pynx-watchdog.conf",
     "usr/share/man/man5/pynx-watchdog-settings.5.gz",
     "usr/share/man/man8/pynx-watchdog.8.gz",
