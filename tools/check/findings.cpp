@@ -7,6 +7,8 @@
 
 namespace {
 
+constexpr int longestQuoted = 60; // characters
+
 QString levelName(Finding::Level level)
 {
     return level == Finding::Level::Error ? QStringLiteral("error") : QStringLiteral("warning");
@@ -47,4 +49,16 @@ Finding error(const Place &place, const QString &rule, const QString &message)
 Finding warning(const Place &place, const QString &rule, const QString &message)
 {
     return {place, Finding::Level::Warning, rule, message};
+}
+
+QString quoted(const QString &text)
+{
+    QString result = text.left(longestQuoted);
+    for (QChar &character : result) {
+        if (!character.isPrint() && !character.isSurrogate())
+            character = QChar(QChar::ReplacementCharacter);
+    }
+    if (text.size() > longestQuoted)
+        result += QStringLiteral("...");
+    return QLatin1Char('"') + result + QLatin1Char('"');
 }

@@ -37,3 +37,9 @@ using Findings = QVector<Finding>;
 
 Finding error(const Place &place, const QString &rule, const QString &message);
 Finding warning(const Place &place, const QString &rule, const QString &message);
+
+/**
+ * Returns @p text for a message: in double quotes, on one line, and not longer than a line. A
+ * character that is not printable, such as the beginning of a terminal's command, becomes U+FFFD.
+ */
+QString quoted(const QString &text);
