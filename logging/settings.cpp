@@ -37,14 +37,18 @@ QString readSettingsText(const QString &path)
     return stream.readAll();
 }
 
-quint32 logFileSizeFromConf(const QString &confName, const QString &programDir)
+QString logFileSizeText(const QString &confName, const QString &programDir)
 {
     const QVariantHash doc =
         readSettings(PynxSystemManagerLogFilesSizeConfigPath().base(), programDir).toHash();
-    const QString text = doc.contains(confName)
+    return doc.contains(confName)
         ? doc.value(confName).toString()
         : doc.value(QStringLiteral("default"), QStringLiteral("0")).toString();
-    return static_cast<quint32>(parseSize(text));
+}
+
+quint32 logFileSizeFromConf(const QString &confName, const QString &programDir)
+{
+    return static_cast<quint32>(parseSize(logFileSizeText(confName, programDir)));
 }
 
 qint32 parseSize(const QString &text)

@@ -31,9 +31,15 @@ QVariant readSettingsFile(const QString &path);
 QString readSettingsText(const QString &path);
 
 /**
- * Returns the log size limit in bytes of the configuration @p confName from the log-files-size
- * document, which is found as by readSettings(). An unknown name gets the document's entry
- * "default", or 0 where that is missing too.
+ * Returns the log size limit of the configuration @p confName, as a text for parseSize(), from the
+ * log-files-size document, which is found as by readSettings(). An unknown name gets the document's
+ * entry "default", or "0" where that is missing too.
+ */
+QString logFileSizeText(const QString &confName,
+                        const QString &programDir = QCoreApplication::applicationDirPath());
+
+/**
+ * Returns the log size limit in bytes of the configuration @p confName; see logFileSizeText().
  *
  * An entry that reads as an empty text ends the program with a failed assertion; see parseSize().
  */
