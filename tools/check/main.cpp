@@ -92,15 +92,21 @@ int main(int argc, char *argv[])
         findings += checkSettings(programDir);
     if (hasArguments)
         findings += checkArguments(arguments, programDir);
-    if (parser.isSet(boardOption))
-        findings += checkBoard(parseCommandLine(arguments, programDir), programDir);
+    if (parser.isSet(boardOption)) {
+        const bool parsed = canBeParsed(arguments, programDir);
+        findings += checkBoard(parsed ? parseCommandLine(arguments, programDir) : CommandLine(),
+                               programDir);
+    } else if (hasArguments) {
+        findings += checkNamesHere(arguments, programDir);
+    }
 
     const bool json = parser.isSet(jsonOption);
     std::for_each(findings.cbegin(), findings.cend(), [=](const Finding &finding) {
         printLine(json ? finding.toJson() : finding.toText());
     });
     if (parser.isSet(explainOption)) {
-        const QVector<Explanation> explanations = explain(arguments, programDir);
+        const QVector<Explanation> explanations =
+            hasArguments ? explain(arguments, programDir) : explainSettings(programDir);
         for (const Explanation &explanation : explanations)
             printLine(json ? explanation.toJson() : explanation.toText());
     }

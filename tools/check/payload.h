@@ -1,0 +1,23 @@
+// SPDX-FileCopyrightText: 2026 The watchdog developers
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QString>
+#include <QStringList>
+#include <QVariant>
+
+/** The content of a settings document as the supervisor has it; a plain value. */
+struct Payload
+{
+    QVariant value; ///< null: there is none
+    QString source; ///< the path of the document that counts; "default": none does
+
+    /** Whether the document may be read: a pipe would be waited for, a huge file fill the memory.*/
+    bool isKnown = true;
+};
+
+/** Reads the payload of the settings document @p name with the supervisor's own functions. */
+Payload readPayload(const QString &name, const QString &programDir);
+
+/** The texts of @p values, as the supervisor takes lists of a document. */
+QStringList toStrings(const QVariantList &values);
