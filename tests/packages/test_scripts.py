@@ -57,13 +57,37 @@ def test_a_directory_of_somebody_else_is_left_alone(tmp_path: Path) -> None:
     assert [path.name for path in (tmp_path / "photographs").iterdir()] == ["one"]
 
 
-def test_a_sysroot_that_is_there_is_taken(tmp_path: Path) -> None:
-    (tmp_path / "sysroot/DEBIAN").mkdir(parents=True)
-    (tmp_path / "sysroot/DEBIAN/packages").touch()
-    result = call("prepare-arm64-sysroot", PYNX_ARM64_SYSROOT=str(tmp_path / "sysroot"))
+@pytest.fixture
+def sysroot(tmp_path: Path) -> Path:
+    """A directory that prepare-arm64-sysroot takes for one that it has made."""
+    names = ("libqt5core5a", "libqt5test5", "libstdc++6", "qtbase5-dev", "qt5-qmake",
+             "rapidjson-dev", "libvalijson-dev")
+    directory = tmp_path / "sysroot"
+    (directory / "DEBIAN").mkdir(parents=True)
+    (directory / "DEBIAN/packages").write_text(
+        "".join(f"{name}_1_arm64.deb\n" for name in names), "ascii")
+    return directory
+
+
+def test_a_sysroot_that_is_there_is_taken(sysroot: Path) -> None:
+    result = call("prepare-arm64-sysroot", PYNX_ARM64_SYSROOT=str(sysroot))
     assert (result.returncode, result.stderr) == (0, "")
-    assert result.stdout == f"{tmp_path}/sysroot\n"
-    assert [path.name for path in (tmp_path / "sysroot/DEBIAN").iterdir()] == ["packages"]
+    assert result.stdout == f"{sysroot}\n"
+    assert [path.name for path in (sysroot / "DEBIAN").iterdir()] == ["packages"]
+
+
+def test_a_sysroot_that_lacks_a_package_is_made_again(sysroot: Path, tmp_path: Path) -> None:
+    listed = sysroot / "DEBIAN/packages"
+    earlier = listed.read_text("ascii").replace("rapidjson-dev_1_arm64.deb\n", "")
+    listed.write_text(earlier, "ascii")
+    apt = tmp_path / "apt-get"
+    apt.write_text("#!/bin/sh\necho no network >&2; exit 100\n", "ascii")
+    apt.chmod(0o755)
+    result = call("prepare-arm64-sysroot", PYNX_ARM64_SYSROOT=str(sysroot),
+                  PATH=f"{tmp_path}:{os.environ['PATH']}")
+    assert (result.returncode, result.stdout) == (1, "")
+    assert f"making the arm64 sysroot {sysroot}" in result.stderr and "no network" in result.stderr
+    assert listed.read_text("ascii") == earlier
 
 
 def test_the_presets_need_a_sysroot(tmp_path: Path) -> None:
