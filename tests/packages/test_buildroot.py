@@ -15,7 +15,7 @@ from tools import ROOT, files_below, run
 TREE = ROOT / "packaging/buildroot"
 # What the tree uses of Buildroot's menu.
 SYMBOLS = ["BR2_USE_MMU", *(f"BR2_PACKAGE_{name}" for name in (
-    "BUSYBOX_SHOW_OTHERS", "QT5", "GZIP", "PROCPS_NG", "PSMISC", "TAR"))]
+    "BUSYBOX_SHOW_OTHERS", "QT5", "GZIP", "PROCPS_NG", "PSMISC", "TAR", "RAPIDJSON", "VALIJSON"))]
 # Configures the package as Buildroot does, and calls its commands.
 INFRASTRUCTURE = """
 INSTALL = install
@@ -59,6 +59,7 @@ def test_menu(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:
     full_tools = tree.syms["BR2_PACKAGE_PYNX_WATCHDOG_FULL_TOOLS"]
     package.set_value("y")
     full_tools.set_value("y")
+    tree.syms["BR2_PACKAGE_PYNX_WATCHDOG_CHECK"].set_value("y")
     assert (package.str_value, full_tools.str_value) == ("n", "n")
     tree.syms["BR2_PACKAGE_QT5"].set_value("y")
     tree.syms["BR2_USE_MMU"].set_value("y")
@@ -68,7 +69,7 @@ def test_menu(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:
     assert {tree.syms[name].str_value for name in SYMBOLS} == {"y"}
     used = {name for node in tree.node_iter() for name in re.findall(r"BR2_\w+", str(node))}
     assert used == {"BR2_PACKAGE_PYNX_WATCHDOG", "BR2_PACKAGE_PYNX_WATCHDOG_FULL_TOOLS",
-                    *SYMBOLS}
+                    "BR2_PACKAGE_PYNX_WATCHDOG_CHECK", *SYMBOLS}
     assert not tree.warnings
 
 
@@ -76,6 +77,15 @@ def test_version_and_licence(make: list[str], version: str) -> None:
     assert run(*make, "value-VERSION") == f"{version}\n"
     assert (ROOT / run(*make, "value-LICENSE_FILES").strip()).is_file()
     assert Path(run(*make, "value-SITE").strip()).resolve() == ROOT
+
+
+@pytest.mark.parametrize("chosen", [True, False])
+def test_the_check_is_built_where_it_is_chosen(make: list[str], chosen: bool) -> None:
+    choice = ["BR2_PACKAGE_PYNX_WATCHDOG_CHECK=y"] if chosen else []
+    options = run(*make, *choice, "value-CONF_OPTS").split()
+    assert f"-DWATCHDOG_CHECK={'ON' if chosen else 'OFF'}" in options
+    needed = run(*make, *choice, "value-DEPENDENCIES").split()
+    assert ({"rapidjson", "valijson"} <= set(needed)) == chosen
 
 
 def test_its_options_and_commands_work(make: list[str], tmp_path: Path) -> None:

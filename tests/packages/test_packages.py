@@ -292,7 +292,7 @@ def test_man_page_names_every_option_and_no_other(sdk_build: SdkBuild) -> None:
     options = run("man", "--local-file", path).split("OPTIONS\n", 1)[1].split("\nTHE LOG", 1)[0]
     named = set(re.findall(r"^ +(--\w+)", options, re.MULTILINE))
     source = (ROOT / "app/commandline.cpp").read_text("utf-8")
-    assert named == set(re.findall(r'option == QLatin1String\("(--\w+)"\)', source))
+    assert named == set(re.findall(r'word.text == QLatin1String\("(--\w+)"\)', source))
 
 
 def test_man_page_describes_every_document(sdk_build: SdkBuild) -> None:

@@ -50,11 +50,11 @@ def test_every_installed_file_is_packaged(recipe: dict[str, str], sdk_build: Sdk
 
 
 def test_its_options_are_the_projects(recipe: dict[str, str]) -> None:
-    options = re.findall(r"-D(\w+)=", recipe["EXTRA_OECMAKE"])
+    options = set(re.findall(r"-D(\w+)=", recipe["EXTRA_OECMAKE"] + recipe["PACKAGECONFIG[check]"]))
     sources = "".join(path.read_text("utf-8") for path in ROOT.glob("*/CMakeLists.txt"))
-    assert set(options) > {"BUILD_TESTING"}
-    for option in set(options) - {"BUILD_TESTING"}:
-        assert f"set({option} " in sources
+    assert {"BUILD_TESTING", "WATCHDOG_CHECK"} < options
+    for option in options - {"BUILD_TESTING"}:
+        assert re.search(rf"\b(set|option)\({option} ", sources)
 
 
 def test_licence(recipe: dict[str, str]) -> None:

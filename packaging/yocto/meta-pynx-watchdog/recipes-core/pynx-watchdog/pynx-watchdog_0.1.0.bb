@@ -26,6 +26,8 @@ ANY_OF_DISTRO_FEATURES = "systemd sysvinit"
 # Without this, the supervisor uses busybox's tools.
 PACKAGECONFIG ??= "full-tools"
 PACKAGECONFIG[full-tools] = ",,,gzip procps psmisc tar"
+# pynx-watchdog-check. What it needs is in meta-oe.
+PACKAGECONFIG[check] = "-DWATCHDOG_CHECK=ON,-DWATCHDOG_CHECK=OFF,rapidjson valijson"
 
 # With the maker's SDK, add -DPYNX_SDK_ROOT=${STAGING_DIR_HOST}${prefix} here and the SDK's recipe to
 # DEPENDS.
