@@ -81,7 +81,13 @@ std::string unescape(const std::string &text)
     return result;
 }
 
-// Writes numbered lines of 100 bytes, so that a reader can see whether one is missing.
+char setHighestBit(char byte)
+{
+    return static_cast<char>(byte | 0x80);
+}
+
+// Writes numbered lines of 100 bytes, so that a reader can see whether one is missing. On standard
+// error each byte has its highest bit set, so that the reader can tell the channels apart.
 void flood(const std::vector<int> &descriptors, long long bytes, std::size_t perWrite)
 {
     constexpr std::size_t lineSize = 100;
@@ -89,10 +95,12 @@ void flood(const std::vector<int> &descriptors, long long bytes, std::size_t per
     long long lineNumber = 0;
     for (long long done = 0; done < bytes; done += lineSize, ++lineNumber) {
         for (std::size_t i = 0; i < descriptors.size(); ++i) {
-            std::string line = (descriptors[i] == STDOUT_FILENO ? "out " : "err ")
-                + std::to_string(lineNumber) + ' ';
+            std::string line = "out " + std::to_string(lineNumber) + ' ';
             line.resize(lineSize - 1, '.');
-            pending[i] += line + '\n';
+            line += '\n';
+            if (descriptors[i] == STDERR_FILENO)
+                std::transform(line.begin(), line.end(), line.begin(), setHighestBit);
+            pending[i] += line;
             if (pending[i].size() >= perWrite) {
                 writeText(descriptors[i], pending[i]);
                 pending[i].clear();

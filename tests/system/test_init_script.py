@@ -183,6 +183,7 @@ def test_a_restart_during_the_wait_leaves_one_supervisor(init: Init) -> None:
     wait_until(lambda: "logger ends" in init.happened(), "the first one has ended")
     assert init.started() == 2
     (init.directory / "end").write_text("\n", "ascii")
+    wait_until(lambda: init.happened().count("logger ends") == 2, "the second one has ended")
 
 
 def test_the_supervisor_runs_where_its_number_cannot_be_kept(init: Init) -> None:
