@@ -19,7 +19,7 @@ Findings checkArguments(const QStringList &arguments, const QString &programDir)
 Findings checkNamesHere(const QStringList &arguments, const QString &programDir);
 
 /**
- * Whether parseCommandLine() returns. It does not where a size is empty, and it cannot be told where
- * the document of the sizes may not be read.
+ * Whether parseCommandLine() returns. It does not where a size is empty, and it cannot be told
+ * where the document of the sizes may not be read.
  */
 bool canBeParsed(const QStringList &arguments, const QString &programDir);

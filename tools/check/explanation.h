@@ -23,8 +23,8 @@ struct Explanation
 };
 
 /**
- * What the supervisor will do with @p arguments and the settings in @p programDir. If it will end at
- * once, this is the first explanation, and its setting is called "start".
+ * What the supervisor will do with @p arguments and the settings in @p programDir. If it will end
+ * at once, this is the first explanation, and its setting is called "start".
  */
 QVector<Explanation> explain(const QStringList &arguments, const QString &programDir);
 
