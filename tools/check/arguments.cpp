@@ -126,6 +126,11 @@ Findings checkValue(const CommandLineWord &word, const QString &programDir)
                       QStringLiteral("%1 is the value of %2 here, and no option")
                           .arg(quoted(word.value), quoted(word.text)))};
     }
+    if (word.value.startsWith(QLatin1String("--"))) {
+        return {warning(valueOf(word), QStringLiteral("value-is-option"),
+                        QStringLiteral("%1 looks like an option, but is the value of %2")
+                            .arg(quoted(word.value), quoted(word.text)))};
+    }
     if (word.text == sizeOption)
         return checkSizeText(word.value, valueOf(word));
     if (word.text == sizeNameOption)
