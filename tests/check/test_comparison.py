@@ -1,0 +1,190 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""pynx-watchdog-check judges as the program does, whatever settings and arguments are.
+
+The cases are mutations with a fixed seed. `comparison` tells what the tool says of them, and what
+the program's own functions read.
+"""
+
+from __future__ import annotations
+
+import json
+import signal
+import subprocess
+from collections import Counter
+from pathlib import Path
+from random import Random
+from typing import Any
+
+import pytest
+
+import mutation
+
+Object = dict[str, Any]
+
+CASES = 1500
+SITE, FACTORY = "settings/", "settings-default/"
+
+# Where the program reads what is explained under a name.
+DOCUMENTS = {
+    "memory line": "WatchdogMemoryReportingConf.json",
+    "reports": "WatchdogAutomaticReporting.json",
+    "report files": "SystemManagerLogReportConfig.json",
+    "upload path": "WatchdogAutomaticReportingConf.json",
+    "upload prefix": "WatchdogAutomaticReportingConf.json",
+    "watch list": "WatchdogWatchProcessList.json",
+}
+
+
+def make_case(random: Random) -> Object:
+    """Arguments and documents, most of them with a mistake or two."""
+    documents: dict[str, str] = {}
+    in_documents = 0
+    for directory in (SITE, FACTORY):
+        for name in mutation.CONTENTS:
+            if directory == FACTORY or random.random() < 0.4:
+                if random.random() < 0.05:
+                    continue
+                mistakes = random.choice([0, 0, 1, 1, 2]) if directory == SITE else 0
+                in_documents += mistakes
+                text = mutation.document(random, name, mistakes)
+                documents[directory + name] = text.decode("latin-1")
+    return {"arguments": mutation.arguments(random, random.choice([0, 0, 1, 2])),
+            "documents": documents, "mistakes": in_documents}
+
+
+@pytest.fixture(scope="module")
+def answered(build_directory: Path, tmp_path_factory: pytest.TempPathFactory
+             ) -> list[tuple[Object, Object]]:
+    """Each case with what `comparison` answers."""
+    random = Random(20261122)
+    cases = [make_case(random) for _ in range(CASES)]
+    directory = tmp_path_factory.mktemp("comparison") / "program"
+    done = subprocess.run(
+        [build_directory / "tests" / "check" / "comparison", directory],
+        input="".join(json.dumps(case) + "\n" for case in cases).encode(),
+        stdout=subprocess.PIPE, check=True)
+    answers = [json.loads(line) for line in done.stdout.splitlines()]
+    assert len(answers) == CASES
+    for answer in answers:
+        answer["explained"] = {each["setting"]: each for each in answer["explanations"]}
+        answer["directory"] = str(directory)
+    return list(zip(cases, answers))
+
+
+def in_force(program: Object) -> Object:
+    """What the program reads, by the names of the explanations."""
+    values = {name: value for name, value in program.items() if name != "watch"}
+    if "watch" in program:
+        values["watch list"] = len(program["watch"])
+    for number, entry in enumerate(program.get("watch", []), 1):
+        values |= {f"watch {number} {member}": value for member, value in entry.items()}
+    return values
+
+
+def test_the_values_are_those_of_the_program(answered: list[tuple[Object, Object]]) -> None:
+    for case, answer in answered:
+        if answer["parsed"]:
+            expected = in_force(answer["program"])
+            explained = {name: each["value"] for name, each in answer["explained"].items()
+                         if each["source"] != "fixed" and name != "start"}
+            assert explained == expected, case
+
+
+def test_the_end_of_the_program_is_foretold(answered: list[tuple[Object, Object]]) -> None:
+    ends: Counter[str] = Counter()
+    for case, answer in answered:
+        starts = answer["parsed"] and bool(answer["program"]["application"])
+        assert ("start" in answer["explained"]) == (not starts), case
+        if not starts:
+            assert answer["explanations"][0]["setting"] == "start"
+        if not answer["parsed"]:
+            assert answer["signal"] == signal.SIGABRT, case
+        ends["starts" if starts else "ends" if answer["parsed"] else "aborts"] += 1
+    assert min(ends["starts"], ends["ends"], ends["aborts"]) > CASES / 100, ends
+
+
+def test_an_end_of_the_program_is_an_error(answered: list[tuple[Object, Object]]) -> None:
+    for case, answer in answered:
+        if "start" in answer["explained"]:
+            assert any(found["level"] == "error" and found["file"] == "arguments"
+                       for found in answer["findings"]), case
+
+
+def test_the_source_is_the_document_that_counts(answered: list[tuple[Object, Object]]) -> None:
+    sources: Counter[str] = Counter()
+    for case, answer in answered:
+        for setting, name in DOCUMENTS.items():
+            if setting not in answer["explained"]:
+                continue  # with --rotateOnly
+            counts = [directory for directory in (SITE, FACTORY)
+                      if answer["counts"].get(directory + name)]
+            path = f"{answer['directory']}/{counts[0]}{name}" if counts else "default"
+            source = answer["explained"][setting]["source"]
+            if source != path:  # a member that the document lacks
+                assert source == "default" and not answer["explained"][setting]["value"], case
+            sources[counts[0] if counts else "default"] += 1
+    assert min(sources[SITE], sources[FACTORY], sources["default"]) > CASES / 100, sources
+
+
+# ---- What has no finding takes effect as it is written.
+
+def plain_size(text: str) -> int:
+    """The bytes that a reader takes a size for."""
+    factor = {"k": 1024, "m": 1 << 20, "b": 1}.get(text[-1].lower())
+    return int(text[:-1]) * factor if factor else int(text)
+
+
+def plain_reading(words: list[str], sizes: dict[str, Any]) -> Object:
+    """What a reader takes the arguments for; each is known and has its value."""
+    read: Object = {"log file": "", "log size": 0, "log time": False, "rotate only": False,
+                    "single run": False, "account": ""}
+    rest = iter(words)
+    for word in rest:
+        if word == "--app":
+            return {**read, "application": next(rest), "application arguments": list(rest)}
+        name = {"--logTime": "log time", "--rotateOnly": "rotate only",
+                "--singleRun": "single run", "--logfileName": "log file", "--user": "account",
+                "--logfileSize": "log size", "--logfileSizeConf": "log size"}[word]
+        if isinstance(read[name], bool):
+            read[name] = True
+        elif word == "--logfileSize":
+            read[name] = plain_size(next(rest))
+        elif word == "--logfileSizeConf":
+            read[name] = plain_size(sizes[next(rest)])
+        else:
+            read[name] = next(rest)
+    raise AssertionError("no application")
+
+
+def members_once(pairs: list[tuple[str, Any]]) -> Object:
+    """An object, no member of which comes twice."""
+    assert len({name for name, _ in pairs}) == len(pairs), "a member comes twice"
+    return dict(pairs)
+
+
+def no_constant(text: str) -> None:
+    """NaN and the like are no JSON."""
+    raise AssertionError(text)
+
+
+def content(text: str) -> Any:
+    """What a strict reader takes a document's content for."""
+    value = json.loads(text.encode("latin-1").decode("utf-8"), object_pairs_hook=members_once,
+                       parse_constant=no_constant)["value"]
+    return value[value["type"]]
+
+
+def test_arguments_without_a_finding_take_effect(answered: list[tuple[Object, Object]]) -> None:
+    silent = 0
+    for case, answer in answered:
+        if case["mistakes"] or any(each["file"] == "arguments" for each in answer["findings"]):
+            continue
+        silent += 1
+        sizes: Object = {}
+        for directory in (FACTORY, SITE):
+            text = case["documents"].get(directory + "SystemManagerLogFilesSizeConfig.json")
+            sizes = content(text) if text else sizes
+        expected = plain_reading(case["arguments"], sizes)
+        assert {name: answer["explained"][name]["value"] for name in expected} == expected, case
+    assert silent > CASES / 100
