@@ -2,7 +2,89 @@
 // SPDX-License-Identifier: MIT
 #include "tools/check/board.h"
 
-Findings checkBoard(const CommandLine &, const QString &, const QString &)
+#include "logging/settings.h"
+#include "platform/pynx_api.h"
+#include "tools/check/boardparts.h"
+#include "tools/check/systemdconfiguration.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QStandardPaths>
+
+#include <unistd.h>
+
+namespace {
+
+constexpr qint64 longestText = 1024 * 1024;
+
+Place board()
 {
-    return {};
+    return {QStringLiteral("board"), 0, 0};
+}
+
+} // namespace
+
+QString Board::file(const QString &path) const
+{
+    if (root.isEmpty() || path.startsWith(QLatin1Char('/')))
+        return root + path;
+    return root + QLatin1Char('/') + path;
+}
+
+QString Board::tool(const QString &name) const
+{
+    // QProcess finds the supervisor's tools by the same function. Without a PATH it would take
+    // this process's own.
+    return ownPath.isEmpty() ? QString() : QStandardPaths::findExecutable(name, ownPath);
+}
+
+QVariant Board::setting(const QString &name) const
+{
+    // The program's reading of a FIFO would wait for ever.
+    for (const char *directory : {"/settings/", "/settings-default/"}) {
+        const QFileInfo document(programDir + QLatin1String(directory) + name);
+        if (document.exists() && (!document.isFile() || document.size() > longestText))
+            return QVariant();
+    }
+    return readSettings(name, programDir);
+}
+
+bool Board::makesReports() const
+{
+    return setting(PynxWatchdogAutomaticReportingPath().base()).toBool();
+}
+
+Finding boardError(const char *rule, const QString &message)
+{
+    return error(board(), QLatin1String(rule), message);
+}
+
+Finding boardWarning(const char *rule, const QString &message)
+{
+    return warning(board(), QLatin1String(rule), message);
+}
+
+QString readText(const QString &path)
+{
+    QFile file(path);
+    if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly))
+        return QString();
+    return QString::fromUtf8(file.read(longestText));
+}
+
+Findings checkBoard(const CommandLine &options, const QString &programDir, const QString &root)
+{
+    const SystemdConfiguration unit = readUnit(root);
+    Board board;
+    board.options = options;
+    board.programDir = programDir;
+    board.root = root;
+    board.seenByRoot = ::geteuid() == 0;
+    findTools(board, unit);
+    Findings findings = checkRights(board) + checkLog(board) + checkAccount(board);
+    if (options.rotateOnly)
+        return findings;
+    return findings + checkSystem(board) + checkMarker(board) + checkSnapshots(board)
+        + checkUpload(board) + checkDevice(board) + checkOtherOwners(board) + checkTools(board)
+        + checkBootLoader(board) + checkUnit(board, unit);
 }
