@@ -21,12 +21,15 @@ UNITS = ["pynx-watchdog.service", "pynx-watchdog-boot.service", "pynx-watchdog-s
 EXAMPLES = "usr/share/doc/pynx-watchdog/examples"
 SFUFLAGS = {f"{EXAMPLES}/sfuflags/{name}" for name in ("rauc", "u-boot")}
 PROGRAMS = {f"{LIBRARY}/{name}" for name in (
-    "watchdog", "boot-cause", "tools/reboot", "tools/tar", "copy-requested", "report-manifest",
-    "report-setting")}
+    "watchdog", "pynx-watchdog-check", "boot-cause", "tools/reboot", "tools/tar", "copy-requested",
+    "report-manifest", "report-setting")}
 FILES = {
     "etc/default/pynx-watchdog",
     *(f"lib/systemd/system/{name}" for name in UNITS),
     "usr/bin/pynx-watchdog",
+    "usr/bin/pynx-watchdog-check",
+    "usr/share/bash-completion/completions/pynx-watchdog",
+    "usr/share/bash-completion/completions/pynx-watchdog-check",
     *PROGRAMS,
     f"{LIBRARY}/settings",
     f"{LIBRARY}/version",
@@ -232,7 +235,7 @@ def test_units_are_sound(units: Path) -> None:
     assert not run("sh", "-c", f"systemd-analyze verify --man=no {units}/*.service 2>&1")
 
 
-@pytest.mark.parametrize("example", ["hardening.conf", "start-limit.conf"])
+@pytest.mark.parametrize("example", ["check.conf", "hardening.conf", "start-limit.conf"])
 def test_example_drop_ins_are_sound(units: Path, example: str) -> None:
     # A directive in a wrong section is only a warning of systemd.
     drop_in = units / "pynx-watchdog.service.d"

@@ -20,7 +20,8 @@ VARIABLES = {"PN": "pynx-watchdog", "BP": "pynx-watchdog-0.1.0", "D": "/image", 
              "sysconfdir": "/etc", "nonarch_libdir": "/usr/lib", "PTEST_PATH": "/ptest",
              "systemd_system_unitdir": "/lib/systemd/system", "LAYERDIR": str(LAYER), "BBPATH": ""}
 # The files that the tool packages by default.
-BY_DEFAULT = ["/usr/bin", "/usr/lib/pynx-watchdog", "/etc", "/usr/share/man", "/usr/share/doc"]
+BY_DEFAULT = ["/usr/bin", "/usr/lib/pynx-watchdog", "/etc", "/usr/share/man", "/usr/share/doc",
+              "/usr/share/bash-completion"]  # the last by its class bash-completion
 
 
 def read(path: Path) -> dict[str, str]:

@@ -19,7 +19,7 @@ SRC_URI = "git://git.example.org/watchdog.git;protocol=https;branch=main;destsuf
 # The commit of the version, which the product's configuration has to name.
 SRCREV ?= "0000000000000000000000000000000000000000"
 
-inherit cmake_qt5 features_check ptest systemd update-rc.d
+inherit bash-completion cmake_qt5 features_check ptest systemd update-rc.d
 
 ANY_OF_DISTRO_FEATURES = "systemd sysvinit"
 
