@@ -33,6 +33,8 @@ def prepare(wanted: Configuration) -> Configuration:
     binds = [*wanted.binds, Bind(str(wanted.program), paths.PROGRAM)]
     if wanted.packaged:
         binds += _package(wanted.program.parent)
+    if wanted.checked:
+        binds.append(Bind(str(_find_check(wanted.program.parent)), paths.CHECK))
     if wanted.watchdog_device:
         binds.append(Bind(str(_find_library(wanted)), paths.WATCHDOG_LIBRARY))
     configuration = replace(wanted, binds=binds + _binds_for(wanted.application, binds))
@@ -72,6 +74,13 @@ def _package(build: Path) -> list[Bind]:
         directory = paths.PROGRAM_TOOLS if tool.name in _IN_PATH else paths.PROGRAM_DIRECTORY
         binds.append(Bind(str(tool), f"{directory}/{tool.name}"))
     return binds
+
+
+def _find_check(build: Path) -> Path:
+    check = build / "pynx-watchdog-check"
+    if not check.is_file():
+        raise SimulatorError(f"the check is missing: {check}; build the project")
+    return check.resolve()
 
 
 def _find_library(wanted: Configuration) -> Path:

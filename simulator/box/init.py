@@ -23,7 +23,8 @@ from simulator.box.tools import Outcome, ToolServer, killall
 from simulator.box.watchdog_driver import Driver
 from simulator.box.watchdog_server import WatchdogServer
 from simulator.common import control, paths
-from simulator.common.account import BOOT_LOADER, SIMULATOR, WATCHDOG_DEVICE, AccountWriter
+from simulator.common.account import (
+    BOOT_LOADER, CHECK, SIMULATOR, WATCHDOG_DEVICE, AccountWriter)
 from simulator.common.configuration import Configuration
 
 
@@ -91,6 +92,9 @@ class Init:
         try:
             for place in self._configuration.directories:
                 os.makedirs(place, exist_ok=True)
+            if self._configuration.checked and self._account.boot == 1:
+                for line in supervisor.check(self._configuration):
+                    self._account.record(CHECK, line)
             self._supervisor.start()
         except OSError as error:
             self._end("supervisor",

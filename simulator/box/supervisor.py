@@ -16,6 +16,22 @@ from simulator.common.configuration import Configuration
 _SANITIZER = "verify_asan_link_order=0"
 
 
+_CHECK_LIMIT = 10  # seconds
+
+
+def check(configuration: Configuration) -> list[str]:
+    """What pynx-watchdog-check says of the settings and of the supervisor's arguments."""
+    try:
+        said = subprocess.run(
+            [paths.CHECK, "--", *configuration.arguments], stdin=subprocess.DEVNULL,
+            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, cwd="/", check=False,
+            env=board_environment(configuration), timeout=_CHECK_LIMIT)
+    except (OSError, subprocess.TimeoutExpired) as error:
+        return [str(error)]
+    lines = said.stdout.decode("utf-8", "backslashreplace").splitlines()
+    return lines + ([] if said.returncode in (0, 1) else [f"ended with {said.returncode}"])
+
+
 class Channel:
     """An output channel, whose bytes are kept in a file and whose lines go into the account."""
 

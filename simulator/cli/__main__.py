@@ -113,11 +113,6 @@ def _introduce(options: argparse.Namespace, display: Display) -> None:
     if options.user is not None and os.geteuid() != 0:
         display.text("Note: an ordinary user's simulator has one account only; --user will fail to "
                      "switch, as it does for a supervisor without rights.")
-    for name in command_line.malformed(options.settings):
-        display.text(f"Note: {name} is no JSON; the supervisor passes it over in silence.")
-    if command_line.log_is_off(options):
-        display.text("Note: with this size there is no log. The application's output goes to the "
-                     "supervisor's standard output, in blocks.")
     display.text("Ctrl-C ends the simulation.\n")
 
 

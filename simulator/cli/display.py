@@ -24,6 +24,7 @@ _COLOURS = {
     account.SYSTEM_LOG: "36",
     account.TOOL: "34",
     account.WATCHDOG_DEVICE: "32",
+    account.CHECK: "31",
     account.SIMULATOR: "1",
     APPLICATION_LOG: "37",
     REPORT_ARCHIVE: "1;34",

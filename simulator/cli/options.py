@@ -110,24 +110,12 @@ def parse(arguments: list[str]) -> argparse.Namespace:
             settings=options.settings or None,
             tools=dict(_pair(text) for text in options.tool),
             spaces=dict(_space(text) for text in options.space),
-            packaged=options.packaged, read_only_root=options.read_only_root,
+            packaged=options.packaged, checked=True, read_only_root=options.read_only_root,
             watchdog_device=not options.no_watchdog_device,
             bad_boots=options.bad_boots, boots=options.boots, binds=options.binds)
     except SimulatorError as error:
         parser.error(str(error))
     return options
-
-
-def malformed(documents: dict[str, bytes]) -> list[str]:
-    """The names of the documents that are not valid JSON."""
-    return [name for name, content in documents.items() if not _is_json(content)]
-
-
-def log_is_off(options: argparse.Namespace) -> bool:
-    """Whether the supervisor will read the given size as 0, which switches the log off."""
-    size = options.logfileSize
-    return (size is not None and options.logfileSizeConf is None
-            and not re.fullmatch(r"0*[1-9][0-9]*", size[:-1]))
 
 
 def supervisor_arguments(options: argparse.Namespace) -> list[str]:
@@ -255,14 +243,6 @@ def _settings(paths: list[str]) -> dict[str, bytes]:
         except OSError as error:
             raise SimulatorError(f"cannot read {error.filename}: {error.strerror}") from error
     return documents
-
-
-def _is_json(content: bytes) -> bool:
-    try:
-        json.loads(content)
-    except ValueError:
-        return False
-    return True
 
 
 def _with_documents(documents: dict[str, bytes], options: argparse.Namespace) -> dict[str, bytes]:

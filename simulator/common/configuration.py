@@ -117,6 +117,10 @@ class Configuration:
     """Whether the board tools of the package stand before the board's own, as in an installed
     package; their state is then kept in /home/root/pynx-watchdog."""
 
+    checked: bool = False
+    """Whether pynx-watchdog-check looks at the settings and the arguments before the supervisor
+    first starts. The account has what it finds; the board boots whatever that is."""
+
     read_only_root: bool = False
     """Whether /home/root is read-only from the start."""
 

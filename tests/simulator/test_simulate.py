@@ -33,9 +33,8 @@ def build(tmp_path: Path, script: Script, build_directory: Path) -> Path:
     """A build tree whose supervisor is a script, which runs what the test writes into `act`."""
     tree = tmp_path / "build"
     (tree / "simulator").mkdir(parents=True)
-    library = "simulator/libwatchdogdevice.so"
-    (tree / library).symlink_to(build_directory / library)
-    for name in ("settings-default", "packaging"):
+    for name in ("settings-default", "packaging", "pynx-watchdog-check",
+                 "simulator/libwatchdogdevice.so"):
         (tree / name).symlink_to(build_directory / name)
     script('echo "arguments: $*"; while [ "$1" != --app ]; do shift; done; shift; "$@"',
            "build/watchdog")
@@ -250,17 +249,35 @@ def test_reports_and_watch_stand_for_settings_documents() -> None:
         ("a=b", 20, True), ("top", 0, True)]
 
 
-def test_notes_on_what_the_supervisor_will_not_say(simulate: Simulate, script: Script,
-                                                   tmp_path: Path) -> None:
+def test_the_check_tells_what_the_supervisor_will_not(simulate: Simulate, script: Script) -> None:
     script("exit 0", "application")
-    (tmp_path / "bad.json").write_text("{bad", encoding="utf-8")
-    options_for_one_run = ["--singleRun", "--no-watchdog-device", "./application", "two words"]
-    _, out, _ = outcome(simulate("--settings", "bad.json", "--logfileSize", "huge",
-                                 *options_for_one_run))
-    assert "Note: bad.json is no JSON" in out and "Note: with this size there is no log" in out
+    status, out, _ = outcome(simulate("--logfileSize", "huge", "--singleRun",
+                                      "--no-watchdog-device", "./application", "two words"))
+    assert status == 0
     assert "/application 'two words'\n" in out
-    _, out, _ = outcome(simulate("--logfileSize", "64k", *options_for_one_run))
-    assert "Note:" not in out
+    assert re.search(f"(?m)^{_CLOCK}  check            arguments:2: error: .*$", out), out
+    assert out.index("  check  ") < out.index("supervisor started")
+
+
+@pytest.mark.parametrize("given", [
+    [], ["--reports", "--watch", "burner=20"], ["--packaged", "--logTime", "--logfileSize", "1M"]])
+def test_the_check_is_quiet_where_nothing_is_wrong(simulate: Simulate, script: Script,
+                                                   given: list[str]) -> None:
+    script("kill $PPID; sleep 600", "application")
+    _, out, _ = outcome(simulate("--no-watchdog-device", *given, "./application"))
+    assert "supervisor started" in out and "  check  " not in out
+
+
+@pytest.mark.parametrize(("text", "said"), [
+    ("echo seen; exit 2", ["seen", "ended with 2"]),
+    ("kill -11 $$", ["ended with -11"])])
+def test_a_check_that_fails_is_told(simulate: Simulate, script: Script, build: Path, text: str,
+                                    said: list[str]) -> None:
+    script("exit 0", "application")
+    (build / "pynx-watchdog-check").unlink()
+    script(text, "build/pynx-watchdog-check")
+    _, out, _ = outcome(simulate("--singleRun", "--no-watchdog-device", "./application"))
+    assert re.findall(f"(?m)^{_CLOCK}  check            (.*)$", out) == said
 
 
 def test_a_start_that_took_too_long_is_explained(simulate: Simulate, script: Script) -> None:
@@ -351,10 +368,14 @@ def test_a_file_argument_below_tmp_is_shown(simulate: Simulate, script: Script,
     assert "\nfiles in /tmp    0\n" in out  # the mount point is removed
 
 
-def test_a_missing_build_is_told(simulate: Simulate, build: Path, script: Script) -> None:
-    (build / "watchdog").unlink()
+@pytest.mark.parametrize(("missing", "message"), [
+    ("watchdog", "the supervisor's program cannot be executed"),
+    ("pynx-watchdog-check", "the check is missing")])
+def test_a_missing_build_is_told(simulate: Simulate, build: Path, missing: str,
+                                 message: str) -> None:
+    (build / missing).unlink()
     status, _, err = outcome(simulate("true"))
-    assert status == 125 and "the supervisor's program cannot be executed" in err
+    assert status == 125 and message in err
 
 
 @pytest.mark.parametrize("colour", [True, False])
