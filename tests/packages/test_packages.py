@@ -36,6 +36,7 @@ FILES = {
     *(f"{LIBRARY}/settings-default/{name}" for name in SETTINGS),
     *(f"{LIBRARY}/schemas/{path.name}" for path in (ROOT / "schemas").glob("*.json")),
     "usr/lib/tmpfiles.d/pynx-watchdog.conf",
+    "usr/share/man/man1/pynx-watchdog-check.1.gz",
     "usr/share/man/man5/pynx-watchdog-settings.5.gz",
     "usr/share/man/man8/pynx-watchdog.8.gz",
     *SFUFLAGS,
@@ -280,7 +281,8 @@ def test_version_is_stated_once(version: str, packages: dict[str, Path]) -> None
         assert run("dpkg-deb", "--field", path, "Version") == f"{version}\n"
 
 
-@pytest.mark.parametrize("page", ["man8/pynx-watchdog.8", "man5/pynx-watchdog-settings.5"])
+@pytest.mark.parametrize("page", ["man8/pynx-watchdog.8", "man5/pynx-watchdog-settings.5",
+                                  "man1/pynx-watchdog-check.1"])
 def test_man_pages_are_well_formed(sdk_build: SdkBuild, version: str, page: str) -> None:
     path = sdk_build.root / "usr/share/man" / page
     warnings = run("sh", "-c", f"man --warnings --local-file {path} 2>&1 >/dev/null")
