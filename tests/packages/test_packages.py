@@ -164,6 +164,9 @@ def test_it_installs_works_and_goes(packages: dict[str, Path], empty_root: Path)
         run(ROOT / "debian/tests" / test,
             environment={"PATH": path, "AUTOPKGTEST_TMP": str(directory)})
 
+    factory = sorted((empty_root / LIBRARY / "settings-default").iterdir())
+    assert not run("pynx-watchdog-check", "--strict", *factory, environment={"PATH": path})
+
     # The installation neither enables nor starts the service.
     assert not list((empty_root / "etc").glob("systemd/system/*.wants/*"))
 
