@@ -8,33 +8,30 @@
 #include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
 
-namespace {
-
 // Is told of each value when the reader has just passed it. What lies between two of them is
 // blanks, commas and colons, so a value begins at the first other byte.
-class Recorder : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Recorder>
+class PositionRecorder : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, PositionRecorder>
 {
 public:
-    Recorder(const QByteArray &json, const rapidjson::MemoryStream &stream, TextPositions &result)
+    PositionRecorder(const QByteArray &json, const rapidjson::MemoryStream &stream,
+                     TextPositions &result)
         : m_json(json), m_stream(stream), m_result(result)
     { }
 
     bool Default()
     {
-        enterValue(nextToken());
-        leaveToken();
+        enterValue();
         return true;
     }
 
     bool Key(const char *name, rapidjson::SizeType length, bool /*copy*/)
     {
         Container &object = m_containers.last();
-        object.path = object.prefix + QString::fromUtf8(name, static_cast<int>(length));
-        object.key = nextToken();
-        leaveToken();
-        const auto earlier = m_result.entries.constFind(object.path);
-        if (earlier != m_result.entries.constEnd())
-            m_result.overridden.append({object.path, earlier->key});
+        object.name = QString::fromUtf8(name, static_cast<int>(length));
+        object.key = takeToken();
+        const auto earlier = m_result.m_children.constFind({object.number, object.name});
+        if (earlier != m_result.m_children.constEnd())
+            m_result.m_overridden.append({object.name, m_result.m_entries.at(*earlier).key});
         return true;
     }
 
@@ -46,49 +43,50 @@ public:
 private:
     struct Container
     {
-        QString prefix; // of the paths of what is in it
-        int element;    // the number of the next element, or -1 in an object
-        QString path;   // of the member whose name was read
-        int key;        // the beginning of that name
+        int number;
+        int element;  // the number of the next element, or -1 in an object
+        QString name; // of the member whose name was read
+        int key;      // the beginning of that name
     };
 
-    int nextToken() const
+    // Returns where the token begins that the reader has just passed.
+    int takeToken()
     {
         int offset = m_last;
-        while (offset < m_json.size() && std::strchr(" \t\r\n,:", m_json.at(offset)) != nullptr)
+        while (offset < m_json.size() && std::memchr(" \t\r\n,:", m_json.at(offset), 6) != nullptr)
             ++offset;
+        m_last = static_cast<int>(m_stream.Tell());
         return offset;
     }
 
-    void leaveToken() { m_last = static_cast<int>(m_stream.Tell()); }
-
-    QString enterValue(int offset)
+    int enterValue()
     {
-        if (m_containers.isEmpty()) {
-            m_result.entries.insert(QString(), {offset, offset});
-            return QString();
+        const int offset = takeToken();
+        const int number = m_result.m_entries.size();
+        TextPositions::Entry entry = {offset, offset};
+        if (!m_containers.isEmpty()) {
+            Container &parent = m_containers.last();
+            if (parent.element < 0)
+                entry.key = parent.key;
+            else
+                parent.name = QString::number(parent.element++);
+            m_result.m_children.insert({parent.number, parent.name}, number);
         }
-        Container &parent = m_containers.last();
-        if (parent.element < 0) {
-            m_result.entries.insert(parent.path, {parent.key, offset});
-            return parent.path;
-        }
-        const QString path = parent.prefix + QString::number(parent.element++);
-        m_result.entries.insert(path, {offset, offset});
-        return path;
+        m_result.m_entries.append(entry);
+        return number;
     }
 
     bool start(bool isArray)
     {
-        const QString path = enterValue(nextToken());
-        leaveToken();
-        m_containers.append({path + QLatin1Char('/'), isArray ? 0 : -1, QString(), 0});
+        const int number = enterValue();
+        ++m_last; // the reader tells of a bracket before it passes it
+        m_containers.append({number, isArray ? 0 : -1, QString(), 0});
         return true;
     }
 
     bool end()
     {
-        leaveToken();
+        m_last = takeToken() + 1;
         m_containers.removeLast();
         return true;
     }
@@ -100,18 +98,36 @@ private:
     QVector<Container> m_containers;
 };
 
-} // namespace
-
-TextPositions findPositions(const QByteArray &json)
+TextPositions::TextPositions(const QByteArray &json)
 {
-    TextPositions result;
     rapidjson::MemoryStream stream(json.constData(), static_cast<size_t>(json.size()));
-    Recorder recorder(json, stream, result);
+    PositionRecorder recorder(json, stream, *this);
     rapidjson::Reader reader;
     const auto parsed = reader.Parse<rapidjson::kParseIterativeFlag>(stream, recorder);
     if (parsed.IsError()) {
-        result.errorOffset = static_cast<int>(parsed.Offset());
-        result.error = QString::fromLatin1(rapidjson::GetParseError_En(parsed.Code()));
+        m_errorOffset = static_cast<int>(parsed.Offset());
+        m_error = QString::fromLatin1(rapidjson::GetParseError_En(parsed.Code()));
     }
-    return result;
+}
+
+int TextPositions::value(const JsonPath &path) const
+{
+    return find(path).value;
+}
+
+int TextPositions::key(const JsonPath &path) const
+{
+    return find(path).key;
+}
+
+TextPositions::Entry TextPositions::find(const JsonPath &path) const
+{
+    int number = 0;
+    for (const QString &name : path) {
+        const auto child = m_children.constFind({number, name});
+        if (child == m_children.constEnd())
+            break;
+        number = *child;
+    }
+    return m_entries.value(number, {0, 0});
 }
