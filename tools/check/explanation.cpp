@@ -49,27 +49,39 @@ QString sourceOf(const QVector<CommandLineWord> &words, const QStringList &optio
     return source;
 }
 
-// How the supervisor ends before it has done anything; empty: it does not.
+Payload sizeTable(const QString &programDir)
+{
+    return readPayload(PynxSystemManagerLogFilesSizeConfigPath().base(), programDir);
+}
+
+// How the supervisor ends before it runs the application; empty: it does not.
 Explanations explainEnd(const QStringList &arguments, const QString &programDir)
 {
     QString meaning;
-    if (arguments.isEmpty())
+    if (arguments.isEmpty()) {
         meaning = QStringLiteral("without arguments the supervisor prints its usage and ends with "
                                  "status 1");
-    else if (!canBeParsed(arguments, programDir))
-        meaning = QStringLiteral("the supervisor is ended by a failed assertion, because a size is "
-                                 "empty, or it cannot read the table of sizes");
-    else if (parseCommandLine(arguments, programDir).appPath.isEmpty())
-        meaning = QStringLiteral("the supervisor ends with status 1, because no application is "
-                                 "named");
+    } else if (!canBeParsed(arguments, programDir)) {
+        meaning = sizeTable(programDir).isKnown
+            ? QStringLiteral("an empty size ends the supervisor with a failed assertion")
+            : QStringLiteral("the supervisor cannot read the table of sizes, or not soon");
+    } else if (parseCommandLine(arguments, programDir).appPath.isEmpty()) {
+        meaning = QStringLiteral("without an application the supervisor ends with status 1");
+    }
     if (meaning.isEmpty())
         return {};
     return {{QStringLiteral("start"), false, QStringLiteral("arguments"), meaning}};
 }
 
-Explanations explainArguments(const CommandLine &options, const QStringList &arguments)
+Explanations explainArguments(const CommandLine &options, const QStringList &arguments,
+                              const QString &programDir)
 {
     const QVector<CommandLineWord> words = splitCommandLine(arguments);
+    const QString sizeName = QStringLiteral("--logfileSizeConf");
+    const QString sizeSource = sourceOf(words, {QStringLiteral("--logfileSize"), sizeName});
+    QString table;
+    if (sizeSource == sourceOf(words, {sizeName}))
+        table = QStringLiteral(", as in ") + sizeTable(programDir).source;
     const QString app = QStringLiteral("--app");
     const bool hasLog = !options.logFileName.isEmpty() && options.logSize != 0;
     const QString noLog =
@@ -89,9 +101,9 @@ Explanations explainArguments(const CommandLine &options, const QStringList &arg
          hasLog ? QStringLiteral("is continued where it exists; at the limit it becomes ")
                  + quoted(options.logFileName + QStringLiteral(".0"))
                 : noLog},
-        {QStringLiteral("log size"), options.logSize,
-         sourceOf(words, {QStringLiteral("--logfileSize"), QStringLiteral("--logfileSizeConf")}),
-         hasLog ? QStringLiteral("bytes; log and .0 take twice as much, and 64 KiB, at most")
+        {QStringLiteral("log size"), options.logSize, sizeSource,
+         hasLog ? QStringLiteral("bytes%1; log and .0 take twice as much, and 64 KiB, at most")
+                      .arg(table)
                 : noLog},
         {QStringLiteral("log time"), options.logTime,
          sourceOf(words, {QStringLiteral("--logTime")}),
@@ -136,12 +148,14 @@ QString memberSource(const QVariantHash &object, const QString &member, const QS
     return object.contains(member) ? source : defaultSource;
 }
 
-Explanations explainReports(const QString &programDir)
+Explanations explainReports(const QString &programDir, bool singleRun)
 {
     const QString name = PynxWatchdogAutomaticReportingPath().base();
     Explanations result = explainSwitch(
         QStringLiteral("reports"), name, programDir,
-        QStringLiteral("an archive when the application asks for one, and after a crash"),
+        singleRun ? QStringLiteral("an archive when the application asks for one, and lives 5 s")
+                  : QStringLiteral("an archive when the application asks for one, and after a "
+                                   "crash"),
         QStringLiteral("no archives; the upload and the files of reports do not matter"));
 
     const Payload content = readPayload(PynxSystemManagerLogReportConfigPath().base(), programDir);
@@ -237,17 +251,16 @@ Explanations explainMemoryLine(const QString &programDir)
                          QStringLiteral("no line about the memory"));
 }
 
-Explanations explainFeatures(const QString &programDir)
+Explanations explainFeatures(const QString &programDir, bool singleRun)
 {
-    return explainMemoryLine(programDir) + explainReports(programDir)
+    return explainMemoryLine(programDir) + explainReports(programDir, singleRun)
         + explainWatchList(programDir);
 }
 
 Explanations explainSizes(const QString &programDir)
 {
     const QString setting = QStringLiteral("sizes");
-    const Payload payload =
-        readPayload(PynxSystemManagerLogFilesSizeConfigPath().base(), programDir);
+    const Payload payload = sizeTable(programDir);
     if (!payload.isKnown)
         return {notKnown(setting, payload)};
     QVariantMap sizes;
@@ -306,13 +319,13 @@ Explanations explain(const QStringList &arguments, const QString &programDir)
     if (!canBeParsed(arguments, programDir))
         return result + explainSettings(programDir);
     const CommandLine options = parseCommandLine(arguments, programDir);
-    result += explainArguments(options, arguments);
+    result += explainArguments(options, arguments, programDir);
     if (!options.rotateOnly)
-        result += explainFeatures(programDir);
+        result += explainFeatures(programDir, options.singleRun);
     return result + explainFixed(options);
 }
 
 Explanations explainSettings(const QString &programDir)
 {
-    return explainFeatures(programDir) + explainSizes(programDir);
+    return explainFeatures(programDir, false) + explainSizes(programDir);
 }
