@@ -97,6 +97,20 @@ QJsonObject program(const QStringList &arguments, const QString &directory)
     return result;
 }
 
+// The limits that a name of the table gives; null where the text for it is empty.
+QJsonObject sizes(const QString &directory)
+{
+    const QString name = PynxSystemManagerLogFilesSizeConfigPath().base();
+    QJsonObject result;
+    for (const QString &each : readSettings(name, directory).toHash().keys()) {
+        const bool isEmpty = logFileSizeText(each, directory).isEmpty();
+        result.insert(each,
+                      isEmpty ? QJsonValue()
+                              : static_cast<double>(logFileSizeFromConf(each, directory)));
+    }
+    return result;
+}
+
 QJsonObject answer(const QJsonObject &question, const QString &directory)
 {
     QDir(directory).removeRecursively();
@@ -118,6 +132,8 @@ QJsonObject answer(const QJsonObject &question, const QString &directory)
         {QStringLiteral("findings"),
          toArray(checkArguments(arguments, directory) + checkSettings(directory))},
         {QStringLiteral("explanations"), toArray(explain(arguments, directory))},
+        {QStringLiteral("settings"), toArray(explainSettings(directory))},
+        {QStringLiteral("sizes"), sizes(directory)},
         {QStringLiteral("parsed"), parsed},
     };
     if (parsed) {

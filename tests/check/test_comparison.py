@@ -91,6 +91,12 @@ def test_the_values_are_those_of_the_program(answered: list[tuple[Object, Object
             assert explained == expected, case
 
 
+def test_the_sizes_are_those_of_the_program(answered: list[tuple[Object, Object]]) -> None:
+    for case, answer in answered:
+        explained, = (each["value"] for each in answer["settings"] if each["setting"] == "sizes")
+        assert explained == answer["sizes"], case
+
+
 def test_the_end_of_the_program_is_foretold(answered: list[tuple[Object, Object]]) -> None:
     ends: Counter[str] = Counter()
     for case, answer in answered:
@@ -188,3 +194,48 @@ def test_arguments_without_a_finding_take_effect(answered: list[tuple[Object, Ob
         expected = plain_reading(case["arguments"], sizes)
         assert {name: answer["explained"][name]["value"] for name in expected} == expected, case
     assert silent > CASES / 100
+
+
+def same(left: Any, right: Any) -> bool:
+    """Whether two values of JSON are the same, and of the same type."""
+    if isinstance(left, list) and isinstance(right, list):
+        return len(left) == len(right) and all(map(same, left, right))
+    return isinstance(left, bool) == isinstance(right, bool) and bool(left == right)
+
+
+def silent_documents(case: Object, answer: Object) -> dict[str, str]:
+    """The documents without a finding, by their paths."""
+    found = {each["file"] for each in answer["findings"]}
+    return {path: text for path, text in case["documents"].items()
+            if f"{answer['directory']}/{path}" not in found}
+
+
+def test_documents_without_a_finding_take_effect(answered: list[tuple[Object, Object]]) -> None:
+    silent: Counter[str] = Counter()
+    for case, answer in answered:
+        for path, text in silent_documents(case, answer).items():
+            assert answer["counts"][path], (path, text)
+            directory, name = path.split("/")
+            hidden = directory + "/" == FACTORY and answer["counts"].get(SITE + name)
+            if hidden or "reports" not in answer["explained"]:
+                continue
+            value, explained = content(text), answer["explained"]
+            if name == "WatchdogWatchProcessList.json":
+                assert explained["watch list"]["value"] == len(value)
+                expected = {f"watch {number} {member}": inner for number, entry in
+                            enumerate(value, 1) for member, inner in entry.items()
+                            if member[:1] not in ("_", "$")}
+            elif name == "SystemManagerLogReportConfig.json":
+                expected = {"report files": value["files"]}
+            elif name == "WatchdogAutomaticReportingConf.json":
+                expected = {"upload path": value["uploadPath"],
+                            "upload prefix": value["uploadFilePrefix"]}
+            elif name == "SystemManagerLogFilesSizeConfig.json":
+                continue  # what it means depends on the arguments
+            else:
+                setting, = (setting for setting in DOCUMENTS if DOCUMENTS[setting] == name)
+                expected = {setting: value}
+            for setting, inner in expected.items():
+                assert same(explained[setting]["value"], inner), (setting, text)
+            silent[directory] += 1
+    assert min(silent["settings"], silent["settings-default"]) > CASES / 100, silent

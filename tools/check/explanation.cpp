@@ -21,6 +21,7 @@ using Kind = CommandLineWord::Kind;
 using Explanations = QVector<Explanation>;
 
 constexpr QLatin1String defaultSource("default");
+constexpr int maxEntries = 1000; // of the watch list
 
 QString toCompactText(const QJsonObject &object)
 {
@@ -129,7 +130,7 @@ Explanations explainArguments(const CommandLine &options, const QStringList &arg
 Explanation notKnown(const QString &setting, const Payload &payload)
 {
     return {setting, QVariant(), payload.source,
-            QStringLiteral("not known: the document is no file, or larger than 1 MiB")};
+            QStringLiteral("not known: the document is no file, or too large for one")};
 }
 
 Explanations explainSwitch(const QString &setting, const QString &name, const QString &programDir,
@@ -235,10 +236,13 @@ Explanations explainWatchList(const QString &programDir)
     if (!payload.isKnown)
         return {notKnown(setting, payload)};
     const QVariantList entries = payload.value.toList();
-    Explanations result = {{setting, entries.size(), payload.source,
-                            entries.isEmpty() ? QStringLiteral("no process is watched")
-                                              : QStringLiteral("processes whose load is watched")}};
-    for (int i = 0; i < entries.size(); ++i)
+    QString meaning = QStringLiteral("processes whose load is watched");
+    if (entries.isEmpty())
+        meaning = QStringLiteral("no process is watched");
+    else if (entries.size() > maxEntries)
+        meaning += QStringLiteral("; the first %1 follow").arg(maxEntries);
+    Explanations result = {{setting, entries.size(), payload.source, meaning}};
+    for (int i = 0; i < std::min(entries.size(), maxEntries); ++i)
         result += explainWatch(i + 1, entries.at(i).toHash(), payload.source);
     return result;
 }
@@ -263,11 +267,12 @@ Explanations explainSizes(const QString &programDir)
     const Payload payload = sizeTable(programDir);
     if (!payload.isKnown)
         return {notKnown(setting, payload)};
+    const QVariantHash texts = payload.value.toHash();
     QVariantMap sizes;
-    const QStringList names = payload.value.toHash().keys();
-    for (const QString &name : names) {
-        const bool isEmpty = logFileSizeText(name, programDir).isEmpty();
-        sizes.insert(name, isEmpty ? QVariant() : logFileSizeFromConf(name, programDir));
+    for (auto entry = texts.constBegin(); entry != texts.constEnd(); ++entry) {
+        const QString text = entry.value().toString();
+        sizes.insert(entry.key(),
+                     text.isEmpty() ? QVariant() : static_cast<quint32>(parseSize(text)));
     }
     return {{setting, sizes, payload.source,
              QStringLiteral("bytes for each name that --logfileSizeConf takes; null ends the "

@@ -8,13 +8,17 @@
 
 namespace {
 
-constexpr qint64 largestDocument = 1024 * 1024; // bytes
-
 // A directory, or a file that is not there, cannot be opened, which the supervisor takes as empty.
+// A read of some of the kernel's files waits.
 bool mayBeRead(const QString &path)
 {
     const QFileInfo file(path);
-    return !file.exists() || file.isDir() || (file.isFile() && file.size() <= largestDocument);
+    if (!file.exists() || file.isDir())
+        return true;
+    const QString target = file.canonicalFilePath();
+    return file.isFile() && file.size() <= maxDocumentBytes
+        && !target.startsWith(QLatin1String("/proc/"))
+        && !target.startsWith(QLatin1String("/sys/"));
 }
 
 } // namespace

@@ -6,13 +6,16 @@
 #include <QStringList>
 #include <QVariant>
 
+/** What is larger is not read. A watch list of a thousand processes has less. */
+constexpr int maxDocumentBytes = 256 * 1024;
+
 /** The content of a settings document as the supervisor has it; a plain value. */
 struct Payload
 {
     QVariant value; ///< null: there is none
     QString source; ///< the path of the document that counts; "default": none does
 
-    /** Whether the document may be read: a pipe would be waited for, a huge file fill the memory.*/
+    /** Whether it could be read: a pipe would be waited for, and a huge file fill the memory. */
     bool isKnown = true;
 };
 

@@ -5,6 +5,7 @@
 #include "logging/settings.h"
 #include "platform/pynx_api.h"
 #include "tools/check/nearestname.h"
+#include "tools/check/payload.h"
 #include "tools/check/schema.h"
 
 #include <QFile>
@@ -21,7 +22,6 @@
 
 namespace {
 
-constexpr int maxBytes = 256 * 1024; // a watch list of a thousand processes has less
 constexpr int maxFindings = 1000;
 
 // The beginning of UTF-16 and UTF-32, which the supervisor recognises.
@@ -68,10 +68,10 @@ bool SettingsDocument::isReadable()
                                  "ever")));
         return false;
     }
-    if (status.st_size > maxBytes) {
+    if (status.st_size > maxDocumentBytes) {
         add(error(place, QStringLiteral("too-large"),
                   QStringLiteral("has %1 bytes and was not checked; settings have at most %2")
-                      .arg(QString::number(status.st_size), QString::number(maxBytes))));
+                      .arg(QString::number(status.st_size), QString::number(maxDocumentBytes))));
         return false;
     }
     // Some files of the kernel have no size, and a read of them waits.
@@ -91,7 +91,7 @@ bool SettingsDocument::readText()
                QStringLiteral("cannot be read (%1)").arg(file.errorString()));
         return false;
     }
-    const QByteArray bytes = file.read(maxBytes);
+    const QByteArray bytes = file.read(maxDocumentBytes);
     m_text = readSettingsText(m_path).toUtf8();
     m_lines = {0};
     for (int i = 0; i < m_text.size(); ++i) {
