@@ -373,11 +373,13 @@ def test_messages_that_nobody_takes_are_lost(
     assert running.application().pid
 
 
-@pytest.mark.parametrize("descriptor", ["1", "2"], ids=["output", "error"])
+@pytest.mark.parametrize("descriptor, end", [("1", ["wait"]), ("2", ["exit", "0"])],
+                         ids=["output", "error"])
 def test_a_reader_that_hangs_is_followed_by_a_reset(
-        device: DeviceFactory, sample: str, descriptor: str) -> None:
-    # The supervisor prints the application's output, and killall finds no process.
-    running = device(arguments=["--app", sample, "flood", "20000", "1000", "exit", "0"],
+        device: DeviceFactory, sample: str, descriptor: str, end: list[str]) -> None:
+    # The supervisor prints the application's output, and killall finds no process. An end of the
+    # application would interrupt the printing of its output.
+    running = device(arguments=["--app", sample, "flood", "20000", "1000", *end],
                      launcher=["python3", "-c", FILLED_PIPE, descriptor])
     is_reset(running)
 
