@@ -61,12 +61,16 @@ def test_it_has_every_file(bill: dict[str, Any], unpacked: Callable[[str], Path]
         "packageVerificationCodeValue": hashlib.sha1(sums.encode()).hexdigest()}
 
 
-def test_it_has_every_dependency(bill: dict[str, Any], packages: dict[str, Path],
-                                 architecture: str) -> None:
-    depends = run("dpkg-deb", "--field", packages[architecture], "Depends").strip()
+@pytest.mark.parametrize(("field", "kind"), [
+    ("Depends", "DEPENDS_ON"), ("Static-Built-Using", "STATIC_LINK")])
+def test_it_has_every_other_package(bill: dict[str, Any], packages: dict[str, Path],
+                                    architecture: str, field: str, kind: str) -> None:
+    named = run("dpkg-deb", "--field", packages[architecture], field).strip()
+    related = {entry["relatedSpdxElement"] for entry in bill["relationships"]
+               if entry["relationshipType"] == kind}
     listed = [f"{entry['name']} ({entry['versionInfo']})" if "versionInfo" in entry
-              else entry["name"] for entry in bill["packages"][1:]]
-    assert listed == depends.split(", ")
+              else entry["name"] for entry in bill["packages"] if entry["SPDXID"] in related]
+    assert listed == named.split(", ")
 
 
 def test_its_elements_are_related(bill: dict[str, Any]) -> None:
