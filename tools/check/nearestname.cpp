@@ -5,6 +5,7 @@
 #include <QVector>
 
 #include <algorithm>
+#include <cstdlib>
 
 namespace {
 
@@ -39,6 +40,8 @@ QString didYouMean(const QString &name, const QStringList &known)
     QString nearest;
     int least = std::max(1, name.size() / 3) + 1;
     for (const QString &candidate : known) {
+        if (std::abs(candidate.size() - name.size()) >= least)
+            continue; // at least so many characters are to be inserted or removed
         const int found = distance(name.toLower(), candidate.toLower());
         if (found < least) {
             least = found;
