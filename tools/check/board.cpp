@@ -2,9 +2,9 @@
 // SPDX-License-Identifier: MIT
 #include "tools/check/board.h"
 
-#include "logging/settings.h"
 #include "platform/pynx_api.h"
 #include "tools/check/boardparts.h"
+#include "tools/check/payload.h"
 #include "tools/check/systemdconfiguration.h"
 
 #include <QFile>
@@ -40,13 +40,7 @@ QString Board::tool(const QString &name) const
 
 QVariant Board::setting(const QString &name) const
 {
-    // The program's reading of a FIFO would wait for ever.
-    for (const char *directory : {"/settings/", "/settings-default/"}) {
-        const QFileInfo document(programDir + QLatin1String(directory) + name);
-        if (document.exists() && (!document.isFile() || document.size() > longestText))
-            return QVariant();
-    }
-    return readSettings(name, programDir);
+    return readPayload(name, programDir).value;
 }
 
 bool Board::makesReports() const
@@ -81,7 +75,8 @@ Findings checkBoard(const CommandLine &options, const QString &programDir, const
     board.root = root;
     board.seenByRoot = ::geteuid() == 0;
     findTools(board, unit);
-    Findings findings = checkRights(board) + checkLog(board) + checkAccount(board);
+    Findings findings =
+        checkRights(board) + checkLog(board) + checkApplication(board) + checkAccount(board);
     if (options.rotateOnly)
         return findings;
     return findings + checkSystem(board) + checkMarker(board) + checkSnapshots(board)

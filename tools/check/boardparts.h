@@ -45,6 +45,7 @@ SystemdConfiguration readUnit(const QString &root);
 void findTools(Board &board, const SystemdConfiguration &unit);
 
 Findings checkLog(const Board &board);
+Findings checkApplication(const Board &board);
 Findings checkAccount(const Board &board);
 Findings checkRights(const Board &board);
 Findings checkTools(const Board &board);

@@ -4,7 +4,8 @@
 
 #include <QFile>
 #include <QFileInfo>
-#include <QStandardPaths>
+
+#include <cerrno>
 
 #include <grp.h>
 #include <linux/capability.h>
@@ -44,7 +45,7 @@ Switched tryAccount(const passwd &account, const QByteArray &program)
         if (::initgroups(account.pw_name, account.pw_gid) == 0
             && ::setregid(account.pw_gid, account.pw_gid) == 0
             && ::setreuid(account.pw_uid, account.pw_uid) == 0) {
-            const bool executes = program.isEmpty() || ::access(program.constData(), X_OK) == 0;
+            const bool executes = ::access(program.constData(), X_OK) == 0;
             result = executes ? Switched::AndExecutes : Switched::AndFails;
         }
         ::_exit(static_cast<int>(result));
@@ -55,13 +56,25 @@ Switched tryAccount(const passwd &account, const QByteArray &program)
     return static_cast<Switched>(WEXITSTATUS(status));
 }
 
-// The application as the supervisor finds it, or an empty text where it is not there.
-QString application(const Board &board)
+// The application as the supervisor finds it; empty: it is not in its PATH.
+QString applicationFile(const Board &board)
 {
     const QString name = board.options.appPath;
-    if (!name.contains(QLatin1Char('/')))
-        return board.tool(name);
-    return QFileInfo(board.file(name)).isFile() ? board.file(name) : QString();
+    return name.contains(QLatin1Char('/')) ? board.file(name) : board.tool(name);
+}
+
+// Why it cannot be executed, as the end of a sentence; empty: it can. Of rights, only root can
+// tell.
+QString obstacle(const Board &board, const QString &application)
+{
+    if (application.isEmpty())
+        return QStringLiteral("is not in the supervisor's PATH");
+    const QByteArray file = QFile::encodeName(application);
+    if (::access(file.constData(), F_OK) != 0)
+        return board.seenByRoot || errno == ENOENT ? QStringLiteral("is missing") : QString();
+    const bool mayBe = !board.seenByRoot || ::access(file.constData(), X_OK) == 0;
+    return mayBe && QFileInfo(application).isFile() ? QString()
+                                                    : QStringLiteral("cannot be executed");
 }
 
 } // namespace
@@ -93,6 +106,19 @@ Findings checkRights(const Board &board)
     return findings;
 }
 
+Findings checkApplication(const Board &board)
+{
+    const QString why = board.options.appPath.isEmpty()
+        ? QString() // the check of the arguments tells
+        : obstacle(board, applicationFile(board));
+    if (why.isEmpty())
+        return {};
+    return {boardError("application",
+                       QStringLiteral("%1 %2, which counts as an application that ends with status "
+                                      "255 at once")
+                           .arg(quoted(board.options.appPath), why))};
+}
+
 Findings checkAccount(const Board &board)
 {
     const QString name = board.options.userName;
@@ -100,15 +126,21 @@ Findings checkAccount(const Board &board)
         return {};
     const passwd *account = ::getpwnam(name.toUtf8().constData());
     if (account == nullptr) {
-        return {boardError("account-unknown",
+        return {boardError("account",
                            QStringLiteral("there is no account %1: the application runs with the "
                                           "supervisor's own rights")
                                .arg(quoted(name)))};
     }
+    if (account->pw_uid == 0) {
+        return {boardWarning("account",
+                             QStringLiteral("the account %1 has all rights, as the supervisor has")
+                                 .arg(quoted(name)))};
+    }
     if (!board.seenByRoot)
         return {};
-    const QString program = application(board);
-    switch (tryAccount(*account, QFile::encodeName(program))) {
+    const QString application = applicationFile(board);
+    const bool isThere = obstacle(board, application).isEmpty();
+    switch (tryAccount(*account, QFile::encodeName(isThere ? application : QStringLiteral("/")))) {
     case Switched::Not:
         return {boardError("account-rights",
                            QStringLiteral("the supervisor may not switch to the account %1: the "
@@ -116,7 +148,7 @@ Findings checkAccount(const Board &board)
                                .arg(quoted(name)))};
     case Switched::AndFails:
         return {boardError("account-application",
-                           QStringLiteral("the account %1 may not execute %2, or not reach its "
+                           QStringLiteral("the account %1 may not execute %2 or not reach its "
                                           "directory: the application ends with status 255 at once")
                                .arg(quoted(name), quoted(board.options.appPath)))};
     case Switched::AndExecutes:
