@@ -249,13 +249,18 @@ def test_reports_and_watch_stand_for_settings_documents() -> None:
         ("a=b", 20, True), ("top", 0, True)]
 
 
-def test_the_check_tells_what_the_supervisor_will_not(simulate: Simulate, script: Script) -> None:
+def test_the_check_tells_what_the_supervisor_will_not(simulate: Simulate, script: Script,
+                                                      tmp_path: Path) -> None:
     script("exit 0", "application")
-    status, out, _ = outcome(simulate("--logfileSize", "huge", "--singleRun",
-                                      "--no-watchdog-device", "./application", "two words"))
+    name = "WatchdogMemoryReportingConf.json"
+    (tmp_path / name).write_text('{"value": {"type": "bool", "bool": true,}}', encoding="utf-8")
+    status, out, _ = outcome(simulate(
+        "--settings", name, "--logfileSize", "huge", "--singleRun", "--no-watchdog-device",
+        "./application", "two words"))
     assert status == 0
     assert "/application 'two words'\n" in out
-    assert re.search(f"(?m)^{_CLOCK}  check            arguments:2: error: .*$", out), out
+    places = re.findall(f"(?m)^{_CLOCK}  check            (.*): error: ", out)
+    assert places == [f"/supervisor/settings/{name}:1:41", "arguments:2"], out
     assert out.index("  check  ") < out.index("supervisor started")
 
 
