@@ -62,7 +62,7 @@ def test_it_has_every_file(bill: dict[str, Any], unpacked: Callable[[str], Path]
 
 
 @pytest.mark.parametrize(("field", "kind"), [
-    ("Depends", "DEPENDS_ON"), ("Static-Built-Using", "STATIC_LINK")])
+    ("Depends", "DEPENDS_ON"), ("Built-Using", "STATIC_LINK")])
 def test_it_has_every_other_package(bill: dict[str, Any], packages: dict[str, Path],
                                     architecture: str, field: str, kind: str) -> None:
     named = run("dpkg-deb", "--field", packages[architecture], field).strip()
