@@ -24,14 +24,14 @@ namespace {
 using Kind = CommandLineWord::Kind;
 using Words = QVector<CommandLineWord>;
 
-constexpr QLatin1String appOption("--app");
-constexpr QLatin1String nameOption("--logfileName");
-constexpr QLatin1String sizeOption("--logfileSize");
-constexpr QLatin1String sizeNameOption("--logfileSizeConf");
-constexpr QLatin1String userOption("--user");
-constexpr QLatin1String timeSwitch("--logTime");
-constexpr QLatin1String rotateSwitch("--rotateOnly");
-constexpr QLatin1String singleRunSwitch("--singleRun");
+const QLatin1String appOption("--app");
+const QLatin1String nameOption("--logfileName");
+const QLatin1String sizeOption("--logfileSize");
+const QLatin1String sizeNameOption("--logfileSizeConf");
+const QLatin1String userOption("--user");
+const QLatin1String timeSwitch("--logTime");
+const QLatin1String rotateSwitch("--rotateOnly");
+const QLatin1String singleRunSwitch("--singleRun");
 
 Place argument(int index)
 {

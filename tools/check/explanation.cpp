@@ -20,7 +20,7 @@ namespace {
 using Kind = CommandLineWord::Kind;
 using Explanations = QVector<Explanation>;
 
-constexpr QLatin1String defaultSource("default");
+const QLatin1String defaultSource("default");
 constexpr int maxEntries = 1000; // of the watch list
 
 QString toCompactText(const QJsonObject &object)
