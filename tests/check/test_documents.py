@@ -11,7 +11,7 @@ from pathlib import Path
 
 import pytest
 
-from conftest import Check
+from checked import Check
 from markers import enveloped, without_marks
 
 WATCH_LIST = "WatchdogWatchProcessList.json"

@@ -52,6 +52,8 @@ void checkSameProcess(SettingsDocument &document, const JsonPath &list,
         return document.valuePlace(list + JsonPath{QString::number(number)});
     };
     const auto tell = [&](int number, const QString &message, int other) {
+        if (document.isFull())
+            return;
         document.add(warning(placeOf(number), QStringLiteral("same-process"),
                              message.arg(QString::number(placeOf(other).line),
                                          QString::number(placeOf(other).column))));

@@ -22,6 +22,7 @@
 
 namespace {
 
+constexpr int maxValues = 20000;
 constexpr int maxFindings = 1000;
 
 // The beginning of UTF-16 and UTF-32, which the supervisor recognises.
@@ -93,6 +94,11 @@ bool SettingsDocument::readText()
     }
     const QByteArray bytes = file.read(maxDocumentBytes);
     m_text = readSettingsText(m_path).toUtf8();
+    if (m_text.count(',') > maxValues) {
+        add(error(place, QStringLiteral("too-large"),
+                  QStringLiteral("has more than %1 values and was not checked").arg(maxValues)));
+        return false;
+    }
     m_lines = {0};
     for (int i = 0; i < m_text.size(); ++i) {
         if (m_text.at(i) == '\n')
@@ -235,13 +241,17 @@ QJsonValue SettingsDocument::json(const JsonPath &path) const
     return value;
 }
 
-Place SettingsDocument::placeOf(int offset) const
+Place SettingsDocument::placeOf(int anyOffset) const
 {
+    const int offset = qBound(0, anyOffset, m_text.size());
     const auto next = std::upper_bound(m_lines.cbegin(), m_lines.cend(), offset);
     const int line = static_cast<int>(next - m_lines.cbegin());
     const int begin = line == 0 ? 0 : *(next - 1);
-    const QByteArray before = m_text.mid(begin, offset - begin);
-    return {m_path, line, QString::fromUtf8(before).toUcs4().size() + 1};
+    // Each character has one byte that does not continue another one.
+    const auto characters =
+        std::count_if(m_text.cbegin() + begin, m_text.cbegin() + offset,
+                      [](char byte) { return (static_cast<uchar>(byte) & 0xc0U) != 0x80U; });
+    return {m_path, line, static_cast<int>(characters) + 1};
 }
 
 void SettingsDocument::add(const Finding &finding, const JsonPath &path)
@@ -267,8 +277,8 @@ Findings SettingsDocument::findings() const
     });
     if (isFull()) {
         sorted.append(
-            warning({m_path}, QStringLiteral("too-many"),
-                    QStringLiteral("only the first %1 findings are told").arg(maxFindings)));
+            error({m_path}, QStringLiteral("too-many"),
+                  QStringLiteral("has more mistakes than the %1 above").arg(maxFindings)));
     }
     return sorted;
 }
