@@ -68,7 +68,8 @@ def test_the_size_at_which_the_log_is_rotated(start: Start, foretell: Foretell,
 
 def test_without_a_size_there_is_no_log(start: Start, foretell: Foretell) -> None:
     options = ["--rotateOnly", "--singleRun", "--logfileSizeConf", "unknown"]
-    running = start("print", "shown\\n", options=options, settings=log_sizes(known="4k"))
+    running = start("print", "shown\\n", options=options,
+                    settings=log_sizes(known="4k", fits=False))
     assert running.wait_supervisor_exit() == 0
     assert foretell(running, started_with(options))["log size"] == 0
     assert not running.host_path(LOG).exists()
@@ -120,7 +121,8 @@ def test_the_watch_list(start: Start, foretell: Foretell) -> None:
     settings = watch_list(
         {"name": "burner", "maxLoad": "0", "period": 2.0, "maxReports": "2"},
         {"name": "absent", "arguments": ["-d", 5, True], "maxLoad": 1, "maxReports": 9},
-        {"name": "a-name-of-16-byt", "maxLoad": 0.5, "period": None, "maxReports": 1e99})
+        {"name": "a-name-of-16-byt", "maxLoad": 0.5, "period": None, "maxReports": 1e99},
+        fits=False)
     running = start("name", "burner", "burn", "1", "50", "wait", settings=settings)
     explained = foretell(running, started_with())
     assert explained["watch list"] == 3
@@ -166,7 +168,7 @@ def test_the_place_and_the_files_of_an_archive(start: Start, foretell: Foretell,
 ])
 def test_a_supervisor_that_cannot_start(device: DeviceFactory, foretell: Foretell,
                                         arguments: list[str], status: int) -> None:
-    running = device(arguments=arguments, settings=log_sizes(empty=""))
+    running = device(arguments=arguments, settings=log_sizes(empty="", fits=False))
     assert running.wait_supervisor_exit() == status
     explained = foretell(running, arguments)
     assert next(iter(explained.items())) == ("start", False)

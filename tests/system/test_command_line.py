@@ -76,7 +76,7 @@ def test_the_size_may_come_from_the_settings(start: Start) -> None:
 def test_the_later_size_wins(start: Start) -> None:
     running = start("flood", "8000", "100", "print", "end\\n", "wait", log_size="1k",
                     options=["--logfileSizeConf", "small", "--rotateOnly", "--logfileSize", "1M"],
-                    settings=log_sizes(small="4k"))
+                    settings=log_sizes(small="4k", fits=False))
     wait_until(lambda: content(running).endswith(b"end\n"), "all is in the log")
     assert not running.host_path(OLD_LOG).exists()
 
@@ -92,7 +92,7 @@ def test_the_factory_settings_serve_where_the_site_has_none(start: Start) -> Non
 def test_no_size_anywhere_means_no_log_file(start: Start) -> None:
     running = start("print", "shown\\n",
                     options=["--rotateOnly", "--singleRun", "--logfileSizeConf", "unknown"],
-                    settings_default=log_sizes(known="4k"))
+                    settings_default=log_sizes(known="4k", fits=False))
     assert running.wait_supervisor_exit() == 0
     assert not running.host_path(LOG).exists()
     assert b"shown\n" in running.stdout
