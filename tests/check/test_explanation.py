@@ -164,6 +164,20 @@ def test_an_end_at_the_start_is_told_first(tool: Tool, arguments: list[str],
     assert "memory line: true\n" in text
 
 
+@pytest.mark.parametrize("arguments, setting, source", [
+    (["--user", "a", "--user", "b"], "account", "arguments:3"),
+    (["--logfileSize", "1k", "--logfileSizeConf", "product"], "log size", "arguments:3"),
+    (["--logfileSizeConf", "product", "--logfileSize", "1k"], "log size", "arguments:3"),
+    (["--logTime", "stray", "--logTime"], "log time", "arguments:3"),
+    (["--logfileName", "--logTime"], "log time", "default"),
+    (["--logtime"], "log time", "default"),
+])
+def test_the_last_of_several_arguments_is_the_source(tool: Tool, arguments: list[str],
+                                                     setting: str, source: str) -> None:
+    explained = tool.explained([*arguments, "--app", "/bin/sh", "--user", "c", "--logTime"])
+    assert explained[setting]["source"] == source
+
+
 def test_where_no_document_counts_the_default_does(tool: Tool) -> None:
     for name in SETTINGS:
         (tool.program_dir / "settings" / name).write_text("{", encoding="utf-8")
