@@ -1,0 +1,43 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""The texts that the reader knows are those of the program's sources."""
+
+from __future__ import annotations
+
+import re
+from pathlib import Path
+
+import pytest
+
+from pynx_watchdog_evidence import texts
+
+PROJECT = Path(__file__).parents[2]
+PARTS = ("app", "common", "health", "load", "logging", "report")
+
+
+def literals(file: str) -> str:
+    """All texts in a source, one after the other; what the compiler joins is joined."""
+    source = re.sub(r'"\s*\n\s*"', "", (PROJECT / file).read_text())
+    return "\n".join(re.findall(r'"((?:[^"\\\n]|\\.)*)"', source))
+
+
+@pytest.mark.parametrize("text", texts.LOG_TEXTS, ids=[text.kind for text in texts.LOG_TEXTS])
+def test_a_line_of_the_log_is_made_of_texts_of_the_program(text: texts.LogText) -> None:
+    written = literals(text.source)
+    for piece in text.pieces:
+        assert piece in written
+
+
+@pytest.mark.parametrize("source, text", [
+    (texts.MARKERS_SOURCE, texts.FILE_MARKER.decode()),
+    (texts.MARKERS_SOURCE, texts.TEXT_MARKER.decode()),
+    texts.END_SOURCE, texts.START_FAILED_SOURCE,
+])
+def test_a_message_is_a_text_of_the_program(source: str, text: str) -> None:
+    assert text in literals(source)
+
+
+@pytest.mark.parametrize("text", set(texts.STANDARD_ERROR) - {"pYNX: no process found"})
+def test_standard_error_has_texts_of_the_program(text: str) -> None:
+    sources = [file for part in PARTS for file in (PROJECT / part).glob("*.cpp")]
+    assert any(text in literals(str(file)) for file in sources)

@@ -1,0 +1,42 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""The command line of pynx-watchdog-evidence."""
+
+from __future__ import annotations
+
+import argparse
+import json
+import sys
+from collections.abc import Sequence
+from pathlib import Path
+
+from .join import events_of
+
+
+def main(arguments: Sequence[str] | None = None) -> int:
+    """Read what the command line names, and print what happened. Returns the exit status."""
+    parser = argparse.ArgumentParser(
+        prog="pynx-watchdog-evidence",
+        description="Tells what happened, from the logs, archives and messages of the supervisor.")
+    parser.add_argument("paths", metavar="PATH", nargs="+", type=Path,
+                        help="a log, an archive, a text of the system log or of the supervisor's "
+                             "standard error, or a directory with any of these")
+    parser.add_argument("--jsonl", action="store_true",
+                        help="print the events as JSON, one a line")
+    options = parser.parse_args(arguments)
+
+    failed: list[Path] = []
+
+    def complain(path: Path, reason: str) -> None:
+        failed.append(path)
+        print(f"pynx-watchdog-evidence: {path}: {reason}", file=sys.stderr)
+
+    found = 0
+    try:
+        for event in events_of(options.paths, complain):
+            found += 1
+            print(json.dumps(event.as_dict()))
+        sys.stdout.flush()
+    except BrokenPipeError:
+        sys.stderr.close()
+    return 1 if failed and not found else 0

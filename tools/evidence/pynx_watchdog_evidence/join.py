@@ -1,0 +1,73 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""Joins the events of many sources: each once, in the order of their times."""
+
+from __future__ import annotations
+
+from collections.abc import Callable, Iterable, Iterator
+from datetime import datetime, timedelta, timezone
+from pathlib import Path
+
+from . import sources
+from .events import Event
+
+Complain = Callable[[Path, str], None]
+
+
+def events_of(paths: Iterable[Path], complain: Complain) -> Iterator[Event]:
+    """The events in the files at `paths`. A file that cannot be read is left out and told."""
+    files = sorted({file.resolve(): file for path in paths for file in sources.find(path)}.values())
+    halves = {sources.older_half(file) for file in files}
+    logs = [file for file in files if file not in halves or not _log_of(file).is_file()]
+    if len(logs) == 1:
+        yield from _readable(logs[0], complain)
+        return
+    yield from _in_order([list(_readable(file, complain)) for file in logs])
+
+
+def _log_of(half: Path) -> Path:
+    return half.with_name(half.name.removesuffix(".0"))
+
+
+def _readable(file: Path, complain: Complain) -> Iterator[Event]:
+    try:
+        yield from sources.read(file)
+    except sources.Unreadable as error:
+        complain(file, str(error))
+
+
+def _in_order(found: list[list[Event]]) -> Iterator[Event]:
+    offset = _most_frequent_offset(found)
+    placed = []
+    for number, events in enumerate(found):
+        latest = datetime.min.replace(tzinfo=timezone.utc)
+        for position, event in enumerate(events):
+            # In a source the order is that of the lines, also where the clock was set back.
+            latest = max(latest, _utc(event.time, offset)) if event.time else latest
+            placed.append((latest, number, position, event))
+    seen: set[object] = set()
+    for *_, event in sorted(placed, key=lambda place: place[:3]):
+        if event.identity is not None:
+            if event.identity in seen:
+                continue
+            seen.add(event.identity)
+        yield event
+
+
+def _utc(time: datetime, offset: timedelta) -> datetime:
+    if time.tzinfo is None:
+        time = time.replace(tzinfo=timezone(offset))
+    return time.astimezone(timezone.utc)
+
+
+def _most_frequent_offset(found: list[list[Event]]) -> timedelta:
+    """What a local time without an offset is taken for."""
+    counts: dict[timedelta, int] = {}
+    for events in found:
+        for event in events:
+            known = event.time.utcoffset() if event.time else None
+            if known is not None:
+                counts[known] = counts.get(known, 0) + 1
+    # A source in UTC, such as the journal, tells nothing about the local time.
+    local = {known: count for known, count in counts.items() if known} or counts
+    return max(local, key=lambda known: local[known], default=timedelta())

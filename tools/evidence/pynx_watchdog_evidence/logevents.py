@@ -1,0 +1,93 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""Makes events of the lines in the application's log."""
+
+from __future__ import annotations
+
+from collections.abc import Callable, Iterable, Iterator
+from typing import Any, BinaryIO
+
+from .events import Clock, Event
+from .log import REQUEST, Line, lines
+
+ENDED_LOAD = 1e6  # percent; the load of a process that has ended is far more
+
+
+def log_events(streams: Iterable[BinaryIO], source: str, clock: Clock) -> Iterator[Event]:
+    """The events in a log, in its order. `streams` are its older half, if there is one, and it."""
+    alarm: Alarm | None = None
+    # An event without a time of its own is known by the last time before it, and how far it is.
+    anchor = ("", 0)
+    for line in lines(streams):
+        own_time = line.fields.get("time") or line.fields.get("gmt")
+        if own_time:
+            anchor = (own_time, line.number)
+        if line.kind == "time line":
+            clock.note_time_line(line.fields["gmt"])
+            continue
+        if alarm:
+            if alarm.take(line):
+                continue
+            yield alarm.event
+            alarm = None
+        if line.kind == "alarm":
+            alarm = Alarm(line, source, clock)
+        elif line.kind in _SINGLE:
+            event = _event(line, source, clock)
+            event.identity = (line.kind, *line.fields.values(), anchor[0], line.number - anchor[1])
+            yield event
+    if alarm:
+        yield alarm.event
+
+
+class Alarm:
+    """An alarm, and the lines that belong to it: they follow it, without another one between."""
+
+    def __init__(self, line: Line, source: str, clock: Clock) -> None:
+        self.event = _event(line, source, clock)
+        self.event.identity = (line.kind, *line.fields.values())
+        self.event.fields["samples"] = []
+        self._last = line.number
+
+    def take(self, line: Line) -> bool:
+        """Take `line` in if it belongs to the alarm."""
+        samples: list[dict[str, Any]] = self.event.fields["samples"]
+        if line.kind not in ("interval", "load", "thread total", "thread") \
+                or not samples and line.kind != "interval":
+            return False
+        if line.number > self._last + 2:  # there may be a time line between
+            return False
+        self._last = line.number
+        if line.kind == "interval":
+            samples.append({"interval_ms": int(line.fields["interval_ms"])})
+            return True
+        load = float(line.fields["load"])
+        sample = samples[-1]
+        if line.kind == "load":
+            sample["load"] = load
+            if load > ENDED_LOAD or not line.fields["process"]:
+                sample["ended"] = True
+        elif line.kind == "thread total":
+            sample["thread_total"] = load
+            sample["threads"] = []
+        else:
+            sample.setdefault("threads", []).append(
+                {"name": line.fields["thread"], "load": load})
+        return True
+
+
+_SINGLE: dict[str, dict[str, Callable[[str], Any]]] = {
+    "start": {"program": str},
+    "alarm": {"process": str, "pid": int, "threshold": int, "period": int},
+    "not_found": {"process": str, "arguments": str, "seconds": int},
+    "memory": {"free_kib": int, "cache_kib": int},
+    REQUEST: {"name": str, "file": str},
+}
+
+
+def _event(line: Line, source: str, clock: Clock) -> Event:
+    text = line.fields.get("time")
+    time = clock.last_time_line() if text is None else clock.local(text)
+    found = {name: read(line.fields[name]) if name in line.fields else None
+             for name, read in _SINGLE[line.kind].items()}
+    return Event(line.kind, time, source, line.number, found)

@@ -1,0 +1,167 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""Finds the supervisor's messages in a text of the system log, a journal or its standard error."""
+
+from __future__ import annotations
+
+import json
+import re
+from collections.abc import Iterable, Iterator
+from datetime import datetime, timedelta, timezone
+from typing import Any, NamedTuple
+
+from . import texts
+from .events import Event
+
+TAG = "pynx_watchdog"
+
+
+class Message(NamedTuple):
+    """A message of the supervisor's, or of the board tools'."""
+
+    time: datetime | None
+    line: int
+    text: str
+    boot: str | None = None  # the id of its boot
+
+
+def message_events(messages: Iterable[Message], source: str) -> Iterator[Event]:
+    """The events that the messages tell of."""
+    for message in messages:
+        kind, fields = _meaning(message.text)
+        if message.boot:
+            fields["boot_id"] = message.boot
+        identity = message.time and (message.text, message.time.replace(microsecond=0))
+        yield Event(kind, message.time, source, message.line, fields, identity)
+
+
+def _meaning(text: str) -> tuple[str, dict[str, Any]]:
+    if found := texts.END.search(text):
+        part = {name: int(value or 0) for name, value in found.groupdict().items()}
+        uptime = ((part["days"] * 24 + part["hours"]) * 60 + part["minutes"]) * 60 + part["seconds"]
+        return "end", {"exit_code": part["code"], "crash": part["crash"] == 1, "uptime": uptime}
+    if found := texts.START_FAILED.search(text):
+        return "start_failed", {"code": int(found["code"])}
+    if texts.THIRD_END in text:
+        return "reboot", {"reason": "third end"}
+    if texts.READ_ONLY_ROOT in text:
+        return "reboot", {"reason": "read-only root"}
+    return "message", {"text": text}
+
+
+_ISO = r"(?P<iso>\d{4}-\d\d-\d\d[T ]\d\d:\d\d:\d\d(?:[.,]\d+)?(?:[-+]\d\d:?\d\d|Z)?)"
+_CLASSIC = r"(?P<classic>[A-Z][a-z]{2} [ \d]\d \d\d:\d\d:\d\d(?:\.\d+)?)"
+_PREFIX = re.compile(rf"(?:<\d+>)?(?:{_ISO}|{_CLASSIC}) (?:[^ ]+ )?{TAG}(?:\[\d+\])?: (?P<text>.*)")
+
+
+def system_log(lines: Iterable[str], year: int) -> Iterator[Message]:
+    """The messages in a text of the system log.
+
+    The classic form of it has no year in its times. The last line is taken to be of `year` at most,
+    and each earlier one of the same year as the one after it, or of the year before.
+    """
+    found = []
+    for number, line in enumerate(lines, 1):
+        if match := _PREFIX.match(line):
+            found.append((number, match))
+    times: list[datetime | None] = []
+    later: datetime | None = None
+    for _, match in reversed(found):
+        time = _time(match, year if later is None else later.year)
+        if match["classic"] and time and later and time - later > timedelta(days=31):
+            time = time.replace(year=time.year - 1)
+        if match["classic"]:
+            later = time or later
+        times.append(time)
+    for (number, match), time in zip(found, reversed(times)):
+        yield Message(time, number, match["text"])
+
+
+def _time(match: re.Match[str], year: int) -> datetime | None:
+    try:
+        if match["iso"]:
+            return datetime.fromisoformat(re.sub(r"([-+]\d\d)(\d\d)$", r"\1:\2", match["iso"]
+                                                 .replace(",", ".").replace("Z", "+00:00")))
+        return datetime.strptime(f"{year} {match['classic'].split('.')[0]}", "%Y %b %d %H:%M:%S")
+    except ValueError:
+        return None
+
+
+def standard_error(lines: Iterable[str]) -> Iterator[Message]:
+    """The messages in what the supervisor has printed on standard error: it has no times."""
+    for number, line in enumerate(lines, 1):
+        if line := line.rstrip("\n"):
+            yield Message(None, number, line)
+
+
+def journal_json(lines: Iterable[str]) -> Iterator[Message]:
+    """The messages in the output of `journalctl -o json`."""
+    for number, line in enumerate(lines, 1):
+        try:
+            entry = json.loads(line)
+        except (ValueError, RecursionError):
+            continue
+        if isinstance(entry, dict):
+            yield from _journal_entry(entry, number)
+
+
+def journal_export(data: bytes) -> Iterator[Message]:
+    """The messages in the output of `journalctl -o export`."""
+    entry: dict[str, Any] = {}
+    number, first, at = 1, 1, 0
+    while at < len(data):
+        end = data.find(b"\n", at)
+        end = len(data) if end < 0 else end
+        line = data[at:end]
+        at = end + 1
+        if not line:
+            yield from _journal_entry(entry, first)
+            entry, first = {}, number + 1
+        elif b"=" in line:
+            name, value = line.split(b"=", 1)
+            entry[name.decode(errors="replace")] = value.decode(errors="replace")
+        else:  # a binary value: its size in 8 bytes, then it
+            size = int.from_bytes(data[at:at + 8], "little")
+            value = data[at + 8:at + 8 + size]
+            entry[line.decode(errors="replace")] = value.decode(errors="replace")
+            number += data.count(b"\n", at, at + 9 + size)
+            at += 9 + size
+        number += 1
+    yield from _journal_entry(entry, first)
+
+
+def _journal_entry(entry: dict[str, Any], number: int) -> Iterator[Message]:
+    text = entry.get("MESSAGE")
+    if isinstance(text, list):  # bytes that are no UTF-8
+        text = bytes(part for part in text if isinstance(part, int) and 0 <= part < 256) \
+            .decode(errors="replace")
+    if entry.get("SYSLOG_IDENTIFIER") != TAG or not isinstance(text, str):
+        return
+    try:
+        time = datetime.fromtimestamp(int(entry["__REALTIME_TIMESTAMP"]) / 1e6, timezone.utc)
+    except (KeyError, TypeError, ValueError, OverflowError, OSError):
+        time = None
+    boot = entry.get("_BOOT_ID")
+    yield Message(time, number, text, boot if isinstance(boot, str) else None)
+
+
+def account(lines: Iterable[str]) -> Iterator[Message]:
+    """The messages in the account of a simulated device."""
+    for number, line in enumerate(lines, 1):
+        try:
+            entry = json.loads(line)
+            if entry["source"] in ("system log", "supervisor") and isinstance(entry["text"], str):
+                yield Message(datetime.fromtimestamp(entry["wall"], timezone.utc), number,
+                              entry["text"], str(entry.get("boot")))
+        except (ValueError, RecursionError, KeyError, TypeError, OverflowError, OSError):
+            continue
+
+
+def is_system_log(text: str) -> bool:
+    """Whether a file that begins with `text` is a text of the system log."""
+    return any(_PREFIX.match(line) for line in text.split("\n"))
+
+
+def is_standard_error(text: str) -> bool:
+    """Whether a file that begins with `text` is what the supervisor printed on standard error."""
+    return any(line.startswith(texts.STANDARD_ERROR) for line in text.split("\n"))

@@ -1,0 +1,210 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""Finds out what each file is, and reads its events."""
+
+from __future__ import annotations
+
+import json
+import os
+import re
+from collections.abc import Callable, Iterator
+from contextlib import ExitStack
+from datetime import datetime, timedelta
+from pathlib import Path
+from typing import Any, BinaryIO
+
+from . import messages, texts
+from .archives import Archive, open_archive
+from .events import Clock, Event
+from .logevents import log_events
+from .snapshots import looks_like_snapshots, snapshots
+
+BEGINNING = 1 << 16  # bytes of a file that tell what it is
+LARGEST_TEXT = 1 << 26  # bytes that are read of what is no log
+ACCOUNT = "account.jsonl"  # of a simulated device
+
+
+class Unreadable(Exception):
+    """A file that cannot be read; the text says why."""
+
+
+def find(path: Path) -> Iterator[Path]:
+    """The files at `path`, which is one itself or a directory. Links are not followed there.
+
+    Of a simulated device, these are its account and what the board has written below tmp/.
+    """
+    if not path.is_dir():
+        yield path
+        return
+    for directory, directories, names in os.walk(path):
+        directories.sort()
+        if ACCOUNT in names:
+            directories[:] = ["tmp"]
+            names = [ACCOUNT]
+        for name in sorted(names):
+            file = Path(directory, name)
+            if file.is_file() and not file.is_symlink():
+                yield file
+
+
+def older_half(path: Path) -> Path:
+    """Where the older half of the log at `path` is."""
+    return path.with_name(path.name + ".0")
+
+
+def read(path: Path) -> Iterator[Event]:
+    """The events in the file at `path`; those of a log's older half come first.
+
+    Raises Unreadable.
+    """
+    try:
+        if not path.is_file():
+            raise Unreadable("it is no file")
+        with ExitStack() as files:
+            older = older_half(path)
+            streams: list[BinaryIO] = [
+                files.enter_context(file.open("rb"))
+                for file in ((older, path) if older.is_file() else (path,))]
+            yield from _read(str(path), path.name, streams, _Context(_changed(path)))
+    except OSError as error:
+        raise Unreadable(error.strerror or str(error)) from error
+
+
+def _changed(path: Path) -> datetime:
+    return datetime.fromtimestamp(path.stat().st_mtime)
+
+
+class _Context:
+    """What is known about a file beforehand."""
+
+    def __init__(self, latest: datetime, offset: timedelta | None = None) -> None:
+        self.latest = latest
+        self.offset = offset
+
+
+def _read(source: str, name: str, streams: list[BinaryIO], context: _Context) -> Iterator[Event]:
+    """The events of a file. `streams` are the halves of a log, or one stream of anything else."""
+    stream = streams[-1]
+    beginning = stream.read(BEGINNING)
+    stream.seek(0)
+    if beginning.startswith(b"\x1f\x8b"):
+        yield from _archive(source, name, stream)
+        return
+    reader = _reader(name, beginning)
+    if reader is None:
+        yield from log_events(streams, source, Clock(context.offset))
+    else:
+        yield from reader(source, stream.read(LARGEST_TEXT), context)
+
+
+Reader = Callable[[str, bytes, _Context], Iterator[Event]]
+
+
+def _reader(name: str, beginning: bytes) -> Reader | None:
+    """What reads a file with this beginning; None for a log."""
+    text = beginning.decode(errors="replace")
+    if name == ACCOUNT:
+        return _account
+    if text.startswith("__CURSOR="):
+        return _journal_export
+    if text.startswith("{") and "__REALTIME_TIMESTAMP" in text:
+        return _journal_json
+    if looks_like_snapshots(text):
+        return _snapshots
+    if messages.is_system_log(text):
+        return _system_log
+    if messages.is_standard_error(text) and not any(
+            line.pattern.search(beginning) for line in texts.LOG_TEXTS):
+        return _standard_error
+    return None
+
+
+def _lines(data: bytes) -> list[str]:
+    return data.decode(errors="replace").split("\n")
+
+
+def _account(source: str, data: bytes, _context: _Context) -> Iterator[Event]:
+    return messages.message_events(messages.account(_lines(data)), source)
+
+
+def _journal_export(source: str, data: bytes, _context: _Context) -> Iterator[Event]:
+    return messages.message_events(messages.journal_export(data), source)
+
+
+def _journal_json(source: str, data: bytes, _context: _Context) -> Iterator[Event]:
+    return messages.message_events(messages.journal_json(_lines(data)), source)
+
+
+def _system_log(source: str, data: bytes, context: _Context) -> Iterator[Event]:
+    return messages.message_events(messages.system_log(_lines(data), context.latest.year), source)
+
+
+def _standard_error(source: str, data: bytes, _context: _Context) -> Iterator[Event]:
+    return messages.message_events(messages.standard_error(_lines(data)), source)
+
+
+def _snapshots(source: str, data: bytes, context: _Context) -> Iterator[Event]:
+    found = list(snapshots(data.decode(errors="replace")))
+    # The snapshots have no date. The last was taken before the file was written.
+    latest = context.latest
+    times: list[datetime | None] = []
+    for snapshot in reversed(found):
+        time = None
+        if snapshot.clock:
+            time = datetime.combine(latest.date(), snapshot.clock)
+            if time > latest + timedelta(minutes=1):
+                time -= timedelta(days=1)
+            latest = time
+        times.append(time)
+    for snapshot, time in zip(found, reversed(times)):
+        yield Event("snapshot", time, source, snapshot.line,
+                    {"load_average": snapshot.load_average, "processes": snapshot.processes},
+                    ("snapshot", snapshot.text))
+
+
+def _archive(source: str, name: str, stream: BinaryIO) -> Iterator[Event]:
+    with open_archive(stream, name) as archive:
+        manifest = _manifest(archive)
+        made = _made(manifest)
+        fields: dict[str, Any] = {"name": archive.name, "members": archive.members,
+                                  "complete": archive.complete}
+        if archive.problem:
+            fields["problem"] = archive.problem
+        if manifest:
+            fields["manifest"] = manifest
+        yield Event("archive", archive.time or made, source, 0, fields,
+                    ("archive", name, *archive.members))
+        offset = made.utcoffset() if made else None
+        latest = made or archive.time or datetime.now().astimezone()
+        context = _Context(latest.replace(tzinfo=None), offset)
+        journal = manifest.get("journal") if manifest else None
+        if isinstance(journal, list):
+            lines = [line for line in journal if isinstance(line, str)]
+            yield from messages.message_events(
+                messages.system_log(lines, latest.year), f"{source}!manifest.json")
+        for member, file in archive.files.items():
+            older = archive.files.get(member + ".0")
+            if member == "manifest.json" or member.endswith(".0") and member[:-2] in archive.files:
+                continue
+            yield from _read(f"{source}!{member}", os.path.basename(member),
+                             [older, file] if older else [file], context)
+
+
+def _manifest(archive: Archive) -> dict[str, Any] | None:
+    file = archive.files.get("manifest.json")
+    if file is None:
+        return None
+    try:
+        manifest = json.loads(file.read(LARGEST_TEXT))
+    except (ValueError, RecursionError):
+        return None
+    return manifest if isinstance(manifest, dict) else None
+
+
+def _made(manifest: dict[str, Any] | None) -> datetime | None:
+    text = manifest.get("time") if manifest else None
+    try:
+        return datetime.fromisoformat(re.sub(r"([-+]\d\d)(\d\d)$", r"\1:\2", text)) \
+            if isinstance(text, str) else None
+    except ValueError:
+        return None

@@ -1,0 +1,92 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""The texts that the supervisor writes, as patterns.
+
+This is the only module that knows them. Each pattern stands beside the pieces of text from which
+it is made, as they are in the program's sources, so that a test can compare the two.
+"""
+
+from __future__ import annotations
+
+import re
+from typing import NamedTuple
+
+LOCAL_TIME = rb"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}"
+"""The local time of the supervisor's own lines, without an offset."""
+
+
+class LogText(NamedTuple):
+    """One kind of line that the supervisor writes into the application's log."""
+
+    kind: str
+    needle: bytes  # is in every line of this kind, and seldom in others
+    pattern: re.Pattern[bytes]
+    source: str  # the file of the program that writes it
+    pieces: tuple[str, ...]  # of the text, as they stand in that file
+
+
+def _line(kind: str, needle: bytes, pattern: bytes, source: str, *pieces: str) -> LogText:
+    return LogText(kind, needle, re.compile(pattern), source, pieces)
+
+
+_TIME = rb"(?P<time>" + LOCAL_TIME + rb")"
+
+LOG_TEXTS = (
+    # A time line can stand at the end of a line that the run before did not finish.
+    _line("time line", b"-- Time: ",
+          rb"-- Time: (?P<gmt>\w{3} \w{3} +\d+ \d\d:\d\d:\d\d \d{4}) GMT$",
+          "logging/logprocessor.cpp", "-- Time: "),
+    _line("start", b" Watchdog: Starting app: ",
+          _TIME + rb" Watchdog: Starting app: (?P<program>.*) $",
+          "app/watchdog.cpp", "%1 Watchdog: %2 ", "Starting app: "),
+    _line("alarm", b") cpu load is : ",
+          _TIME + rb" Process:(?P<process>.*) \((?P<pid>-?\d+)\) cpu load is : "
+          rb"(?P<threshold>-?\d+) for (?P<period>-?\d+) seconds $",
+          "load/systemloadstat.cpp", "Process:", ") cpu load is : ", " for ", " seconds "),
+    _line("interval", b" Time between two invocations:",
+          _TIME + rb" Time between two invocations:(?P<interval_ms>-?\d+)ms$",
+          "load/systemloadstat.cpp", "Time between two invocations:"),
+    _line("load", b" cpu load:",
+          _TIME + rb" (?P<process>.*) cpu load:(?P<load>[-+.\deinfa]+)%$",
+          "load/systemloadstat.cpp", " cpu load:"),
+    _line("thread total", b" total thread load:",
+          _TIME + rb" (?P<process>.*) total thread load:(?P<load>[-+.\deinfa]+)%$",
+          "load/systemloadstat.cpp", " total thread load:"),
+    _line("thread", b"  thread name:",
+          _TIME + rb"  thread name:(?P<thread>.*) load:(?P<load>[-+.\deinfa]+)%$",
+          "load/systemloadstat.cpp", " thread name:", " load:"),
+    _line("not_found", b" doesn't appear for ",
+          rb"Process (?P<process>.*) with args \[(?P<arguments>.*)\] doesn't appear for "
+          rb"(?P<seconds>\d+) seconds$",
+          "app/watchdog.cpp", "Process %1 with args [%2] doesn't appear for %3 seconds"),
+    _line("memory", b" == MEMORY USAGE == ",
+          _TIME + rb" == MEMORY USAGE == Free: (?P<free_kib>\d+) kB, "
+          rb"Buffers\+Cache: (?P<cache_kib>\d+) kB$",
+          "health/memoryusage.cpp", "%1 == MEMORY USAGE == Free: %2, Buffers+Cache: %3"),
+)
+
+# What the application prints to ask for a report. A marker may stand anywhere in a line.
+FILE_MARKER = b"==Report file:"
+TEXT_MARKER = b"==Report=="
+MARKERS_SOURCE = "logging/reportmarkers.cpp"
+
+END = re.compile(
+    r"Restarting process: exit code:(?P<code>-?\d+), exist status:(?P<crash>[01]), "
+    r"uptime:(?:(?P<days>-?\d+) days )?(?:(?P<hours>-?\d+) hours )?(?:(?P<minutes>-?\d+) min )?"
+    r"(?P<seconds>-?\d+) sec")
+END_SOURCE = ("app/watchdog.cpp",
+              "Restarting process: exit code:%d, exist status:%d, uptime:%s")
+START_FAILED = re.compile(r"Error occured during process startup, code: (?P<code>-?\d+)")
+START_FAILED_SOURCE = ("common/processerror.cpp",
+                       "Error occured during process startup, code: %d")
+THIRD_END = "Critical FW error, rebooting."
+READ_ONLY_ROOT = "Detected filesystem in read-only mode. Rebooting"
+
+# How the lines begin that the supervisor prints on standard error.
+STANDARD_ERROR = (
+    "Can't open file : ", "Can't rename file from:", "Cannot open file : ", "Cannot set priority",
+    THIRD_END, READ_ONLY_ROOT, "Failed to generate report", "Failed to get info about user: ",
+    "MemoryUsage: ", "Scheduler getparam failed...",
+    "Upload path doesn't allow non ROOT user to remove the report",
+    "Watchdog device doesn't exist!!!", "pYNX: no process found",
+)
