@@ -10,7 +10,9 @@ import sys
 from collections.abc import Sequence
 from pathlib import Path
 
+from .events import Event
 from .join import events_of
+from .verdict import CERTAIN, verdict
 
 
 def main(arguments: Sequence[str] | None = None) -> int:
@@ -31,12 +33,30 @@ def main(arguments: Sequence[str] | None = None) -> int:
         failed.append(path)
         print(f"pynx-watchdog-evidence: {path}: {reason}", file=sys.stderr)
 
+    events = events_of(options.paths, complain)
     found = 0
     try:
-        for event in events_of(options.paths, complain):
-            found += 1
-            print(json.dumps(event.as_dict()))
+        if options.jsonl:
+            for event in events:
+                found += 1
+                print(json.dumps(event.as_dict()))
+        else:
+            kept = list(events)
+            found = len(kept)
+            _print_for_people(kept)
         sys.stdout.flush()
     except BrokenPipeError:
         sys.stderr.close()
     return 1 if failed and not found else 0
+
+
+def _print_for_people(events: list[Event]) -> None:
+    for sentence in verdict(events):
+        sure = "" if sentence.certainty == CERTAIN else f" ({sentence.certainty})"
+        print(f"- {sentence.text}{sure}")
+    print()
+    for event in events:
+        time = event.time.isoformat(sep=" ", timespec="milliseconds") if event.time else "-"
+        facts = "  ".join(f"{name}={value}" for name, value in event.fields.items()
+                          if not isinstance(value, (list, dict)))
+        print(f"{time}  {event.kind}  {facts}  ({event.source}:{event.line})")
