@@ -43,7 +43,8 @@ def main(arguments: Sequence[str] | None = None) -> int:
         else:
             kept = list(events)
             found = len(kept)
-            _print_for_people(kept)
+            if kept or not failed:
+                _print_for_people(kept)
         sys.stdout.flush()
     except BrokenPipeError:
         sys.stderr.close()

@@ -1,0 +1,118 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""pynx-watchdog-evidence as a program: what it reads, joins and prints."""
+
+from __future__ import annotations
+
+import io
+import json
+import os
+import subprocess
+import tarfile
+from pathlib import Path
+from typing import Any
+
+import pytest
+
+PROGRAM = Path(__file__).parents[2] / "tools/evidence/pynx-watchdog-evidence"
+
+
+def run(*arguments: str | Path) -> subprocess.CompletedProcess[str]:
+    return subprocess.run([PROGRAM, *arguments], capture_output=True, text=True, check=False,
+                          timeout=120)
+
+
+def events(*arguments: str | Path) -> list[dict[str, Any]]:
+    result = run("--jsonl", *arguments)
+    assert (result.returncode, result.stderr) == (0, "")
+    return [json.loads(line) for line in result.stdout.splitlines()]
+
+
+def start(time: str, program: str = "app") -> str:
+    return f"\n\n2026-11-22 {time} Watchdog: Starting app: {program} \n"
+
+
+def end(time: str) -> str:
+    return (f"2026-11-22T{time}+0000 board pynx_watchdog[1]: Restarting process: exit code:1, "
+            "exist status:0, uptime:9 sec\n")
+
+
+def archive(path: Path, **members: str) -> Path:
+    with tarfile.open(path, "w:gz") as tar:
+        for name, text in members.items():
+            member = tarfile.TarInfo(name.replace("__", "/").replace("_log", ".log"))
+            member.size = len(text)
+            tar.addfile(member, io.BytesIO(text.encode()))
+    return path
+
+
+def test_the_older_half_of_a_log_comes_first(tmp_path: Path) -> None:
+    log = tmp_path / "app.log"
+    log.write_text(start("10:00:02.000"))
+    (tmp_path / "app.log.0").write_text(start("10:00:01.000"))
+    for paths in ([log], [tmp_path], [log, tmp_path / "app.log.0"], [tmp_path, log]):
+        assert [event["time"] for event in events(*paths)] \
+            == ["2026-11-22T10:00:01", "2026-11-22T10:00:02"]
+
+
+def test_an_older_half_alone_is_read(tmp_path: Path) -> None:
+    (tmp_path / "app.log.0").write_text(start("10:00:01.000"))
+    assert len(events(tmp_path)) == 1
+
+
+def test_sources_are_joined_in_the_order_of_their_times(tmp_path: Path) -> None:
+    (tmp_path / "log").write_text(start("10:00:00.000") + start("10:00:20.000"))
+    (tmp_path / "messages").write_text(end("10:00:10") + end("10:00:30"))
+    assert [event["kind"] for event in events(tmp_path)] == ["start", "end", "start", "end"]
+
+
+def test_the_log_in_an_archive_and_the_one_beside_it_are_the_same(tmp_path: Path) -> None:
+    text = start("10:00:00.000") + "==Report==a\n==Report==a\n"
+    (tmp_path / "application.log").write_text(text + start("10:00:20.000") + "==Report==a\n")
+    archive(tmp_path / "report-a-1795341605000.tar.gz", tmp__log__application_log=text)
+    assert [event["kind"] for event in events(tmp_path)] \
+        == ["start", "request", "request", "archive", "start", "request"]
+
+
+def test_a_broken_file_costs_only_itself(tmp_path: Path) -> None:
+    (tmp_path / "log").write_text(start("10:00:00.000"))
+    (tmp_path / "report-a-1795341605000.tar.gz").write_bytes(b"\x1f\x8b broken")
+    found = events(tmp_path)
+    assert [(event["kind"], event.get("complete")) for event in found] \
+        == [("start", None), ("archive", False)]
+
+
+def test_links_and_other_files_in_a_directory_are_left_alone(tmp_path: Path) -> None:
+    (tmp_path / "log").write_text(start("10:00:00.000"))
+    (tmp_path / "link").symlink_to("log")
+    (tmp_path / "loop").symlink_to("loop")
+    (tmp_path / "directory").symlink_to(".")
+    os.mkfifo(tmp_path / "fifo")
+    assert len(events(tmp_path)) == 1
+
+
+def test_the_verdict_and_the_events_are_printed(tmp_path: Path) -> None:
+    (tmp_path / "log").write_text(start("10:00:00.000"))
+    (tmp_path / "messages").write_text(end("10:00:10"))
+    result = run(tmp_path)
+    verdict, listed = result.stdout.split("\n\n")
+    assert verdict == "- 'app' ended with status 1 after 9 s at 2026-11-22 10:00:10+00:00"
+    assert [line.split("  ")[1] for line in listed.splitlines()] == ["start", "end"]
+
+
+@pytest.mark.parametrize("arguments", [[], ["--unknown", "x"], ["--jsonl"]])
+def test_wrong_usage(arguments: list[str]) -> None:
+    result = run(*arguments)
+    assert (result.returncode, result.stdout) == (2, "")
+    assert "pynx-watchdog-evidence: error:" in result.stderr
+
+
+def test_nothing_readable_at_all(tmp_path: Path) -> None:
+    missing, there = tmp_path / "missing", tmp_path / "log"
+    result = run(missing)
+    assert (result.returncode, result.stdout) == (1, "")
+    assert result.stderr == f"pynx-watchdog-evidence: {missing}: it is no file\n"
+    there.write_text(start("10:00:00.000"))
+    result = run("--jsonl", missing, there)
+    assert (result.returncode, result.stdout.count("\n")) == (0, 1)
+    assert str(missing) in result.stderr
