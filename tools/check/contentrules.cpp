@@ -83,15 +83,16 @@ void checkSameProcess(SettingsDocument &document, const JsonPath &list,
         for (const QString &argument : arguments.at(i))
             having[{name, argument}].append(i);
     }
-    for (const int i : distinct) {
+    for (int number = 0; number < distinct.size(); ++number) {
+        const int i = distinct.at(number);
         const QString name = entries.at(i).name();
-        QVector<int> candidates = having.value({name});
+        const QVector<int> *candidates = &*having.constFind({name});
         for (const QString &argument : arguments.at(i)) {
-            const QVector<int> with = having.value({name, argument});
-            if (with.size() < candidates.size())
-                candidates = with;
+            const QVector<int> &with = *having.constFind({name, argument});
+            if (with.size() < candidates->size())
+                candidates = &with;
         }
-        for (const int other : candidates) {
+        for (const int other : *candidates) {
             const int later = std::max(i, other);
             if (document.isFull() || other == i || told.at(later)
                 || !arguments.at(other).contains(arguments.at(i)))

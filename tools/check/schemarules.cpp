@@ -63,7 +63,7 @@ Reading readingOf(const SettingsDocument &document, DocumentType type, const Jso
     const QVariant content = document.content();
     const JsonPath inside = path.mid(document.contentPath().size());
     const PynxHash hash(content.toHash());
-    const QString last = path.last();
+    const QString &last = path.last();
     if (path.size() <= document.contentPath().size() && path != document.contentPath())
         return {document.json(path).toVariant().toString(), QString()};
     switch (type) {
@@ -215,7 +215,7 @@ void checkUnknown(SettingsDocument &document, const Schema &schema, const JsonPa
 void checkValue(SettingsDocument &document, DocumentType type, const JsonPath &path)
 {
     const Reading reading = readingOf(document, type, path);
-    const QString name = path.last();
+    const QString &name = path.last();
     const bool isNothing = reading.isNothing();
     QString message = subject(document, path) + QStringLiteral(" is ") + reading.text();
     if (name == QLatin1String("maxLoad") && !isNothing)
@@ -246,7 +246,8 @@ void checkSchema(SettingsDocument &document, DocumentType type, const Schema &sc
     std::stable_sort(
         errors.begin(), errors.end(),
         [](const SchemaError &one, const SchemaError &other) { return one.kind < other.kind; });
-    for (auto error = errors.cbegin(); error != errors.cend() && !document.isFull(); ++error) {
+    for (const auto *error = errors.cbegin(); error != errors.cend() && !document.isFull();
+         ++error) {
         if (error->kind == Kind::UnknownMember
             && (error->path.isEmpty() || isRead(document, error->path)))
             checkUnknown(document, schema, error->path);

@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include <sys/stat.h>
 
@@ -41,7 +42,7 @@ bool hasInvalidUtf8(const QByteArray &bytes)
 
 } // namespace
 
-SettingsDocument::SettingsDocument(const QString &path) : m_path(path)
+SettingsDocument::SettingsDocument(QString path) : m_path(std::move(path))
 {
     QVariant tree;
     if (!isReadable() || !readText() || !parse(tree))
@@ -244,7 +245,7 @@ QJsonValue SettingsDocument::json(const JsonPath &path) const
 Place SettingsDocument::placeOf(int anyOffset) const
 {
     const int offset = qBound(0, anyOffset, m_text.size());
-    const auto next = std::upper_bound(m_lines.cbegin(), m_lines.cend(), offset);
+    const auto *const next = std::upper_bound(m_lines.cbegin(), m_lines.cend(), offset);
     const int line = static_cast<int>(next - m_lines.cbegin());
     const int begin = line == 0 ? 0 : *(next - 1);
     // Each character has one byte that does not continue another one.

@@ -21,7 +21,7 @@ public:
      * Reads the document at @p path. What could take long or much memory, such as a device or an
      * unusually large file, is a finding and is not read.
      */
-    explicit SettingsDocument(const QString &path);
+    explicit SettingsDocument(QString path);
 
     /** What the supervisor gets from the document; null: nothing. */
     QVariant content() const { return m_content; }

@@ -2,8 +2,6 @@
 // SPDX-License-Identifier: MIT
 #include "tools/check/textpositions.h"
 
-#include <cstring>
-
 #include <rapidjson/error/en.h>
 #include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
@@ -52,8 +50,9 @@ private:
     // Returns where the token begins that the reader has just passed.
     int takeToken()
     {
+        static const QByteArray blanks(" \t\r\n,:");
         int offset = m_last;
-        while (offset < m_json.size() && std::memchr(" \t\r\n,:", m_json.at(offset), 6) != nullptr)
+        while (offset < m_json.size() && blanks.contains(m_json.at(offset)))
             ++offset;
         m_last = static_cast<int>(m_stream.Tell());
         return offset;
