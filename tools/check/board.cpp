@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr qint64 longestText = 1024 * 1024;
+constexpr qint64 longestText = 1048576;
 
 Place board()
 {

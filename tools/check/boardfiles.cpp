@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr qint64 chunkBytes = 64 * 1024; // the last piece of output exceeds the limit
+constexpr qint64 chunkBytes = 65536; // the last piece of output exceeds the limit
 constexpr qint64 bytesPerKib = 1024;
 constexpr char markerDirectory[] = "/home/root";
 constexpr char snapshotDirectory[] = "/tmp/log";
@@ -69,7 +69,7 @@ Findings checkSpace(const Board &board, const char *rule, const QString &directo
     struct statvfs status = {};
     if (::statvfs(QFile::encodeName(board.file(directory)).constData(), &status) != 0)
         return {};
-    const qint64 free = static_cast<qint64>(status.f_bfree * status.f_frsize);
+    const auto free = static_cast<qint64>(status.f_bfree) * static_cast<qint64>(status.f_frsize);
     if (free >= needed)
         return {};
     const auto kib = [](qint64 bytes) { return QString::number(bytes / bytesPerKib); };

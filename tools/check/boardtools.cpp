@@ -9,7 +9,7 @@
 namespace {
 
 constexpr int answerMs = 5000;
-constexpr qint64 longestProgram = 8 * 1024 * 1024;
+constexpr qint64 longestProgram = 8388608;
 
 struct Tool
 {
