@@ -6,11 +6,13 @@ from __future__ import annotations
 
 import os
 import shutil
+import subprocess
+import tempfile
 from pathlib import Path
 
 import pytest
 
-from checked import Check
+from checked import TIME_LIMIT, Check
 from markers import enveloped, without_marks
 
 ROOT = Path(__file__).resolve().parents[2]
@@ -140,3 +142,36 @@ def test_a_document_that_would_be_waited_for_does_not_stop_the_check(check: Chec
     found = check("--program-dir", program_dir)
     assert (str(pipe), "not-a-file") in [(finding.file, finding.rule)
                                          for finding in found.findings]
+
+
+ORDINARY = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
+
+
+@pytest.mark.skipif(os.geteuid() != 0, reason="only root can take another account")
+@pytest.mark.parametrize("closed, mode, sizes_are_known", [
+    (f"settings/{SIZES}", 0o000, False),
+    ("settings", 0o000, False),
+    ("settings", 0o711, True),  # it may be entered, and not be listed
+    ("settings-default", 0o000, True),
+])
+def test_what_only_the_supervisor_may_read_is_not_judged(
+        build_directory: Path, closed: str, mode: int, sizes_are_known: bool) -> None:
+    with tempfile.TemporaryDirectory() as name:  # pytest's own directories are root's
+        directory = Path(name)
+        directory.chmod(0o755)
+        tool = shutil.copy(build_directory / "pynx-watchdog-check", directory)
+        shutil.copytree(FACTORY, directory / "settings-default")
+        (directory / "settings").mkdir()
+        (directory / "settings" / SIZES).write_text(enveloped('{"default": "2M"}'), "ascii")
+
+        def said(*arguments: str) -> str:
+            return subprocess.run([*ORDINARY, tool, *arguments], check=False, text=True,
+                                  capture_output=True, timeout=TIME_LIMIT).stdout
+
+        assert said() == ""
+        (directory / closed).chmod(mode)
+        refused = (f"{directory / closed}: error: cannot be read by this account and was not "
+                   "checked [unreadable]\n")
+        assert said() == refused
+        explained = said("--explain", "--", "--logfileSizeConf", "x", "--app", "/bin/sh")
+        assert ("start: not known\n" in explained) != sizes_are_known

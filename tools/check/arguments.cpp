@@ -374,9 +374,11 @@ Findings checkNamesHere(const QStringList &arguments, const QString &programDir)
         QString lack;
         if (!isPath && QStandardPaths::findExecutable(app->value).isEmpty())
             lack = QStringLiteral("%1 is not found in PATH on this machine");
-        else if (isPath && !file.exists())
+        else if (!isPath || isClosed(app->value))
+            lack.clear(); // it is there, or the supervisor may see what this account may not
+        else if (!file.exists())
             lack = QStringLiteral("%1 is not on this machine");
-        else if (isPath && (!file.isFile() || !file.isExecutable()))
+        else if (!file.isFile() || !file.isExecutable())
             lack = QStringLiteral("%1 is nothing that can be executed on this machine");
         if (!lack.isEmpty()) {
             findings += warning(valueOf(*app), QStringLiteral("application"),
@@ -405,7 +407,7 @@ Findings checkNamesHere(const QStringList &arguments, const QString &programDir)
         const CommandLine options = parseCommandLine(arguments, programDir);
         const QFileInfo file(name->value);
         QString lack;
-        if (options.logFileName.isEmpty() || options.logSize == 0)
+        if (options.logFileName.isEmpty() || options.logSize == 0 || isClosed(file.absolutePath()))
             return findings;
         if (file.isDir())
             lack = QStringLiteral("%1 is a directory on this machine").arg(quoted(name->value));

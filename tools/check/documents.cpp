@@ -86,6 +86,10 @@ Findings checkHidden(const QString &programDir, const KnownDocument &known)
 // Other files, such as a README, are nobody's settings.
 Findings checkDirectory(const QString &directory)
 {
+    if (isClosed(directory + QStringLiteral("/."))) { // the dot is reached by whoever may enter
+        return {error({directory}, QStringLiteral("unreadable"),
+                      QStringLiteral("cannot be read by this account and was not checked"))};
+    }
     Findings findings;
     const QStringList names = QDir(directory).entryList(
         QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
@@ -123,12 +127,13 @@ Findings checkSettings(const QString &programDir)
     const QString factory = programDir + QStringLiteral("/settings-default");
     const QString rule = QStringLiteral("missing-directory");
     Findings findings;
-    if (!QFileInfo(factory).isDir()) {
+    const bool isFactoryClosed = isClosed(factory + QStringLiteral("/."));
+    if (!isFactoryClosed && !QFileInfo(factory).isDir()) {
         findings.append(error({factory}, rule,
                               QStringLiteral("is no directory, and the supervisor goes on without "
                                              "the factory's settings")));
     }
-    if (isThere(site) && !QFileInfo(site).isDir()) {
+    if (isThere(site) && !isClosed(site) && !QFileInfo(site).isDir()) {
         findings.append(error({site}, rule,
                               QStringLiteral("leads to no directory; only the factory's settings "
                                              "count")));
@@ -141,7 +146,7 @@ Findings checkSettings(const QString &programDir)
     for (const KnownDocument &known : knownDocuments()) {
         const QString inSite = site + QLatin1Char('/') + known.name;
         const QString inFactory = factory + QLatin1Char('/') + known.name;
-        if (QFileInfo(factory).isDir() && !isThere(inFactory)) {
+        if (!isFactoryClosed && QFileInfo(factory).isDir() && !isThere(inFactory)) {
             findings.append(warning({inFactory}, QStringLiteral("missing-document"),
                                     QStringLiteral("is missing, and nothing takes the place of the "
                                                    "site's where that is missing or malformed")));

@@ -55,17 +55,27 @@ Payload sizeTable(const QString &programDir)
     return readPayload(PynxSystemManagerLogFilesSizeConfigPath().base(), programDir);
 }
 
+// The explanation of a document that cannot be read here.
+Explanation notKnown(const QString &setting, const Payload &payload)
+{
+    return {
+        setting, QVariant(), payload.source,
+        QStringLiteral("not known: this account may not read the document, or it is no file, or "
+                       "too large for one")};
+}
+
 // How the supervisor ends before it runs the application; empty: it does not.
 Explanations explainEnd(const QStringList &arguments, const QString &programDir)
 {
+    const Payload table = sizeTable(programDir);
     QString meaning;
     if (arguments.isEmpty()) {
         meaning = QStringLiteral("without arguments the supervisor prints its usage and ends with "
                                  "status 1");
     } else if (!canBeParsed(arguments, programDir)) {
-        meaning = sizeTable(programDir).isKnown
-            ? QStringLiteral("an empty size ends the supervisor with a failed assertion")
-            : QStringLiteral("the supervisor cannot read the table of sizes, or not soon");
+        if (!table.isKnown)
+            return {notKnown(QStringLiteral("start"), table)};
+        meaning = QStringLiteral("an empty size ends the supervisor with a failed assertion");
     } else if (parseCommandLine(arguments, programDir).appPath.isEmpty()) {
         meaning = QStringLiteral("without an application the supervisor ends with status 1");
     }
@@ -125,13 +135,6 @@ Explanations explainArguments(const CommandLine &options, const QStringList &arg
 }
 
 // ---- What the settings say
-
-// The explanation of a document that cannot be read here.
-Explanation notKnown(const QString &setting, const Payload &payload)
-{
-    return {setting, QVariant(), payload.source,
-            QStringLiteral("not known: the document is no file, or too large for one")};
-}
 
 Explanations explainSwitch(const QString &setting, const QString &name, const QString &programDir,
                            const QString &on, const QString &off)

@@ -24,7 +24,8 @@ struct Explanation
 
 /**
  * What the supervisor will do with @p arguments and the settings in @p programDir. If it will end
- * at once, this is the first explanation, and its setting is called "start".
+ * at once, or whether it does is not known, this is the first explanation, and its setting is
+ * called "start".
  */
 QVector<Explanation> explain(const QStringList &arguments, const QString &programDir);
 

@@ -4,7 +4,12 @@
 
 #include "logging/settings.h"
 
+#include <QFile>
 #include <QFileInfo>
+
+#include <cerrno>
+
+#include <unistd.h>
 
 namespace {
 
@@ -12,6 +17,8 @@ namespace {
 // A read of some of the kernel's files waits.
 bool mayBeRead(const QString &path)
 {
+    if (isClosed(path))
+        return false;
     const QFileInfo file(path);
     if (!file.exists() || file.isDir())
         return true;
@@ -35,6 +42,11 @@ Payload readPayload(const QString &name, const QString &programDir)
         return {QVariant(), factory, false};
     const QVariant value = readSettings(name, programDir);
     return {value, value.isNull() ? QStringLiteral("default") : factory};
+}
+
+bool isClosed(const QString &path)
+{
+    return ::access(QFile::encodeName(path).constData(), R_OK) != 0 && errno == EACCES;
 }
 
 QStringList toStrings(const QVariantList &values)

@@ -15,12 +15,18 @@ struct Payload
     QVariant value; ///< null: there is none
     QString source; ///< the path of the document that counts; "default": none does
 
-    /** Whether it could be read: a pipe would be waited for, and a huge file fill the memory. */
+    /**
+     * Whether it could be read: a pipe would be waited for, a huge file fill the memory, and what
+     * the supervisor may read need not be open to this account.
+     */
     bool isKnown = true;
 };
 
 /** Reads the payload of the settings document @p name with the supervisor's own functions. */
 Payload readPayload(const QString &name, const QString &programDir);
+
+/** Whether this account may not reach or read what @p path names, which the supervisor may. */
+bool isClosed(const QString &path);
 
 /** The texts of @p values, as the supervisor takes lists of a document. */
 QStringList toStrings(const QVariantList &values);

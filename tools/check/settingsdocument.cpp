@@ -54,6 +54,11 @@ SettingsDocument::SettingsDocument(QString path) : m_path(std::move(path))
 bool SettingsDocument::isReadable()
 {
     const Place place = {m_path};
+    if (isClosed(m_path)) {
+        add(error(place, QStringLiteral("unreadable"),
+                  QStringLiteral("cannot be read by this account and was not checked")));
+        return false;
+    }
     struct stat status = {};
     if (::stat(QFile::encodeName(m_path).constData(), &status) != 0) {
         refuse(place, QStringLiteral("unreadable"),
