@@ -211,6 +211,22 @@ def test_document(check: Check, tmp_path: Path, marked: str, rules: list[str]) -
     assert found.places == [(*place, rule) for place, rule in zip(places, rules, strict=True)]
 
 
+@pytest.mark.parametrize("text, said", [
+    ('{"value": {"type": "it", "it": true,\n}}', "the last element must have no comma behind it"),
+    ('{"_": [1, ], "value": 1}', "the last element must have no comma behind it"),
+    ('{"_": [1, 2 3]}', "Missing a comma or ']' after an array element"),
+    ('{"_": ]}', "Invalid value"),
+    ('/* on */ {}', "there are no comments"),
+    ('# on\n{}', "there are no comments"),
+    ("{'value': 1}", "a text stands in double quotes"),
+], ids=repr)
+def test_why_it_is_not_json(check: Check, tmp_path: Path, text: str, said: str) -> None:
+    document = tmp_path / MEMORY
+    document.write_text(text, "ascii")
+    (finding,) = check(document).findings
+    assert finding.message.startswith(f"is not JSON ({said});")
+
+
 @pytest.mark.parametrize("text", [
     '{"value": {"type": "it", "it": true}}',
     '{"$schema": "x", "_": [1], "value": {"type": "it", "$it": 1, "_it": 2, "it": true}}',

@@ -40,6 +40,19 @@ bool hasInvalidUtf8(const QByteArray &bytes)
     return state.invalidChars > 0 || state.remainingChars > 0;
 }
 
+// What is not JSON at @p offset, where it is one of the things that people write by mistake, and
+// else what the parser has @p said.
+QString mistakeAt(const QByteArray &text, int offset, const QString &said)
+{
+    const QByteArray before = text.left(offset).trimmed();
+    const char found = offset < text.size() ? text.at(offset) : '\0';
+    if ((found == ']' || found == '}') && before.endsWith(','))
+        return QStringLiteral("the last element must have no comma behind it");
+    if (found == '/' || found == '#')
+        return QStringLiteral("there are no comments");
+    return found == '\'' ? QStringLiteral("a text stands in double quotes") : said;
+}
+
 } // namespace
 
 SettingsDocument::SettingsDocument(QString path) : m_path(std::move(path))
@@ -139,7 +152,7 @@ bool SettingsDocument::parse(QVariant &tree)
         while (said.endsWith(QLatin1Char('.')))
             said.chop(1);
         refuse(placeOf(offset), QStringLiteral("not-json"),
-               QStringLiteral("is not JSON (%1)").arg(said));
+               QStringLiteral("is not JSON (%1)").arg(mistakeAt(m_text, offset, said)));
         return false;
     }
     if (!standard) {
