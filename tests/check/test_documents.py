@@ -198,6 +198,8 @@ DOCUMENTS = [
     ('{"value": {"type": "it", "it": true}, "_": "a¶\tb"}', "warning other-readers"),
     ('{"_": "a¶¶\0b", "value": {"type": "it", "it": true}}', "warning other-readers",
      "error encoding"),
+    ('{"_": "a¶\\u0000b", "value": {"type": "it", "it": true}}', "error encoding"),
+    ('{"_": "\\\\¶\\u0000b", "value": {"type": "it", "it": true}}', "error encoding"),
 ]
 
 
@@ -230,6 +232,7 @@ def test_why_it_is_not_json(check: Check, tmp_path: Path, text: str, said: str) 
 @pytest.mark.parametrize("text", [
     '{"value": {"type": "it", "it": true}}',
     '{"$schema": "x", "_": [1], "value": {"type": "it", "$it": 1, "_it": 2, "it": true}}',
+    '{"_": "\\\\u0000 \\u0001", "value": {"type": "it", "it": true}}',
     '{"value":\r\n{"type": "it", "it": true}\r\n}\r\n',
 ])
 def test_a_document_that_is_right(check: Check, tmp_path: Path, text: str) -> None:

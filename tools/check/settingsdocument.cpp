@@ -40,6 +40,14 @@ bool hasInvalidUtf8(const QByteArray &bytes)
     return state.invalidChars > 0 || state.remainingChars > 0;
 }
 
+// Where @p json has a NUL, as a byte or as an escape; -1: nowhere.
+int findNul(QByteArray json)
+{
+    json.replace("\\\\", "  "); // so that each backslash that is left begins an escape
+    const int byte = json.indexOf('\0');
+    return byte >= 0 ? byte : json.indexOf("\\u0000");
+}
+
 // What is not JSON at @p offset, where it is one of the things that people write by mistake, and
 // else what the parser has @p said.
 QString mistakeAt(const QByteArray &text, int offset, const QString &said)
@@ -161,10 +169,10 @@ bool SettingsDocument::parse(QVariant &tree)
                                    "(%1)")
                         .arg(m_positions.error())));
     }
-    const int nul = m_text.indexOf('\0');
+    const int nul = findNul(m_text);
     if (nul >= 0) {
         add(error(placeOf(nul), QStringLiteral("encoding"),
-                  QStringLiteral("a NUL byte; no name, path or argument has one")));
+                  QStringLiteral("a NUL; no name, path or argument has one")));
     }
     return true;
 }
