@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr int longestQuoted = 60; // characters
+constexpr int longestQuoted = 120; // characters; the path of a document is shown whole
 
 QString levelName(Finding::Level level)
 {
