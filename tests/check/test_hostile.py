@@ -14,7 +14,7 @@ import pytest
 from checked import TIME_LIMIT
 
 WATCH_LIST = "WatchdogWatchProcessList.json"
-BYTES = 256 * 1024  # the largest document that is checked
+BYTES = 512 * 1024  # the largest document that is checked
 VALUES = 20_000     # about the greatest number of values in such a document
 MEMORY_LIMIT = 200 * 1024 * 1024
 BEGIN, END = '{"value": {"type": "it", "it": [', ']}}'

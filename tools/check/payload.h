@@ -6,8 +6,8 @@
 #include <QStringList>
 #include <QVariant>
 
-/** What is larger is not read. A watch list of a thousand processes has less. */
-constexpr int maxDocumentBytes = 256 * 1024;
+/** What is larger is not read. A watch list of a thousand processes has less, also if indented. */
+constexpr int maxDocumentBytes = 512 * 1024;
 
 /** The content of a settings document as the supervisor has it; a plain value. */
 struct Payload
