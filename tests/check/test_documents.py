@@ -50,6 +50,8 @@ CONTENTS = [
     (WATCH_LIST, entry('"decoder"', '¶"decoder\\t"'), f"[{ENTRY}]", "error process-name"),
     (WATCH_LIST, entry('"decoder"', '¶"/bin/decoder"'), entry('"decoder"', '"kworker/0:1"'),
      "warning process-name"),
+    (WATCH_LIST, entry('"decoder"', '¶"./decoder"'), entry('"decoder"', '".decoder"'),
+     "warning process-name"),
     (WATCH_LIST, entry('"decoder"', '¶""'), f"[{ENTRY}]", "error unusual-value"),
     (WATCH_LIST, entry('"decoder"', '¶null'), f"[{ENTRY}]", "error wrong-type"),
     (WATCH_LIST, entry('"decoder"', '¶["decoder"]'), f"[{ENTRY}]", "error wrong-type"),
@@ -78,7 +80,7 @@ CONTENTS = [
     (WATCH_LIST, entry('80', '¶101'), entry('80', '100'), "warning unusual-value"),
     (WATCH_LIST, entry('3}', '¶0}'), entry('3}', '1}'), "warning unusual-value"),
     (WATCH_LIST, entry('3}', '3, "threadInfo": ¶"yes"}'), entry('3}', '3, "threadInfo": false}'),
-     "error wrong-type"),
+     "warning wrong-type"),
     (WATCH_LIST, entry('3}', '3, "threadInfo": ¶"false"}'), f"[{ENTRY}]", "warning wrong-type"),
     (WATCH_LIST, entry('3}', '3, "threadInfo": ¶1}'), f"[{ENTRY}]", "warning wrong-type"),
     (WATCH_LIST, entry('3}', '3, "arguments": ¶"--live"}'),
@@ -107,7 +109,10 @@ CONTENTS = [
      "warning same-process", "warning same-process"),
     # the switches
     (SWITCH, '¶"true"', "true", "warning wrong-type"),
-    (SWITCH, '¶"on"', "true", "error wrong-type"),
+    (SWITCH, '¶"on"', "true", "warning wrong-type"),
+    (SWITCH, '¶"off"', "false", "error wrong-type"),
+    (SWITCH, '¶"No"', "false", "error wrong-type"),
+    (SWITCH, '¶"0"', "false", "warning wrong-type"),
     (SWITCH, '¶1', "false", "warning wrong-type"),
     (SWITCH, '¶{"enabled": true}', "true", "error wrong-type"),
     (MEMORY, '¶[]', "true", "error wrong-type"),
@@ -130,6 +135,8 @@ CONTENTS = [
     (FILES, '{"files": [¶"log", ¶"/proc/meminfo", ¶"/sys/kernel/uevent_seqnum", ¶""]}',
      '{"files": ["/log", "/processes", "/system"]}', "warning report-file", "warning report-file",
      "error report-file", "error report-file"),
+    (FILES, '{"files": [¶"/tmp/*.log", ¶"/tmp/log.?"]}', '{"files": ["/tmp/a.log", "/tmp/[a]"]}',
+     "warning report-file", "warning report-file"),
     (FILES, '{"files": ¶"/tmp/log"}', '{"files": ["/tmp/log"]}', "error wrong-type"),
     (FILES, '{"files": [¶{}]}', '{"files": []}', "error report-file"),
     (FILES, '¶{}', '{"files": []}', "warning missing-member"),
@@ -184,6 +191,7 @@ DOCUMENTS = [
     ('{"value": ¶{"it": true}}', "error envelope"),
     ('{"value": {"type": ¶"It", "it": true}}', "error envelope"),
     ('{"value": {"type": ¶null, "it": true}}', "error envelope"),
+    ('{"value": {"type": ¶["it"], "it": true}}', "error envelope"),
     ('{"value": {"type": ¶5, "5": true}}', "warning wrong-type"),
     ('{"value": {"type": ¶"", "": true}}', "warning unusual-value"),
     ('{"value": ¶{"": true}}', "warning missing-member"),
@@ -244,7 +252,7 @@ def test_a_document_that_is_right(check: Check, tmp_path: Path, text: str) -> No
 def test_a_column_counts_characters(check: Check, tmp_path: Path) -> None:
     document = tmp_path / MEMORY
     text, places = without_marks(
-        '{¶"_": "é€😀",\r\n "_": "é€😀", "value": {"type": "it", "it": ¶"on"}}')
+        '{¶"_": "é€😀",\r\n "_": "é€😀", "value": {"type": "it", "it": ¶"off"}}')
     document.write_bytes(text.encode())
     assert check(document).places == [(*places[0], "error duplicate-member"),
                                       (*places[1], "error wrong-type")]

@@ -36,7 +36,8 @@ void checkName(SettingsDocument &document, const JsonPath &path, const QString &
         tell(error,
              QStringLiteral(" is never found; the kernel's names are compared without the blanks "
                             "at their ends"));
-    } else if (name.startsWith(QLatin1Char('/'))) {
+    } else if (name.startsWith(QLatin1Char('/')) || name.startsWith(QLatin1String("./"))
+               || name.startsWith(QLatin1String("../"))) {
         tell(warning,
              QStringLiteral(" is a path; a program has its file's name unless it takes another"));
     }
@@ -167,6 +168,9 @@ void checkReportFile(SettingsDocument &document, const JsonPath &path, const QSt
         tell(error, QStringLiteral(" is left out"));
     else if (QDir::isRelativePath(file))
         tell(warning, QStringLiteral(" is looked for wherever the supervisor is started"));
+    else if (file.contains(QLatin1Char('*')) || file.contains(QLatin1Char('?')))
+        tell(warning,
+             QStringLiteral(" is the name of one file; \"*\" and \"?\" stand for no others"));
     else if (isBelow(file, QStringLiteral("/proc")))
         tell(warning, QStringLiteral(" is packed empty, because the kernel tells no size of it"));
     else if (isBelow(file, QStringLiteral("/sys")))

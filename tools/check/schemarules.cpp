@@ -72,7 +72,7 @@ Reading readingOf(const SettingsDocument &document, DocumentType type, const Jso
             return {content.toList(), QStringLiteral("nothing is watched")};
         const QVariant entry = content.toList().value(inside.first().toInt());
         if (inside.size() == 1)
-            return {entry.toHash(), QString()};
+            return {entry.toHash(), QStringLiteral("no process is ever found")};
         const PynxWatchdogWatchProcess process{PynxHash(entry.toHash())};
         if (inside.size() == 2)
             return readingOfEntry(process, last);
@@ -113,8 +113,11 @@ bool isSame(const QJsonValue &written, const QVariant &read)
                                   : written.isDouble() && written.toDouble() == read.toInt();
     case QMetaType::Bool:
         if (written.isString()) {
-            const QString text = written.toString().toLower();
-            return text == read.toString() || text == QString::number(read.toInt());
+            static const QStringList no = {QStringLiteral("false"), QStringLiteral("0"),
+                                           QStringLiteral("no"), QStringLiteral("off")};
+            static const QStringList yes = {QStringLiteral("true"), QStringLiteral("1"),
+                                            QStringLiteral("yes"), QStringLiteral("on")};
+            return (read.toBool() ? yes : no).contains(written.toString().toLower());
         }
         return written.isBool() || written.toDouble(-1) == read.toInt();
     case QMetaType::QString:

@@ -215,6 +215,11 @@ void SettingsDocument::unwrap(const QVariant &tree)
                QStringLiteral("\"type\", which names the content, is missing"), {value, type});
         return;
     }
+    if (!envelope.contains(name) && name.isEmpty()) {
+        refuse(valuePlace({value, type}), rule, QStringLiteral("\"type\" names no member"),
+               {value, type});
+        return;
+    }
     if (!envelope.contains(name)) {
         QStringList others = envelope.keys();
         others.removeOne(type);

@@ -56,7 +56,7 @@ Findings checkSizeText(const QString &text, const Place &place)
     if (factor != 0 && !is(digits, factor, bytes)) {
         return {error(place, QStringLiteral("size-range"),
                       quoted(text)
-                          + QStringLiteral(" is not in the range from 0 to 4294967295 bytes; ")
+                          + QStringLiteral(" is less than 0 or more than the supervisor can read; ")
                           + reads)};
     }
     if (factor == 0 && !is(text, 1, bytes)) {
