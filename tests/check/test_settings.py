@@ -134,6 +134,20 @@ def test_a_member_of_the_factory_that_the_site_hides(check: Check, program_dir: 
     assert check("--program-dir", program_dir).findings == []
 
 
+def test_an_entry_of_the_factory_that_the_site_hides(check: Check, program_dir: Path) -> None:
+    entry = '{"name": "%s", "maxLoad": 80, "period": 10, "maxReports": 3}'
+    (program_dir / "settings-default" / WATCH_LIST).write_text(
+        enveloped(f"[{entry % 'decoder'}, {entry % 'player'}]"), "ascii")
+    site = program_dir / "settings" / WATCH_LIST
+    text, places = without_marks(enveloped(f"¶[{entry % 'player'}]"))
+    site.write_text(text, "ascii")
+    found = check("--program-dir", program_dir)
+    assert found.places == [(*places[0], "warning hidden-member")]
+    assert '"decoder"' in found.findings[0].message
+    site.write_text(enveloped(f"[{entry % 'player'}, {entry % 'decoder'}]"), "ascii")
+    assert check("--program-dir", program_dir).findings == []
+
+
 def test_a_document_that_would_be_waited_for_does_not_stop_the_check(check: Check,
                                                                      program_dir: Path) -> None:
     pipe = program_dir / "settings" / SWITCH

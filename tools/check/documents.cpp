@@ -9,6 +9,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QSet>
 
 namespace {
 
@@ -56,29 +57,42 @@ Findings check(const QString &path, const KnownDocument &known)
     return document.findings();
 }
 
+// What a settings document has beside the members that every such document has: names of sizes, or
+// the names in a watch list.
+QStringList namesIn(const SettingsDocument &document, const KnownDocument &known)
+{
+    QStringList names;
+    const QVariantList entries = document.content().toList();
+    for (const QVariant &entry : entries)
+        names.append(PynxWatchdogWatchProcess(PynxHash(entry.toHash())).name());
+    const QStringList expected = Schema(known.schema).memberNames(document.contentPath());
+    const QStringList members = document.content().toHash().keys();
+    for (const QString &member : members) {
+        if (!expected.contains(member) && !isComment(member))
+            names.append(member);
+    }
+    names.removeDuplicates();
+    return names;
+}
+
 // A document of the site takes the place of the factory's as a whole.
 Findings checkHidden(const QString &programDir, const KnownDocument &known)
 {
-    const QString sitePath = programDir + QStringLiteral("/settings/") + known.name;
     const QString factoryPath = programDir + QStringLiteral("/settings-default/") + known.name;
-    const SettingsDocument site(sitePath);
-    const SettingsDocument factory(factoryPath);
-    const QVariantHash members = site.content().toHash();
-    const QVariantHash factoryMembers = factory.content().toHash();
-    const QStringList expected = Schema(known.schema).memberNames(site.contentPath());
+    const SettingsDocument site(programDir + QStringLiteral("/settings/") + known.name);
+    if (site.content().isNull())
+        return {};
+    const QSet<QString> names = namesIn(site, known).toSet();
+    const QStringList factoryNames = namesIn(SettingsDocument(factoryPath), known);
     Findings findings;
-    if (members.isEmpty())
-        return findings;
-    for (auto member = factoryMembers.constBegin(); member != factoryMembers.constEnd(); ++member) {
-        // A member that every such document has is missing anyway.
-        if (members.contains(member.key()) || expected.contains(member.key())
-            || isComment(member.key()))
+    for (const QString &name : factoryNames) {
+        if (names.contains(name))
             continue;
         findings.append(warning(
             site.valuePlace(site.contentPath()), QStringLiteral("hidden-member"),
             QStringLiteral("%1 of %2 does not count, because this document takes the place of the "
                            "whole of it")
-                .arg(quoted(member.key()), factoryPath)));
+                .arg(quoted(name), factoryPath)));
     }
     return findings;
 }
