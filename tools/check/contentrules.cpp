@@ -175,8 +175,9 @@ void checkReportFile(SettingsDocument &document, const JsonPath &path, const QSt
         tell(warning, QStringLiteral(" is packed empty, because the kernel tells no size of it"));
     else if (isBelow(file, QStringLiteral("/sys")))
         tell(error,
-             QStringLiteral(" makes every archive fail, because the kernel tells a wrong size of "
-                            "it"));
+             QStringLiteral(
+                 " makes every archive fail without the board tools, because the kernel tells "
+                 "a wrong size of it"));
 }
 
 void checkReportFiles(SettingsDocument &document)
