@@ -128,21 +128,6 @@ def test_another_account_says_what_it_cannot_see(tool: Path) -> None:
 
 
 @needs_root
-def test_names_that_another_account_cannot_see_are_not_missing(tool: Path,
-                                                               open_directory: Path) -> None:
-    for directory, mode in (("closed", 0o700), ("open", 0o755)):
-        (open_directory / directory).mkdir(mode)
-        (open_directory / directory).chmod(mode)
-        missing = open_directory / directory / "none"
-        told = subprocess.run(
-            ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", tool, "--",
-             "--logfileName", missing / "log", "--logfileSize", "1k", "--app", missing],
-            capture_output=True, check=True, encoding="utf-8", timeout=TIME_LIMIT).stdout
-        assert re.findall(r"\[(.*)\]", told) == (
-            ["application", "log-directory"] if directory == "open" else [])
-
-
-@needs_root
 @pytest.mark.parametrize(("name", "finding"), [
     ("sys_nice", "warning real-time"), ("sys_boot", "error reboot-right"),
     ("setuid", "error account-rights")])

@@ -10,14 +10,10 @@
 #include "tools/check/sizetext.h"
 
 #include <QDir>
-#include <QFileInfo>
 #include <QHash>
-#include <QStandardPaths>
 #include <QVector>
 
 #include <algorithm>
-
-#include <pwd.h>
 
 namespace {
 
@@ -358,68 +354,5 @@ Findings checkArguments(const QStringList &arguments, const QString &programDir)
         return left.place.line < right.place.line;
     };
     std::stable_sort(findings.begin(), findings.end(), isBefore);
-    return findings;
-}
-
-Findings checkNamesHere(const QStringList &arguments, const QString &programDir)
-{
-    const Words words = splitCommandLine(arguments);
-    Findings findings;
-    const CommandLineWord *app = find(words, appOption);
-    if (app != nullptr && !app->value.isEmpty()) {
-        const QFileInfo file(app->value);
-        const bool isPath = app->value.contains(QLatin1Char('/'));
-        const QString ends =
-            QStringLiteral("; one that is missing counts as one that ends at once");
-        QString lack;
-        if (!isPath && QStandardPaths::findExecutable(app->value).isEmpty())
-            lack = QStringLiteral("%1 is not found in PATH on this machine");
-        else if (!isPath || isClosed(app->value))
-            lack.clear(); // it is there, or the supervisor may see what this account may not
-        else if (!file.exists())
-            lack = QStringLiteral("%1 is not on this machine");
-        else if (!file.isFile() || !file.isExecutable())
-            lack = QStringLiteral("%1 is nothing that can be executed on this machine");
-        if (!lack.isEmpty()) {
-            findings += warning(valueOf(*app), QStringLiteral("application"),
-                                lack.arg(quoted(app->value)) + ends);
-        }
-    }
-
-    const CommandLineWord *user = find(words, userOption);
-    if (user != nullptr && !user->value.isEmpty()) {
-        const passwd *account = ::getpwnam(user->value.toUtf8().constData());
-        if (account == nullptr) {
-            findings += warning(valueOf(*user), QStringLiteral("account"),
-                                QStringLiteral("%1 is no account of this machine; where there is "
-                                               "none, the application runs in the supervisor's own")
-                                    .arg(quoted(user->value)));
-        } else if (account->pw_uid == 0) {
-            findings += warning(valueOf(*user), QStringLiteral("account"),
-                                QStringLiteral("the account %1 has all rights, as the supervisor's "
-                                               "own has")
-                                    .arg(quoted(user->value)));
-        }
-    }
-
-    const CommandLineWord *name = find(words, nameOption);
-    if (name != nullptr && canBeParsed(arguments, programDir)) {
-        const CommandLine options = parseCommandLine(arguments, programDir);
-        const QFileInfo file(name->value);
-        QString lack;
-        if (options.logFileName.isEmpty() || options.logSize == 0 || isClosed(file.absolutePath()))
-            return findings;
-        if (file.isDir())
-            lack = QStringLiteral("%1 is a directory on this machine").arg(quoted(name->value));
-        else if (!QFileInfo(file.absolutePath()).isDir())
-            lack = QStringLiteral("%1 is no directory on this machine")
-                       .arg(quoted(file.absolutePath()));
-        if (!lack.isEmpty()) {
-            findings += warning(valueOf(*name), QStringLiteral("log-directory"),
-                                lack
-                                    + QStringLiteral("; where the log cannot be opened, the "
-                                                     "supervisor ends with status 1"));
-        }
-    }
     return findings;
 }

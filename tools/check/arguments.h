@@ -13,12 +13,6 @@
 Findings checkArguments(const QStringList &arguments, const QString &programDir);
 
 /**
- * Checks whether this machine has what @p arguments name. All findings are warnings, because the
- * supervisor may be meant for another machine; checkBoard() judges its own.
- */
-Findings checkNamesHere(const QStringList &arguments, const QString &programDir);
-
-/**
  * Whether parseCommandLine() returns. It does not where a size is empty, and it cannot be told
  * where the document of the sizes may not be read.
  */

@@ -96,8 +96,6 @@ int main(int argc, char *argv[])
         const bool parsed = canBeParsed(arguments, programDir);
         findings += checkBoard(parsed ? parseCommandLine(arguments, programDir) : CommandLine(),
                                programDir);
-    } else if (hasArguments) {
-        findings += checkNamesHere(arguments, programDir);
     }
 
     const bool json = parser.isSet(jsonOption);
