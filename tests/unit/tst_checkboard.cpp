@@ -9,6 +9,7 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 
@@ -161,6 +162,8 @@ private slots:
     void findings_data();
     void findings();
 
+    void consequenceOfAnotherTimeout_data();
+    void consequenceOfAnotherTimeout();
     void otherFileSystemThanTheRoot();
     void fileSystemWithoutRoom();
     void readOnlyFileSystem();
@@ -271,6 +274,10 @@ void CheckBoardTest::findings_data()
         b.tell("max_timeout", "16");
     });
     row("30 s as its most", "", [](GoodBoard &b) { b.tell("max_timeout", "30"); });
+    row("30 s as its least", "", [](GoodBoard &b) {
+        b.tell("timeout", "60");
+        b.tell("min_timeout", "30");
+    });
     row("a most that is not told", "", [](GoodBoard &b) {
         b.tell("timeout", "15");
         b.tell("max_timeout", "0");
@@ -436,6 +443,31 @@ void CheckBoardTest::findings()
     GoodBoard board;
     change(board);
     QCOMPARE(board.findings().join(QStringLiteral(", ")), expected);
+}
+
+void CheckBoardTest::consequenceOfAnotherTimeout_data()
+{
+    QTest::addColumn<QByteArray>("timeout");
+    QTest::addColumn<QString>("consequence");
+    QTest::newRow("not longer than between two feeds") << QByteArray("10") << "again and again";
+    QTest::newRow("shorter than 30 s") << QByteArray("11") << "can reset the board";
+    QTest::newRow("longer than 30 s") << QByteArray("60") << "is reset later";
+}
+
+void CheckBoardTest::consequenceOfAnotherTimeout()
+{
+    QFETCH(QByteArray, timeout);
+    QFETCH(QString, consequence);
+    const GoodBoard board;
+    board.tell("timeout", timeout);
+    board.tell("options", "0x8100"); // it cannot be set
+    const Findings found = checkBoard(board.options, board.path(program), board.path(""));
+    QCOMPARE(std::count_if(found.cbegin(), found.cend(),
+                           [&](const Finding &finding) {
+                               return finding.rule == QLatin1String("device-timeout")
+                                   && finding.message.contains(consequence);
+                           }),
+             1);
 }
 
 void CheckBoardTest::otherFileSystemThanTheRoot()

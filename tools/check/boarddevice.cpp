@@ -90,9 +90,13 @@ Findings checkTimeout(const DeviceFacts &facts, bool isFedBySupervisor)
         || (options != 0 && (options & WDIOF_SETTIMEOUT) == 0) || isFedBySupervisor;
     if (!refused || own == 0 || own == timeoutSec)
         return {};
-    const QString consequence = own > 0 && own <= feedSec
-        ? QStringLiteral("which resets the board again and again, as it is fed every 10 s")
-        : QStringLiteral("so a wait that the supervisor is made for can reset the board");
+    QString consequence = QStringLiteral("so that a board that hangs is reset later");
+    if (own <= feedSec)
+        consequence =
+            QStringLiteral("which resets the board again and again, as it is fed every 10 s");
+    else if (own < timeoutSec)
+        consequence =
+            QStringLiteral("so a wait that the supervisor is made for can reset the board");
     return {
         boardError("device-timeout",
                    QStringLiteral("the watchdog device does not take 30 s and keeps its %1 s, %2")
