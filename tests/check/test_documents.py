@@ -267,6 +267,7 @@ RIGHT = '{"value": {"type": "it", "it": true}}'
     (b'{"_": "\xff",' + RIGHT.encode()[1:], [(1, 8, "error encoding")]),
     (b'{"_": "\xc3"}' + RIGHT.encode()[1:],
      [(1, 8, "error encoding"), (1, 11, "error not-json")]),
+    (RIGHT.encode() + b"\xc3", [(1, 38, "warning other-readers")]),
     (b"", [(None, None, "error not-json")]),
     (b" \n", [(2, 1, "error not-json")]),
     (b"\0", [(1, 1, "error not-json")]),

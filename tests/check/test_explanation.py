@@ -186,6 +186,15 @@ def test_where_no_document_counts_the_default_does(tool: Tool) -> None:
     assert [each["value"] for each in explained.values()] == [False, False, [], "", "", 0, {}]
 
 
+def test_a_directory_in_the_place_of_a_document_counts_as_none(tool: Tool) -> None:
+    name = "WatchdogMemoryReportingConf.json"
+    (tool.program_dir / "settings" / name).unlink()
+    (tool.program_dir / "settings" / name).mkdir()
+    write_settings(tool.program_dir, {name: document(True)}, "settings-default")
+    line = tool.explained()["memory line"]
+    assert (line["value"], Path(line["source"]).parent.name) == (True, "settings-default")
+
+
 def test_strange_texts_stay_on_their_line(tool: Tool) -> None:
     write_settings(tool.program_dir, {"WatchdogAutomaticReportingConf.json": document(
         {"uploadPath": "/tmp/\n\x1b[31m", "uploadFilePrefix": "a\nnext"})})

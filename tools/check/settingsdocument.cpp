@@ -140,8 +140,13 @@ bool SettingsDocument::readText()
                     QStringLiteral("begins with a byte order mark; the supervisor reads it, and "
                                    "many other readers of JSON do not")));
     }
-    if (!isWideText(bytes) && hasInvalidUtf8(bytes)) {
-        add(error(placeOf(m_text.indexOf("\xef\xbf\xbd")), QStringLiteral("encoding"),
+    const int replaced = m_text.indexOf("\xef\xbf\xbd");
+    if (!isWideText(bytes) && hasInvalidUtf8(bytes) && replaced < 0) {
+        add(warning(placeOf(m_text.size()), QStringLiteral("other-readers"),
+                    QStringLiteral("half a character; the supervisor passes it over, and other "
+                                   "readers of JSON do not")));
+    } else if (!isWideText(bytes) && hasInvalidUtf8(bytes)) {
+        add(error(placeOf(replaced), QStringLiteral("encoding"),
                   QStringLiteral("is no UTF-8 here; the supervisor reads U+FFFD instead")));
     }
     return true;
