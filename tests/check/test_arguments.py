@@ -202,6 +202,12 @@ def test_what_was_meant_is_guessed(tool: Tool, word: str, hint: str) -> None:
     assert tool.findings([word, *APP])[0]["message"].endswith(hint)
 
 
+def test_a_text_is_shown_whole_if_it_fits_on_a_line(tool: Tool) -> None:
+    messages = [tool.findings(["x" * length, *APP])[0]["message"] for length in (120, 121)]
+    assert messages == [f'"{"x" * 120}" is no option and is ignored',
+                        f'"{"x" * 120}..." is no option and is ignored']
+
+
 def test_a_word_that_is_near_to_none_is_left_alone(tool: Tool) -> None:
     assert tool.findings(["stray", *APP])[0]["message"] == '"stray" is no option and is ignored'
 

@@ -7,6 +7,7 @@ A mark in a document stands where a finding is expected, in the order of the fin
 
 from __future__ import annotations
 
+import json
 from pathlib import Path
 
 import pytest
@@ -277,6 +278,21 @@ def test_bytes(check: Check, tmp_path: Path, content: bytes,
     document = tmp_path / MEMORY
     document.write_bytes(content)
     assert check(document).places == places
+
+
+def test_a_thousand_entries_are_checked(check: Check, tmp_path: Path) -> None:
+    entries = [
+        {"name": f"process-{number}", "arguments": ["--instance", "of-the-product"], "maxLoad": 80,
+         "period": 10, "threadInfo": True, "maxReports": 3, "logFile": ""}
+        for number in range(1000)]
+    document = tmp_path / WATCH_LIST
+    for indent in (None, 4):
+        document.write_text(json.dumps({"value": {"type": "list", "list": entries}},
+                                       indent=indent), "ascii")
+        assert check("--strict", document).text == ""
+    document.write_text(document.read_text("ascii").replace("process-999", "process-998"), "ascii")
+    (finding,) = check(document).findings
+    assert finding.rule == "same-process"
 
 
 @pytest.mark.parametrize("name, meant", [
