@@ -12,6 +12,7 @@
 #include <QSet>
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -84,8 +85,7 @@ void checkSameProcess(SettingsDocument &document, const JsonPath &list,
         for (const QString &argument : arguments.at(i))
             having[{name, argument}].append(i);
     }
-    for (int number = 0; number < distinct.size(); ++number) {
-        const int i = distinct.at(number);
+    for (const int i : std::as_const(distinct)) {
         const QString name = entries.at(i).name();
         const QVector<int> *candidates = &*having.constFind({name});
         for (const QString &argument : arguments.at(i)) {
