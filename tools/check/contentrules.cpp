@@ -44,6 +44,23 @@ void checkName(SettingsDocument &document, const JsonPath &path, const QString &
     }
 }
 
+// The arguments of a process are compared one by one.
+void checkProcessArguments(SettingsDocument &document, const JsonPath &path,
+                           const QStringList &arguments)
+{
+    for (int i = 0; i < arguments.size() && !document.isFull(); ++i) {
+        const QString &argument = arguments.at(i);
+        const JsonPath place = path + JsonPath{QString::number(i)};
+        if (argument.startsWith(QLatin1Char('-')) && argument.contains(QLatin1String(" -"))) {
+            document.add(warning(document.valuePlace(place), QStringLiteral("process-argument"),
+                                 quoted(argument)
+                                     + QStringLiteral(" is one argument with blanks in it; each "
+                                                      "argument stands in quotes of its own")),
+                         place);
+        }
+    }
+}
+
 // Entries that can find the same process have the same name, and the arguments of one are among
 // those of the other. A list can be long, so an entry is compared only with those that have the
 // rarest of its arguments, and of equal entries only the first is compared.
@@ -117,6 +134,8 @@ void checkWatchList(SettingsDocument &document)
         if (!document.isFull() && !entries.last().name().isEmpty()) {
             checkName(document, path + JsonPath{QStringLiteral("name")}, entries.last().name());
         }
+        checkProcessArguments(document, path + JsonPath{QStringLiteral("arguments")},
+                              toStrings(entries.last().arguments()));
     }
     checkSameProcess(document, document.contentPath(), entries);
 }
