@@ -28,6 +28,15 @@ int wrongUsage(const QString &message)
     return WrongUsage;
 }
 
+// The status to end with. Findings that nobody could read must not look like none.
+int finish(ExitStatus status)
+{
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
+        return status;
+    std::fputs("pynx-watchdog-check: standard output cannot be written to\n", stderr);
+    return ErrorsFound;
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -76,11 +85,11 @@ int main(int argc, char *argv[])
         return wrongUsage(parser.errorText());
     if (parser.isSet(helpOption)) {
         std::fputs(parser.helpText().toUtf8().constData(), stdout);
-        return NoError;
+        return finish(NoError);
     }
     if (parser.isSet(versionOption)) {
         printLine(QStringLiteral("pynx-watchdog-check ") + QCoreApplication::applicationVersion());
-        return NoError;
+        return finish(NoError);
     }
 
     const QString programDir = parser.value(programDirOption);
@@ -113,5 +122,5 @@ int main(int argc, char *argv[])
     const bool failed = std::any_of(findings.cbegin(), findings.cend(), [=](const Finding &found) {
         return strict || found.level == Finding::Level::Error;
     });
-    return failed ? ErrorsFound : NoError;
+    return finish(failed ? ErrorsFound : NoError);
 }
