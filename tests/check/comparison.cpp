@@ -102,11 +102,12 @@ QJsonObject sizes(const QString &directory)
 {
     const QString name = PynxSystemManagerLogFilesSizeConfigPath().base();
     QJsonObject result;
-    for (const QString &each : readSettings(name, directory).toHash().keys()) {
-        const bool isEmpty = logFileSizeText(each, directory).isEmpty();
-        result.insert(each,
+    const QVariantHash table = readSettings(name, directory).toHash();
+    for (auto each = table.constBegin(); each != table.constEnd(); ++each) {
+        const bool isEmpty = logFileSizeText(each.key(), directory).isEmpty();
+        result.insert(each.key(),
                       isEmpty ? QJsonValue()
-                              : static_cast<double>(logFileSizeFromConf(each, directory)));
+                              : static_cast<double>(logFileSizeFromConf(each.key(), directory)));
     }
     return result;
 }
@@ -123,7 +124,7 @@ QJsonObject answer(const QJsonObject &question, const QString &directory)
     }
     QStringList arguments;
     const QJsonArray words = question.value(QStringLiteral("arguments")).toArray();
-    for (const QJsonValue word : words)
+    for (const QJsonValue &word : words)
         arguments.append(word.toString());
 
     const bool parsed = canBeParsed(arguments, directory);

@@ -128,7 +128,8 @@ public:
     QStringList findings() const
     {
         QStringList result;
-        for (const Finding &finding : checkBoard(options, path(program), m_directory.path())) {
+        const Findings all = checkBoard(options, path(program), m_directory.path());
+        for (const Finding &finding : all) {
             const QString text = finding.toText();
             const QStringList rights = {QStringLiteral("not-root"), QStringLiteral("real-time"),
                                         QStringLiteral("reboot-right")};

@@ -62,7 +62,7 @@ const CommandLineWord *findSize(const Words &words)
 
 Kind kindOf(const QString &text)
 {
-    return splitCommandLine({text}).first().kind;
+    return splitCommandLine({text}).constFirst().kind;
 }
 
 // Whether the supervisor reads the document of sizes for @p word, and that cannot be done here.

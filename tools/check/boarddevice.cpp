@@ -7,6 +7,8 @@
 #include <QFileInfo>
 #include <QRegularExpression>
 
+#include <algorithm>
+
 #include <linux/watchdog.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -158,12 +160,13 @@ QStringList daemonsAtBoot(const Board &board)
     const QStringList wants = below(QStringLiteral("systemd/system"), QStringLiteral("*.wants"));
     for (const QString &target : wants)
         started += below(QStringLiteral("systemd/system/") + target, QStringLiteral("*.service"));
-    QStringList scripts = below(QStringLiteral("init.d"), QStringLiteral("S??*"));
-    const QStringList levels = below(QStringLiteral("."), QStringLiteral("rc?.d"));
-    for (const QString &level : levels)
-        scripts += below(level, QStringLiteral("S??*"));
-    for (const QString &script : scripts)
-        started += script.mid(3) + QStringLiteral(".service");
+    QStringList places = below(QStringLiteral("."), QStringLiteral("rc?.d"));
+    places.append(QStringLiteral("init.d"));
+    std::for_each(places.cbegin(), places.cend(), [&](const QString &place) {
+        const QStringList scripts = below(place, QStringLiteral("S??*"));
+        for (const QString &script : scripts)
+            started += script.mid(3) + QStringLiteral(".service");
+    });
     QStringList found;
     for (const QString &daemon : daemons) {
         if (started.contains(daemon + QStringLiteral(".service")))

@@ -8,6 +8,8 @@
 #include <QFileInfo>
 #include <QRegularExpression>
 
+#include <algorithm>
+
 namespace {
 
 // The init script starts the supervisor with this PATH behind the board tools.
@@ -31,11 +33,11 @@ QString unitsPath(const Board &board, const SystemdConfiguration &unit)
         texts += readText(board.file(file.mid(begin))).split(QLatin1Char('\n'));
     }
     QString path = QFile::decodeName(qgetenv("PATH"));
-    for (const QString &text : texts) {
+    std::for_each(texts.cbegin(), texts.cend(), [&](const QString &text) {
         const QRegularExpressionMatch match = assignment.match(text);
         if (match.hasMatch() && !text.startsWith(QLatin1Char('#')))
             path = match.captured(1);
-    }
+    });
     return path;
 }
 
