@@ -24,7 +24,7 @@ EMULATOR = "qemu-system-aarch64"
 LOG = "/var/log/application/application.log"
 SAMPLE = "/usr/bin/sample-application"
 
-BOOT_TIMEOUT = 300.0
+BOOT_TIMEOUT = 900.0
 """Seconds for a board to come up. It takes about ten on a machine that is not busy."""
 
 WATCHDOG_SECONDS = 30
