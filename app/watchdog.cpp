@@ -42,14 +42,6 @@ constexpr int snapshotMs = 10000;
 
 std::atomic<bool> applicationTold(false); // a termination signal was passed on to it
 
-QStringList toStrings(const QVariantList &values)
-{
-    QStringList strings;
-    for (const QVariant &value : values)
-        strings.append(value.toString());
-    return strings;
-}
-
 } // namespace
 
 Watchdog::Watchdog(QObject *parent, Reporter::Clock clock)

@@ -37,6 +37,14 @@ QString readSettingsText(const QString &path)
     return stream.readAll();
 }
 
+QStringList toStrings(const QVariantList &values)
+{
+    QStringList strings;
+    for (const QVariant &value : values)
+        strings.append(value.toString());
+    return strings;
+}
+
 QString logFileSizeText(const QString &confName, const QString &programDir)
 {
     const QVariantHash doc =

@@ -4,6 +4,7 @@
 
 #include <QCoreApplication>
 #include <QString>
+#include <QStringList>
 #include <QVariant>
 
 /**
@@ -29,6 +30,9 @@ QVariant readSettingsFile(const QString &path);
 
 /** Returns the text of the settings file at @p path, or an empty one when it cannot be read. */
 QString readSettingsText(const QString &path);
+
+/** Returns @p values as texts; one that has no text, such as a list, becomes empty. */
+QStringList toStrings(const QVariantList &values);
 
 /**
  * Returns the log size limit of the configuration @p confName, as a text for parseSize(), from the

@@ -37,14 +37,6 @@ QJsonArray toArray(const Lines &lines)
     return array;
 }
 
-QJsonArray toStrings(const QVariantList &values)
-{
-    QJsonArray strings;
-    for (const QVariant &value : values)
-        strings.append(value.toString());
-    return strings;
-}
-
 QJsonArray watchList(const QVariantList &entries)
 {
     QJsonArray list;
@@ -52,7 +44,7 @@ QJsonArray watchList(const QVariantList &entries)
         const PynxWatchdogWatchProcess entry{PynxHash(value.toHash())};
         list.append(QJsonObject{
             {QStringLiteral("name"), entry.name()},
-            {QStringLiteral("arguments"), toStrings(entry.arguments())},
+            {QStringLiteral("arguments"), QJsonArray::fromStringList(toStrings(entry.arguments()))},
             {QStringLiteral("period"), entry.period()},
             {QStringLiteral("maxLoad"), entry.maxLoad()},
             {QStringLiteral("threadInfo"), entry.threadInfo()},
@@ -87,7 +79,7 @@ QJsonObject program(const QStringList &arguments, const QString &directory)
     const QJsonObject settings = {
         {QStringLiteral("memory line"), read(PynxWatchdogMemoryReportingConfPath()).toBool()},
         {QStringLiteral("reports"), read(PynxWatchdogAutomaticReportingPath()).toBool()},
-        {QStringLiteral("report files"), toStrings(content.files())},
+        {QStringLiteral("report files"), QJsonArray::fromStringList(toStrings(content.files()))},
         {QStringLiteral("upload path"), upload.uploadPath()},
         {QStringLiteral("upload prefix"), upload.uploadFilePrefix()},
         {QStringLiteral("watch"), watchList(read(PynxWatchdogWatchProcessListPath()).toList())},

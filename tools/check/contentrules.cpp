@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "tools/check/contentrules.h"
 
+#include "logging/settings.h"
 #include "platform/pynx_api.h"
-#include "tools/check/payload.h"
 #include "tools/check/schema.h"
 #include "tools/check/sizetext.h"
 

@@ -48,11 +48,3 @@ bool isClosed(const QString &path)
 {
     return ::access(QFile::encodeName(path).constData(), R_OK) != 0 && errno == EACCES;
 }
-
-QStringList toStrings(const QVariantList &values)
-{
-    QStringList strings;
-    for (const QVariant &value : values)
-        strings.append(value.toString());
-    return strings;
-}

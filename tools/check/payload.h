@@ -3,7 +3,6 @@
 #pragma once
 
 #include <QString>
-#include <QStringList>
 #include <QVariant>
 
 /** What is larger is not read. A watch list of a thousand processes has less, also if indented. */
@@ -27,6 +26,3 @@ Payload readPayload(const QString &name, const QString &programDir);
 
 /** Whether this account may not reach or read what @p path names, which the supervisor may. */
 bool isClosed(const QString &path);
-
-/** The texts of @p values, as the supervisor takes lists of a document. */
-QStringList toStrings(const QVariantList &values);
