@@ -7,7 +7,7 @@
 #include <QFileInfo>
 #include <QRegularExpression>
 
-#include <algorithm>
+#include <utility>
 
 #include <linux/watchdog.h>
 #include <sys/stat.h>
@@ -162,11 +162,11 @@ QStringList daemonsAtBoot(const Board &board)
         started += below(QStringLiteral("systemd/system/") + target, QStringLiteral("*.service"));
     QStringList places = below(QStringLiteral("."), QStringLiteral("rc?.d"));
     places.append(QStringLiteral("init.d"));
-    std::for_each(places.cbegin(), places.cend(), [&](const QString &place) {
+    for (const QString &place : std::as_const(places)) {
         const QStringList scripts = below(place, QStringLiteral("S??*"));
         for (const QString &script : scripts)
             started += script.mid(3) + QStringLiteral(".service");
-    });
+    }
     QStringList found;
     for (const QString &daemon : daemons) {
         if (started.contains(daemon + QStringLiteral(".service")))

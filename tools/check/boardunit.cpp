@@ -8,7 +8,7 @@
 #include <QFileInfo>
 #include <QRegularExpression>
 
-#include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -33,11 +33,11 @@ QString unitsPath(const Board &board, const SystemdConfiguration &unit)
         texts += readText(board.file(file.mid(begin))).split(QLatin1Char('\n'));
     }
     QString path = QFile::decodeName(qgetenv("PATH"));
-    std::for_each(texts.cbegin(), texts.cend(), [&](const QString &text) {
+    for (const QString &text : std::as_const(texts)) {
         const QRegularExpressionMatch match = assignment.match(text);
         if (match.hasMatch() && !text.startsWith(QLatin1Char('#')))
             path = match.captured(1);
-    });
+    }
     return path;
 }
 

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <utility>
 
 namespace {
 
@@ -108,9 +109,8 @@ int main(int argc, char *argv[])
     }
 
     const bool json = parser.isSet(jsonOption);
-    std::for_each(findings.cbegin(), findings.cend(), [=](const Finding &finding) {
+    for (const Finding &finding : std::as_const(findings))
         printLine(json ? finding.toJson() : finding.toText());
-    });
     if (parser.isSet(explainOption)) {
         const QVector<Explanation> explanations =
             hasArguments ? explain(arguments, programDir) : explainSettings(programDir);
