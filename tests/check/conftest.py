@@ -18,10 +18,10 @@ def check(build_directory: Path) -> Check:
     """check("--strict", path): the tool's status, findings and text."""
     tool = build_directory / "pynx-watchdog-check"
 
-    def run(*arguments: Path | str) -> Checked:
+    def run(*arguments: Path | str, cwd: Path | None = None) -> Checked:
         def start(*more: str) -> subprocess.CompletedProcess[str]:
             return subprocess.run([tool, *more, *arguments], capture_output=True, check=False,
-                                  encoding="utf-8", timeout=TIME_LIMIT)
+                                  encoding="utf-8", timeout=TIME_LIMIT, cwd=cwd)
 
         plain = start()
         machine = start("--json")

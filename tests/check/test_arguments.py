@@ -10,7 +10,7 @@ from typing import Any
 
 import pytest
 
-from checking import Short, Tool, document, write_settings
+from checked import Check, Short, Tool, document, write_settings
 
 APP = ["--app", "/bin/sh"]
 LOG = ["--logfileName", "/tmp/a.log"]
@@ -18,10 +18,10 @@ SIZE = ["--logfileSize", "1M"]
 
 
 @pytest.fixture
-def tool(build_directory: Path, tmp_path: Path) -> Tool:
+def tool(check: Check, build_directory: Path, tmp_path: Path) -> Tool:
     """The tool with the factory's settings."""
     shutil.copytree(build_directory / "settings-default", tmp_path / "settings-default")
-    return Tool(build_directory, tmp_path)
+    return Tool(check, tmp_path)
 
 
 def error(line: int | None, rule: str) -> Short:
@@ -199,17 +199,17 @@ def test_rotating_only_leaves_settings_aside(tool: Tool, settings: dict[str, Any
     ("--user=bob", 'the value of "--user" is an argument of its own'),
 ])
 def test_what_was_meant_is_guessed(tool: Tool, word: str, hint: str) -> None:
-    assert tool.findings([word, *APP])[0]["message"].endswith(hint)
+    assert tool.findings([word, *APP])[0].message.endswith(hint)
 
 
 def test_a_text_is_shown_whole_if_it_fits_on_a_line(tool: Tool) -> None:
-    messages = [tool.findings(["x" * length, *APP])[0]["message"] for length in (120, 121)]
+    messages = [tool.findings(["x" * length, *APP])[0].message for length in (120, 121)]
     assert messages == [f'"{"x" * 120}" is no option and is ignored',
                         f'"{"x" * 120}..." is no option and is ignored']
 
 
 def test_a_word_that_is_near_to_none_is_left_alone(tool: Tool) -> None:
-    assert tool.findings(["stray", *APP])[0]["message"] == '"stray" is no option and is ignored'
+    assert tool.findings(["stray", *APP])[0].message == '"stray" is no option and is ignored'
 
 
 @pytest.mark.parametrize("arguments", [
@@ -221,6 +221,6 @@ def test_a_word_that_is_near_to_none_is_left_alone(tool: Tool) -> None:
 def test_what_the_machine_has_is_the_boards(tool: Tool, arguments: list[str]) -> None:
     # A product is built on another machine than the one that it is for.
     assert not tool.judged(arguments)
-    on_board = tool.objects("--board", "--", *arguments)
+    on_board = tool.run("--board", "--", *arguments).findings
     assert {"application", "account", "log-directory"} & {
-        found["rule"] for found in on_board if found["file"] == "board"}
+        found.rule for found in on_board if found.file == "board"}

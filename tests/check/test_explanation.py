@@ -10,7 +10,7 @@ from pathlib import Path
 
 import pytest
 
-from checking import Tool, document, write_settings
+from checked import Check, Tool, document, write_settings
 
 ARGUMENTS = ["--logfileName", "/tmp/a.log", "--logfileSizeConf", "product", "--user", "nobody",
              "--app", "/bin/sh", "-c", "exit 3"]
@@ -114,15 +114,15 @@ sizes: {"broken":null,"product":2097152}
 
 
 @pytest.fixture
-def tool(build_directory: Path, tmp_path: Path) -> Tool:
+def tool(check: Check, tmp_path: Path) -> Tool:
     """The tool with the settings of the test."""
     write_settings(tmp_path, SETTINGS)
-    return Tool(build_directory, tmp_path)
+    return Tool(check, tmp_path)
 
 
 def explanation(tool: Tool, *arguments: str) -> str:
     """What is printed behind the findings, without the directory of the documents."""
-    text = tool.run("--explain", *arguments).stdout.decode()
+    text = tool.run("--explain", *arguments).text
     lines = text.replace(f"{tool.program_dir}/settings/", "").splitlines(keepends=True)
     first = next(number for number, line in enumerate(lines)
                  if line.startswith("    ")) - 1
@@ -199,9 +199,9 @@ def test_strange_texts_stay_on_their_line(tool: Tool) -> None:
     write_settings(tool.program_dir, {"WatchdogAutomaticReportingConf.json": document(
         {"uploadPath": "/tmp/\n\x1b[31m", "uploadFilePrefix": "a\nnext"})})
     text = tool.run("--explain", "--", "--logfileName", "a\nnext", "\x1b\n", "--app",
-                    "x\nnext").stdout
-    assert b"\x1b" not in text
-    assert b"\nnext" not in text
+                    "x\nnext").text
+    assert "\x1b" not in text
+    assert "\nnext" not in text
 
 
 # ---- Documents that are better not read
