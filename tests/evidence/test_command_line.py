@@ -74,6 +74,17 @@ def test_the_log_in_an_archive_and_the_one_beside_it_are_the_same(tmp_path: Path
         == ["start", "request", "request", "archive", "start", "request"]
 
 
+def test_the_members_of_an_archive_are_joined(tmp_path: Path) -> None:
+    manifest = json.dumps({"time": "2026-11-22T10:00:40+0000", "journal": [
+        end("10:00:10").strip(), end("10:00:30").strip()]})
+    log = start("10:00:00.000") + start("10:00:20.000")
+    report = archive(tmp_path / "report-a-1795341640000.tar.gz",
+                     **{"manifest.json": manifest, "tmp__log__application_log": log})
+    for paths in ([report], [report, report], [tmp_path]):
+        assert [event["kind"] for event in events(*paths)] \
+            == ["start", "end", "start", "end", "archive"]
+
+
 def test_a_broken_file_costs_only_itself(tmp_path: Path) -> None:
     (tmp_path / "log").write_text(start("10:00:00.000"))
     (tmp_path / "report-a-1795341605000.tar.gz").write_bytes(b"\x1f\x8b broken")

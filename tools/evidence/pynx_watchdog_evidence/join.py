@@ -4,6 +4,7 @@
 
 from __future__ import annotations
 
+import itertools
 from collections.abc import Callable, Iterable, Iterator
 from datetime import datetime, timedelta, timezone
 from pathlib import Path
@@ -19,7 +20,8 @@ def events_of(paths: Iterable[Path], complain: Complain) -> Iterator[Event]:
     files = sorted({file.resolve(): file for path in paths for file in sources.find(path)}.values())
     halves = {sources.older_half(file) for file in files}
     logs = [file for file in files if file not in halves or not _log_of(file).is_file()]
-    if len(logs) == 1:
+    # A single source is in order as it is, so that a huge log takes no memory. An archive is many.
+    if len(logs) == 1 and not sources.is_archive(logs[0]):
         yield from _readable(logs[0], complain)
         return
     yield from _in_order([list(_readable(file, complain)) for file in logs])
@@ -39,14 +41,14 @@ def _readable(file: Path, complain: Complain) -> Iterator[Event]:
 def _in_order(found: list[list[Event]]) -> Iterator[Event]:
     offset = _most_frequent_offset(found)
     placed = []
-    for number, events in enumerate(found):
-        latest = datetime.min.replace(tzinfo=timezone.utc)
-        for position, event in enumerate(events):
-            # In a source the order is that of the lines, also where the clock was set back.
-            latest = max(latest, _utc(event.time, offset)) if event.time else latest
-            placed.append((latest, number, position, event))
+    latest: dict[str, datetime] = {}
+    for event in itertools.chain.from_iterable(found):
+        # In a source the order is that of the lines, also where the clock was set back.
+        before = latest.get(event.source, datetime.min.replace(tzinfo=timezone.utc))
+        latest[event.source] = max(before, _utc(event.time, offset)) if event.time else before
+        placed.append((latest[event.source], event))
     seen: set[object] = set()
-    for *_, event in sorted(placed, key=lambda place: place[:3]):
+    for _, event in sorted(placed, key=lambda place: place[0]):
         if event.identity is not None:
             if event.identity in seen:
                 continue

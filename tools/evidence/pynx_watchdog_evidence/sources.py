@@ -22,6 +22,7 @@ from .snapshots import looks_like_snapshots, snapshots
 BEGINNING = 1 << 16  # bytes of a file that tell what it is
 LARGEST_TEXT = 1 << 26  # bytes that are read of what is no log
 ACCOUNT = "account.jsonl"  # of a simulated device
+GZIP = b"\x1f\x8b"  # the first bytes of an archive
 
 
 class Unreadable(Exception):
@@ -45,6 +46,17 @@ def find(path: Path) -> Iterator[Path]:
             file = Path(directory, name)
             if file.is_file() and not file.is_symlink():
                 yield file
+
+
+def is_archive(path: Path) -> bool:
+    """Whether the file at `path` is an archive, whose members are sources of their own."""
+    try:
+        if not path.is_file():  # a pipe would be waited for
+            return False
+        with path.open("rb") as file:
+            return file.read(len(GZIP)) == GZIP
+    except OSError:
+        return False
 
 
 def older_half(path: Path) -> Path:
@@ -87,7 +99,7 @@ def _read(source: str, name: str, streams: list[BinaryIO], context: _Context) ->
     stream = streams[-1]
     beginning = stream.read(BEGINNING)
     stream.seek(0)
-    if beginning.startswith(b"\x1f\x8b"):
+    if beginning.startswith(GZIP):
         yield from _archive(source, name, stream)
         return
     reader = _reader(name, beginning)
