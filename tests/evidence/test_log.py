@@ -71,6 +71,17 @@ def test_the_load_of_a_process_that_ended_is_told_as_its_end() -> None:
     assert sample == {"interval_ms": 1000, "load": 4.6e18, "ended": True}
 
 
+@pytest.mark.parametrize("load", [b"inf", b"nan", b"-nan"])
+def test_a_load_that_is_no_number_is_null(load: bytes) -> None:
+    sample = read(ALARM.replace(b"cpu load:26.1%", b"cpu load:%s%%" % load))[0]["samples"][0]
+    assert sample["load"] is None and "ended" not in sample
+
+
+def test_the_alarm_of_a_process_that_ended_has_its_name_from_its_earlier_lines() -> None:
+    text = ALARM.replace(b"Process:render (77)", b"Process: (0)")
+    assert read(text)[0]["process"] == "render"
+
+
 @pytest.mark.parametrize("text, event", [
     (b"2026-11-22 11:00:00.000 Watchdog: Starting app: /opt/a b \n",
      {"kind": "start", "time": "2026-11-22T11:00:00", "program": "/opt/a b"}),
@@ -95,6 +106,9 @@ def test_a_line_is_an_event(text: bytes, event: dict[str, Any]) -> None:
     b"Watchdog: Starting app: x \n",  # without a time
     b"2026-11-22 11:00:00.000 Watchdog: Starting app: x\n",  # without the blank at its end
     b"2026-11-22 11:00:00.000 cpu load\n",
+    b"2026-11-22 11:00:00.000 == MEMORY USAGE == Free: %s kB, Buffers+Cache: 1 kB\n"
+    % (b"9" * 5000),
+    ALARM.replace(b"(77)", b"(%s)" % (b"7" * 5000)),
 ])
 def test_a_line_that_only_resembles_one_is_none(text: bytes) -> None:
     assert read(text) == []

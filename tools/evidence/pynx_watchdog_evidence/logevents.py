@@ -4,6 +4,7 @@
 
 from __future__ import annotations
 
+import math
 from collections.abc import Callable, Iterable, Iterator
 from typing import Any, BinaryIO
 
@@ -61,11 +62,13 @@ class Alarm:
         if line.kind == "interval":
             samples.append({"interval_ms": int(line.fields["interval_ms"])})
             return True
-        load = float(line.fields["load"])
+        load = _finite(line.fields["load"])
         sample = samples[-1]
         if line.kind == "load":
             sample["load"] = load
-            if load > ENDED_LOAD or not line.fields["process"]:
+            # The alarm of a process that has just ended has no name; its earlier lines do.
+            self.event.fields["process"] = self.event.fields["process"] or line.fields["process"]
+            if load is not None and load > ENDED_LOAD or not line.fields["process"]:
                 sample["ended"] = True
         elif line.kind == "thread total":
             sample["thread_total"] = load
@@ -74,6 +77,12 @@ class Alarm:
             sample.setdefault("threads", []).append(
                 {"name": line.fields["thread"], "load": load})
         return True
+
+
+def _finite(text: str) -> float | None:
+    """The load, which is infinite or no number where the time of the processors stood still."""
+    load = float(text)
+    return load if math.isfinite(load) else None
 
 
 _SINGLE: dict[str, dict[str, Callable[[str], Any]]] = {

@@ -29,6 +29,7 @@ def _line(kind: str, needle: bytes, pattern: bytes, source: str, *pieces: str) -
     return LogText(kind, needle, re.compile(pattern), source, pieces)
 
 
+_LOAD = rb"(?P<load>[-+]?(?:\d+(?:\.\d+)?(?:e[-+]\d+)?|inf|nan))%$"
 _TIME = rb"(?P<time>" + LOCAL_TIME + rb")"
 
 LOG_TEXTS = (
@@ -40,28 +41,28 @@ LOG_TEXTS = (
           _TIME + rb" Watchdog: Starting app: (?P<program>.*) $",
           "app/watchdog.cpp", "%1 Watchdog: %2 ", "Starting app: "),
     _line("alarm", b") cpu load is : ",
-          _TIME + rb" Process:(?P<process>.*) \((?P<pid>-?\d+)\) cpu load is : "
-          rb"(?P<threshold>-?\d+) for (?P<period>-?\d+) seconds $",
+          _TIME + rb" Process:(?P<process>.*) \((?P<pid>-?\d{1,12})\) cpu load is : "
+          rb"(?P<threshold>-?\d{1,12}) for (?P<period>-?\d{1,12}) seconds $",
           "load/systemloadstat.cpp", "Process:", ") cpu load is : ", " for ", " seconds "),
     _line("interval", b" Time between two invocations:",
-          _TIME + rb" Time between two invocations:(?P<interval_ms>-?\d+)ms$",
+          _TIME + rb" Time between two invocations:(?P<interval_ms>-?\d{1,19})ms$",
           "load/systemloadstat.cpp", "Time between two invocations:"),
     _line("load", b" cpu load:",
-          _TIME + rb" (?P<process>.*) cpu load:(?P<load>[-+.\deinfa]+)%$",
+          _TIME + rb" (?P<process>.*) cpu load:" + _LOAD,
           "load/systemloadstat.cpp", " cpu load:"),
     _line("thread total", b" total thread load:",
-          _TIME + rb" (?P<process>.*) total thread load:(?P<load>[-+.\deinfa]+)%$",
+          _TIME + rb" (?P<process>.*) total thread load:" + _LOAD,
           "load/systemloadstat.cpp", " total thread load:"),
     _line("thread", b"  thread name:",
-          _TIME + rb"  thread name:(?P<thread>.*) load:(?P<load>[-+.\deinfa]+)%$",
+          _TIME + rb"  thread name:(?P<thread>.*) load:" + _LOAD,
           "load/systemloadstat.cpp", " thread name:", " load:"),
     _line("not_found", b" doesn't appear for ",
           rb"Process (?P<process>.*) with args \[(?P<arguments>.*)\] doesn't appear for "
-          rb"(?P<seconds>\d+) seconds$",
+          rb"(?P<seconds>\d{1,12}) seconds$",
           "app/watchdog.cpp", "Process %1 with args [%2] doesn't appear for %3 seconds"),
     _line("memory", b" == MEMORY USAGE == ",
-          _TIME + rb" == MEMORY USAGE == Free: (?P<free_kib>\d+) kB, "
-          rb"Buffers\+Cache: (?P<cache_kib>\d+) kB$",
+          _TIME + rb" == MEMORY USAGE == Free: (?P<free_kib>\d{1,20}) kB, "
+          rb"Buffers\+Cache: (?P<cache_kib>\d{1,20}) kB$",
           "health/memoryusage.cpp", "%1 == MEMORY USAGE == Free: %2, Buffers+Cache: %3"),
 )
 
@@ -71,12 +72,12 @@ TEXT_MARKER = b"==Report=="
 MARKERS_SOURCE = "logging/reportmarkers.cpp"
 
 END = re.compile(
-    r"Restarting process: exit code:(?P<code>-?\d+), exist status:(?P<crash>[01]), "
-    r"uptime:(?:(?P<days>-?\d+) days )?(?:(?P<hours>-?\d+) hours )?(?:(?P<minutes>-?\d+) min )?"
-    r"(?P<seconds>-?\d+) sec")
+    r"Restarting process: exit code:(?P<code>-?\d{1,12}), exist status:(?P<crash>[01]), "
+    r"uptime:(?:(?P<days>-?\d{1,12}) days )?(?:(?P<hours>-?\d{1,12}) hours )?"
+    r"(?:(?P<minutes>-?\d{1,12}) min )?(?P<seconds>-?\d{1,12}) sec")
 END_SOURCE = ("app/watchdog.cpp",
               "Restarting process: exit code:%d, exist status:%d, uptime:%s")
-START_FAILED = re.compile(r"Error occured during process startup, code: (?P<code>-?\d+)")
+START_FAILED = re.compile(r"Error occured during process startup, code: (?P<code>-?\d{1,12})")
 START_FAILED_SOURCE = ("common/processerror.cpp",
                        "Error occured during process startup, code: %d")
 THIRD_END = "Critical FW error, rebooting."

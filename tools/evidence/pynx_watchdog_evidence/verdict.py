@@ -120,7 +120,7 @@ def _busiest_before(events: Sequence[Event], at: int) -> tuple[int, str] | None:
         limit = f"of {event.fields['threshold']} % allowed"
         if threads:
             return number, f"thread {threads[0]['name']!r} used {threads[0]['load']:g} % {limit}"
-        return number, f"{event.fields['process']!r} used {sample.get('load', 0):g} % {limit}"
+        return number, f"{event.fields['process']!r} used {sample.get('load') or 0:g} % {limit}"
     return None
 
 
@@ -181,7 +181,7 @@ def _alarms(events: Sequence[Event]) -> Iterator[Sentence]:
             by_process.setdefault(event.fields["process"], []).append(at)
     for process, alarms in by_process.items():
         loads = [sample["load"] for at in alarms for sample in events[at].fields["samples"]
-                 if "load" in sample and "ended" not in sample]
+                 if sample.get("load") is not None and "ended" not in sample]
         text = f"{process!r} was too busy" + (f" {len(alarms)} times" if len(alarms) > 1 else "")
         if loads:
             text += f", with up to {max(loads):g} % of all processors"
