@@ -12,6 +12,8 @@ from pathlib import Path
 
 from .events import Event
 from .join import events_of
+from .page import write_page
+from .sources import logs_of
 from .verdict import CERTAIN, verdict
 
 
@@ -23,8 +25,11 @@ def main(arguments: Sequence[str] | None = None) -> int:
     parser.add_argument("paths", metavar="PATH", nargs="+", type=Path,
                         help="a log, an archive, a text of the system log or of the supervisor's "
                              "standard error, or a directory with any of these")
-    parser.add_argument("--jsonl", action="store_true",
+    output = parser.add_mutually_exclusive_group()
+    output.add_argument("--jsonl", action="store_true",
                         help="print the events as JSON, one a line")
+    output.add_argument("--html", metavar="FILE", type=Path,
+                        help="write a page for a browser, with the logs; it needs nothing else")
     options = parser.parse_args(arguments)
 
     failed: list[Path] = []
@@ -44,10 +49,16 @@ def main(arguments: Sequence[str] | None = None) -> int:
             kept = list(events)
             found = len(kept)
             if kept or not failed:
-                _print_for_people(kept)
+                if options.html:
+                    write_page(options.html, kept, verdict(kept), logs_of(kept))
+                else:
+                    _print_for_people(kept)
         sys.stdout.flush()
     except BrokenPipeError:
         sys.stderr.close()
+    except OSError as error:
+        print(f"pynx-watchdog-evidence: {error}", file=sys.stderr)
+        return 1
     return 1 if failed and not found else 0
 
 

@@ -39,7 +39,7 @@ def _readable(file: Path, complain: Complain) -> Iterator[Event]:
 
 
 def _in_order(found: list[list[Event]]) -> Iterator[Event]:
-    offset = _most_frequent_offset(found)
+    offset = most_frequent_offset(found)
     placed = []
     latest: dict[str, datetime] = {}
     for event in itertools.chain.from_iterable(found):
@@ -62,7 +62,7 @@ def _utc(time: datetime, offset: timedelta) -> datetime:
     return time.astimezone(timezone.utc)
 
 
-def _most_frequent_offset(found: list[list[Event]]) -> timedelta:
+def most_frequent_offset(found: list[list[Event]]) -> timedelta:
     """What a local time without an offset is taken for."""
     counts: dict[timedelta, int] = {}
     for events in found:

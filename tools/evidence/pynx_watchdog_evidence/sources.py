@@ -7,8 +7,9 @@ from __future__ import annotations
 import json
 import os
 import re
-from collections.abc import Callable, Iterator
+from collections.abc import Callable, Iterable, Iterator
 from contextlib import ExitStack
+from dataclasses import dataclass
 from datetime import datetime, timedelta
 from pathlib import Path
 from typing import Any, BinaryIO
@@ -84,6 +85,54 @@ def read(path: Path) -> Iterator[Event]:
 
 def _changed(path: Path) -> datetime:
     return datetime.fromtimestamp(path.stat().st_mtime)
+
+
+@dataclass(frozen=True)
+class Log:
+    """A text that events are from, most of all the application's log."""
+
+    name: str  # as in Event.source
+
+    def open(self) -> list[BinaryIO]:
+        """Its halves, the older one first, or the one file that it is. The caller closes them.
+
+        Raises OSError, which can also say that it is no longer there.
+        """
+        if not os.path.exists(self.name):
+            return self._open_member()
+        path = Path(self.name)
+        with path.open("rb") as file:
+            is_log = _reader(path.name, file.read(BEGINNING)) is None
+        older = older_half(path)
+        halves = [older, path] if is_log and older.is_file() else [path]
+        return [half.open("rb") for half in halves]
+
+    def _open_member(self) -> list[BinaryIO]:
+        parts = self.name.split("!")
+        for count in range(1, len(parts)):
+            path, member = Path("!".join(parts[:count])), "!".join(parts[count:])
+            if path.is_file():
+                break
+        else:
+            raise FileNotFoundError(f"{self.name}: it is not there")
+        with path.open("rb") as file, open_archive(file, path.name) as archive:
+            if member not in archive.files:
+                raise FileNotFoundError(f"{self.name}: it is not in the archive")
+            newer = archive.files.pop(member)
+            is_log = _reader(os.path.basename(member), newer.read(BEGINNING)) is None
+            newer.seek(0)
+            older = archive.files.pop(member + ".0", None) if is_log else None
+            return [older, newer] if older else [newer]
+
+
+def logs_of(events: Iterable[Event]) -> list[Log]:
+    """The texts that the events are from, the application's log first."""
+    names: dict[str, bool] = {}
+    for event in events:
+        # The lines of a manifest are not those of its file.
+        if event.line and not event.source.endswith("!manifest.json"):
+            names[event.source] = names.get(event.source, False) or event.kind == "start"
+    return [Log(name) for name in sorted(names, key=lambda name: not names[name])]
 
 
 class _Context:

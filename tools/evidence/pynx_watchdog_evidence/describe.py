@@ -1,0 +1,68 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""Tells an event in words."""
+
+from __future__ import annotations
+
+import math
+
+from .events import Event
+from .lanes import how_ended
+
+
+def describe(event: Event) -> str:
+    """The event in one line of text."""
+    known = event.fields
+    if event.kind == "start":
+        return f"application started: {known['program']}"
+    if event.kind == "end":
+        return f"application {how_ended(event)} after {known['uptime']} s"
+    if event.kind == "start_failed":
+        return f"start failed with code {known['code']}"
+    if event.kind == "alarm":
+        process = known["process"] or "a process that has ended"
+        return (f"{process} ({known['pid']}): load of {known['threshold']} % or more "
+                f"for {known['period']} s" + _measured(event))
+    if event.kind == "not_found":
+        return f"{known['process']} [{known['arguments']}] was missing for {known['seconds']} s"
+    if event.kind == "memory":
+        return (f"memory: {known['free_kib'] // 1024} MiB unused, "
+                f"{known['cache_kib'] // 1024} MiB buffers and cache")
+    if event.kind == "request":
+        return f"report requested: {known['name']}" \
+            + (f", with {known['file']}" if known["file"] else "")
+    if event.kind == "archive":
+        whole = "" if known["complete"] else f", not whole: {known.get('problem')}"
+        return f"archive {known['name'] or ''}: {len(known['members'])} files{whole}"
+    if event.kind == "snapshot":
+        return _snapshot(event)
+    if event.kind == "reboot":
+        return f"reboot: {known['reason']}"
+    return str(known.get("text") or known.get("cause") or event.kind)
+
+
+def tone(event: Event) -> str:
+    """How bad the event is: bad, warn or plain."""
+    known = event.fields
+    if event.kind in ("reboot", "start_failed") or known.get("crash"):
+        return "bad"
+    if event.kind in ("alarm", "not_found") or known.get("exit_code") \
+            or known.get("complete") is False:
+        return "warn"
+    return "plain"
+
+
+def _measured(event: Event) -> str:
+    samples = event.fields["samples"]
+    loads = [sample["load"] for sample in samples if "load" in sample and "ended" not in sample]
+    ended = ", the process ended" if any("ended" in sample for sample in samples) else ""
+    return (f", up to {max(loads):g} %" if loads else "") + ended
+
+
+def _snapshot(event: Event) -> str:
+    average = event.fields["load_average"]
+    busy = [row for row in event.fields["processes"] if row["cpu"] and math.isfinite(row["cpu"])]
+    busiest = max(busy, key=lambda row: float(row["cpu"]), default=None)
+    return "snapshot" \
+        + (": load average " + " ".join(f"{load:g}" for load in average) if average else "") \
+        + (f", busiest {busiest['command']} with {busiest['cpu']:g} %" if busiest else "")
