@@ -178,13 +178,18 @@ def _times(events: Sequence[Event], texts: Sequence[_Text],
     marks_of = {text.name: text.marks for text in texts}
     latest: dict[str, int] = {}
     for event in events:
-        if event.time:
+        found = marks_of.get(event.source, [])
+        before = bisect.bisect(found, event.line, key=lambda mark: mark[0])
+        if _is_after(event) and before:
+            latest[event.source] = found[before - 1][1]
+        elif event.time:
             latest[event.source] = _milliseconds(event.time, offset)
-            yield latest[event.source]
-        else:
-            found = marks_of.get(event.source, [])
-            before = bisect.bisect(found, event.line, key=lambda mark: mark[0])
-            yield found[before - 1][1] if before else latest.get(event.source)
+        yield latest.get(event.source)
+
+
+def _is_after(event: Event) -> bool:
+    """Whether it is only known what the event was after."""
+    return event.time is None or event.kind in ("request", "not_found")
 
 
 # -- the events -----------------------------------------------------------------------------------
@@ -218,7 +223,7 @@ def _shown_events(events: Sequence[Event], times: Sequence[int | None]) -> dict[
         if event.kind == "snapshot" and rows < MOST_PROCESSES:
             snapshots[number] = _table(event.fields["processes"])
             rows += len(event.fields["processes"])
-        found.append({"kind": event.kind, "time": time, "after": event.time is None,
+        found.append({"kind": event.kind, "time": time, "after": _is_after(event),
                       "source": sources[event.source], "line": event.line,
                       "text": describe(event), "tone": tone(event),
                       "details": _details(event.fields)})

@@ -79,8 +79,7 @@ function lineOfIndex(one, index) {
 }
 
 function lineText(one, index) {
-    const end = one.starts[index + 1] ?? one.text.length + 1;
-    return one.text.slice(one.starts[index], end - 1);
+    return one.text.slice(one.starts[index], one.starts[index + 1]).replace(/\n$/, "");
 }
 
 // -- times of lines -----------------------------------------------------------------------------

@@ -103,7 +103,6 @@ function followSearch() {
     byId("find-previous").onclick = () => turn(-1);
 }
 
-await readLogs();
 showFacts();
 followZone();
 showVerdict();
@@ -118,9 +117,10 @@ followSearch();
 byId("log-name").replaceChildren(...logs.map(one =>
     make("option", {value: one.number}, one.name)));
 byId("log-section").hidden = !logs.length;
+redrawAxis();
+await readLogs(); // takes longest, so all else is there before
 if (logs.length)
     showLog(logs[0]);
-redrawAxis();
 new ResizeObserver(redrawAxis).observe(byId("axis"));
 new ResizeObserver(() => log && drawRows()).observe(byId("log"));
 matchMedia("(prefers-color-scheme: dark)").addEventListener("change", redrawAxis);
