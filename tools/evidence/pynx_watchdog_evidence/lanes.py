@@ -4,6 +4,8 @@
 
 from __future__ import annotations
 
+import bisect
+import math
 from collections.abc import Iterator, Sequence
 from typing import NamedTuple
 
@@ -91,12 +93,13 @@ def boots(events: Sequence[Event], times: Sequence[int | None]) -> Iterator[Bar]
         # The archives of a simulated device tell the boot of this machine.
         if boot in from_messages or not from_messages:
             note(boot, _ago(time, uptime), time, at)
-    before: int | None = None
+    ordered = sorted(time for time in times if time is not None)
+    before = -math.inf
     for number, (boot, (begin, end, at)) in enumerate(
             sorted(found.items(), key=lambda item: item[1]), 1):
         # What is after the end of one boot and tells none is of the next.
-        begin = min((time for time in times if time is not None
-                     and (before is None or time > before)), default=begin)
+        first = bisect.bisect(ordered, before)
+        begin = min([begin, *ordered[first:first + 1]])
         yield Bar(begin, end, f"boot {number} of {len(found)}, {boot}", "plain", False, at)
         before = end
     if not found:
