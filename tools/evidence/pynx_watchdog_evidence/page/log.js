@@ -8,7 +8,7 @@ const TALLEST = 8000000; // pixels; browsers draw no much taller element
 const LONGEST_LINE = 4000; // characters that are shown
 const MOST_FOUND = 100000;
 
-const logs = data.logs.map(log => ({...log, rows: 0, text: "", starts: []}));
+const logs = data.logs.map((log, number) => ({...log, number, rows: 0, text: "", starts: []}));
 let log = null; // the one that is shown
 let firstRow = 0; // the first row in view
 let currentLine = 0;
@@ -16,9 +16,8 @@ let query = null; // what is searched, as a regular expression
 let found = []; // lines, as pairs of the number of the log and the number of the line in its text
 
 async function readLogs() {
-    await Promise.all(logs.map(async (one, number) => {
-        one.number = number;
-        one.text = await unpack(`log-${number}`);
+    await Promise.all(logs.map(async one => {
+        one.text = await unpack(`log-${one.number}`);
         one.starts = lineStarts(one.text);
         one.events = new Map(events.map((event, at) => [event, at])
             .filter(([event]) => data.sources[event.source] === one.name)
