@@ -29,7 +29,7 @@ AXE_SHA256 = "880970c081707360e64f34cea25ff91892f5bc95675b0776925b9709dd8a68bb"
 class Browser:
     """Chromium, driven by Debian's chromedriver."""
 
-    def __init__(self, width: int = 1300, height: int = 1000) -> None:
+    def __init__(self) -> None:
         options: Any = webdriver.ChromeOptions()  # Any: Debian's selenium has types in parts only
         # Chromium has no sandbox for root, whom the tests may run as.
         for argument in ("--headless=new", "--no-sandbox", "--disable-dev-shm-usage"):
@@ -41,8 +41,6 @@ class Browser:
         self.command("Network.enable")
         self.command("Network.emulateNetworkConditions", offline=True, latency=0,
                      downloadThroughput=0, uploadThroughput=0)
-        self.resize(width, height)
-        self.colours("light")
 
     def command(self, name: str, **parameters: Any) -> Any:
         """Give a command of the DevTools protocol."""

@@ -22,6 +22,7 @@ from selenium.webdriver.common.keys import Keys
 from browser import Browser, accessibility_rules
 from pynx_watchdog_evidence import page
 from pynx_watchdog_evidence.cli import main
+from pynx_watchdog_evidence.verdict import Sentence
 
 HOSTILE = "</script><script>window.hostile = 1</script><img src=x onerror='window.hostile = 1'>"
 """What would set a variable of the page if it became HTML anywhere."""
@@ -102,18 +103,25 @@ def fixture_written(tmp_path_factory: pytest.TempPathFactory) -> Path:
     return write_page(write_evidence(place / "device"), place / "page.html")
 
 
-@pytest.fixture(name="chromium", scope="module")
-def fixture_chromium() -> Iterator[Browser]:
+@pytest.fixture(name="started", scope="module")
+def fixture_started() -> Iterator[Browser]:
+    """A browser, which is started only once, because that takes a second."""
     browser = Browser()
     yield browser
     browser.driver.quit()
 
 
+@pytest.fixture(name="chromium")
+def fixture_chromium(started: Browser) -> Browser:
+    """A browser of usual size and colours."""
+    started.resize(1300)
+    started.colours("light")
+    return started
+
+
 @pytest.fixture(name="browser")
 def fixture_browser(chromium: Browser, written: Path) -> Browser:
-    """A browser of usual size and colours with the page in it."""
-    chromium.resize(1300)
-    chromium.colours("light")
+    """A browser with the page in it."""
     chromium.open(written)
     return chromium
 
@@ -180,6 +188,27 @@ def test_a_page_that_cannot_be_written_is_an_error(
     device = write_evidence(tmp_path / "device")
     assert main([str(device), "--html", str(tmp_path / "none" / "page.html")]) == 1
     assert "No such file or directory" in capsys.readouterr().err
+
+
+def test_of_very_many_events_the_important_ones_are_kept(
+        tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:
+    monkeypatch.setattr(page, "MOST_EVENTS", 100)
+    log = tmp_path / "application.log"
+    log.write_text(LOG + "==Report==again and again\n" * 1000)
+    data = json.loads(data_of(write_page(log, tmp_path / "page.html").read_text(encoding="utf-8")))
+    kinds = [event["kind"] for event in data["events"]]
+    assert len(kinds) <= 100 and data["eventsFound"] > 1000
+    assert kinds.count("start") == 2 and kinds.count("request") > 50
+    busy = next(sentence for sentence in data["verdict"] if "'render' was" in sentence["text"])
+    assert [data["events"][number]["line"] for number in busy["evidence"]] == [5, 24]
+
+
+def test_a_verdict_of_very_many_sentences_is_cut(tmp_path: Path) -> None:
+    sentences = [Sentence(f"sentence {number}", "guess") for number in range(1000)]
+    page.write_page(tmp_path / "page.html", [], sentences, [])
+    data = json.loads(data_of((tmp_path / "page.html").read_text(encoding="utf-8")))
+    assert len(data["verdict"]) == page.MOST_SENTENCES and data["sentences"] == 1000
+    assert data["verdict"][0]["text"] == "sentence 0"
 
 
 def test_a_page_that_is_there_is_replaced_as_a_whole(tmp_path: Path) -> None:
@@ -510,6 +539,21 @@ def test_a_log_that_is_too_large_is_thinned(
     assert "line 99999 of the application" in chromium.text("#log-rows")
     chromium.driver.find_element(By.ID, "log").send_keys(Keys.END)
     chromium.wait(lambda: "lines left out" in chromium.text("#log-rows .row:last-child"))
+
+
+def test_many_runs_are_drawn_as_far_as_they_can_be_seen(
+        chromium: Browser, tmp_path: Path) -> None:
+    log = tmp_path / "application.log"
+    log.write_text("".join(
+        f"2026-11-{day:02} {hour:02}:{minute:02}:00.000 Watchdog: Starting app: a \n"
+        for day in range(1, 8) for hour in range(24) for minute in range(60)))
+    chromium.open(write_page(log, tmp_path / "page.html"))
+    runs = "#lanes [data-lane=Runs] .item"
+    drawn = chromium.wait(lambda: len(chromium.texts(runs)))
+    assert 100 < drawn < 1300
+    for _ in range(12):
+        chromium.driver.find_element(By.ID, "axis").send_keys("+")
+    chromium.wait(lambda: len(chromium.texts(runs)) == 4)
 
 
 def test_a_long_log_is_scrolled_to_its_very_end(chromium: Browser, tmp_path: Path) -> None:

@@ -38,7 +38,9 @@ def describe(event: Event) -> str:
         return _snapshot(event)
     if event.kind == "reboot":
         return f"reboot: {known['reason']}"
-    return str(known.get("text") or known.get("cause") or event.kind)
+    if "cause" in known:
+        return f"the board has booted: {known['cause']}"
+    return str(known.get("text", event.kind))
 
 
 def tone(event: Event) -> str:

@@ -32,6 +32,7 @@ from .verdict import Sentence
 
 ROOM = 20 << 20  # bytes of the logs' texts that are kept, before they are compressed
 MOST_EVENTS = 50_000
+MOST_SENTENCES = 200
 MOST_EVIDENCE = 20  # events that are named beside a sentence
 MOST_PROCESSES = 200_000  # rows in all tables of processes together
 LONGEST_DETAIL = 20_000
@@ -48,12 +49,12 @@ def write_page(target: Path, events: list[Event], verdict: list[Sentence],
     """Write the page to `target`. Raises OSError."""
     offset = most_frequent_offset([events])
     texts, missing = _texts(logs, events, offset)
-    shown, sentences = _thinned(events, verdict)
+    shown, sentences = _thinned(events, verdict[:MOST_SENTENCES])
     times = list(_times(shown, texts, offset))
     data = _shown_events(shown, times) | {
         "made": datetime.now(timezone.utc).isoformat(timespec="seconds"),
         "offset": offset / timedelta(minutes=1) if _is_known(events) else None,
-        "verdict": sentences, "eventsFound": len(events),
+        "verdict": sentences, "sentences": len(verdict), "eventsFound": len(events),
         "boots": list(boots(shown, times)), "runs": list(runs(shown, times)),
         "load": [_curve(curve) for curve in load_curves(shown, times)],
         "memory": [_curve(curve) for curve in memory_curves(shown, times)],

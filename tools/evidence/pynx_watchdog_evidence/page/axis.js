@@ -90,7 +90,8 @@ function redrawAxis() {
         byId("hover").hidden = true;
         const inView = countUpTo(eventTimes, view.to) - countUpTo(eventTimes, view.from - 1);
         byId("span").textContent = `${timeText(view.from)} – ${timeText(view.to)}, ` +
-            `${durationText(view.to - view.from)}, ${inView} of ${count(events.length, "event")}`;
+            `${durationText(view.to - view.from)}, ${inView.toLocaleString("en")} of ` +
+            count(events.length, "event");
     });
 }
 
@@ -151,19 +152,22 @@ function drawLanes() {
         svg.append(makeSvg("line", {class: "lane", x1: 0, x2: full, y1: y, y2: y}),
             makeSvg("text", {class: "name", x: 4, y: y + 17}, lane.name));
         const group = makeSvg("g", {"data-lane": lane.name});
-        (lane.bars ?? []).forEach(bar => drawBar(group, y, bar));
+        const drawnTo = {};
+        (lane.bars ?? []).forEach(bar => drawBar(group, y, bar, drawnTo));
         gathered(lane.marks).forEach(marks => drawMark(group, y, marks));
         inside.append(group);
     });
     svg.append(inside);
 }
 
-function drawBar(group, y, [begin, end, text, tone, guess, event]) {
-    if (end < view.from || begin > view.to)
+// `drawnTo` has for each tone how far it is drawn. A bar within that would not be seen.
+function drawBar(group, y, [begin, end, text, tone, guess, event], drawnTo) {
+    if (end < view.from || begin > view.to || toPixels(end) <= drawnTo[tone])
         return;
     // Far outside, a browser's coordinates are no longer exact.
     const x = Math.max(toPixels(begin), LEFT - 10);
     const length = Math.max(Math.min(toPixels(end), LEFT + width() + 10) - x, 3);
+    drawnTo[tone] = x + length;
     const bar = makeSvg("g", {class: `item ${tone}`, "data-hash": `#e${event}`},
         makeSvg("title", {}, `${text}\n${timeText(begin)} – ${timeText(end)}, ` +
             durationText(end - begin) + (guess ? "\nThis is a guess." : "")),

@@ -72,8 +72,9 @@ function plotSeries({curve, colourName}) {
         stroke: () => colour(colourName),
         width: {process: 2.5, memory: 2, thread: 1.2, threshold: 1.5}[curve.kind],
         dash: {threshold: [8, 5], thread: [2, 3]}[curve.kind],
-        points: {show: curve.kind !== "threshold", size: curve.kind === "thread" ? 3 : 5,
-            fill: () => colour(colourName)},
+        points: {size: curve.kind === "thread" ? 3 : 5, fill: () => colour(colourName),
+            show: (plot, number, first, last) =>
+                curve.kind !== "threshold" && last - first < width()},
     };
 }
 

@@ -31,6 +31,9 @@ function showVerdict() {
     }));
     if (!data.verdict.length)
         byId("verdict").append(make("li", {}, "There is no verdict."));
+    if (data.sentences > data.verdict.length)
+        byId("verdict").append(make("li", {},
+            `${count(data.sentences - data.verdict.length, "older sentence")} left out`));
 }
 
 // -- the list -----------------------------------------------------------------------------------
