@@ -13,7 +13,6 @@ import gzip
 import hashlib
 import json
 import math
-import os
 from collections.abc import Iterator, Mapping, Sequence
 from contextlib import ExitStack
 from datetime import datetime, timedelta, timezone
@@ -76,14 +75,12 @@ def _write(target: Path, data: bytes, texts: Sequence[bytes]) -> None:
     policy = (f"default-src 'none'; script-src {_hash(script)}; style-src {_hash(style)}; "
               "img-src data:; connect-src 'none'; base-uri 'none'; form-action 'none'")
     before, after = _file("index.html").split("<!-- data -->")
-    part = target.with_name(target.name + ".part")
-    with part.open("w", encoding="utf-8") as file:
+    with target.open("w", encoding="utf-8") as file:
         file.write(before.replace("POLICY", policy).replace("/* style */", style))
         file.write(_data_block("data", data))
         for number, text in enumerate(texts):
             file.write(_data_block(f"log-{number}", text))
         file.write(after.replace("/* script */", script))
-    os.replace(part, target)
 
 
 def _file(name: str) -> str:
