@@ -242,6 +242,39 @@ def test_hostile_text_is_shown_and_does_not_run(browser: Browser, written: Path)
     assert browser.complaints() == []
 
 
+def test_nothing_else_can_run_in_the_page(browser: Browser) -> None:
+    added = browser.js("""
+        const script = document.createElement("script");
+        script.textContent = "window.hostile = 1";
+        const image = document.createElement("div");
+        image.innerHTML = "<img src=x onerror='window.hostile = 1'>";
+        document.body.append(script, image);
+        return script.isConnected && image.isConnected""")
+    assert added
+    browser.wait(lambda: len([text for text in browser.complaints()
+                              if "Content Security Policy" in text]))
+    assert browser.driver.execute_async_script(
+        "fetch('https://example.org/').catch(() => 'refused').then(arguments[0])") == "refused"
+    assert browser.js("return window.hostile === undefined")
+
+
+def test_says_what_it_takes_where_it_cannot_run(chromium: Browser, written: Path) -> None:
+    chromium.command("Emulation.setScriptExecutionDisabled", value=True)
+    try:
+        chromium.driver.get("about:blank")
+        chromium.driver.get(written.as_uri())
+        said = chromium.driver.find_element(By.ID, "problem")
+        assert said.is_displayed() and "It takes JavaScript" in said.text
+    finally:
+        chromium.command("Emulation.setScriptExecutionDisabled", value=False)
+
+
+def test_a_line_of_the_system_log_leads_to_its_time(chromium: Browser, written: Path) -> None:
+    chromium.open(written, "#l1:2")
+    assert "Critical FW error" in chromium.text(".row[aria-current]")
+    assert "/syslog, 2026-11-22 10:00:40.000" in chromium.text("#pointed")
+
+
 def test_verdict_says_how_sure_it_is_and_leads_to_the_events(browser: Browser) -> None:
     sentence = browser.driver.find_element(By.XPATH, "//li[contains(., 'SIGSEGV')]")
     assert sentence.text.startswith("certain")

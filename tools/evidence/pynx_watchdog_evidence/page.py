@@ -124,9 +124,10 @@ def _texts(logs: Sequence[Log], events: Sequence[Event],
                     stream.seek(0)
                 known = [event.time.utcoffset() for event in its_events if event.time]
                 found = marks(streams, Clock(known[0] if known else None))
-                texts.append(_Text(log.name, kept, _needed(
-                    _ascending([(line, _milliseconds(time, offset)) for line, time in found]),
-                    kept.pieces)))
+                timed = {*found, *((event.line, event.time) for event in its_events
+                                   if event.time and not _is_after(event))}
+                texts.append(_Text(log.name, kept, _needed(_ascending(sorted(
+                    (line, _milliseconds(time, offset)) for line, time in timed)), kept.pieces)))
                 room -= len(kept.text)
         except OSError:
             missing.append(log.name)

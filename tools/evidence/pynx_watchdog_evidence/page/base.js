@@ -39,8 +39,6 @@ function complain(problem) {
 }
 window.addEventListener("error", event => complain(event.message));
 window.addEventListener("unhandledrejection", event => complain(event.reason));
-if (typeof DecompressionStream === "undefined")
-    throw new Error("it needs a browser of 2023 or later");
 
 const data = JSON.parse(await unpack("data"));
 const events = data.events;

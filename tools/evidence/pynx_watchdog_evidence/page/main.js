@@ -128,4 +128,5 @@ addEventListener("beforeprint", () => drawEvents(MOST_PRINTED));
 addEventListener("afterprint", () => drawEvents());
 addEventListener("hashchange", followAddress);
 followAddress();
+byId("problem").hidden = true;
 document.documentElement.dataset.ready = "";
