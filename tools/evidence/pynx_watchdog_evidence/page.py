@@ -73,7 +73,7 @@ def _write(target: Path, data: bytes, texts: Sequence[bytes]) -> None:
     script = "\n".join([f"/*\n{_file('uplot/LICENSE')}\n*/", *map(_file, _SCRIPTS)])
     style = "\n".join(map(_file, _STYLES))
     policy = (f"default-src 'none'; script-src {_hash(script)}; style-src {_hash(style)}; "
-              "img-src data:; connect-src 'none'; base-uri 'none'; form-action 'none'")
+              "connect-src 'none'; base-uri 'none'; form-action 'none'")
     before, after = _file("index.html").split("<!-- data -->")
     with target.open("w", encoding="utf-8") as file:
         file.write(before.replace("POLICY", policy).replace("/* style */", style))
@@ -116,22 +116,27 @@ def _texts(logs: Sequence[Log], events: Sequence[Event],
     for number, log in enumerate(logs):
         its_events = [event for event in events if event.source == log.name and event.line]
         try:
-            with ExitStack() as files:
-                streams = [files.enter_context(stream) for stream in log.open()]
-                kept = keep(streams, {event.line for event in its_events},
-                            room // (len(logs) - number))
-                for stream in streams:
-                    stream.seek(0)
-                known = [event.time.utcoffset() for event in its_events if event.time]
-                found = marks(streams, Clock(known[0] if known else None))
-                timed = {*found, *((event.line, event.time) for event in its_events
-                                   if event.time and not _is_after(event))}
-                texts.append(_Text(log.name, kept, _needed(_ascending(sorted(
-                    (line, _milliseconds(time, offset)) for line, time in timed)), kept.pieces)))
-                room -= len(kept.text)
+            text = _read(log, its_events, room // (len(logs) - number), offset)
         except OSError:
             missing.append(log.name)
+            continue
+        texts.append(text)
+        room -= len(text.kept.text)
     return texts, missing
+
+
+def _read(log: Log, events: Sequence[Event], room: int, offset: timedelta) -> _Text:
+    with ExitStack() as files:
+        streams = [files.enter_context(stream) for stream in log.open()]
+        kept = keep(streams, {event.line for event in events}, room)
+        for stream in streams:
+            stream.seek(0)
+        known = next((event.time.utcoffset() for event in events if event.time), None)
+        timed = set(marks(streams, Clock(known)))
+    timed.update((event.line, event.time) for event in events
+                 if event.time and not _is_after(event))
+    found = sorted((line, _milliseconds(time, offset)) for line, time in timed)
+    return _Text(log.name, kept, _needed(_ascending(found), kept.pieces))
 
 
 def _ascending(found: list[tuple[int, int]]) -> list[tuple[int, int]]:

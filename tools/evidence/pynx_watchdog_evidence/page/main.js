@@ -122,7 +122,8 @@ await readLogs(); // takes longest, so all else is there before
 if (logs.length)
     showLog(logs[0]);
 new ResizeObserver(redrawAxis).observe(byId("axis"));
-new ResizeObserver(() => log && drawRows()).observe(byId("log"));
+// In the next frame, because Firefox takes a change of sizes by an observer for an error.
+new ResizeObserver(() => requestAnimationFrame(() => log && drawRows())).observe(byId("log"));
 matchMedia("(prefers-color-scheme: dark)").addEventListener("change", redrawAxis);
 addEventListener("beforeprint", () => drawEvents(MOST_PRINTED));
 addEventListener("afterprint", () => drawEvents());
