@@ -25,9 +25,10 @@ def bars(make: Any, *known: tuple[int, tuple[str, dict[str, Any]]]) -> list[Bar]
 
 
 @pytest.mark.parametrize(("known", "expected"), [
-    ([(1000, START), (5000, CRASH)], [(1000, 5000, "crashed by signal 11", "bad", False)]),
+    ([(1000, START), (5000, CRASH)],
+     [(1000, 5000, "crashed by signal 11 (SIGSEGV)", "bad", False)]),
     ([(1000, START), (5000, EXIT)], [(1000, 5000, "ended with status 3", "warn", False)]),
-    ([(5000, CRASH)], [(3000, 5000, "crashed by signal 11", "bad", True)]),
+    ([(5000, CRASH)], [(3000, 5000, "crashed by signal 11 (SIGSEGV)", "bad", True)]),
     ([(1000, START), (4000, START)], [(1000, 4000, ENDED_SOMEHOW, "unknown", True),
                                       (4000, 4000, "no end of it is known", "good", True)]),
     ([(1000, START), (5000, THIRD)],

@@ -290,7 +290,7 @@ def test_lanes_have_the_boots_runs_and_events(browser: Browser) -> None:
         return browser.texts(f"#lanes [data-lane='{lane}'] .item > title")
 
     assert [text.split("\n")[0] for text in items("Runs")] == [
-        "crashed by signal 11", "until the reboot: third end"]
+        "crashed by signal 11 (SIGSEGV)", "until the reboot: third end"]
     assert len(items("Boots")) == 2 and "This is a guess." in items("Boots")[0]
     assert "report requested: on request" in items("Reports")[0]
     assert "\n".join(items("Alarms")).count("load of 40 % or more") == 3

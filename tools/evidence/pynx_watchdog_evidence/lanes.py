@@ -10,6 +10,7 @@ from collections.abc import Iterator, Sequence
 from typing import NamedTuple
 
 from .events import Event
+from .verdict import signal_text
 
 
 LONGEST = 10 * 366 * 86400  # seconds; a text that tells more is wrong
@@ -58,7 +59,9 @@ def runs(events: Sequence[Event], times: Sequence[int | None]) -> Iterator[Bar]:
 def how_ended(event: Event) -> str:
     """How the application ended, by an event of kind `end`."""
     code = event.fields["exit_code"]
-    return f"crashed by signal {code}" if event.fields["crash"] else f"ended with status {code}"
+    if event.fields["crash"]:
+        return f"crashed by {signal_text(code)}"
+    return f"ended with status {code}"
 
 
 def _tone(event: Event) -> str:

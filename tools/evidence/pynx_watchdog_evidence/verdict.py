@@ -73,7 +73,7 @@ def _each_end(events: Sequence[Event]) -> Iterator[_End]:
         program = str(events[start].fields["program"]) if start is not None else "the application"
         if event.kind == "end":
             code, crash = event.fields["exit_code"], event.fields["crash"]
-            how = f"by {_signal(code)}" if crash else f"with status {code}"
+            how = f"by {signal_text(code)}" if crash else f"with status {code}"
             yield _End(at, how, event.fields["uptime"], program, crash)
         elif event.kind == "start":
             if start is not None and not has_messages:
@@ -191,7 +191,8 @@ def _alarms(events: Sequence[Event]) -> Iterator[Sentence]:
 # -- words ----------------------------------------------------------------------------------------
 
 
-def _signal(number: int) -> str:
+def signal_text(number: int) -> str:
+    """A signal with its name, if it has one."""
     try:
         return f"signal {number} ({signal.Signals(number).name})"
     except ValueError:
