@@ -611,6 +611,10 @@ def test_a_long_log_is_scrolled_to_its_very_end(chromium: Browser, tmp_path: Pat
     b"0001-01-01 00:00:00.000 Watchdog: Starting app: a \n"
     b"9999-12-31 23:59:59.999 Watchdog: Starting app: a \n",
     b"Process a with args [] doesn't appear for 30 seconds\n",
+    (alarm(9, "a", "nan", "inf", "-1e300") + alarm(19, "", "1e308", "1e308"))
+    .replace("1000ms", f"{10 ** 17}ms").replace("40 for", f"{10 ** 400} for").encode(),
+    b"2026-11-22 10:00:09.000 == MEMORY USAGE == Free: 9" + b"9" * 400
+    + b" kB, Buffers+Cache: 0 kB\n",
 ])
 def test_shows_a_page_whatever_is_in_the_log(
         chromium: Browser, tmp_path: Path, content: bytes) -> None:

@@ -4,7 +4,6 @@
 
 from __future__ import annotations
 
-import math
 from collections.abc import Sequence
 from dataclasses import dataclass, field
 
@@ -13,6 +12,7 @@ from .events import Event
 MOST_PROCESSES = 8
 MOST_THREADS = 12
 LONGEST_INTERVAL = 600_000  # ms; a text that tells more is wrong
+LARGEST = 1e15  # of a value; a text that tells more is wrong
 
 
 @dataclass
@@ -25,7 +25,7 @@ class Curve:
 
     def add(self, time: int, value: float | None) -> None:
         """Add a point. A value that is there stays if there is none now."""
-        if value is not None and math.isfinite(value):
+        if value is not None and abs(value) < LARGEST:
             self.points[time] = value
         else:
             self.points.setdefault(time, None)
@@ -72,8 +72,8 @@ def memory_curves(events: Sequence[Event], times: Sequence[int | None]) -> list[
     free, cache = Curve("unused", "memory"), Curve("buffers and cache", "memory")
     for event, time in zip(events, times):
         if event.kind == "memory" and time is not None:
-            free.add(time, event.fields["free_kib"] / 1024)
-            cache.add(time, event.fields["cache_kib"] / 1024)
+            for curve, kib in (free, event.fields["free_kib"]), (cache, event.fields["cache_kib"]):
+                curve.add(time, kib / 1024 if kib < LARGEST else None)
     return [free, cache] if free.points else []
 
 
