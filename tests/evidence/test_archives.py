@@ -64,7 +64,8 @@ def test_an_archive_that_is_cut_is_read_as_far_as_it_goes() -> None:
             assert archive.members == ["a", "b"][:len(archive.members)]
 
 
-@pytest.mark.parametrize("data", [b"", b"\x1f\x8b", b"no gzip", gzip.compress(b"no tar" * 999)])
+@pytest.mark.parametrize("data", [b"", b"\x1f\x8b", b"no gzip", gzip.compress(b"no tar" * 999)],
+                         ids=["empty", "beginning of gzip", "no gzip", "no tar"])
 def test_what_is_no_archive_is_told(data: bytes) -> None:
     with open_archive(io.BytesIO(data), NAME) as archive:
         assert not archive.complete and archive.problem and not archive.files

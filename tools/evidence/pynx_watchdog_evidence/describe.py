@@ -56,7 +56,8 @@ def tone(event: Event) -> str:
 
 def _measured(event: Event) -> str:
     samples = event.fields["samples"]
-    loads = [sample["load"] for sample in samples if "load" in sample and "ended" not in sample]
+    loads = [sample["load"] for sample in samples
+             if sample.get("load") is not None and "ended" not in sample]
     ended = ", the process ended" if any("ended" in sample for sample in samples) else ""
     return (f", up to {max(loads):g} %" if loads else "") + ended
 
