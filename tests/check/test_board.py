@@ -18,6 +18,8 @@ from pathlib import Path
 
 import pytest
 
+from checked import Check
+
 TIME_LIMIT = 120  # seconds, after which the tool counts as hanging
 TOOLS = ("free", "fw_setenv", "gzip", "head", "killall", "reboot", "sfuflags", "sh", "tar", "top")
 CAPABILITIES = {"sys_boot": 22, "sys_nice": 23, "setuid": 7}  # by <linux/capability.h>
@@ -53,13 +55,13 @@ def run(tool: Path, *arguments: str, before: Sequence[str | Path] = (),
         path: Path | None = None) -> list[str]:
     """Run the tool by the command `before`; the findings as "LEVEL RULE"."""
     ran = subprocess.run(
-        [*before, tool, "--json", "--program-dir", tool.parent, "--board", "--",
+        [*before, tool, "--json", "--program-dir", tool.parent, "--board", "--explain", "--",
          "--logfileName", "/tmp/log", "--logfileSize", "1k", *arguments],
         env={**os.environ, **({"PATH": str(path)} if path else {})},
         capture_output=True, check=False, encoding="utf-8", timeout=TIME_LIMIT)
     assert ran.returncode in (0, 1), ran.stderr
     found = [json.loads(line) for line in ran.stdout.splitlines()]
-    ours = [finding for finding in found if finding["file"] == "board"]
+    ours = [finding for finding in found if finding.get("file") == "board"]
     assert all(finding["line"] is finding["column"] is None for finding in ours)
     return [f"{finding['level']} {finding['rule']}" for finding in ours]
 
@@ -73,6 +75,13 @@ def has_capability(name: str) -> bool:
 def without(name: str) -> list[str]:
     """The command that takes a capability away."""
     return ["setpriv", f"--bounding-set=-{name}"]
+
+
+def test_the_tools_are_told(check: Check) -> None:
+    def told(*arguments: str) -> set[str]:
+        return {explanation["setting"] for explanation in check(*arguments).explanations}
+
+    assert "tool killall" in told("--board", "--explain") - told("--explain")
 
 
 def test_it_changes_nothing(tool: Path, open_directory: Path, tmp_path: Path) -> None:

@@ -143,6 +143,23 @@ public:
         return result;
     }
 
+    // What is told of the tools, as "TOOL: WHAT IT IS".
+    QStringList tools() const
+    {
+        QStringList result;
+        const auto explanations = explainBoard(options, path(program), m_directory.path());
+        for (const Explanation &explanation : explanations) {
+            const QString name = explanation.setting.section(QLatin1Char(' '), 1);
+            const QString file = explanation.meaning == QLatin1String("missing")
+                ? QString()
+                : path("/usr/bin/") + name;
+            if (explanation.value != file)
+                result.append(explanation.value.toString());
+            result.append(name + QStringLiteral(": ") + explanation.meaning);
+        }
+        return result;
+    }
+
     CommandLine options;
 
 private:
@@ -170,6 +187,9 @@ private slots:
     void readOnlyFileSystem();
     void uploadDirectoryBehindALink();
     void rotateOnlyNeedsTheLogAlone();
+    void kindsOfTools_data();
+    void kindsOfTools();
+    void toolsThatAreCalled();
     void emptyMachine();
 };
 
@@ -548,6 +568,43 @@ void CheckBoardTest::rotateOnlyNeedsTheLogAlone()
     QCOMPARE(board.findings(), QStringList());
     board.remove("/tmp/log");
     QCOMPARE(board.findings(), QStringList(QStringLiteral("error log-directory")));
+}
+
+void CheckBoardTest::kindsOfTools_data()
+{
+    QTest::addColumn<QByteArray>("program");
+    QTest::addColumn<QString>("kind");
+    QTest::newRow("script") << QByteArray("#!/bin/sh\n# BusyBox\n") << "script";
+    QTest::newRow("unknown") << QByteArray("\177ELF") << "another program";
+    QTest::newRow("empty") << QByteArray() << "another program";
+    for (const char *kind :
+         {"BusyBox", "GNU tar", "GNU coreutils", "procps", "PSmisc", "systemctl"}) {
+        QTest::newRow(kind) << QByteArray("\177ELF\0\0", 6) + kind + '\0' << kind;
+    }
+}
+
+void CheckBoardTest::kindsOfTools()
+{
+    QFETCH(QByteArray, program);
+    QFETCH(QString, kind);
+    const GoodBoard board;
+    board.tool("top", program);
+    QVERIFY(board.tools().contains(QStringLiteral("top: ") + kind));
+}
+
+void CheckBoardTest::toolsThatAreCalled()
+{
+    GoodBoard board;
+    board.remove("/usr/bin/free");
+    const QStringList expected =
+        QStringLiteral("killall: script, reboot: script, sfuflags: script, fw_setenv: script, "
+                       "sh: script, top: script, head: script, free: missing, tar: GNU tar")
+            .split(QStringLiteral(", "));
+    QCOMPARE(board.tools(), expected);
+    board.turnReports("false");
+    QCOMPARE(board.tools(), expected.mid(0, expected.size() - 1));
+    board.options.rotateOnly = true;
+    QCOMPARE(board.tools(), QStringList());
 }
 
 void CheckBoardTest::emptyMachine()

@@ -22,6 +22,18 @@ Place board()
     return {QStringLiteral("board"), 0, 0};
 }
 
+Board lookAt(const CommandLine &options, const QString &programDir, const QString &root,
+             const SystemdConfiguration &unit)
+{
+    Board board;
+    board.options = options;
+    board.programDir = programDir;
+    board.root = root;
+    board.seenByRoot = ::geteuid() == 0;
+    findTools(board, unit);
+    return board;
+}
+
 } // namespace
 
 QString Board::file(const QString &path) const
@@ -69,12 +81,7 @@ QString readText(const QString &path)
 Findings checkBoard(const CommandLine &options, const QString &programDir, const QString &root)
 {
     const SystemdConfiguration unit = readUnit(root);
-    Board board;
-    board.options = options;
-    board.programDir = programDir;
-    board.root = root;
-    board.seenByRoot = ::geteuid() == 0;
-    findTools(board, unit);
+    const Board board = lookAt(options, programDir, root, unit);
     Findings findings =
         checkRights(board) + checkLog(board) + checkApplication(board) + checkAccount(board);
     if (options.rotateOnly)
@@ -82,4 +89,12 @@ Findings checkBoard(const CommandLine &options, const QString &programDir, const
     return findings + checkSystem(board) + checkMarker(board) + checkSnapshots(board)
         + checkUpload(board) + checkDevice(board) + checkOtherOwners(board) + checkTools(board)
         + checkBootLoader(board) + checkUnit(board, unit);
+}
+
+QVector<Explanation> explainBoard(const CommandLine &options, const QString &programDir,
+                                  const QString &root)
+{
+    if (options.rotateOnly)
+        return {};
+    return explainTools(lookAt(options, programDir, root, readUnit(root)));
 }

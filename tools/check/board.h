@@ -3,6 +3,7 @@
 #pragma once
 
 #include "app/commandline.h"
+#include "tools/check/explanation.h"
 #include "tools/check/findings.h"
 
 /**
@@ -14,3 +15,7 @@
  */
 Findings checkBoard(const CommandLine &options, const QString &programDir,
                     const QString &root = QString());
+
+/** The tools that the supervisor then calls, and what each is. None of them is run. */
+QVector<Explanation> explainBoard(const CommandLine &options, const QString &programDir,
+                                  const QString &root = QString());

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "app/commandline.h"
+#include "tools/check/explanation.h"
 #include "tools/check/findings.h"
 #include "tools/check/systemdconfiguration.h"
 
@@ -49,6 +50,7 @@ Findings checkApplication(const Board &board);
 Findings checkAccount(const Board &board);
 Findings checkRights(const Board &board);
 Findings checkTools(const Board &board);
+QVector<Explanation> explainTools(const Board &board);
 Findings checkBootLoader(const Board &board);
 Findings checkSystem(const Board &board);
 Findings checkSnapshots(const Board &board);

@@ -33,12 +33,31 @@ const char *const toolsOfBoardTools[] = {
     "sha256sum", "stat",  "sync", "timeout", "touch",
 };
 
-// Only GNU tar fails because of a file that grows. It has its name in it, so it need not be run.
+const QLatin1String gnuTar("GNU tar");
+
+// Tells programs of one name apart by a text in each, so that none has to be run.
+QLatin1String kindOf(const QString &path)
+{
+    const QLatin1String kinds[] = {QLatin1String("BusyBox"),       gnuTar,
+                                   QLatin1String("GNU coreutils"), QLatin1String("procps"),
+                                   QLatin1String("PSmisc"),        QLatin1String("systemctl")};
+    QFile file(path);
+    if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly))
+        return QLatin1String("cannot be read");
+    const QByteArray program = file.read(longestProgram);
+    if (program.startsWith("#!"))
+        return QLatin1String("script");
+    for (const QLatin1String kind : kinds) {
+        if (program.contains(kind.data()))
+            return kind;
+    }
+    return QLatin1String("another program");
+}
+
+// Only GNU tar fails because of a file that grows.
 bool isGnuTar(const QString &path)
 {
-    QFile file(path);
-    return QFileInfo(path).isFile() && file.open(QIODevice::ReadOnly)
-        && file.read(longestProgram).contains("GNU tar");
+    return kindOf(path) == gnuTar;
 }
 
 Finding missing(const char *name, const char *without)
@@ -104,6 +123,22 @@ Findings checkTools(const Board &board)
     if (board.makesReports())
         findings += checkTar(board);
     return findings + checkBoardTools(board);
+}
+
+QVector<Explanation> explainTools(const Board &board)
+{
+    QVector<Explanation> explanations;
+    const auto explainTool = [&](const char *name) {
+        const QString path = board.tool(QLatin1String(name));
+        explanations.append({QStringLiteral("tool ") + QLatin1String(name), path,
+                             QStringLiteral("board"),
+                             path.isEmpty() ? QStringLiteral("missing") : kindOf(path)});
+    };
+    for (const Tool &tool : ownTools)
+        explainTool(tool.name);
+    if (board.makesReports())
+        explainTool("tar");
+    return explanations;
 }
 
 // fw_setenv and sfuflags change the environment whatever they are given, so only fw_printenv is

@@ -12,7 +12,7 @@ struct Explanation
 {
     QString setting; ///< such as "log size" or "watch 1 maxLoad"
     QVariant value;  ///< the value in force; null: not known
-    QString source;  ///< the document's path, "arguments:N", "default", or "fixed"
+    QString source;  ///< the document's path, "arguments:N", "default", "fixed" or "board"
     QString meaning; ///< what the supervisor does because of it, in words
 
     /** The explanation for people: two lines, without the end of the second. */

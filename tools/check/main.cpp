@@ -102,18 +102,20 @@ int main(int argc, char *argv[])
         findings += checkSettings(programDir);
     if (hasArguments)
         findings += checkArguments(arguments, programDir);
-    if (parser.isSet(boardOption)) {
-        const bool parsed = canBeParsed(arguments, programDir);
-        findings += checkBoard(parsed ? parseCommandLine(arguments, programDir) : CommandLine(),
-                               programDir);
-    }
+    const CommandLine options = canBeParsed(arguments, programDir)
+        ? parseCommandLine(arguments, programDir)
+        : CommandLine();
+    if (parser.isSet(boardOption))
+        findings += checkBoard(options, programDir);
 
     const bool json = parser.isSet(jsonOption);
     for (const Finding &finding : std::as_const(findings))
         printLine(json ? finding.toJson() : finding.toText());
     if (parser.isSet(explainOption)) {
-        const QVector<Explanation> explanations =
+        QVector<Explanation> explanations =
             hasArguments ? explain(arguments, programDir) : explainSettings(programDir);
+        if (parser.isSet(boardOption))
+            explanations += explainBoard(options, programDir);
         for (const Explanation &explanation : explanations)
             printLine(json ? explanation.toJson() : explanation.toText());
     }
