@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "tools/check/nearestname.h"
 
+#include "tools/check/findings.h"
+
 #include <QVector>
 
 #include <algorithm>
@@ -48,5 +50,5 @@ QString didYouMean(const QString &name, const QStringList &known)
             nearest = candidate;
         }
     }
-    return nearest.isNull() ? QString() : QStringLiteral("; did you mean \"%1\"?").arg(nearest);
+    return nearest.isNull() ? QString() : QStringLiteral("; did you mean %1?").arg(quoted(nearest));
 }
