@@ -104,3 +104,9 @@ def test_standard_error_has_no_times() -> None:
     assert read(messages.standard_error(["Cannot set priority", "", "x"])) == [
         {"kind": "message", "time": None, "line": 1, "text": "Cannot set priority"},
         {"kind": "message", "time": None, "line": 3, "text": "x"}]
+
+
+def test_a_day_that_only_leap_years_have_is_of_one() -> None:
+    lines = ["Feb 29 10:00:00 host pynx_watchdog: x", "Mar  1 10:00:00 host pynx_watchdog: x"]
+    assert [event["time"] for event in read(messages.system_log(lines, 2026))] \
+        == ["2024-02-29T10:00:00", "2026-03-01T10:00:00"]

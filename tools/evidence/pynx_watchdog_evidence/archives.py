@@ -14,6 +14,8 @@ from dataclasses import dataclass, field
 from datetime import datetime, timezone
 from typing import BinaryIO, cast
 
+from .events import possible
+
 MEMORY = 1 << 23  # bytes of a member that are kept in memory
 LARGEST = 1 << 30  # bytes of an archive that are read, unpacked
 MOST_MEMBERS = 10_000
@@ -31,13 +33,15 @@ class Archive:
     complete: bool = False
     problem: str | None = None  # why it is not complete, or not read whole
     files: dict[str, BinaryIO] = field(default_factory=dict)
+    changed: dict[str, datetime] = field(default_factory=dict)  # when its files were, if told
 
 
 @contextmanager
 def open_archive(file: BinaryIO, file_name: str) -> Iterator[Archive]:
     """The archive in `file`. What of it can be read is there, also when it is cut or damaged."""
     named = _NAME.fullmatch(file_name)
-    archive = Archive(named["name"] if named else None, _begun(named["ms"]) if named else None)
+    archive = Archive(named["name"] if named else None,
+                      _time(int(named["ms"]) / 1000) if named else None)
     try:
         _read(file, archive)
         yield archive
@@ -46,9 +50,9 @@ def open_archive(file: BinaryIO, file_name: str) -> Iterator[Archive]:
             member.close()
 
 
-def _begun(milliseconds: str) -> datetime | None:
+def _time(seconds: float) -> datetime | None:
     try:
-        return datetime.fromtimestamp(int(milliseconds) / 1000, timezone.utc)
+        return possible(datetime.fromtimestamp(seconds, timezone.utc))
     except (ValueError, OverflowError, OSError):
         return None
 
@@ -67,6 +71,8 @@ def _read(file: BinaryIO, archive: Archive) -> None:
                     continue
                 copy = cast(BinaryIO, tempfile.SpooledTemporaryFile(MEMORY))
                 archive.files[member.name] = copy
+                if member.mtime and (changed := _time(member.mtime)):
+                    archive.changed[member.name] = changed
                 while room > 0 and (block := content.read(min(room, 1 << 20))):
                     copy.write(block)
                     room -= len(block)

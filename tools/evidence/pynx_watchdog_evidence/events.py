@@ -30,11 +30,27 @@ class Event:
                 "source": self.source, "line": self.line, **self.fields}
 
 
+def apart(earlier: Event, later: Event) -> timedelta | None:
+    """The time from one event to another. One without an offset counts as local."""
+    if earlier.time is None or later.time is None:
+        return None
+    if (earlier.time.tzinfo is None) != (later.time.tzinfo is None):
+        return later.time.replace(tzinfo=None) - earlier.time.replace(tzinfo=None)
+    return later.time - earlier.time
+
+
+def possible(time: datetime) -> datetime | None:
+    """The time, if a board can have it. With another one, Python cannot calculate."""
+    return time if 1900 <= time.year <= 9000 else None
+
+
 class Clock:
     """Brings the two kinds of time in a log to one: local time with its offset from UTC.
 
     The log's time lines are GMT, and all other times local, without an offset. The offset is found
-    where a local time follows a time line, because the two are then at most some seconds apart.
+    where a local time follows a time line, because the two are then at most seconds apart. That
+    does not hold where the local time stands in a line that the application had begun: meanwhile no
+    time line can be written.
     """
 
     STEP = timedelta(minutes=15)  # every offset is a multiple of this
@@ -49,10 +65,11 @@ class Clock:
     def note_time_line(self, text: str) -> None:
         """Note the time line `text`, such as "Sun Nov 22 10:00:00 2026"."""
         try:
-            self._gmt = datetime.strptime(text, "%a %b %d %H:%M:%S %Y")
-            self._is_new = True
+            time = possible(datetime.strptime(text, "%a %b %d %H:%M:%S %Y"))
         except ValueError:
-            pass  # no time that the supervisor has written
+            return  # no time that the supervisor has written
+        self._gmt = time or self._gmt
+        self._is_new = time is not None
 
     def last_time_line(self) -> datetime | None:
         """The time of the last time line, in local time where the offset is known."""
@@ -61,14 +78,16 @@ class Clock:
         gmt = self._gmt.replace(tzinfo=timezone.utc)
         return gmt if self.offset is None else gmt.astimezone(timezone(self.offset))
 
-    def local(self, text: str) -> datetime | None:
+    def local(self, text: str, begins_line: bool = True) -> datetime | None:
         """The local time `text`, such as "2026-11-22 10:00:00.123"; None if it is no time."""
         try:
-            time = datetime.fromisoformat(text)
+            time = possible(datetime.fromisoformat(text))
         except ValueError:
             return None
-        if self._is_new and self._gmt:
-            self._is_new = False
+        if time is None:
+            return None
+        is_new, self._is_new = self._is_new, False
+        if is_new and self._gmt and begins_line:
             offset = round((time - self._gmt) / self.STEP) * self.STEP
             if abs(time - self._gmt - offset) < self.APART and abs(offset) <= self.FARTHEST:
                 self.offset = offset

@@ -5,12 +5,13 @@
 from __future__ import annotations
 
 import itertools
-from collections.abc import Callable, Iterable, Iterator
+from collections.abc import Callable, Iterable, Iterator, Sequence
 from datetime import datetime, timedelta, timezone
 from pathlib import Path
 
 from . import sources
 from .events import Event
+from .jumps import Jumps, with_jumps_by_uptime
 
 Complain = Callable[[Path, str], None]
 
@@ -36,24 +37,35 @@ def _readable(file: Path, complain: Complain) -> Iterator[Event]:
         yield from sources.read(file)
     except sources.Unreadable as error:
         complain(file, str(error))
+    except (ArithmeticError, LookupError, RecursionError, TypeError, ValueError) as error:
+        # What a file holds may surprise the reader. The other files are read all the same.
+        complain(file, f"it cannot be read to its end: {error or type(error).__name__}")
 
 
 def _in_order(found: list[list[Event]]) -> Iterator[Event]:
     offset = most_frequent_offset(found)
+    jumps = Jumps(itertools.chain.from_iterable(found), lambda time: _utc(time, offset))
     placed = []
     latest: dict[str, datetime] = {}
     for event in itertools.chain.from_iterable(found):
-        # In a source the order is that of the lines, also where the clock was set back.
+        # In a source the order is that of the lines.
         before = latest.get(event.source, datetime.min.replace(tzinfo=timezone.utc))
-        latest[event.source] = max(before, _utc(event.time, offset)) if event.time else before
+        latest[event.source] = max(before, jumps.place(event) or before)
         placed.append((latest[event.source], event))
+    placed.sort(key=lambda place: place[0])
+    events = list(with_jumps_by_uptime(_once((event for _, event in placed), jumps)))
+    yield from events
+
+
+def _once(events: Iterable[Event], jumps: Jumps) -> Iterator[Event]:
     seen: set[object] = set()
-    for _, event in sorted(placed, key=lambda place: place[0]):
+    for event in events:
         if event.identity is not None:
             if event.identity in seen:
                 continue
             seen.add(event.identity)
-        yield event
+        if jumps.is_first(event):
+            yield event
 
 
 def _utc(time: datetime, offset: timedelta) -> datetime:
@@ -62,7 +74,7 @@ def _utc(time: datetime, offset: timedelta) -> datetime:
     return time.astimezone(timezone.utc)
 
 
-def most_frequent_offset(found: list[list[Event]]) -> timedelta:
+def most_frequent_offset(found: Sequence[Sequence[Event]]) -> timedelta:
     """What a local time without an offset is taken for."""
     counts: dict[timedelta, int] = {}
     for events in found:

@@ -27,6 +27,7 @@ class Line(NamedTuple):
     kind: str  # as in texts.LOG_TEXTS, or REQUEST
     number: int  # of the line in its log, from 1
     fields: dict[str, str]
+    is_whole: bool = True  # nothing that the application printed stands before it in its line
 
 
 def blocks(streams: Iterable[BinaryIO]) -> Iterator[bytes]:
@@ -86,7 +87,8 @@ def _read(kind: texts.LogText | None, number: int, text: bytes) -> Iterator[Line
         yield from _requests(number, text)
     elif found := kind.pattern.search(text):
         yield Line(kind.kind, number, {name: value.decode(errors="replace")
-                                       for name, value in found.groupdict().items()})
+                                       for name, value in found.groupdict().items()},
+                   found.start() == 0)
 
 
 def _requests(number: int, text: bytes) -> Iterator[Line]:

@@ -6,17 +6,21 @@ from __future__ import annotations
 
 import math
 from collections.abc import Callable, Iterable, Iterator
+from datetime import datetime, timedelta
 from typing import Any, BinaryIO
 
 from .events import Clock, Event
+from .jumps import LEAST, QUEUED, Readings, jump
 from .log import REQUEST, Line, lines
 
 ENDED_LOAD = 1e6  # percent; the load of a process that has ended is far more
+LONGEST_INTERVAL_MS = 86_400_000  # a text that tells more is wrong
 
 
 def log_events(streams: Iterable[BinaryIO], source: str, clock: Clock) -> Iterator[Event]:
     """The events in a log, in its order. `streams` are its older half, if there is one, and it."""
     alarm: Alarm | None = None
+    readings = Readings(source)
     # An event without a time of its own is known by the last time before it, and how far it is.
     anchor = ("", 0)
     for line in lines(streams):
@@ -25,20 +29,23 @@ def log_events(streams: Iterable[BinaryIO], source: str, clock: Clock) -> Iterat
             anchor = (own_time, line.number)
         if line.kind == "time line":
             clock.note_time_line(line.fields["gmt"])
+            if not alarm:
+                yield from readings.note(line.number, clock.last_time_line())
             continue
         if alarm:
             if alarm.take(line):
                 continue
-            yield alarm.event
+            yield from alarm.events(readings)
             alarm = None
         if line.kind == "alarm":
             alarm = Alarm(line, source, clock)
         elif line.kind in _SINGLE:
             event = _event(line, source, clock)
+            yield from readings.note(line.number, event.time)
             event.identity = (line.kind, *line.fields.values(), anchor[0], line.number - anchor[1])
             yield event
     if alarm:
-        yield alarm.event
+        yield from alarm.events(readings)
 
 
 class Alarm:
@@ -49,6 +56,19 @@ class Alarm:
         self.event.identity = (line.kind, *line.fields.values())
         self.event.fields["samples"] = []
         self._last = line.number
+        self._clock = clock
+        self._sampled: datetime | None = None  # the time of the last sample
+        self._jumps: list[Event] = []
+
+    def events(self, readings: Readings) -> Iterator[Event]:
+        """The alarm, and where the clock was set before it or meanwhile."""
+        if self._jumps:
+            # The first line of an alarm has the time of its last sample.
+            yield from self._jumps
+            readings.set(self.event.time)
+        else:
+            yield from readings.note(self.event.line, self.event.time, QUEUED)
+        yield self.event
 
     def take(self, line: Line) -> bool:
         """Take `line` in if it belongs to the alarm."""
@@ -61,6 +81,7 @@ class Alarm:
         self._last = line.number
         if line.kind == "interval":
             samples.append({"interval_ms": int(line.fields["interval_ms"])})
+            self._look_for_jump(line, samples[-1]["interval_ms"])
             return True
         load = _finite(line.fields["load"])
         sample = samples[-1]
@@ -77,6 +98,17 @@ class Alarm:
             sample.setdefault("threads", []).append(
                 {"name": line.fields["thread"], "load": load})
         return True
+
+    def _look_for_jump(self, line: Line, interval_ms: int) -> None:
+        """The interval is not measured with the clock that the times are of."""
+        before, after = self._sampled, self._clock.local(line.fields["time"], line.is_whole)
+        self._sampled = after
+        if before is None or after is None or not 0 <= interval_ms < LONGEST_INTERVAL_MS:
+            return
+        size = after.replace(tzinfo=None) - before.replace(tzinfo=None) \
+            - timedelta(milliseconds=interval_ms)
+        if abs(size) > LEAST:
+            self._jumps.append(jump(self.event.source, line.number, before, after, size))
 
 
 def _finite(text: str) -> float | None:
@@ -96,7 +128,7 @@ _SINGLE: dict[str, dict[str, Callable[[str], Any]]] = {
 
 def _event(line: Line, source: str, clock: Clock) -> Event:
     text = line.fields.get("time")
-    time = clock.last_time_line() if text is None else clock.local(text)
+    time = clock.last_time_line() if text is None else clock.local(text, line.is_whole)
     found = {name: read(line.fields[name]) if name in line.fields else None
              for name, read in _SINGLE[line.kind].items()}
     return Event(line.kind, time, source, line.number, found)

@@ -11,9 +11,11 @@ from datetime import datetime, timedelta, timezone
 from typing import Any, NamedTuple
 
 from . import texts
-from .events import Event
+from .events import Event, possible
+from .jumps import LEAST, Readings, jump
 
 TAG = "pynx_watchdog"
+LONGEST_UPTIME = 10 ** 10  # seconds; a text that tells more is wrong
 
 
 class Message(NamedTuple):
@@ -23,16 +25,34 @@ class Message(NamedTuple):
     line: int
     text: str
     boot: str | None = None  # the id of its boot
+    uptime: float | None = None  # seconds, of a clock that cannot be set
 
 
 def message_events(messages: Iterable[Message], source: str) -> Iterator[Event]:
     """The events that the messages tell of."""
+    readings = Readings(source)
+    earlier: Message | None = None
     for message in messages:
+        if found := _jump(source, earlier, message):
+            yield found
+            readings.set(message.time)
+        else:
+            yield from readings.note(message.line, message.time)
+        earlier = message
         kind, fields = _meaning(message.text)
         if message.boot:
             fields["boot_id"] = message.boot
         identity = message.time and (message.text, message.time.replace(microsecond=0))
         yield Event(kind, message.time, source, message.line, fields, identity)
+
+
+def _jump(source: str, earlier: Message | None, later: Message) -> Event | None:
+    """Where the clock was set between two messages of a boot, by the clock that cannot be set."""
+    if earlier is None or earlier.boot != later.boot or earlier.time is None or later.time is None \
+            or earlier.uptime is None or later.uptime is None:
+        return None
+    size = later.time - earlier.time - timedelta(seconds=later.uptime - earlier.uptime)
+    return jump(source, later.line, earlier.time, later.time, size) if abs(size) > LEAST else None
 
 
 def _meaning(text: str) -> tuple[str, dict[str, Any]]:
@@ -67,24 +87,35 @@ def system_log(lines: Iterable[str], year: int) -> Iterator[Message]:
     times: list[datetime | None] = []
     later: datetime | None = None
     for _, match in reversed(found):
-        time = _time(match, year if later is None else later.year)
-        if match["classic"] and time and later and time - later > timedelta(days=31):
-            time = time.replace(year=time.year - 1)
         if match["classic"]:
+            time = _classic(match["classic"], year, later)
             later = time or later
+        else:
+            time = _iso(match["iso"])
         times.append(time)
     for (number, match), time in zip(found, reversed(times)):
         yield Message(time, number, match["text"])
 
 
-def _time(match: re.Match[str], year: int) -> datetime | None:
+def _iso(text: str) -> datetime | None:
+    plain = text.replace(",", ".").replace("Z", "+00:00")
     try:
-        if match["iso"]:
-            return datetime.fromisoformat(re.sub(r"([-+]\d\d)(\d\d)$", r"\1:\2", match["iso"]
-                                                 .replace(",", ".").replace("Z", "+00:00")))
-        return datetime.strptime(f"{year} {match['classic'].split('.')[0]}", "%Y %b %d %H:%M:%S")
+        return possible(datetime.fromisoformat(re.sub(r"([-+]\d\d)(\d\d)$", r"\1:\2", plain)))
     except ValueError:
         return None
+
+
+def _classic(text: str, year: int, later: datetime | None) -> datetime | None:
+    """The latest time that fits, in one of the years that may have the 29th of February."""
+    for candidate in range(later.year if later else year, (later.year if later else year) - 9, -1):
+        try:
+            time = possible(datetime.strptime(f"{candidate} {text.split('.')[0]}",
+                                              "%Y %b %d %H:%M:%S"))
+        except ValueError:
+            continue
+        if time and (later is None or time - later <= timedelta(days=31)):
+            return time
+    return None
 
 
 def standard_error(lines: Iterable[str]) -> Iterator[Message]:
@@ -138,11 +169,23 @@ def _journal_entry(entry: dict[str, Any], number: int) -> Iterator[Message]:
     if entry.get("SYSLOG_IDENTIFIER") != TAG or not isinstance(text, str):
         return
     try:
-        time = datetime.fromtimestamp(int(entry["__REALTIME_TIMESTAMP"]) / 1e6, timezone.utc)
+        time = possible(datetime.fromtimestamp(int(entry["__REALTIME_TIMESTAMP"]) / 1e6,
+                                               timezone.utc))
     except (KeyError, TypeError, ValueError, OverflowError, OSError):
         time = None
     boot = entry.get("_BOOT_ID")
-    yield Message(time, number, text, boot if isinstance(boot, str) else None)
+    yield Message(time, number, text, boot if isinstance(boot, str) else None,
+                  _seconds(entry.get("__MONOTONIC_TIMESTAMP")))
+
+
+def _seconds(microseconds: object) -> float | None:
+    if not isinstance(microseconds, (str, int)):
+        return None
+    try:
+        found = int(microseconds)
+    except ValueError:
+        return None
+    return found / 1e6 if 0 <= found < LONGEST_UPTIME * 10 ** 6 else None
 
 
 def account(lines: Iterable[str]) -> Iterator[Message]:
@@ -151,8 +194,8 @@ def account(lines: Iterable[str]) -> Iterator[Message]:
         try:
             entry = json.loads(line)
             if entry["source"] in ("system log", "supervisor") and isinstance(entry["text"], str):
-                yield Message(datetime.fromtimestamp(entry["wall"], timezone.utc), number,
-                              entry["text"], str(entry.get("boot")))
+                yield Message(possible(datetime.fromtimestamp(entry["wall"], timezone.utc)),
+                              number, entry["text"], str(entry.get("boot")))
         except (ValueError, RecursionError, KeyError, TypeError, OverflowError, OSError):
             continue
 

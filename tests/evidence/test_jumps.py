@@ -1,0 +1,124 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""Where the reader finds that the clock was set, and what that does to the order of the events."""
+
+from __future__ import annotations
+
+import io
+import json
+from pathlib import Path
+from typing import Any
+
+import pytest
+
+from pynx_watchdog_evidence import messages
+from pynx_watchdog_evidence.events import Clock, Event
+from pynx_watchdog_evidence.join import events_of
+from pynx_watchdog_evidence.logevents import log_events
+
+
+def start(time: str) -> str:
+    return f"\n\n2026-11-22 {time} Watchdog: Starting app: app \n"
+
+
+def time_line(time: str) -> str:
+    return f"-- Time: Sun Nov 22 {time} 2026 GMT\n"
+
+
+def memory(time: str) -> str:
+    return f"2026-11-22 {time} == MEMORY USAGE == Free: 1 kB, Buffers+Cache: 2 kB\n"
+
+
+def alarm(*samples: tuple[str, int]) -> str:
+    """An alarm with samples at these times, so many milliseconds after the one before."""
+    return f"2026-11-22 {samples[-1][0]} Process:p (7) cpu load is : 1 for 2 seconds \n" + "".join(
+        f"2026-11-22 {time} Time between two invocations:{interval}ms\n"
+        f"2026-11-22 {time} p cpu load:2%\n" for time, interval in samples)
+
+
+def end(time: str, uptime: int) -> str:
+    return (f"2026-11-22T{time} board pynx_watchdog[1]: Restarting process: exit code:1, "
+            f"exist status:0, uptime:{uptime} sec\n")
+
+
+def told(events: Any) -> list[tuple[int, str]]:
+    """The lines and texts of the jumps among the events."""
+    return [(event.line, event.fields["text"]) for event in events if "clock_set" in event.fields]
+
+
+def in_log(text: str) -> list[tuple[int, str]]:
+    return told(log_events([io.BytesIO(text.encode())], "log", Clock()))
+
+
+def in_directory(directory: Path, **files: str) -> list[Event]:
+    for name, text in files.items():
+        (directory / name).write_text(text)
+    return list(events_of([directory], lambda path, reason: pytest.fail(f"{path}: {reason}")))
+
+
+@pytest.mark.parametrize("text, expected", [
+    (start("12:00:00.000") + start("10:00:00.000"), [(6, "clock set back by 2 h or more")]),
+    (start("12:00:00.000") + start("11:30:00.000"),
+     [(6, "clock set back by 30 min or more, or summer time has begun or ended")]),
+    (time_line("11:00:00") + start("12:00:00.500") + time_line("10:30:00"),
+     [(5, "clock set back by 30 min or more")]),
+    (time_line("11:00:00") + time_line("10:30:00"), [(2, "clock set back by 30 min or more")]),
+    # The time of the clock and the offset from UTC are two matters.
+    (time_line("11:00:00") + start("13:00:00.500") + time_line("11:00:03") + start("12:00:03.5"),
+     []),
+    (start("12:00:00.000") + start("23:00:00.000"), []),  # no time was told meanwhile
+    (start("12:00:04.000") + start("12:00:00.000"), []),
+    # An alarm can be written later than its time tells, where the supervisor waits for a tool.
+    (start("12:00:30.000") + alarm(("12:00:01.000", 1000)), []),
+    (start("12:05:30.000") + alarm(("12:00:01.000", 1000)),
+     [(4, "clock set back by 5 min or more, or summer time has begun or ended")]),
+    (alarm(("12:00:01.000", 1000), ("12:00:02.000", 1001), ("12:10:03.000", 1000)),
+     [(6, "clock set forward by 10 min")]),
+    (alarm(("12:00:01.000", 1000), ("11:00:02.000", 1000)) + memory("11:00:09.000"),
+     [(4, "clock set back by 60 min, or summer time has begun or ended")]),
+    # That board was so busy that the second took long.
+    (alarm(("12:00:01.000", 1000), ("12:01:01.000", 60000)), []),
+])
+def test_jumps_in_a_log(text: str, expected: list[tuple[int, str]]) -> None:
+    assert in_log(text) == expected
+
+
+def test_a_local_time_in_a_line_that_was_begun_long_before_tells_no_offset() -> None:
+    text = time_line("10:00:00") + "begun " + memory("12:15:00.000") + "\n" \
+        + time_line("10:15:01") + memory("12:15:01.000")
+    assert [event.time.isoformat() for event in log_events([io.BytesIO(text.encode())], "log",
+                                                           Clock()) if event.time] \
+        == ["2026-11-22T12:15:00", "2026-11-22T12:15:01+02:00"]
+
+
+def test_the_journal_tells_by_how_much() -> None:
+    def entry(wall: float, uptime: float, boot: str = "b") -> str:
+        return json.dumps({"__REALTIME_TIMESTAMP": str(int(wall * 1e6)), "_BOOT_ID": boot,
+                           "__MONOTONIC_TIMESTAMP": str(int(uptime * 1e6)), "MESSAGE": "x",
+                           "SYSLOG_IDENTIFIER": "pynx_watchdog"})
+
+    lines = [entry(1000, 10), entry(2010, 20), entry(2020, 30), entry(1020, 31),
+             entry(1500, 5, "other")]
+    assert told(messages.message_events(messages.journal_json(lines), "j")) \
+        == [(2, "clock set forward by 17 min"), (4, "clock set back by 17 min")]
+
+
+def test_one_jump_in_several_sources_is_told_once_and_the_order_is_kept(tmp_path: Path) -> None:
+    events = in_directory(
+        tmp_path, log=start("11:30:00.000") + start("12:00:00.000") + start("11:20:00.000"),
+        messages=end("11:59:59", 1799) + end("11:19:59", 60))
+    assert [(event.kind, event.time and event.time.isoformat()[11:16]) for event in events] == [
+        ("start", "11:30"), ("end", "11:59"), ("start", "12:00"), ("message", "11:19"),
+        ("end", "11:19"), ("start", "11:20")]
+    assert [text for _, text in told(events)] == [
+        "clock set back by 40 min or more, or summer time has begun or ended"]
+
+
+@pytest.mark.parametrize("uptime, expected", [
+    (600, []), (560, []), (607, ["clock set back by 7 s"]), (60, ["clock set forward by 9 min"]),
+    (4200, ["clock set back by 60 min, or summer time has begun or ended"]), (-3, []),
+])
+def test_an_end_tells_a_jump_by_how_long_the_application_ran(
+        tmp_path: Path, uptime: int, expected: list[str]) -> None:
+    events = in_directory(tmp_path, log=start("12:00:00.000"), messages=end("12:10:00", uptime))
+    assert [text for _, text in told(events)] == expected
