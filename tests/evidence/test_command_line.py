@@ -14,6 +14,9 @@ from typing import Any
 
 import pytest
 
+from pynx_watchdog_evidence import sources
+from pynx_watchdog_evidence.join import events_of
+
 PROGRAM = Path(__file__).parents[2] / "tools/evidence/pynx-watchdog-evidence"
 
 
@@ -85,12 +88,37 @@ def test_the_members_of_an_archive_are_joined(tmp_path: Path) -> None:
             == ["start", "end", "start", "end", "archive"]
 
 
+def test_the_cause_of_a_boot_is_told(tmp_path: Path) -> None:
+    cause = json.dumps({"cause": "power loss", "concluded_from": ["No trace.", "It was cold."],
+                        "time": "2026-11-22T10:00:40+0100", "boot_id": "b"})
+    (tmp_path / "boot").write_text(f"Cause of this boot: power loss\n- No trace.\n{cause}\n")
+    [event] = events(tmp_path)
+    assert (event["kind"], event["time"], event["line"], event["cause"], event["boot_id"]) \
+        == ("message", "2026-11-22T10:00:40+01:00", 3, "power loss", "b")
+    assert run(tmp_path).stdout.startswith("- The board has booted: power loss at 2026-11-22 "
+                                           "10:00:40+01:00 (No trace. It was cold.) (likely)\n")
+
+
 def test_a_broken_file_costs_only_itself(tmp_path: Path) -> None:
     (tmp_path / "log").write_text(start("10:00:00.000"))
     (tmp_path / "report-a-1795341605000.tar.gz").write_bytes(b"\x1f\x8b broken")
     found = events(tmp_path)
     assert [(event["kind"], event.get("complete")) for event in found] \
         == [("start", None), ("archive", False)]
+
+
+def test_a_file_that_surprises_the_reader_costs_only_itself(
+        tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:
+    def surprise(*_: object) -> None:
+        raise ValueError("surprise")
+
+    monkeypatch.setattr(sources, "looks_like_snapshots", surprise)
+    (tmp_path / "a").write_text("x")
+    (tmp_path / f"report-a-{10 ** 12}.tar.gz").write_bytes(b"\x1f\x8b")
+    complaints: list[str] = []
+    found = list(events_of([tmp_path], lambda path, why: complaints.append(f"{path.name}: {why}")))
+    assert [event.kind for event in found] == ["archive"]
+    assert complaints == ["a: it cannot be read to its end: surprise"]
 
 
 def test_links_and_other_files_in_a_directory_are_left_alone(tmp_path: Path) -> None:
@@ -107,7 +135,9 @@ def test_the_verdict_and_the_events_are_printed(tmp_path: Path) -> None:
     (tmp_path / "messages").write_text(end("10:00:10"))
     result = run(tmp_path)
     verdict, listed = result.stdout.split("\n\n")
-    assert verdict == "- 'app' ended with status 1 after 9 s at 2026-11-22 10:00:10+00:00"
+    assert verdict == (
+        "- Application 'app' ended with status 1 after 9 s at 2026-11-22 10:00:10+00:00\n"
+        "- The times of 1 events have no offset from UTC, and are taken for UTC+00:00 (guess)")
     assert [line.split("  ")[1] for line in listed.splitlines()] == ["start", "end"]
 
 

@@ -4,10 +4,9 @@
 
 from __future__ import annotations
 
-import math
-
 from .events import Event
 from .lanes import how_ended
+from .snapshots import busiest
 
 
 def describe(event: Event) -> str:
@@ -33,7 +32,8 @@ def describe(event: Event) -> str:
             + (f", with {known['file']}" if known["file"] else "")
     if event.kind == "archive":
         whole = "" if known["complete"] else f", not whole: {known.get('problem')}"
-        return f"archive {known['name'] or ''}: {len(known['members'])} files{whole}"
+        old = "".join(f", {copy} is of an earlier crash" for copy in known.get("old_copies", []))
+        return f"archive {known['name'] or ''}: {len(known['members'])} files{whole}{old}"
     if event.kind == "snapshot":
         return _snapshot(event)
     if event.kind == "reboot":
@@ -49,7 +49,7 @@ def tone(event: Event) -> str:
     if event.kind in ("reboot", "start_failed") or known.get("crash"):
         return "bad"
     if event.kind in ("alarm", "not_found") or known.get("exit_code") \
-            or known.get("complete") is False:
+            or known.get("complete") is False or "clock_set" in known:
         return "warn"
     return "plain"
 
@@ -63,9 +63,8 @@ def _measured(event: Event) -> str:
 
 
 def _snapshot(event: Event) -> str:
-    average = event.fields["load_average"]
-    busy = [row for row in event.fields["processes"] if row["cpu"] and math.isfinite(row["cpu"])]
-    busiest = max(busy, key=lambda row: float(row["cpu"]), default=None)
+    average, busy = event.fields["load_average"], busiest(event.fields["processes"])
     return "snapshot" \
+        + (" of an earlier crash" if "older_than_crash" in event.fields else "") \
         + (": load average " + " ".join(f"{load:g}" for load in average) if average else "") \
-        + (f", busiest {busiest['command']} with {busiest['cpu']:g} %" if busiest else "")
+        + (f", busiest {busy['command']} with {busy['cpu']:g} %" if busy else "")

@@ -10,6 +10,7 @@ from datetime import datetime, timedelta, timezone
 from pathlib import Path
 
 from . import sources
+from .copies import mark_old_copies
 from .events import Event
 from .jumps import Jumps, with_jumps_by_uptime
 
@@ -54,6 +55,7 @@ def _in_order(found: list[list[Event]]) -> Iterator[Event]:
         placed.append((latest[event.source], event))
     placed.sort(key=lambda place: place[0])
     events = list(with_jumps_by_uptime(_once((event for _, event in placed), jumps)))
+    mark_old_copies(events)
     yield from events
 
 

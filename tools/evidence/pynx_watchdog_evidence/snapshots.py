@@ -4,8 +4,9 @@
 
 from __future__ import annotations
 
+import math
 import re
-from collections.abc import Iterator
+from collections.abc import Iterator, Mapping, Sequence
 from datetime import time
 from typing import Any, NamedTuple
 
@@ -22,7 +23,9 @@ class Snapshot(NamedTuple):
 
 # The first line of procps's top, and of busybox's.
 _BEGIN = re.compile(r"^(?:top - (?P<clock>\d\d:\d\d:\d\d)|Mem: \d)", re.MULTILINE)
-_LOAD = re.compile(r"[Ll]oad average: *([\d.]+)[, ]+([\d.]+)[, ]+([\d.]+)")
+_NUMBER = r"(\d{1,9}(?:\.\d{1,9})?)"
+_LOAD = re.compile(rf"[Ll]oad average: *{_NUMBER}[, ]+{_NUMBER}[, ]+{_NUMBER}")
+_LONGEST_PID = 18  # digits
 
 
 def looks_like_snapshots(text: str) -> bool:
@@ -36,11 +39,17 @@ def snapshots(text: str) -> Iterator[Snapshot]:
     for begin, end in zip(begins, [*begins[1:], len(text)]):
         part = text[begin:end]
         found = _BEGIN.match(part)
-        clock = time.fromisoformat(found["clock"]) if found and found["clock"] else None
+        clock = _clock(found["clock"]) if found and found["clock"] else None
         load = _LOAD.search(part)
         yield Snapshot(text.count("\n", 0, begin) + 1, clock,
                        [float(load[1]), float(load[2]), float(load[3])] if load else None,
                        list(_processes(part)), part)
+
+
+def busiest(processes: Sequence[Mapping[str, Any]]) -> Mapping[str, Any] | None:
+    """The process with the highest load, if any has one."""
+    busy = [row for row in processes if row["cpu"]]
+    return max(busy, key=lambda row: float(row["cpu"])) if busy else None
 
 
 def _processes(text: str) -> Iterator[dict[str, Any]]:
@@ -49,7 +58,8 @@ def _processes(text: str) -> Iterator[dict[str, Any]]:
         words = line.split()
         if "PID" in words and "COMMAND" in words:
             columns = words
-        elif columns and words and words[0].isdecimal() and len(words) >= len(columns):
+        elif columns and words and len(words) >= len(columns) \
+                and words[0].isdecimal() and len(words[0]) <= _LONGEST_PID:
             cells = line.split(None, len(columns) - 1)
             row = {name.strip("%+").lower(): cell.strip() for name, cell in zip(columns, cells)
                    if name != "%VSZ"}
@@ -62,6 +72,13 @@ def _processes(text: str) -> Iterator[dict[str, Any]]:
 
 def _number(text: str) -> float | None:
     try:
-        return float(text)
+        return float(text) if math.isfinite(float(text)) else None
+    except ValueError:
+        return None
+
+
+def _clock(text: str) -> time | None:
+    try:
+        return time.fromisoformat(text)
     except ValueError:
         return None

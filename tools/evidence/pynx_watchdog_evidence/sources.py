@@ -10,18 +10,19 @@ import re
 from collections.abc import Callable, Iterable, Iterator
 from contextlib import ExitStack
 from dataclasses import dataclass
-from datetime import datetime, timedelta
+from datetime import datetime, timedelta, timezone
 from pathlib import Path
 from typing import Any, BinaryIO
 
 from . import messages, texts
 from .archives import Archive, open_archive
-from .events import Clock, Event
+from .events import Clock, Event, possible
 from .logevents import log_events
 from .snapshots import looks_like_snapshots, snapshots
 
 BEGINNING = 1 << 16  # bytes of a file that tell what it is
 LARGEST_TEXT = 1 << 26  # bytes that are read of what is no log
+BOOT = "Cause of this boot: "  # how the file of the boot's cause begins
 ACCOUNT = "account.jsonl"  # of a simulated device
 GZIP = b"\x1f\x8b"  # the first bytes of an archive
 
@@ -136,7 +137,10 @@ def logs_of(events: Iterable[Event]) -> list[Log]:
 
 
 class _Context:
-    """What is known about a file beforehand."""
+    """What is known about a file beforehand.
+
+    `latest` is when it was changed: in local time of the board where its offset from UTC is known.
+    """
 
     def __init__(self, latest: datetime, offset: timedelta | None = None) -> None:
         self.latest = latest
@@ -166,6 +170,8 @@ def _reader(name: str, beginning: bytes) -> Reader | None:
     text = beginning.decode(errors="replace")
     if name == ACCOUNT:
         return _account
+    if text.startswith(BOOT):
+        return _boot
     if text.startswith("__CURSOR="):
         return _journal_export
     if text.startswith("{") and "__REALTIME_TIMESTAMP" in text:
@@ -204,21 +210,39 @@ def _standard_error(source: str, data: bytes, _context: _Context) -> Iterator[Ev
     return messages.message_events(messages.standard_error(_lines(data)), source)
 
 
+def _boot(source: str, data: bytes, _context: _Context) -> Iterator[Event]:
+    """Why the board has booted, which the file tells in words and then in a line of JSON."""
+    for number, line in enumerate(_lines(data), 1):
+        try:
+            known = json.loads(line) if line.startswith("{") else None
+        except (ValueError, RecursionError):
+            continue
+        if isinstance(known, dict) and isinstance(known.get("cause"), str):
+            reasons = known.get("concluded_from")
+            fields = {"text": BOOT + known["cause"], "cause": known["cause"],
+                      "concluded_from": reasons if isinstance(reasons, list) else []}
+            if isinstance(known.get("boot_id"), str):
+                fields["boot_id"] = known["boot_id"]
+            yield Event("message", _made(known), source, number, fields, ("boot", line))
+
+
 def _snapshots(source: str, data: bytes, context: _Context) -> Iterator[Event]:
     found = list(snapshots(data.decode(errors="replace")))
-    # The snapshots have no date. The last was taken before the file was written.
-    latest = context.latest
+    # The snapshots have no date. The last was taken shortly before the file was written, at a time
+    # that is nearly a day off at most where the offset of the board's time is not known.
+    later = context.latest + timedelta(hours=0 if context.offset is not None else 12)
     times: list[datetime | None] = []
     for snapshot in reversed(found):
         time = None
         if snapshot.clock:
-            time = datetime.combine(latest.date(), snapshot.clock)
-            if time > latest + timedelta(minutes=1):
+            time = datetime.combine(later.date(), snapshot.clock)
+            if time > later + timedelta(minutes=1):
                 time -= timedelta(days=1)
-            latest = time
+            later = time
         times.append(time)
+    zone = None if context.offset is None else timezone(context.offset)
     for snapshot, time in zip(found, reversed(times)):
-        yield Event("snapshot", time, source, snapshot.line,
+        yield Event("snapshot", time and time.replace(tzinfo=zone), source, snapshot.line,
                     {"load_average": snapshot.load_average, "processes": snapshot.processes},
                     ("snapshot", snapshot.text))
 
@@ -236,8 +260,7 @@ def _archive(source: str, name: str, stream: BinaryIO) -> Iterator[Event]:
         yield Event("archive", archive.time or made, source, 0, fields,
                     ("archive", name, *archive.members))
         offset = made.utcoffset() if made else None
-        latest = made or archive.time or datetime.now().astimezone()
-        context = _Context(latest.replace(tzinfo=None), offset)
+        latest = made or archive.time or datetime.now(timezone.utc)
         journal = manifest.get("journal") if manifest else None
         if isinstance(journal, list):
             lines = [line for line in journal if isinstance(line, str)]
@@ -247,6 +270,9 @@ def _archive(source: str, name: str, stream: BinaryIO) -> Iterator[Event]:
             older = archive.files.get(member + ".0")
             if member == "manifest.json" or member.endswith(".0") and member[:-2] in archive.files:
                 continue
+            changed = archive.changed.get(member, latest)  # in UTC or with its offset
+            context = _Context(changed.astimezone(timezone(offset or timedelta()))
+                               .replace(tzinfo=None), offset)
             yield from _read(f"{source}!{member}", os.path.basename(member),
                              [older, file] if older else [file], context)
 
@@ -265,7 +291,7 @@ def _manifest(archive: Archive) -> dict[str, Any] | None:
 def _made(manifest: dict[str, Any] | None) -> datetime | None:
     text = manifest.get("time") if manifest else None
     try:
-        return datetime.fromisoformat(re.sub(r"([-+]\d\d)(\d\d)$", r"\1:\2", text)) \
+        return possible(datetime.fromisoformat(re.sub(r"([-+]\d\d)(\d\d)$", r"\1:\2", text))) \
             if isinstance(text, str) else None
     except ValueError:
         return None
