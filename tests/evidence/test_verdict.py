@@ -10,7 +10,7 @@ from typing import Any
 import pytest
 
 from pynx_watchdog_evidence.events import Event
-from pynx_watchdog_evidence.verdict import CERTAIN, LIKELY, verdict
+from pynx_watchdog_evidence.verdict import CERTAIN, GUESS, LIKELY, verdict
 
 BEGIN = datetime(2026, 11, 22, 10, 0, tzinfo=timezone.utc)
 
@@ -41,8 +41,8 @@ def test_a_crash_is_told_with_its_archive() -> None:
     archive = event("archive", 66, name="main", members=[], complete=True)
     archive.source = "report-main-1.tar.gz"
     [sentence] = verdict([start(0), end(60), archive])
-    assert sentence.text == ("'/opt/app' ended by signal 11 (SIGSEGV) after 60 s at 2026-11-22 "
-                             "10:01:00+00:00; its archive: report-main-1.tar.gz")
+    assert sentence.text == ("Application '/opt/app' ended by signal 11 (SIGSEGV) after 60 s at "
+                             "2026-11-22 10:01:00+00:00; its archive: report-main-1.tar.gz")
     assert (sentence.certainty, sentence.evidence) == (CERTAIN, [1, 2])
 
 
@@ -54,19 +54,19 @@ def test_a_crash_without_an_archive_says_so() -> None:
 
 def test_an_exit_is_told_with_its_status() -> None:
     assert said(start(0), end(60, 3, False)) == [
-        "'/opt/app' ended with status 3 after 60 s at 2026-11-22 10:01:00+00:00"]
+        "Application '/opt/app' ended with status 3 after 60 s at 2026-11-22 10:01:00+00:00"]
 
 
 def test_equal_ends_in_a_row_are_one_sentence() -> None:
     ends = [piece for n in range(5) for piece in (start(10 * n), end(10 * n + 9, 1, False, 5 + n))]
-    assert said(*ends) == ["'/opt/app' ended 5 times with status 1 after 5 s to 9 s, from "
-                           "2026-11-22 10:00:09+00:00 to 2026-11-22 10:00:49+00:00"]
+    assert said(*ends) == ["Application '/opt/app' ended 5 times with status 1 after 5 s to 9 s, "
+                           "from 2026-11-22 10:00:09+00:00 to 2026-11-22 10:00:49+00:00"]
 
 
 def test_the_newest_comes_first() -> None:
     assert [text.split(" after")[0] for text in said(start(0), end(9, 1, False), start(10),
                                                      end(19, 2, False))] \
-        == ["'/opt/app' ended with status 2", "'/opt/app' ended with status 1"]
+        == [f"Application '/opt/app' ended with status {code}" for code in (2, 1)]
 
 
 @pytest.mark.parametrize("before, told", [(29, True), (31, False)])
@@ -80,7 +80,7 @@ def test_the_third_end_is_told_with_its_time() -> None:
     events = [start(0), end(60), start(61), end(120), start(121),
               event("reboot", 240, reason="third end")]
     assert said(*events)[0] == (
-        "the board was rebooted at the third end of the application in 4 min at 2026-11-22 "
+        "The board was rebooted at the third end of the application in 4 min at 2026-11-22 "
         "10:04:00+00:00; how it ended is not told, and no archive of it was made by itself, since "
         "the reboot came first")
     assert verdict(events)[0].evidence == [0, 2, 4, 5]
@@ -88,27 +88,27 @@ def test_the_third_end_is_told_with_its_time() -> None:
 
 def test_a_read_only_root_is_told() -> None:
     assert said(event("reboot", 0, reason="read-only root")) == [
-        "the board was rebooted, because its root file system was read-only at 2026-11-22 "
+        "The board was rebooted, because its root file system was read-only at 2026-11-22 "
         "10:00:00+00:00"]
 
 
 def test_without_messages_an_end_is_concluded_from_the_next_start() -> None:
     [sentence] = verdict([start(0), start(300)])
-    assert sentence.text == ("'/opt/app' ended after 5 min at 2026-11-22 10:05:00+00:00; how, only "
-                             "the system log tells")
+    assert sentence.text == ("Application '/opt/app' ended after 5 min at 2026-11-22 "
+                             "10:05:00+00:00; how, only the system log tells")
     assert sentence.certainty == LIKELY
 
 
 def test_alarms_of_a_process_are_one_sentence() -> None:
     gone = alarm(20, load=4.6e18, ended=True)
     assert said(alarm(0), alarm(10, load=80.25), gone) == [
-        "'app' was too busy 3 times, with up to 80.25 % of all processors, from 2026-11-22 "
+        "Process 'app' was too busy 3 times, with up to 80.25 % of all processors, from 2026-11-22 "
         "10:00:00+00:00 to 2026-11-22 10:00:20+00:00"]
 
 
 def test_an_archive_that_is_not_whole_is_told() -> None:
     assert said(event("archive", 0, name="x", members=[], complete=False)) == [
-        "an archive is not whole: log"]
+        "An archive is not whole: log"]
 
 
 @pytest.mark.parametrize("code, text", [(0, "could not be started"), (5, "another status than 0"),
@@ -120,3 +120,85 @@ def test_a_start_that_failed_is_told(code: int, text: str) -> None:
 def test_where_nothing_went_wrong_that_is_said() -> None:
     assert said(start(0), event("memory", 180, free_kib=1, cache_kib=2)) \
         == ["Nothing is found that went wrong."]
+
+
+@pytest.mark.parametrize("between", [
+    event("reboot", 25, reason="third end"),
+    event("message", 25, text="x", boot_id="two"),
+    event("message", 25, text="x", cause="power loss", concluded_from=[]),
+])
+def test_ends_before_and_after_a_reboot_are_no_series(between: Event) -> None:
+    texts = said(event("message", 0, text="x", boot_id="one"), start(1), end(9), start(10), end(19),
+                 start(20), between, start(30), end(39))
+    assert [text.split(" by ")[0] for text in texts if "by signal" in text] \
+        == ["Application '/opt/app' ended", "Application '/opt/app' ended 2 times"]
+
+
+def test_the_third_end_counts_no_starts_of_an_earlier_boot() -> None:
+    third = event("reboot", 40, reason="third end")
+    sentence = verdict([start(0), start(10), event("reboot", 20, reason="read-only root"),
+                        start(30), third])[0]
+    assert sentence.evidence == [3, 4] and " in " not in sentence.text.split(" at ")[1]
+
+
+def test_a_program_with_other_arguments_is_the_same() -> None:
+    starts = [event("start", after, program=f"/opt/app --run {after}") for after in (0, 10)]
+    assert said(starts[0], end(5), starts[1], end(15))[0].startswith(
+        "Application '/opt/app' ended 2 times")
+
+
+def test_absences_of_a_process_are_one_sentence() -> None:
+    absences = [event("not_found", after, process="gui", arguments=arguments, seconds=30)
+                for after, arguments in ((0, "-a"), (60, "-b"))]
+    assert said(*absences) == ["Process 'gui' was missing 2 times for 30 s or more, from "
+                               "2026-11-22 10:00:00+00:00 to 2026-11-22 10:01:00+00:00"]
+
+
+def snapshot(after: float, **fields: Any) -> Event:
+    row = {"pid": 7, "cpu": 31.6, "command": "render"}
+    return event("snapshot", after, load_average=[3.1, 1, 1], processes=[row], **fields)
+
+
+@pytest.mark.parametrize("found, told", [
+    (snapshot(56), "; a snapshot 4 s before has a load average of 3.1, and 'render' with 31.6 %;"),
+    (snapshot(-5), None), (event("snapshot", 56, load_average=None, processes=[]),
+                           "; a snapshot 4 s before;"),
+])
+def test_the_snapshot_of_a_crash_is_found_by_its_time(found: Event, told: str | None) -> None:
+    text = said(start(-60), found, end(60))[0]
+    assert told in text if told else "snapshot" not in text
+
+
+def test_an_old_copy_of_the_snapshots_is_told_with_its_archive() -> None:
+    archive = event("archive", 66, name="main", members=[], complete=True, old_copies=["x.load"])
+    assert said(start(0), end(60), archive)[0].endswith(
+        "; the snapshots beside it there are of an earlier crash")
+
+
+def test_a_clock_that_was_set_is_told_with_its_line() -> None:
+    jump = event("message", 0, text="clock set back by 59 min", clock_set=-3540.0,
+                 clock_before="2026-11-22T12:00:00", clock_after="2026-11-22T11:01:00")
+    [sentence] = verdict([jump])
+    assert (sentence.text, sentence.certainty) == (
+        "Clock set back by 59 min, between 2026-11-22T12:00:00 and 2026-11-22T11:01:00 (log:0)",
+        CERTAIN)
+
+
+def test_a_guessed_offset_is_told() -> None:
+    local = Event("start", datetime(2026, 11, 22, 12), "log", 1, {"program": "a"})
+    there = event("memory", 0, free_kib=1, cache_kib=2)
+    there.time = datetime(2026, 11, 22, 12, 3, tzinfo=timezone(timedelta(hours=2)))
+    assert [(sentence.text, sentence.certainty) for sentence in verdict([local, there])][1:] == [(
+        "The times of 1 events have no offset from UTC, and are taken for UTC+02:00", GUESS)]
+    assert len(verdict([local])) == len(verdict([there])) == 1
+
+
+def test_sentences_begin_with_a_capital_letter() -> None:
+    events = [start(0), end(1), alarm(2), event("start_failed", 3, code=0),
+              event("start_failed", 4, code=9), event("reboot", 5, reason="read-only root"),
+              event("not_found", 6, process="p", arguments="", seconds=30),
+              event("message", 7, text="x", cause="panic", concluded_from=["A record."]),
+              event("archive", 8, name="x", members=[], complete=False), end(9, 1, False)]
+    found = said(*events)
+    assert len(found) == 9
+    assert all(text[0].isupper() for text in found)

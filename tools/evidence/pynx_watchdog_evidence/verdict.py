@@ -7,20 +7,24 @@ from __future__ import annotations
 import signal
 from collections.abc import Iterator, Sequence
 from dataclasses import dataclass, field
-from datetime import datetime, timedelta
+from datetime import timedelta
 
-from .events import Event
+from .events import Event, apart
+from .join import most_frequent_offset
+from .snapshots import busiest
+from .words import duration, moment
 
 BEFORE_AN_END = timedelta(seconds=30)
+SNAPSHOT_BEFORE = timedelta(seconds=60)  # one is taken every ten seconds, and can itself be slow
 ARCHIVE_WITHIN = timedelta(seconds=90)  # five seconds, and the time that packing takes
-RESTART_WITHIN = timedelta(seconds=30)
+FARTHEST = 10_000  # events that are looked at from one event on
 
 CERTAIN, LIKELY, GUESS = "certain", "likely", "guess"
 
 _START_PROBLEMS = {
-    0: "a tool or the application could not be started", 1: "a tool crashed",
-    2: "a tool took longer than 10 s, or the application was not up within 500 ms",
-    5: "a tool ended with another status than 0",
+    0: "A tool or the application could not be started", 1: "A tool crashed",
+    2: "A tool took longer than 10 s, or the application was not up within 500 ms",
+    5: "A tool ended with another status than 0",
 }
 
 
@@ -46,19 +50,36 @@ class _End:
 
 def verdict(events: Sequence[Event]) -> list[Sentence]:
     """What happened according to `events`, which are in order. The newest comes first."""
-    found = [*_ends(events), *_reboots(events), *_single(events), *_alarms(events)]
+    boots = list(_boots(events))
+    found = [*_ends(events, boots), *_reboots(events, boots), *_single(events), *_absences(events),
+             *_alarms(events)]
     if not found:
-        return [Sentence("Nothing is found that went wrong.", LIKELY if events else GUESS)]
-    return sorted(found, key=lambda sentence: max(sentence.evidence), reverse=True)
+        found = [Sentence("Nothing is found that went wrong.", LIKELY if events else GUESS, [])]
+    found.sort(key=lambda sentence: max(sentence.evidence, default=0), reverse=True)
+    return [*found, *_guesses(events)]
+
+
+def _boots(events: Sequence[Event]) -> Iterator[int]:
+    """The number of the boot of each event, as far as boots are known. Numbers may be left out."""
+    number, last = 0, None
+    for event in events:
+        boot = event.fields.get("boot_id")
+        if "cause" in event.fields or last and isinstance(boot, str) and boot != last:
+            number += 1
+        last = boot if isinstance(boot, str) else last
+        yield number
+        number += event.kind == "reboot"
 
 
 # -- ends of the application ----------------------------------------------------------------------
 
 
-def _ends(events: Sequence[Event]) -> Iterator[Sentence]:
+def _ends(events: Sequence[Event], boots: Sequence[int]) -> Iterator[Sentence]:
+    """A sentence for each series of like ends of a program in a boot."""
     series: list[_End] = []
     for end in _each_end(events):
-        if series and (series[-1].how, series[-1].program) != (end.how, end.program):
+        if series and (series[-1].how, _path(series[-1].program), boots[series[-1].at]) \
+                != (end.how, _path(end.program), boots[end.at]):
             yield _series(events, series)
             series = []
         series.append(end)
@@ -70,7 +91,7 @@ def _each_end(events: Sequence[Event]) -> Iterator[_End]:
     has_messages = any(event.kind == "end" for event in events)
     start: int | None = None
     for at, event in enumerate(events):
-        program = str(events[start].fields["program"]) if start is not None else "the application"
+        program = str(events[start].fields["program"]) if start is not None else ""
         if event.kind == "end":
             code, crash = event.fields["exit_code"], event.fields["crash"]
             how = f"by {signal_text(code)}" if crash else f"with status {code}"
@@ -81,15 +102,22 @@ def _each_end(events: Sequence[Event]) -> Iterator[_End]:
             start = at
 
 
+def _path(program: str) -> str:
+    """The program without arguments, which may differ."""
+    return program.split(" ", 1)[0]
+
+
 def _series(events: Sequence[Event], ends: list[_End]) -> Sentence:
     last, evidence = ends[-1], [end.at for end in ends]
     uptimes = [end.uptime for end in ends if end.uptime is not None]
     times = f" {len(ends)} times" if len(ends) > 1 else ""
-    text = f"{_quoted(last.program)} ended{times}"
+    same = all(end.program == last.program for end in ends)
+    program = last.program if same else _path(last.program)
+    text = (f"Application {program!r}" if program else "The application") + f" ended{times}"
     if last.how:
         text += f" {last.how}"
     if uptimes:
-        least, most = _duration(min(uptimes)), _duration(max(uptimes))
+        least, most = duration(min(uptimes)), duration(max(uptimes))
         text += f" after {least}" if least == most else f" after {least} to {most}"
     text += _when(events, evidence)
     if not last.how:
@@ -98,37 +126,68 @@ def _series(events: Sequence[Event], ends: list[_End]) -> Sentence:
         text += f"; in the 30 s before, {busy[1]}"
         evidence.append(busy[0])
     if last.crash:
-        archive = _archive_after(events, last.at)
-        text += f"; its archive: {events[archive].source}" if archive is not None \
-            else "; no archive of it is here"
-        evidence += [archive] if archive is not None else []
+        for number, told in _around_crash(events, last.at):
+            text += f"; {told}"
+            evidence += [number] if number is not None else []
     return Sentence(text, CERTAIN, evidence)
 
 
 def _busiest_before(events: Sequence[Event], at: int) -> tuple[int, str] | None:
     """The last alarm in the time before event number `at`, and who was busy."""
-    for number in range(at - 1, -1, -1):
+    for number in _before(events, at, BEFORE_AN_END):
         event = events[number]
-        if (apart := _apart(event, events[at])) is None:
-            continue
-        if apart > BEFORE_AN_END:
-            return None
         if event.kind != "alarm" or not event.fields["samples"]:
             continue
         sample = event.fields["samples"][-1]
         threads = sample.get("threads") or []
         limit = f"of {event.fields['threshold']} % allowed"
-        if threads:
+        if threads and threads[0]["load"] is not None:
             return number, f"thread {threads[0]['name']!r} used {threads[0]['load']:g} % {limit}"
+        if "ended" in sample:
+            return number, f"{event.fields['process']!r} ended, which was watched"
         return number, f"{event.fields['process']!r} used {sample.get('load') or 0:g} % {limit}"
     return None
 
 
+def _before(events: Sequence[Event], at: int, longest: timedelta) -> Iterator[int]:
+    """The numbers of the events so long before event number `at`, the last one first."""
+    for number in range(at - 1, max(at - FARTHEST, 0) - 1, -1):
+        between = apart(events[number], events[at])
+        if between is not None and between > longest:
+            return
+        if between is not None:
+            yield number
+
+
+def _around_crash(events: Sequence[Event], at: int) -> Iterator[tuple[int | None, str]]:
+    """The snapshot and the archive of a crash: the number of the event, and what to say of it."""
+    for number in _before(events, at, SNAPSHOT_BEFORE):
+        if events[number].kind == "snapshot":
+            yield number, f"a snapshot {_snapshot(events, number, at)}"
+            break
+    archive = _archive_after(events, at)
+    if archive is None:
+        yield None, "no archive of it is here"
+        return
+    yield archive, f"its archive: {events[archive].source}"
+    if events[archive].fields.get("old_copies"):
+        yield None, "the snapshots beside it there are of an earlier crash"
+
+
+def _snapshot(events: Sequence[Event], number: int, at: int) -> str:
+    snapshot = events[number].fields
+    before = _seconds(events[number], events[at]) or 0
+    average, busy = snapshot["load_average"], busiest(snapshot["processes"])
+    return f"{duration(before)} before" \
+        + (f" has a load average of {average[0]:g}" if average else "") \
+        + (f", and {busy['command']!r} with {busy['cpu']:g} %" if busy else "")
+
+
 def _archive_after(events: Sequence[Event], at: int) -> int | None:
-    for number in range(at + 1, len(events)):
+    for number in range(at + 1, min(at + FARTHEST, len(events))):
         event = events[number]
-        apart = _apart(events[at], event)
-        if apart is not None and apart > ARCHIVE_WITHIN:
+        between = apart(events[at], event)
+        if between is not None and between > ARCHIVE_WITHIN:
             return None
         if event.kind == "archive" and event.fields["name"] == "main":
             return number
@@ -138,40 +197,57 @@ def _archive_after(events: Sequence[Event], at: int) -> int | None:
 # -- the board ------------------------------------------------------------------------------------
 
 
-def _reboots(events: Sequence[Event]) -> Iterator[Sentence]:
+def _reboots(events: Sequence[Event], boots: Sequence[int]) -> Iterator[Sentence]:
+    starts: list[int] = []  # of this boot
     for at, event in enumerate(events):
+        if starts and boots[starts[-1]] != boots[at]:
+            starts = []
+        if event.kind == "start":
+            starts = [*starts[-2:], at]
         if event.kind != "reboot":
             continue
-        evidence = [at]
         if event.fields["reason"] != "third end":
-            yield Sentence("the board was rebooted, because its root file system was read-only"
-                           + _when(events, evidence), CERTAIN, evidence)
+            yield Sentence("The board was rebooted, because its root file system was read-only"
+                           + _when(events, [at]), CERTAIN, [at])
             continue
-        starts = [number for number in range(at) if events[number].kind == "start"][-3:]
-        text = "the board was rebooted at the third end of the application"
-        within = _apart(events[starts[0]], event) if len(starts) == 3 else None
-        if within is not None:
-            text += f" in {_duration(within.total_seconds())}"
-        text += _when(events, evidence) + ("; how it ended is not told, and no archive of it was "
-                                           "made by itself, since the reboot came first")
+        text = "The board was rebooted at the third end of the application"
+        within = apart(events[starts[0]], event) if len(starts) == 3 else None
+        if within is not None and within > timedelta():
+            text += f" in {duration(within.total_seconds())}"
+        text += _when(events, [at]) + ("; how it ended is not told, and no archive of it was made "
+                                       "by itself, since the reboot came first")
         yield Sentence(text, CERTAIN, [*starts, at])
 
 
 def _single(events: Sequence[Event]) -> Iterator[Sentence]:
     for at, event in enumerate(events):
         if event.kind == "message" and "cause" in event.fields:
-            reasons = "; ".join(map(str, event.fields.get("concluded_from") or []))
-            yield Sentence(f"the board has booted: {event.fields['cause']}"
-                           + (f" ({reasons})" if reasons else "") + _when(events, [at]),
-                           LIKELY, [at])
+            reasons = " ".join(map(str, event.fields["concluded_from"]))
+            yield Sentence(f"The board has booted: {event.fields['cause']}" + _when(events, [at])
+                           + (f" ({reasons})" if reasons else ""), LIKELY, [at])
+        elif "clock_set" in event.fields:
+            text = str(event.fields["text"])
+            yield Sentence(f"{text[0].upper()}{text[1:]}, between {event.fields['clock_before']} "
+                           f"and {event.fields['clock_after']} ({event.source}:{event.line})",
+                           LIKELY if "summer" in text else CERTAIN, [at])
         elif event.kind == "start_failed":
-            problem = _START_PROBLEMS.get(event.fields["code"], f"code {event.fields['code']}")
+            problem = _START_PROBLEMS.get(event.fields["code"],
+                                          f"A start failed with code {event.fields['code']}")
             yield Sentence(problem + _when(events, [at]), CERTAIN, [at])
-        elif event.kind == "not_found":
-            yield Sentence(f"{event.fields['process']!r} was missing for "
-                           f"{event.fields['seconds']} s" + _when(events, [at]), CERTAIN, [at])
         elif event.kind == "archive" and not event.fields["complete"]:
-            yield Sentence(f"an archive is not whole: {event.source}", CERTAIN, [at])
+            yield Sentence(f"An archive is not whole: {event.source}", CERTAIN, [at])
+
+
+def _absences(events: Sequence[Event]) -> Iterator[Sentence]:
+    by_process: dict[str, list[int]] = {}
+    for at, event in enumerate(events):
+        if event.kind == "not_found":
+            by_process.setdefault(event.fields["process"], []).append(at)
+    for process, absences in by_process.items():
+        times = f" {len(absences)} times" if len(absences) > 1 else ""
+        yield Sentence(f"Process {process!r} was missing{times} for "
+                       f"{events[absences[0]].fields['seconds']} s or more"
+                       + _when(events, absences), CERTAIN, absences)
 
 
 def _alarms(events: Sequence[Event]) -> Iterator[Sentence]:
@@ -182,10 +258,23 @@ def _alarms(events: Sequence[Event]) -> Iterator[Sentence]:
     for process, alarms in by_process.items():
         loads = [sample["load"] for at in alarms for sample in events[at].fields["samples"]
                  if sample.get("load") is not None and "ended" not in sample]
-        text = f"{process!r} was too busy" + (f" {len(alarms)} times" if len(alarms) > 1 else "")
+        times = f" {len(alarms)} times" if len(alarms) > 1 else ""
+        if not loads and any(events[at].fields["samples"] for at in alarms):
+            text = "A watched process" + (f", {process!r}," if process else "") + f" ended{times}"
+        else:
+            text = f"Process {process!r} was too busy{times}"
         if loads:
             text += f", with up to {max(loads):g} % of all processors"
         yield Sentence(text + _when(events, alarms), CERTAIN, alarms)
+
+
+def _guesses(events: Sequence[Event]) -> Iterator[Sentence]:
+    unknown = [at for at, event in enumerate(events) if event.time and event.time.tzinfo is None]
+    if unknown and any(event.time and event.time.tzinfo for event in events):
+        minutes = round(most_frequent_offset([events]) / timedelta(minutes=1))
+        offset = f"{'-' if minutes < 0 else '+'}{abs(minutes) // 60:02}:{abs(minutes) % 60:02}"
+        yield Sentence(f"The times of {len(unknown)} events have no offset from UTC, and are taken "
+                       f"for UTC{offset}", GUESS, unknown[:1])
 
 
 # -- words ----------------------------------------------------------------------------------------
@@ -199,39 +288,13 @@ def signal_text(number: int) -> str:
         return f"signal {number}"
 
 
-def _quoted(program: str) -> str:
-    return program if program == "the application" else f"{program!r}"
-
-
-def _duration(seconds: float) -> str:
-    if seconds < 120:
-        return f"{seconds:.0f} s"
-    if seconds < 7200:
-        return f"{seconds / 60:.0f} min"
-    if seconds < 172800:
-        return f"{seconds / 3600:.0f} h"
-    return f"{seconds / 86400:.0f} days"
-
-
 def _when(events: Sequence[Event], numbers: list[int]) -> str:
-    times = [_moment(time) for number in numbers if (time := events[number].time)]
+    times = [moment(time) for number in numbers if (time := events[number].time)]
     if not times:
         return ""
     return f" at {times[0]}" if len(times) == 1 else f", from {times[0]} to {times[-1]}"
 
 
-def _moment(time: datetime) -> str:
-    return time.isoformat(sep=" ", timespec="seconds")
-
-
-def _apart(earlier: Event, later: Event) -> timedelta | None:
-    if earlier.time is None or later.time is None:
-        return None
-    if (earlier.time.tzinfo is None) != (later.time.tzinfo is None):
-        return later.time.replace(tzinfo=None) - earlier.time.replace(tzinfo=None)
-    return later.time - earlier.time
-
-
 def _seconds(earlier: Event, later: Event) -> float | None:
-    apart = _apart(earlier, later)
-    return None if apart is None else apart.total_seconds()
+    between = apart(earlier, later)
+    return None if between is None else between.total_seconds()
