@@ -157,3 +157,25 @@ def test_nothing_readable_at_all(tmp_path: Path) -> None:
     result = run("--jsonl", missing, there)
     assert (result.returncode, result.stdout.count("\n")) == (0, 1)
     assert str(missing) in result.stderr
+
+
+def test_the_cause_of_a_boot_is_told(tmp_path: Path) -> None:
+    concluded = {"cause": "power loss", "concluded_from": ["The last boot left no trace."],
+                 "time": "2026-11-22T10:00:00+0100", "boot_id": "b1", "last_boot_id": "b0"}
+    text = ("Cause of this boot: power loss\n- The last boot left no trace.\n"
+            + json.dumps(concluded) + "\n")
+    for number in (1, 2):
+        archive(tmp_path / f"report-a-179534164000{number}.tar.gz", tmp__log__boot=text)
+    found = [event for event in events(tmp_path) if event["kind"] == "message"]
+    assert [(event["cause"], event["time"]) for event in found] \
+        == [("power loss", "2026-11-22T10:00:00+01:00")]
+    sentence = run(tmp_path).stdout.splitlines()[0]
+    assert "The board has booted: power loss" in sentence
+    assert "(The last boot left no trace.)" in sentence
+
+
+@pytest.mark.parametrize("last", [
+    "", "{", "[]", '{"time": [], "concluded_from": 1, "boot_id": {}, "kind": "x"}'])
+def test_the_cause_of_a_boot_whose_last_line_is_wrong(tmp_path: Path, last: str) -> None:
+    (tmp_path / "boot").write_text(f"Cause of this boot: panic\n- No.\n{last}\n")
+    assert [(event["cause"], event["time"]) for event in events(tmp_path)] == [("panic", None)]

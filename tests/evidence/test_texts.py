@@ -41,3 +41,8 @@ def test_a_message_is_a_text_of_the_program(source: str, text: str) -> None:
 def test_standard_error_has_texts_of_the_program(text: str) -> None:
     sources = [file for part in PARTS for file in (PROJECT / part).glob("*.cpp")]
     assert any(text in literals(str(file)) for file in sources)
+
+
+def test_the_cause_of_a_boot_begins_as_the_script_writes_it() -> None:
+    script = (PROJECT / texts.BOOT_CAUSE_SOURCE).read_text()
+    assert f'echo "{texts.BOOT_CAUSE}$cause"' in script

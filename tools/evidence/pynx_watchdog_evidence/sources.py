@@ -22,7 +22,6 @@ from .snapshots import looks_like_snapshots, snapshots
 
 BEGINNING = 1 << 16  # bytes of a file that tell what it is
 LARGEST_TEXT = 1 << 26  # bytes that are read of what is no log
-BOOT = "Cause of this boot: "  # how the file of the boot's cause begins
 ACCOUNT = "account.jsonl"  # of a simulated device
 GZIP = b"\x1f\x8b"  # the first bytes of an archive
 
@@ -170,8 +169,8 @@ def _reader(name: str, beginning: bytes) -> Reader | None:
     text = beginning.decode(errors="replace")
     if name == ACCOUNT:
         return _account
-    if text.startswith(BOOT):
-        return _boot
+    if text.startswith(texts.BOOT_CAUSE):
+        return _boot_cause
     if text.startswith("__CURSOR="):
         return _journal_export
     if text.startswith("{") and "__REALTIME_TIMESTAMP" in text:
@@ -210,20 +209,25 @@ def _standard_error(source: str, data: bytes, _context: _Context) -> Iterator[Ev
     return messages.message_events(messages.standard_error(_lines(data)), source)
 
 
-def _boot(source: str, data: bytes, _context: _Context) -> Iterator[Event]:
-    """Why the board has booted, which the file tells in words and then in a line of JSON."""
-    for number, line in enumerate(_lines(data), 1):
-        try:
-            known = json.loads(line) if line.startswith("{") else None
-        except (ValueError, RecursionError):
-            continue
-        if isinstance(known, dict) and isinstance(known.get("cause"), str):
-            reasons = known.get("concluded_from")
-            fields = {"text": BOOT + known["cause"], "cause": known["cause"],
-                      "concluded_from": reasons if isinstance(reasons, list) else []}
-            if isinstance(known.get("boot_id"), str):
-                fields["boot_id"] = known["boot_id"]
-            yield Event("message", _made(known), source, number, fields, ("boot", line))
+_BOOT_FIELDS = ("boot_id", "last_boot_id", "last_boot_time", "end_reason", "end_time",
+                "panic_record", "bootstatus", "fail", "boot_count")
+
+
+def _boot_cause(source: str, data: bytes, _context: _Context) -> Iterator[Event]:
+    lines = _lines(data.rstrip())
+    try:
+        found = json.loads(lines[-1])
+    except (ValueError, RecursionError):
+        found = None
+    if not isinstance(found, dict):
+        found = {}
+    reasons = found.get("concluded_from")
+    fields = {"text": lines[0], "cause": lines[0].removeprefix(texts.BOOT_CAUSE),
+              "concluded_from": list(map(str, reasons)) if isinstance(reasons, list) else []}
+    fields |= {name: value for name, value in found.items()
+               if name in _BOOT_FIELDS and isinstance(value, (str, int))}
+    boot = fields.get("boot_id")
+    yield Event("message", _noted(found.get("time")), source, 1, fields, boot and ("boot", boot))
 
 
 def _snapshots(source: str, data: bytes, context: _Context) -> Iterator[Event]:
@@ -289,7 +293,11 @@ def _manifest(archive: Archive) -> dict[str, Any] | None:
 
 
 def _made(manifest: dict[str, Any] | None) -> datetime | None:
-    text = manifest.get("time") if manifest else None
+    return _noted(manifest.get("time")) if manifest else None
+
+
+def _noted(text: object) -> datetime | None:
+    """The time that a board tool has written."""
     try:
         return possible(datetime.fromisoformat(re.sub(r"([-+]\d\d)(\d\d)$", r"\1:\2", text))) \
             if isinstance(text, str) else None

@@ -91,3 +91,7 @@ STANDARD_ERROR = (
     "Upload path doesn't allow non ROOT user to remove the report",
     "Watchdog device doesn't exist!!!", "pYNX: no process found",
 )
+
+# How the text begins that boot-cause writes, whose last line is the same as JSON.
+BOOT_CAUSE = "Cause of this boot: "
+BOOT_CAUSE_SOURCE = "packaging/boot/boot-cause"
