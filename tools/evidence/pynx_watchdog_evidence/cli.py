@@ -6,22 +6,61 @@ from __future__ import annotations
 
 import argparse
 import json
+import sqlite3
 import sys
 from collections.abc import Sequence
+from contextlib import closing
+from datetime import datetime, timedelta
 from pathlib import Path
 
 from .events import Event
-from .join import events_of
+from .fleet import MOST_TOGETHER, Fleet, fleet_of, read_fleet
+from .join import Complain, events_of
 from .page import write_page
 from .sources import logs_of
+from .spread import Failed, open_pool
+from .store import Store, Unusable
+from .table import tables
 from .verdict import CERTAIN, verdict
 
 
 def main(arguments: Sequence[str] | None = None) -> int:
     """Read what the command line names, and print what happened. Returns the exit status."""
+    options = _parser().parse_args(arguments)
+    failed: list[Path] = []
+
+    def complain(path: Path, reason: str) -> None:
+        failed.append(path)
+        print(f"pynx-watchdog-evidence: {path}: {reason}", file=sys.stderr)
+
+    try:
+        if options.jsonl:
+            found = _print_events(options.paths, complain)
+        else:
+            fleet = fleet_of(options.paths)
+            if options.database or options.scheduler or not fleet.is_one_story():
+                found = _tell_fleet(fleet, options, complain)
+            else:
+                found = _tell_story(options, complain, failed)
+        sys.stdout.flush()
+    except BrokenPipeError:
+        sys.stderr.close()
+        return 0
+    except (OSError, sqlite3.Error, Unusable, Failed) as error:
+        print(f"pynx-watchdog-evidence: {error}", file=sys.stderr)
+        return 1
+    return 1 if failed and not found else 0
+
+
+def _parser() -> argparse.ArgumentParser:
     parser = argparse.ArgumentParser(
         prog="pynx-watchdog-evidence",
-        description="Tells what happened, from the logs, archives and messages of the supervisor.")
+        description="Tells what happened, from the logs, archives and messages of the supervisor.",
+        epilog="Archives of several devices, or more than "
+               f"{MOST_TOGETHER} archives, are a fleet: what went wrong on them is counted by "
+               "cause, application, firmware, version, device and week. Each archive and each "
+               "incident counts once, however often it is found. Fewer archives, and logs alone, "
+               "are told as one story.")
     parser.add_argument("paths", metavar="PATH", nargs="+", type=Path,
                         help="a log, an archive, a text of the system log or of the supervisor's "
                              "standard error, or a directory with any of these")
@@ -29,37 +68,45 @@ def main(arguments: Sequence[str] | None = None) -> int:
     output.add_argument("--jsonl", action="store_true",
                         help="print the events as JSON, one a line")
     output.add_argument("--html", metavar="FILE", type=Path,
-                        help="write a page for a browser, with the logs; it needs nothing else")
-    options = parser.parse_args(arguments)
+                        help="write a page for a browser, with the logs or with the figures of a "
+                             "fleet; it needs nothing else")
+    parser.add_argument("--database", metavar="FILE", type=Path,
+                        help="add what is found to a database of SQLite, as a fleet")
+    parser.add_argument("--scheduler", metavar="ADDRESS",
+                        help="let the workers of this scheduler of Dask read a fleet, instead of "
+                             "the processors of this machine; they need the files at the same "
+                             "paths")
+    return parser
 
-    failed: list[Path] = []
 
-    def complain(path: Path, reason: str) -> None:
-        failed.append(path)
-        print(f"pynx-watchdog-evidence: {path}: {reason}", file=sys.stderr)
-
-    events = events_of(options.paths, complain)
+def _print_events(paths: Sequence[Path], complain: Complain) -> int:
     found = 0
-    try:
-        if options.jsonl:
-            for event in events:
-                found += 1
-                print(json.dumps(event.as_dict()))
+    for event in events_of(paths, complain):
+        found += 1
+        print(json.dumps(event.as_dict()))
+    return found
+
+
+def _tell_story(options: argparse.Namespace, complain: Complain, failed: Sequence[Path]) -> int:
+    events = list(events_of(options.paths, complain))
+    if events or not failed:
+        if options.html:
+            write_page(options.html, events, verdict(events), logs_of(events))
         else:
-            kept = list(events)
-            found = len(kept)
-            if kept or not failed:
-                if options.html:
-                    write_page(options.html, kept, verdict(kept), logs_of(kept))
-                else:
-                    _print_for_people(kept)
-        sys.stdout.flush()
-    except BrokenPipeError:
-        sys.stderr.close()
-    except OSError as error:
-        print(f"pynx-watchdog-evidence: {error}", file=sys.stderr)
-        return 1
-    return 1 if failed and not found else 0
+            _print_for_people(events)
+    return len(events)
+
+
+def _tell_fleet(fleet: Fleet, options: argparse.Namespace, complain: Complain) -> int:
+    tomorrow = datetime.now() + timedelta(days=1)
+    with closing(Store(options.database, tomorrow)) as store:
+        with open_pool(options.scheduler) as pool:
+            found = read_fleet(fleet, store, pool, complain, with_rows=bool(options.database))
+        store.commit()
+        if found and not options.database:
+            for line in tables(store):
+                print(line)
+    return found
 
 
 def _print_for_people(events: list[Event]) -> None:

@@ -261,7 +261,8 @@ def _archive(source: str, name: str, stream: BinaryIO) -> Iterator[Event]:
             fields["problem"] = archive.problem
         if manifest:
             fields["manifest"] = manifest
-        yield Event("archive", archive.time or made, source, 0, fields,
+        begun = archive.time.astimezone(made.tzinfo) if archive.time and made else archive.time
+        yield Event("archive", begun or made, source, 0, fields,
                     ("archive", name, *archive.members))
         offset = made.utcoffset() if made else None
         latest = made or archive.time or datetime.now(timezone.utc)

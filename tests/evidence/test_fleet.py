@@ -1,0 +1,111 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""The archives of many devices: what is counted, and how often."""
+
+from __future__ import annotations
+
+import json
+import random
+import shutil
+import sqlite3
+from collections import Counter
+from pathlib import Path
+
+import pytest
+
+from fleets import Facts, make_fleet, pack
+from test_command_line import run, start
+from pynx_watchdog_evidence.store import DIMENSIONS
+
+
+@pytest.fixture(name="fleet", scope="module")
+def fixture_fleet(tmp_path_factory: pytest.TempPathFactory) -> tuple[Path, Counter[Facts]]:
+    """The archives of some devices, and what happened to them."""
+    directory = tmp_path_factory.mktemp("fleet")
+    return directory, make_fleet(directory, 200)
+
+
+def database(file: Path, *paths: str | Path) -> sqlite3.Connection:
+    """The database of what is at these paths."""
+    result = run("--database", file, *paths)
+    assert (result.returncode, result.stdout, result.stderr) == (0, "", "")
+    return sqlite3.connect(file)
+
+
+def incidents(opened: sqlite3.Connection) -> Counter[Facts]:
+    """How often each incident is in a database."""
+    return Counter(opened.execute(f"SELECT {', '.join(DIMENSIONS)} FROM incidents").fetchall())
+
+
+def report(path: Path, machine: str = "device", log: str = "", **manifest: str) -> Path:
+    """An archive of this device."""
+    facts = {"machine": machine, "archive": path.name, "time": "2026-11-22T10:00:40+0000"}
+    return pack(path, {"manifest.json": json.dumps(facts | manifest),
+                       "tmp/log/application.log": log})
+
+
+# -- what is counted ------------------------------------------------------------------------------
+
+
+def test_each_incident_is_found_once(fleet: tuple[Path, Counter[Facts]], tmp_path: Path) -> None:
+    directory, happened = fleet
+    assert happened.total() > 300
+    assert incidents(database(tmp_path / "db", directory)) == happened
+
+
+def test_copies_of_archives_count_once(fleet: tuple[Path, Counter[Facts]], tmp_path: Path) -> None:
+    directory, happened = fleet
+    archives = sorted(directory.glob("*/*.tar.gz"))
+    luck = random.Random(2)
+    for number, archive in enumerate(luck.sample(archives, 50)):
+        (tmp_path / "copies" / str(number)).mkdir(parents=True)
+        shutil.copy(archive, tmp_path / "copies" / str(number))
+    opened = database(tmp_path / "db", directory, tmp_path / "copies")
+    assert incidents(opened) == happened
+    assert opened.execute("SELECT count(*) FROM reports").fetchone() == (len(archives),)
+    assert opened.execute("SELECT count(*) FROM copies").fetchone() == (50,)
+    assert "50 copies not counted" in run(directory, tmp_path / "copies").stdout.splitlines()[0]
+
+
+def test_the_tables_are_printed(fleet: tuple[Path, Counter[Facts]]) -> None:
+    directory, happened = fleet
+    result = run(directory)
+    assert (result.returncode, result.stderr) == (0, "")
+    head, *tables = result.stdout.split("\n\n")
+    assert head.startswith(f"{happened.total()} incidents on ")
+    assert [table.split()[0] for table in tables] == [*DIMENSIONS, "newest"]
+    for dimension, table in zip(DIMENSIONS[:2], tables):
+        expected = Counter[str]()
+        for facts, number in happened.items():
+            expected[facts[DIMENSIONS.index(dimension)]] += number
+        for value, number in expected.items():
+            line = next(line for line in table.splitlines() if line.startswith(f"{value}  "))
+            assert int(line[len(value):].split()[0]) == number
+
+
+# -- what is a fleet ------------------------------------------------------------------------------
+
+
+def test_archives_of_one_device_are_one_story(tmp_path: Path) -> None:
+    for second in range(3):
+        report(tmp_path / f"report-a-179534164{second}000.tar.gz")
+    assert run(tmp_path).stdout.count("  archive  ") == 3
+    report(tmp_path / "report-a-1795341643000.tar.gz", "another")
+    assert run(tmp_path).stdout.startswith("4 incidents on 2 devices, told by 4 reports")
+
+
+def test_very_many_archives_are_a_fleet(tmp_path: Path) -> None:
+    for number in range(101):
+        report(tmp_path / f"report-a-1795341{number:06}.tar.gz")
+    assert run(tmp_path).stdout.startswith("101 incidents on 1 device, told by 101 reports")
+
+
+def test_files_beside_the_archives_of_a_device_are_of_it(tmp_path: Path) -> None:
+    for device in "one", "two":
+        log = start("10:00:00.000", device) + "==Report==a\n"
+        (tmp_path / device).mkdir()
+        report(tmp_path / device / "report-a-1795341605000.tar.gz", device, log)
+        (tmp_path / device / "application.log").write_text(log + "==Report==b\n")
+    found = incidents(database(tmp_path / "db", tmp_path / "one", tmp_path / "two"))
+    assert {(facts[0], facts[4]): number for facts, number in found.items()} == {
+        (f"report requested: {name}", device): 1 for name in "ab" for device in ("one", "two")}

@@ -1,0 +1,121 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""Reads the archives of many devices, each for itself, and files that lie beside them."""
+
+from __future__ import annotations
+
+import json
+import sys
+import tarfile
+import time
+import zlib
+from collections.abc import Iterable
+from dataclasses import dataclass, field
+from pathlib import Path
+from typing import TextIO
+
+from . import sources
+from .incidents import UNKNOWN
+from .join import Complain
+from .reports import read_report
+from .spread import Pool
+from .store import Store
+
+MOST_TOGETHER = 100  # archives of one device that are joined to one story
+PROGRESS = 0.2  # seconds between two figures on the terminal
+
+Job = tuple[Path, list[Path], bool]
+
+
+@dataclass
+class Fleet:
+    """Files, sorted into those that are read together."""
+
+    archives: list[Path] = field(default_factory=list)
+    others: dict[Path, list[Path]] = field(default_factory=dict)  # by the directory they belong to
+
+    def is_one_story(self) -> bool:
+        """Whether it is as little as of one device, so that it is better told as one story."""
+        if len(self.archives) > MOST_TOGETHER:
+            return False
+        return len({_device(archive) for archive in self.archives} - {None}) < 2
+
+
+def fleet_of(paths: Iterable[Path]) -> Fleet:
+    """The files at `paths`, which can be directories."""
+    files = sorted({file.resolve() for path in paths for file in sources.find(path)})
+    simulated = {file.parent for file in files if file.name == sources.ACCOUNT}
+    fleet = Fleet()
+    for file in files:
+        if sources.is_archive(file):
+            fleet.archives.append(file)
+        else:
+            # What a simulated device has written lies below its account.
+            owner = next((parent for parent in file.parents if parent in simulated), file.parent)
+            fleet.others.setdefault(owner, []).append(file)
+    return fleet
+
+
+def _device(archive: Path) -> str | None:
+    """The device that an archive is of; None if its first member is no manifest that tells it."""
+    try:
+        with tarfile.open(archive, "r|gz") as tar:
+            first = tar.next()
+            content = tar.extractfile(first) if first and first.name == "manifest.json" else None
+            found = json.loads(content.read(sources.LARGEST_TEXT)) if content else None
+    except (tarfile.TarError, EOFError, OSError, zlib.error, ValueError, RecursionError):
+        return None
+    return str(found["machine"]) if isinstance(found, dict) and found.get("machine") else None
+
+
+def read_fleet(fleet: Fleet, store: Store, pool: Pool, complain: Complain, *,
+               with_rows: bool) -> int:
+    """Read a fleet into the store. Returns how many reports could be read. Raises Failed."""
+    found = 0
+    with Progress(len(fleet.archives) + len(fleet.others)) as progress:
+        jobs: list[list[Job]] = [
+            [(archive, [archive], with_rows) for archive in fleet.archives],
+            [(owner, files, with_rows) for owner, files in fleet.others.items()]]
+        # Files beside archives come after them, because only archives tell of which device.
+        for kind in jobs:
+            for report in pool.results(read_report, kind):
+                progress.step()
+                for path, reason in report.complaints:
+                    progress.clear()
+                    complain(Path(path), reason)
+                if report.name is None and report.found == 0:
+                    continue  # no evidence
+                if report.device == UNKNOWN:
+                    report.device = store.device_below(report.path) or UNKNOWN
+                store.add(report)
+                found += 1
+    return found
+
+
+class Progress:
+    """Says on a terminal how much is done. Says nothing where standard error is no terminal."""
+
+    def __init__(self, total: int, terminal: TextIO = sys.stderr) -> None:
+        self._total = total
+        self._done = 0
+        self._terminal = terminal if terminal.isatty() else None
+        self._said_at = 0.0
+
+    def __enter__(self) -> Progress:
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        self.clear()
+
+    def step(self) -> None:
+        """One more is done."""
+        self._done += 1
+        if self._terminal and time.monotonic() - self._said_at >= PROGRESS:
+            self._said_at = time.monotonic()
+            print(f"\r\033[K{self._done:,} of {self._total:,} read", end="", file=self._terminal,
+                  flush=True)
+
+    def clear(self) -> None:
+        """Make room for another text."""
+        if self._terminal:
+            print("\r\033[K", end="", file=self._terminal, flush=True)

@@ -1,0 +1,140 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""Makes one report of an archive, or of files that lie together: what a fleet counts.
+
+A report is made in a process of its own, or on another machine, and has all that is kept of it.
+"""
+
+from __future__ import annotations
+
+import hashlib
+import json
+import math
+from collections.abc import Sequence
+from dataclasses import dataclass, field
+from datetime import datetime, timezone
+from itertools import islice
+from pathlib import Path
+from typing import Any, NamedTuple
+
+from .events import Event
+from .incidents import UNKNOWN, Incident, incidents
+from .join import events_of
+
+MOST_INCIDENTS = 10_000  # of a report
+MOST_EVENTS = 100_000  # of a report, for the database
+MOST_PROCESSES = 10  # of a snapshot, for the database
+LONGEST = 200  # characters of what a manifest tells
+
+
+class Row(NamedTuple):
+    """An event for the database."""
+
+    kind: str
+    time: datetime | None
+    source: str
+    line: int
+    fields: str  # as JSON
+    identity: str
+
+
+@dataclass
+class Report:
+    """What is kept of an archive, or of files that lie together."""
+
+    path: str
+    name: str | None = None  # of the report, where it is an archive
+    made: datetime | None = None
+    device: str = UNKNOWN
+    version: str = UNKNOWN  # of the supervisor's package
+    firmware: str = UNKNOWN
+    boot_id: str | None = None
+    uptime: float | None = None  # in seconds, when it was made
+    problem: str | None = None  # why it is not whole
+    digest: bytes = b""  # of the contents
+    found: int = 0  # events
+    incidents: list[Incident] = field(default_factory=list)
+    rows: list[Row] = field(default_factory=list)
+    complaints: list[tuple[str, str]] = field(default_factory=list)  # paths, and what is wrong
+
+
+def read_report(path: Path, files: Sequence[Path], with_rows: bool) -> Report:
+    """The report that `files` are; `path` is the archive, or the directory of the files."""
+    report = Report(str(path))
+
+    def complain(file: Path, reason: str) -> None:
+        report.complaints.append((str(file), reason))
+
+    events = list(events_of(files, complain))
+    report.found = len(events)
+    report.digest = _digest(files)
+    for event in events:
+        if event.kind == "archive" and event.source == report.path:
+            _take_archive(report, event)
+    report.incidents = list(islice(incidents(events), MOST_INCIDENTS + 1))
+    if with_rows:
+        report.rows = [_row(event) for event in events[:MOST_EVENTS]]
+    if len(report.incidents) > MOST_INCIDENTS or with_rows and len(events) > MOST_EVENTS:
+        complain(path, f"only its first {MOST_INCIDENTS} incidents and {MOST_EVENTS} events "
+                       "are taken")
+        del report.incidents[MOST_INCIDENTS:]
+    return report
+
+
+def _digest(files: Sequence[Path]) -> bytes:
+    found = hashlib.sha256()
+    for path in files:
+        try:
+            with path.open("rb") as file:
+                found.update(hashlib.file_digest(file, "sha256").digest())
+        except OSError:
+            found.update(str(path).encode(errors="replace"))  # it has been complained about
+    return found.digest()
+
+
+def _take_archive(report: Report, archive: Event) -> None:
+    report.name = archive.fields["name"]
+    report.made = archive.time
+    report.problem = archive.fields.get("problem")
+    manifest = archive.fields.get("manifest") or {}
+    report.device = _told(manifest, "machine") or UNKNOWN
+    report.version = _told(manifest, "package_version") or UNKNOWN
+    system = manifest.get("os")
+    if isinstance(system, dict):
+        report.firmware = _told(system, "pretty_name") or " ".join(
+            filter(None, (_told(system, "id"), _told(system, "version_id")))) or UNKNOWN
+    report.boot_id = _told(manifest, "boot_id")
+    uptime = manifest.get("uptime_s")
+    if isinstance(uptime, (int, float)) and math.isfinite(uptime):
+        report.uptime = min(max(float(uptime), 0), 1e12)
+
+
+def _told(facts: dict[str, Any], name: str) -> str | None:
+    value = facts.get(name)
+    return value[:LONGEST] if isinstance(value, str) and value else None
+
+
+def _row(event: Event) -> Row:
+    fields = dict(event.fields)
+    if event.kind == "snapshot":
+        fields["processes"] = sorted(
+            fields["processes"], key=lambda row: -(row["cpu"] or 0))[:MOST_PROCESSES]
+    elif "manifest" in fields:  # the lines of its journal are events themselves
+        fields["manifest"] = {name: value for name, value in fields["manifest"].items()
+                              if name != "journal"}
+    return Row(event.kind, event.time, event.source, event.line, _json(fields),
+               repr(event.identity or (event.source, event.line)))
+
+
+def _json(fields: dict[str, Any]) -> str:
+    """The fields as JSON that SQLite reads: it knows no NaN and no infinity."""
+    try:
+        text = json.dumps(fields)
+        return json.dumps(json.loads(text, parse_constant=lambda _: None))
+    except RecursionError:
+        return "{}"
+
+
+def unix_time(time: datetime) -> float:
+    """Seconds since 1970. Where the offset from UTC is not known, local time is taken for UTC."""
+    return (time if time.tzinfo else time.replace(tzinfo=timezone.utc)).timestamp()
