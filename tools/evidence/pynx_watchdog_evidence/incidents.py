@@ -10,9 +10,8 @@ from datetime import datetime
 from typing import Any, NamedTuple
 
 from .describe import describe
-from .events import Event
+from .events import Event, apart
 from .verdict import ARCHIVE_WITHIN, CERTAIN, LIKELY, signal_text, verdict
-from .verdict import _apart as apart
 
 UNKNOWN = "unknown"
 LONGEST = 200  # characters of a cause and of an application's name
