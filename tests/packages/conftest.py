@@ -24,6 +24,12 @@ def version() -> str:
 
 
 @pytest.fixture(scope="session")
+def evidence(packages: dict[str, Path], version: str) -> Path:
+    """The package file of pynx-watchdog-evidence."""
+    return packages["amd64"].with_name(f"pynx-watchdog-evidence_{version}_all.deb")
+
+
+@pytest.fixture(scope="session")
 def packages(version: str) -> dict[str, Path]:
     """The package file of each architecture."""
     directory = ROOT / "build" / "packages"
@@ -56,6 +62,7 @@ def sdk_build(tmp_path_factory: pytest.TempPathFactory) -> SdkBuild:
     sdk = tmp_path_factory.mktemp("sdk")
     run("cmake", "--install", build(Path(__file__).parent / "mocksdk", sdk))
     tree = build(ROOT, "/usr", f"-DPYNX_SDK_ROOT={sdk}", "-DBUILD_TESTING=OFF",
+                 "-DWATCHDOG_EVIDENCE=ON",
                  "-DCMAKE_INSTALL_LIBDIR=lib", "-DWATCHDOG_SYSTEMD_UNIT_DIR=/lib/systemd/system")
     root = tmp_path_factory.mktemp("root")
     run("cmake", "--install", tree, environment={"DESTDIR": str(root)})

@@ -15,7 +15,8 @@ FLOORS = ("app", "common", "health", "load", "logging", "platform", "report")
 # The scripts that write to the system log, and how.
 SCRIPTS = {"packaging/board-tools/tar": "say",
            "packaging/boot/boot-cause": "logger -t pynx_watchdog"}
-PAGES = ("man8/pynx-watchdog.8", "man5/pynx-watchdog-settings.5", "man1/pynx-watchdog-check.1")
+PAGES = ("man8/pynx-watchdog.8", "man5/pynx-watchdog-settings.5", "man1/pynx-watchdog-check.1",
+         "man1/pynx-watchdog-evidence.1")
 
 
 def sections(sdk_build: SdkBuild) -> dict[str, str]:

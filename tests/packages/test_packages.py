@@ -122,13 +122,33 @@ def test_dependencies_are_the_same_for_both(packages: dict[str, Path]) -> None:
     assert names == {"libc6", "libgcc-s1", "libqt5core5a", "libstdc++6", "procps", "psmisc"}
 
 
-def test_the_package_holds_what_is_installed(unpacked: Callable[[str], Path],
-                                             sdk_build: SdkBuild) -> None:
+def test_the_packages_hold_what_is_installed(unpacked: Callable[[str], Path], evidence: Path,
+                                             tmp_path: Path, sdk_build: SdkBuild) -> None:
     installed = files_below(sdk_build.root)
-    packaged = files_below(unpacked("amd64"))
+    run("dpkg-deb", "--extract", evidence, tmp_path / "evidence")
+    packaged = files_below(unpacked("amd64")) | files_below(tmp_path / "evidence")
     pages = {name: name.removesuffix(".gz") if "/man/" in name else name for name in packaged}
+    debians = re.compile("usr/share/(doc/[^/]*/(changelog.gz|copyright)|lintian/|python3/)")
     assert {pages[name]: target for name, target in packaged.items()
-            if name not in DOCUMENTS | OVERRIDES} == installed
+            if not debians.match(name)} == installed
+
+
+@pytest.mark.skipif(os.geteuid() != 0, reason="dpkg gives files to root")
+def test_the_reader_of_evidence_works_where_it_is_installed(evidence: Path, empty_root: Path,
+                                                            tmp_path: Path) -> None:
+    def content() -> set[str]:
+        return {name for name in files_below(empty_root) if name.startswith(("usr/", "etc/"))}
+
+    _dpkg(empty_root, "--install", evidence)
+    assert any("/__pycache__/" in name for name in content())
+    log = tmp_path / "log"
+    log.write_text("2026-11-22 10:00:00.000 Watchdog: Starting app: /usr/bin/product \n", "ascii")
+    program = empty_root / "usr/bin/pynx-watchdog-evidence"
+    assert '"kind": "start"' in run(program, "--jsonl", log)
+    run(program, "--html", tmp_path / "page.html", log)
+    assert "/usr/bin/product" in (tmp_path / "page.html").read_text("utf-8")
+    _dpkg(empty_root, "--purge", "pynx-watchdog-evidence")
+    assert content() == set()
 
 
 def _dpkg(root: Path, *arguments: str | Path) -> None:
@@ -285,7 +305,8 @@ def test_version_is_stated_once(version: str, packages: dict[str, Path]) -> None
 
 
 @pytest.mark.parametrize("page", ["man8/pynx-watchdog.8", "man5/pynx-watchdog-settings.5",
-                                  "man1/pynx-watchdog-check.1"])
+                                  "man1/pynx-watchdog-check.1",
+                                  "man1/pynx-watchdog-evidence.1"])
 def test_man_pages_are_well_formed(sdk_build: SdkBuild, version: str, page: str) -> None:
     path = sdk_build.root / "usr/share/man" / page
     warnings = run("sh", "-c", f"man --warnings --local-file {path} 2>&1 >/dev/null")
@@ -301,6 +322,15 @@ def test_man_page_names_every_option_and_no_other(sdk_build: SdkBuild) -> None:
     named = set(re.findall(r"^ +(--\w+)", options, re.MULTILINE))
     source = (ROOT / "app/commandline.cpp").read_text("utf-8")
     assert named == set(re.findall(r'word.text == QLatin1String\("(--\w+)"\)', source))
+
+
+def test_man_page_of_the_reader_names_every_option_and_no_other(sdk_build: SdkBuild) -> None:
+    path = sdk_build.root / "usr/share/man/man1/pynx-watchdog-evidence.1"
+    options = run("man", "--local-file", path).split("OPTIONS\n", 1)[1].split("\nEVENTS", 1)[0]
+    told = run(sdk_build.root / "usr/bin/pynx-watchdog-evidence", "--help")
+    assert set(re.findall(r"^ +(--\w+)", options, re.MULTILINE)) \
+        == set(re.findall(r"(--\w+)", told.split("options:", 1)[1])) == {
+            "--database", "--help", "--html", "--jsonl", "--scheduler"}
 
 
 def test_man_page_describes_every_document(sdk_build: SdkBuild) -> None:

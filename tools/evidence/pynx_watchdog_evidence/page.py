@@ -38,7 +38,7 @@ LONGEST_DETAIL = 20_000
 
 _KEPT_ALWAYS = ("start", "end", "start_failed", "reboot", "archive")
 _FILES = Path(__file__).parent / "page"
-_SCRIPTS = ("uplot/uPlot.iife.min.js", "base.js", "axis.js", "curves.js", "log.js", "events.js",
+_SCRIPTS = ("uplot/uPlot.iife.js", "base.js", "axis.js", "curves.js", "log.js", "events.js",
             "main.js")
 _STYLES = ("uplot/uPlot.min.css", "page.css")
 
