@@ -77,6 +77,12 @@ def test_the_log_in_an_archive_and_the_one_beside_it_are_the_same(tmp_path: Path
         == ["start", "request", "request", "archive", "start", "request"]
 
 
+def test_equal_messages_of_a_second_are_two_and_their_copies_are_none(tmp_path: Path) -> None:
+    (tmp_path / "a").write_text(end("10:00:10") * 2 + end("10:00:11"))
+    (tmp_path / "b").write_text(end("10:00:10.25") + end("10:00:10.75"))
+    assert [event["kind"] for event in events(tmp_path)] == ["end"] * 3
+
+
 def test_the_members_of_an_archive_are_joined(tmp_path: Path) -> None:
     manifest = json.dumps({"time": "2026-11-22T10:00:40+0000", "journal": [
         end("10:00:10").strip(), end("10:00:30").strip()]})

@@ -92,6 +92,8 @@ def test_the_alarm_of_a_process_that_ended_has_its_name_from_its_earlier_lines()
     (b"==Report==name\n", {"kind": "request", "time": None, "name": "name", "file": None}),
     (b"x ==Report file:/tmp/a==name\n",
      {"kind": "request", "time": None, "name": "name", "file": "/tmp/a"}),
+    (b"==Report==x-- Time: Sun Nov 22 10:00:00 2026 GMT\n",
+     {"kind": "request", "time": "2026-11-22T10:00:00+00:00", "name": "x", "file": None}),
     (b"==Report==a ==Report file:/tmp/b==c\n",
      {"kind": "request", "time": None, "name": "a ==Report file:/tmp/b==c", "file": "/tmp/b"}),
 ])

@@ -92,7 +92,9 @@ def _read(kind: texts.LogText | None, number: int, text: bytes) -> Iterator[Line
 
 
 def _requests(number: int, text: bytes) -> Iterator[Line]:
-    """What a line asks for. The supervisor reads it in the same way."""
+    """What a line asks for. The supervisor reads it in the same way, before the next time line."""
+    if time_line := texts.TIME_LINE.search(text):
+        text = text[:time_line.start()]
     file_start = text.find(texts.FILE_MARKER)
     text_start = text.find(texts.TEXT_MARKER)
     name, file = "", None

@@ -80,6 +80,8 @@ class Alarm:
             return False
         self._last = line.number
         if line.kind == "interval":
+            if samples and "ended" in samples[-1]:
+                self._sampled = None  # the next sample is of when the process was there again
             samples.append({"interval_ms": int(line.fields["interval_ms"])})
             self._look_for_jump(line, samples[-1]["interval_ms"])
             return True

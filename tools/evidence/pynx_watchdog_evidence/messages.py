@@ -6,6 +6,7 @@ from __future__ import annotations
 
 import json
 import re
+from collections import Counter
 from collections.abc import Iterable, Iterator
 from datetime import datetime, timedelta, timezone
 from typing import Any, NamedTuple
@@ -32,6 +33,7 @@ def message_events(messages: Iterable[Message], source: str) -> Iterator[Event]:
     """The events that the messages tell of."""
     readings = Readings(source)
     earlier: Message | None = None
+    counts: Counter[object] = Counter()
     for message in messages:
         if found := _jump(source, earlier, message):
             yield found
@@ -42,8 +44,11 @@ def message_events(messages: Iterable[Message], source: str) -> Iterator[Event]:
         kind, fields = _meaning(message.text)
         if message.boot:
             fields["boot_id"] = message.boot
-        identity = message.time and (message.text, message.time.replace(microsecond=0))
-        yield Event(kind, message.time, source, message.line, fields, identity)
+        # Another form of the same messages may not have parts of seconds.
+        known = message.time and (message.text, message.time.replace(microsecond=0))
+        counts[known] += 1
+        yield Event(kind, message.time, source, message.line, fields,
+                    known and (*known, counts[known]))
 
 
 def _jump(source: str, earlier: Message | None, later: Message) -> Event | None:

@@ -32,11 +32,12 @@ def _line(kind: str, needle: bytes, pattern: bytes, source: str, *pieces: str) -
 _LOAD = rb"(?P<load>[-+]?(?:\d+(?:\.\d+)?(?:e[-+]\d+)?|inf|nan))%$"
 _TIME = rb"(?P<time>" + LOCAL_TIME + rb")"
 
+# A time line can stand at the end of a line that the application has not finished: after a request,
+# and where a run has ended.
+TIME_LINE = re.compile(rb"-- Time: (?P<gmt>\w{3} \w{3} +\d+ \d\d:\d\d:\d\d \d{4}) GMT$")
+
 LOG_TEXTS = (
-    # A time line can stand at the end of a line that the run before did not finish.
-    _line("time line", b"-- Time: ",
-          rb"-- Time: (?P<gmt>\w{3} \w{3} +\d+ \d\d:\d\d:\d\d \d{4}) GMT$",
-          "logging/logprocessor.cpp", "-- Time: "),
+    LogText("time line", b"-- Time: ", TIME_LINE, "logging/logprocessor.cpp", ("-- Time: ",)),
     _line("start", b" Watchdog: Starting app: ",
           _TIME + rb" Watchdog: Starting app: (?P<program>.*) $",
           "app/watchdog.cpp", "%1 Watchdog: %2 ", "Starting app: "),
