@@ -6,6 +6,7 @@ from __future__ import annotations
 
 import argparse
 import json
+import re
 import sqlite3
 import sys
 from collections.abc import Sequence
@@ -72,11 +73,18 @@ def _parser() -> argparse.ArgumentParser:
                              "fleet; it needs nothing else")
     parser.add_argument("--database", metavar="FILE", type=Path,
                         help="add what is found to a database of SQLite, as a fleet")
-    parser.add_argument("--scheduler", metavar="ADDRESS",
+    parser.add_argument("--scheduler", metavar="ADDRESS", type=_address,
                         help="let the workers of this scheduler of Dask read a fleet, instead of "
                              "the processors of this machine; they need the files at the same "
                              "paths")
     return parser
+
+
+def _address(text: str) -> str:
+    """The address of a scheduler, such as "tcp://host:8786"."""
+    if not re.fullmatch(r"((tcp|tls|wss?)://)?[^\s/]+:\d+", text):
+        raise argparse.ArgumentTypeError(f"'{text}' is no address such as tcp://host:8786")
+    return text
 
 
 def _print_events(paths: Sequence[Path], complain: Complain) -> int:

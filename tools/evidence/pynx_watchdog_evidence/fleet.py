@@ -80,6 +80,8 @@ def read_fleet(fleet: Fleet, store: Store, pool: Pool, complain: Complain, *,
         for kind in jobs:
             for report in pool.results(read_report, kind):
                 progress.step()
+                if report.problem:
+                    report.complaints.append((report.path, f"not whole: {report.problem}"))
                 for path, reason in report.complaints:
                     progress.clear()
                     complain(Path(path), reason)

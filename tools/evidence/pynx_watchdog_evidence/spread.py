@@ -18,7 +18,7 @@ from typing import Any, TypeVar
 
 AHEAD = 8  # jobs for each processor that are given out before their results are taken
 REACHED_WITHIN = 10  # seconds
-WORKERS_WITHIN = 30  # seconds
+WORKERS_WITHIN = 10  # seconds
 CHECK = 15  # seconds without a result, after which it is looked whether there is a worker
 
 Result = TypeVar("Result")
