@@ -51,7 +51,7 @@ class Device:
 
     def live(self) -> None:
         """Let something happen."""
-        self._pass(hours=self._luck.uniform(1, 40))
+        self._pass(hours=self._luck.uniform(1, 100))
         what = self._luck.choices(
             ("crash", "exit", "request", "alarm", "missing", "third end", "power loss"),
             (6, 3, 3, 3, 1, 2, 1))[0]

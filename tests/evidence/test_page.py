@@ -10,7 +10,6 @@ import io
 import json
 import re
 import tarfile
-from collections.abc import Iterator
 from html.parser import HTMLParser
 from pathlib import Path
 from typing import Any
@@ -101,22 +100,6 @@ def fixture_written(tmp_path_factory: pytest.TempPathFactory) -> Path:
     """A page of what a device has left behind."""
     place = tmp_path_factory.mktemp("page")
     return write_page(write_evidence(place / "device"), place / "page.html")
-
-
-@pytest.fixture(name="started", scope="module")
-def fixture_started() -> Iterator[Browser]:
-    """A browser, which is started only once, because that takes a second."""
-    browser = Browser()
-    yield browser
-    browser.driver.quit()
-
-
-@pytest.fixture(name="chromium")
-def fixture_chromium(started: Browser) -> Browser:
-    """A browser of usual size and colours."""
-    started.resize(1300)
-    started.colours("light")
-    return started
 
 
 @pytest.fixture(name="browser")

@@ -16,6 +16,7 @@ from pathlib import Path
 
 from .events import Event
 from .fleet import MOST_TOGETHER, Fleet, fleet_of, read_fleet
+from .fleetpage import write_fleet_page
 from .join import Complain, events_of
 from .page import write_page
 from .sources import logs_of
@@ -111,7 +112,9 @@ def _tell_fleet(fleet: Fleet, options: argparse.Namespace, complain: Complain) -
         with open_pool(options.scheduler) as pool:
             found = read_fleet(fleet, store, pool, complain, with_rows=bool(options.database))
         store.commit()
-        if found and not options.database:
+        if found and options.html:
+            write_fleet_page(options.html, store)
+        elif found and not options.database:
             for line in tables(store):
                 print(line)
     return found

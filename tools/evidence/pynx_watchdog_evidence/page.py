@@ -62,22 +62,24 @@ def write_page(target: Path, events: list[Event], verdict: list[Sentence],
                   "keptSize": len(text.kept.text), "pieces": text.kept.pieces,
                   "marks": text.marks} for text in texts],
     }
-    _write(target, json.dumps(data, allow_nan=False, separators=(",", ":")).encode(),
-           [text.kept.text for text in texts])
+    write_file(target, "index.html", _SCRIPTS, data, [text.kept.text for text in texts])
 
 
 # -- the file -------------------------------------------------------------------------------------
 
 
-def _write(target: Path, data: bytes, texts: Sequence[bytes]) -> None:
-    script = "\n".join([f"/*\n{_file('uplot/LICENSE')}\n*/", *map(_file, _SCRIPTS)])
+def write_file(target: Path, template: str, scripts: Sequence[str], data: Mapping[str, Any],
+               texts: Sequence[bytes] = ()) -> None:
+    """Write a page with its scripts, its data and texts to `target`. Raises OSError."""
+    script = "\n".join([f"/*\n{_file('uplot/LICENSE')}\n*/", *map(_file, scripts)])
     style = "\n".join(map(_file, _STYLES))
     policy = (f"default-src 'none'; script-src {_hash(script)}; style-src {_hash(style)}; "
               "connect-src 'none'; base-uri 'none'; form-action 'none'")
-    before, after = _file("index.html").split("<!-- data -->")
+    before, after = _file(template).split("<!-- data -->")
+    packed = json.dumps(data, allow_nan=False, separators=(",", ":")).encode()
     with target.open("w", encoding="utf-8") as file:
         file.write(before.replace("POLICY", policy).replace("/* style */", style))
-        file.write(_data_block("data", data))
+        file.write(_data_block("data", packed))
         for number, text in enumerate(texts):
             file.write(_data_block(f"log-{number}", text))
         file.write(after.replace("/* script */", script))

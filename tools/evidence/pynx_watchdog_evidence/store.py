@@ -250,8 +250,8 @@ class Store:
     def newest(self, columns: str, most: int) -> Iterator[Any]:
         """The newest incidents, newest first."""
         return self._database.execute(
-            f"SELECT {columns} FROM incidents JOIN reports ON reports.id = report"
-            " ORDER BY unix_time IS NULL, unix_time DESC, incidents.key LIMIT ?", (most,))
+            f"SELECT {columns} FROM incidents"
+            " ORDER BY unix_time IS NULL, unix_time DESC, key LIMIT ?", (most,))
 
 
 def _monday(week: str) -> datetime:

@@ -25,7 +25,7 @@ def tables(store: Store) -> Iterator[str]:
         if counts:
             yield ""
             yield from _table(store, dimension, counts)
-    newest = list(store.newest("incidents.time, incidents.device, text, source, line", NEWEST))
+    newest = list(store.newest("time, device, text, source, line", NEWEST))
     if newest:
         yield ""
         yield "newest incidents"

@@ -97,3 +97,15 @@ function goTo(hash, keepHistory = false) {
     else
         location.replace(hash);
 }
+
+// -- tables ------------------------------------------------------------------------------------
+
+const isNumber = cell => cell !== null && cell !== "" && !isNaN(cell);
+
+// Numbers by their size, also those that are texts; then texts.
+function compare(one, other) {
+    if (isNumber(one) && isNumber(other))
+        return one - other;
+    return isNumber(other) - isNumber(one) ||
+        String(one ?? "").localeCompare(String(other ?? ""), "en");
+}

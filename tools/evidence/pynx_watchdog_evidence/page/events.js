@@ -187,13 +187,3 @@ function showSnapshot(number) {
         make("tbody", {}, ...sortedRows.map(row => make("tr", {}, ...row.map(cell =>
             make("td", {class: isNumber(cell) ? "figure" : ""}, String(cell ?? ""))))))));
 }
-
-const isNumber = cell => cell !== null && cell !== "" && !isNaN(cell);
-
-// Numbers by their size, also those that are texts; then texts.
-function compare(one, other) {
-    if (isNumber(one) && isNumber(other))
-        return one - other;
-    return isNumber(other) - isNumber(one) ||
-        String(one ?? "").localeCompare(String(other ?? ""), "en");
-}
