@@ -9,6 +9,7 @@ import os
 import shlex
 import shutil
 import signal
+import subprocess
 import sys
 import time
 from pathlib import Path
@@ -21,6 +22,7 @@ from simulator.cli.follow import ArchiveFollower, LogFollower
 from simulator.common import account, paths
 from simulator.boxes import is_in_use
 
+_READER = Path(__file__).resolve().parents[2] / "tools/evidence/pynx-watchdog-evidence"
 _LOOKS_APART = 0.25
 _FALLBACK = 3
 _FAILED = 125
@@ -74,6 +76,8 @@ def _simulate(options: argparse.Namespace, display: Display, interrupt: _Interru
     display.text("")
     for line in summarise(device.events(), device.boot_state, device.directory):
         display.text(line)
+    if options.page:
+        display.text(f"Page: {_write_page(device.directory)}")
     return _exit_status(end)
 
 
@@ -114,6 +118,16 @@ def _introduce(options: argparse.Namespace, display: Display) -> None:
         display.text("Note: an ordinary user's simulator has one account only; --user will fail to "
                      "switch, as it does for a supervisor without rights.")
     display.text("Ctrl-C ends the simulation.\n")
+
+
+def _write_page(directory: Path) -> Path:
+    """Write the page of a device; returns where it is."""
+    page = directory / "page.html"
+    page.unlink(missing_ok=True)  # of an earlier run, if the device was kept
+    command = [sys.executable, str(_READER), "--html", str(page), str(directory)]
+    if subprocess.run(command, check=False).returncode != 0:
+        raise SimulatorError(f"the page could not be written: {page}")
+    return page
 
 
 def _exit_status(end: Event | None) -> int:

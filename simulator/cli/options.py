@@ -187,6 +187,9 @@ def _make_parser() -> argparse.ArgumentParser:
     run.add_argument("--device-dir", metavar="DIR", default=DEFAULT_DIRECTORY,
                      help="where the board's files, the logs and the account lie "
                           "(default: %(default)s)")
+    run.add_argument("--page", action="store_true",
+                     help="write a page for a browser at the end, which shows what happened, as "
+                          "page.html in the device directory")
     keep = run.add_mutually_exclusive_group()
     keep.add_argument("--fresh", action="store_true",
                       help="start with a new device (default); the last one is kept as DIR.old")

@@ -2,6 +2,8 @@
 # SPDX-License-Identifier: MIT
 """The command line of ./simulate and its output."""
 
+import base64
+import gzip
 import json
 import os
 import pty
@@ -307,6 +309,23 @@ def test_a_time_limit(simulate: Simulate, script: Script) -> None:
     status, out, err = outcome(simulate("--duration", "1", "./application"))
     assert (status, err) == (0, "")
     assert float(out[out.index("\ntime "):].split()[1]) >= 0.5
+
+
+def test_a_page_of_the_run(simulate: Simulate, script: Script, tmp_path: Path) -> None:
+    page = tmp_path / "simulated-device/page.html"
+    line = "2026-11-22 10:00:00.000 Watchdog: Starting app: product "
+    tell = script(f'mkdir -p /tmp/log; echo "{line}" >/tmp/log/application.log')
+    for again in ("--fresh", "--keep"):
+        status, out, err = outcome(simulate("--page", "--singleRun", again, str(tell)))
+        assert (status, err) == (0, "")
+        assert out.endswith(f"\nPage: {page}\n")
+        data = re.search('id="data">([^<]*)', page.read_text("utf-8"))
+        assert data and b'"product"' in gzip.decompress(base64.b64decode(data[1]))
+    page.unlink()
+    page.mkdir()
+    status, _, err = outcome(simulate("--page", "--singleRun", "--keep", str(tell)))
+    assert status == 125
+    assert f"simulate: {page}: " in err
 
 
 def test_the_last_device_is_kept_and_only_that(simulate: Simulate, script: Script,
