@@ -1,0 +1,25 @@
+// SPDX-FileCopyrightText: 2026 The watchdog developers
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+// What the guard reads of processes and threads in /proc.
+
+/** The ids of the threads of @p process, the main thread first; empty when it is gone. */
+std::vector<pid_t> threadsOf(pid_t process);
+
+/** The state letter of a thread as ps(1) shows it; 'X' when it is gone. */
+char stateOf(pid_t process, pid_t thread);
+
+/** The parent of @p process; 0 when it is gone. */
+pid_t parentOf(pid_t process);
+
+/** Whether the thread would be ended by @p signal, because it neither handles nor ignores it. */
+bool hasDefaultAction(pid_t thread, int signal);
+
+/** The beginning of a file of /proc, at most 4 KiB; empty when it cannot be read. */
+std::string readStart(const std::string &path);
