@@ -1,0 +1,212 @@
+# SPDX-FileCopyrightText: 2026 The watchdog developers
+# SPDX-License-Identifier: MIT
+"""How a run comes to its end, and how that is told; what the application has of the guard."""
+
+from __future__ import annotations
+
+import os
+import re
+import signal
+import subprocess
+from pathlib import Path
+
+import pytest
+
+from guarding import Guard, Running
+
+
+@pytest.mark.parametrize("status", [0, 1, 42, 255])
+def test_the_status_is_the_applications(guard: Guard, status: int) -> None:
+    ended = guard.run("exit", str(status))
+    assert ended.status == status
+    assert ended.end == f"guard: ended: status {status} after N s, peak N kB"
+    assert len(ended.errors) == 1
+
+
+@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGKILL, signal.SIGHUP])
+def test_the_signal_is_the_applications(guard: Guard, number: signal.Signals) -> None:
+    ended = guard.run("signal", str(number.value))
+    assert ended.status == -number
+    assert ended.end == f"guard: ended: signal {number.value} ({number.name}) after N s, peak N kB"
+
+
+def test_a_signal_without_a_name_has_a_number(guard: Guard) -> None:
+    number = signal.SIGRTMIN + 3
+    ended = guard.run("signal", str(number), options=("--stacks", ""))
+    assert ended.status == -number
+    assert ended.end.startswith(f"guard: ended: signal {number} (SIGRTMIN+3) after")
+
+
+def test_time_and_memory_are_told(guard: Guard) -> None:
+    ended = guard.run("use-memory", "60000", "sleep", "1100")
+    found = re.fullmatch(r"guard: ended: status 0 after (\d+) s, peak (\d+) kB", ended.errors[-1])
+    assert found
+    assert int(found[1]) >= 1
+    assert 60000 <= int(found[2]) < 120000
+
+
+def test_the_last_status_text_is_told(guard: Guard) -> None:
+    ended = guard.run("notify", "STATUS=one\\nREADY=1", "notify", "STATUS=two ü ==x\t\x1b[1m")
+    assert ended.end == "guard: ended: status 0 after N s, peak N kB, last status: two ü ==x??[1m"
+
+
+def test_a_long_status_text_is_cut_between_characters(guard: Guard) -> None:
+    ended = guard.run("notify", "STATUS=x" + "ü" * 1000)
+    text = ended.errors[-1].split("last status: ")[1]
+    assert text == "x" + "ü" * ((len(text.encode()) - 1) // 2) and len(text) > 100
+
+
+def test_the_guard_leaves_no_core(guard: Guard, tmp_path: Path) -> None:
+    # A core that the application itself leaves would have the same name, so it must not leave one.
+    tracer = ["strace", "-f", "-o", str(tmp_path / "trace"), "-e", "trace=prctl,prlimit64"]
+    subprocess.run([*tracer, *guard.command("abort", options=("--stacks", ""))], check=False,
+                   capture_output=True)
+    trace = (tmp_path / "trace").read_text("utf-8")
+    assert "PR_SET_DUMPABLE, SUID_DUMP_DISABLE) = 0" in trace
+    assert re.search(r"RLIMIT_CORE, {rlim_cur=0, rlim_max=0}, NULL\) = 0", trace)
+
+
+def test_a_program_that_cannot_be_executed_ends_with_255(guard: Guard) -> None:
+    ended = Running([str(guard.program), "--", "/nowhere/product", "x"]).end()
+    assert ended.status == 255
+    assert ended.told == ["guard: cannot execute /nowhere/product: No such file or directory"]
+    assert ended.end == "guard: ended: status 255 after N s, peak N kB"
+
+
+def test_the_application_is_found_in_the_path(guard: Guard) -> None:
+    ended = Running([str(guard.program), "--", "sh", "-c", "exit 7"]).end()
+    assert (ended.status, len(ended.errors)) == (7, 1)
+
+
+@pytest.mark.parametrize("arguments, message", [
+    ([], "no application is named"),
+    (["--"], "no application is named"),
+    (["--timeout", "1"], "no application is named"),
+    (["--timeout"], "--timeout needs a value"),
+    (["--timeout", "1s", "true"], "--timeout cannot be: 1s"),
+    (["--timeout", "", "true"], "--timeout cannot be: "),
+    (["--startup=-1", "true"], "--startup cannot be: -1"),
+    (["--grace=9999999999", "true"], "--grace cannot be: 9999999999"),
+    (["--restart-on", "1,,2", "true"], "--restart-on cannot be: 1,,2"),
+    (["--restart-on", "256", "true"], "--restart-on cannot be: 256"),
+    (["--restart-on", "3,", "true"], "--restart-on cannot be: 3,"),
+    (["--quick", "true"], "unknown option: --quick"),
+    (["-x", "true"], "unknown option: -x"),
+    (["--help=1"], "unknown option: --help=1"),
+])
+def test_wrong_usage(guard: Guard, arguments: list[str], message: str) -> None:
+    ended = Running([str(guard.program), *arguments]).end()
+    assert ended.status == 64
+    assert ended.errors == [f"pynx-watchdog-guard: {message}", "Try pynx-watchdog-guard --help."]
+
+
+def test_help_and_version(guard: Guard) -> None:
+    told = Running([str(guard.program), "--help"]).end()
+    assert told.status == 0 and not told.errors
+    assert told.output[0] == \
+        "Usage: pynx-watchdog-guard [OPTION]... -- APPLICATION [ARGUMENT]..."
+    told = Running([str(guard.program), "--version"]).end()
+    assert told.status == 0
+    assert re.fullmatch(r"pynx-watchdog-guard \d+\.\d+\.\d+", "\n".join(told.output))
+
+
+def test_the_application_has_the_guards_channels_and_group(guard: Guard) -> None:
+    running = guard.start("ids", "say", "before", "read", "say", "after")
+    ids = running.line().split()
+    assert ids[3] == str(running.process.pid)
+    assert ids[5] == str(os.getpgid(running.process.pid))
+    for channel in (0, 1, 2):
+        assert os.readlink(f"/proc/{ids[1]}/fd/{channel}") \
+            == os.readlink(f"/proc/{running.process.pid}/fd/{channel}")
+    assert sorted(os.listdir(f"/proc/{ids[1]}/fd")) == ["0", "1", "2"]
+    assert running.end().output == ["before", "after"]
+
+
+def test_the_application_has_the_signals_that_the_guard_was_given(guard: Guard) -> None:
+    def set_signals() -> None:
+        signal.pthread_sigmask(signal.SIG_SETMASK, {signal.SIGUSR1})
+        signal.signal(signal.SIGHUP, signal.SIG_IGN)
+        signal.signal(signal.SIGCHLD, signal.SIG_IGN)
+        signal.signal(signal.SIGPIPE, signal.SIG_DFL)
+
+    plain = subprocess.run([guard.application, "signals"], preexec_fn=set_signals, check=True,
+                           capture_output=True, encoding="utf-8")
+    ended = guard.run("signals", "exit", "3", preexec_fn=set_signals)
+    assert ended.output == plain.stdout.splitlines()
+    assert ended.status == 3  # it is known in spite of the ignored SIGCHLD
+
+
+def test_closed_channels_stay_closed_for_the_application(guard: Guard) -> None:
+    words = " ".join(guard.command("crash", options=("--timeout", "1")))
+    done = subprocess.run(["sh", "-c", f"exec {words} <&- >&- 2>&-"], check=False, timeout=60)
+    assert done.returncode == -signal.SIGSEGV
+    running = guard.start("ids", "sleep", "60000", close_fds=True)
+    process = running.line().split()[1]
+    running.send(signal.SIGKILL)
+    running.end()
+    _wait_until_gone(int(process))
+
+
+def _wait_until_gone(process: int) -> None:
+    """Wait until there is no such process, or only a zombie that nobody collects."""
+    while True:
+        try:
+            if Path(f"/proc/{process}/stat").read_text("utf-8").split(") ")[-1][0] == "Z":
+                return
+        except (FileNotFoundError, ProcessLookupError):
+            return
+
+
+@pytest.mark.parametrize("options", [(), ("--stacks", "")], ids=["traced", "untraced"])
+def test_the_application_dies_with_the_guard(guard: Guard, options: tuple[str, ...]) -> None:
+    running = guard.start("ids", "wait", options=options)
+    process = int(running.line().split()[1])
+    running.send(signal.SIGKILL)
+    assert running.end().status == -signal.SIGKILL
+    _wait_until_gone(process)
+
+
+def test_signals_are_passed_on(guard: Guard) -> None:
+    for number in (signal.SIGUSR1, signal.SIGTERM, signal.SIGHUP, signal.SIGALRM):
+        running = guard.start("handle", str(number.value), "say", "ready", "await-signal",
+                              "exit", "9")
+        assert running.line() == "ready"
+        running.send(number)
+        ended = running.end()
+        assert ended.output == [f"handled {number.value}"]
+        assert ended.status == 9
+
+
+def test_it_waits_for_an_application_that_takes_its_time_to_end(guard: Guard) -> None:
+    running = guard.start("notify", "READY=1", "handle", "15", "say", "ready", "await-signal",
+                          "sleep", "2500", "say", "saved", "exit", "0", options=("--timeout", "1"))
+    assert running.line() == "ready"
+    running.send(signal.SIGTERM)
+    ended = running.end()
+    assert ended.output == ["handled 15", "saved"]
+    assert ended.status == 0 and not ended.told
+
+
+def test_a_named_status_is_started_again(guard: Guard, tmp_path: Path) -> None:
+    script = f'echo >>{tmp_path}/runs; [ $(wc -l <{tmp_path}/runs) -lt 3 ] && exit 42; exit 5'
+    ended = Running([str(guard.program), "--restart-on", "41,42", "--", "sh", "-c", script]).end()
+    assert ended.status == 5
+    assert [re.sub(r"after.*", "", line) for line in ended.errors] \
+        == ["guard: ended: status 42 "] * 2 + ["guard: ended: status 5 "]
+
+
+def test_a_signal_between_two_runs_ends_the_guard(guard: Guard) -> None:
+    running = guard.start("say", "run", "exit", "42", options=("--restart-on", "42"))
+    assert running.line() == "run"
+    assert running.process.stderr
+    running.process.stderr.readline()
+    running.send(signal.SIGTERM)
+    assert running.end().status == -signal.SIGTERM
+
+
+def test_an_application_that_was_told_to_end_is_not_started_again(guard: Guard) -> None:
+    running = guard.start("handle", "15", "say", "ready", "await-signal", "exit", "42",
+                          options=("--restart-on", "42"))
+    assert running.line() == "ready"
+    running.send(signal.SIGTERM)
+    assert running.end().status == 42
