@@ -39,7 +39,7 @@ std::string take(Arguments &arguments)
         std::fputs("guarded-application: a value is missing\n", stderr);
         std::exit(64);
     }
-    const std::string value = arguments.front();
+    std::string value = arguments.front();
     arguments.pop_front();
     return value;
 }

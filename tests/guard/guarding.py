@@ -76,13 +76,13 @@ class Running:
     def __init__(self, command: list[str], **options: Any) -> None:
         self.process = subprocess.Popen(  # pylint: disable=consider-using-with
             command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-            encoding="utf-8", **options)
+            bufsize=0, **options)
 
     def line(self) -> str:
         """Wait for the next line on standard output."""
         assert self.process.stdout
-        line: str = self.process.stdout.readline()
-        return line.rstrip("\n")
+        line: bytes = self.process.stdout.readline()
+        return line.decode().rstrip("\n")
 
     def send(self, number: signal.Signals) -> None:
         """Send the guard a signal."""
@@ -91,7 +91,8 @@ class Running:
     def end(self) -> Ended:
         """Close standard input and wait for the end."""
         output, errors = self.process.communicate(timeout=TIME_LIMIT)
-        return Ended(self.process.returncode, output.splitlines(), errors.splitlines())
+        return Ended(self.process.returncode, output.decode().splitlines(),
+                     errors.decode().splitlines())
 
 
 @dataclass

@@ -177,9 +177,32 @@ def test_signals_are_passed_on(guard: Guard) -> None:
         assert ended.status == 9
 
 
+def test_a_signal_to_the_process_group_comes_once(guard: Guard) -> None:
+    """The guard does not pass on what the application got itself."""
+    for _ in range(20):
+        running = guard.start("handle", "15", "say", "ready", "await-signal", "sleep", "100",
+                              start_new_session=True)
+        assert running.line() == "ready"
+        os.killpg(running.process.pid, signal.SIGTERM)
+        ended = running.end()
+        assert ended.output == ["handled 15"]
+        assert ended.status == 0
+
+
+def test_a_second_signal_is_passed_on_too(guard: Guard) -> None:
+    running = guard.start("handle", "15", "say", "ready", "wait")
+    assert running.line() == "ready"
+    for _ in range(3):
+        running.send(signal.SIGTERM)
+        assert running.line() == "handled 15"
+    running.send(signal.SIGKILL)
+    running.end()
+
+
 def test_it_waits_for_an_application_that_takes_its_time_to_end(guard: Guard) -> None:
-    running = guard.start("notify", "READY=1", "handle", "15", "say", "ready", "await-signal",
-                          "sleep", "2500", "say", "saved", "exit", "0", options=("--timeout", "1"))
+    running = guard.start("handle", "15", "say", "ready", "await-signal",
+                          "notify", "WATCHDOG_USEC=500000", "sleep", "1500", "say", "saved",
+                          "exit", "0", options=("--timeout", "600"))
     assert running.line() == "ready"
     running.send(signal.SIGTERM)
     ended = running.end()

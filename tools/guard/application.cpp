@@ -26,6 +26,8 @@ namespace {
 // An application that gives work to its tracer without end does not keep it from its other duties.
 constexpr int mostEventsAtOnce = 1000;
 constexpr std::chrono::seconds longestHold{3};
+// Two copies of a signal to the process group come closer together than this.
+constexpr std::chrono::seconds copyTime{1};
 constexpr timespec holdPause = {0, 50'000'000};
 
 // The path that execvp() takes; empty when there is none.
@@ -38,7 +40,7 @@ std::string executablePath(const std::string &name)
     directories += ':';
     for (std::size_t begin = 0, end = 0; (end = directories.find(':', begin)) != std::string::npos;
          begin = end + 1) {
-        const std::string path = directories.substr(begin, end - begin) + '/' + name;
+        std::string path = directories.substr(begin, end - begin) + '/' + name;
         if (::access(path.c_str(), X_OK) == 0)
             return path;
     }
@@ -68,15 +70,20 @@ int eventOf(int status)
 // Whether the signal in this stop ends the application, and was not sent to that end.
 bool isCrash(pid_t thread, int status)
 {
-    static constexpr std::array others = {SIGHUP,  SIGINT, SIGTERM, SIGCHLD,
-                                          SIGCONT, SIGURG, SIGWINCH};
+    static constexpr std::array harmless = {SIGCHLD, SIGCONT, SIGURG, SIGWINCH};
     const int signal = WSTOPSIG(status);
     return eventOf(status) == 0 && !isGroupStop(signal)
-        && std::find(others.begin(), others.end(), signal) == others.end()
+        && std::find(harmless.begin(), harmless.end(), signal) == harmless.end()
+        && (!asksForEnd(signal) || signal == SIGQUIT) // this one asks for a core, too
         && hasDefaultAction(thread, signal);
 }
 
 } // namespace
+
+bool asksForEnd(int signal)
+{
+    return signal == SIGTERM || signal == SIGINT || signal == SIGHUP || signal == SIGQUIT;
+}
 
 bool Application::start(char *const *command, const InheritedSignals &inherited,
                         const std::string &address, const std::string &timeoutUsec, bool trace)
@@ -130,6 +137,34 @@ void Application::send(int signal) const
         ::kill(m_pid, signal);
 }
 
+void Application::passOn(int signal, pid_t sender)
+{
+    m_passedOnFor = sender;
+    send(signal);
+}
+
+// Whoever stops all processes of a service or a process group sends the signal to the guard, which
+// passes it on, and to the application itself. Many applications take a second one as an order to
+// stop at once, so it gets only the one that comes first.
+bool Application::isSecondCopy(pid_t thread, int signal)
+{
+    siginfo_t info = {};
+    if (!asksForEnd(signal) || ::ptrace(PTRACE_GETSIGINFO, thread, nullptr, &info) != 0
+        || info.si_code > 0)
+        return false;
+    const bool passedOn = info.si_pid == ::getpid();
+    const Delivery delivery = {signal, passedOn ? m_passedOnFor : info.si_pid, passedOn,
+                               std::chrono::steady_clock::now()};
+    const bool second = m_delivered && m_delivered->signal == delivery.signal
+        && m_delivered->sender == delivery.sender && m_delivered->passedOn != passedOn
+        && delivery.time - m_delivered->time < copyTime;
+    if (second)
+        m_delivered.reset();
+    else
+        m_delivered = delivery;
+    return second;
+}
+
 bool Application::takeEvents()
 {
     for (int i = 0; i < mostEventsAtOnce; ++i) {
@@ -162,12 +197,12 @@ void Application::takeStop(pid_t thread, int status)
         goOn(thread, status);
 }
 
-void Application::goOn(pid_t thread, int status) const
+void Application::goOn(pid_t thread, int status)
 {
     const int event = eventOf(status);
     const int signal = WSTOPSIG(status);
     if (event == 0) {
-        ::ptrace(PTRACE_CONT, thread, nullptr, signal);
+        ::ptrace(PTRACE_CONT, thread, nullptr, isSecondCopy(thread, signal) ? 0 : signal);
     } else if (event != PTRACE_EVENT_STOP) {
         ::ptrace(PTRACE_CONT, thread, nullptr, nullptr);
     } else if (stateOf(m_pid, thread) == 'X') {
@@ -232,7 +267,8 @@ std::string Application::signalText(pid_t thread) const
         text += ", sent by process " + std::to_string(info.si_pid);
     } else if (signal == SIGSEGV || signal == SIGBUS || signal == SIGILL || signal == SIGFPE) {
         std::array<char, 32> address;
-        std::snprintf(address.data(), address.size(), ", address %p", info.si_addr);
+        std::snprintf(address.data(), address.size(), ", address 0x%llx",
+                      reinterpret_cast<unsigned long long>(info.si_addr));
         text += address.data();
     }
     return text;

@@ -4,12 +4,16 @@
 
 #include "tools/guard/childprocess.h"
 
+#include <chrono>
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include <sys/types.h>
+
+/** Whether a process that gets @p signal is asked to end. */
+bool asksForEnd(int signal);
 
 /**
  * One run of the application: its process, of which the guard is the parent and, where it may be,
@@ -47,6 +51,8 @@ public:
     bool traced() const { return m_traced; }
 
     void send(int signal) const;
+    /** Sends a signal that the guard got from @p sender. */
+    void passOn(int signal, pid_t sender);
 
     /** Takes in what has happened to the application and its orphans. Returns false when there may
      *  be more of it. */
@@ -71,13 +77,24 @@ public:
 private:
     bool trace(pid_t child);
     void takeStop(pid_t thread, int status);
-    void goOn(pid_t thread, int status) const;
+    void goOn(pid_t thread, int status);
+    bool isSecondCopy(pid_t thread, int signal);
+
+    struct Delivery
+    {
+        int signal;
+        pid_t sender;
+        bool passedOn; // by the guard
+        std::chrono::steady_clock::time_point time;
+    };
 
     pid_t m_pid = 0;
     bool m_traced = false;
     bool m_holding = false;
-    bool m_looking = false;      // for a crash
-    std::map<pid_t, int> m_held; // the stopped threads, and the status of each stop
+    bool m_looking = false;              // for a crash
+    std::map<pid_t, int> m_held;         // the stopped threads, and the status of each stop
+    pid_t m_passedOnFor = 0;             // who sent the signal that was passed on last
+    std::optional<Delivery> m_delivered; // the last signal that asked for an end
     std::optional<Crash> m_crash;
     std::optional<End> m_end;
 };

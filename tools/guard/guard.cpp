@@ -44,11 +44,6 @@ sigset_t readSignalSet()
     return set;
 }
 
-bool asksForEnd(int signal)
-{
-    return signal == SIGTERM || signal == SIGINT || signal == SIGHUP || signal == SIGQUIT;
-}
-
 long long wholeSeconds(Clock::duration time)
 {
     return std::chrono::duration_cast<seconds>(time).count();
@@ -228,11 +223,11 @@ void Guard::readSignals()
     while (::read(m_signals, &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
         const int signal = static_cast<int>(info.ssi_signo);
         if (signal != SIGCHLD)
-            passOn(signal, info.ssi_code > 0);
+            passOn(signal, static_cast<pid_t>(info.ssi_pid), info.ssi_code > 0);
     }
 }
 
-void Guard::passOn(int signal, bool fromKernel)
+void Guard::passOn(int signal, pid_t sender, bool fromKernel)
 {
     if (signal == SIGCONT)
         m_liveness.resume(m_now);
@@ -242,7 +237,7 @@ void Guard::passOn(int signal, bool fromKernel)
     }
     // A terminal sends its signals to the whole process group.
     if (!fromKernel || ::getpgid(m_process) != ::getpgrp())
-        m_application.send(signal);
+        m_application.passOn(signal, sender);
 }
 
 void Guard::readMessages()
@@ -334,9 +329,9 @@ bool Guard::writeStackFile(const std::string &path, const std::string &what) con
         return false;
     }
     ::fchmod(descriptor, 0644);
-    std::fprintf(file, "%s\n%s of %s, process %d, %lld s after its start\n", timeText().c_str(),
-                 what.c_str(), *m_options.application, m_process,
-                 wholeSeconds(Clock::now() - m_started));
+    std::fprintf(file, "%s\n%s, process %d, %lld s after its start\n%s\n", what.c_str(),
+                 *m_options.application, m_process, wholeSeconds(Clock::now() - m_started),
+                 timeText().c_str());
     std::vector<pid_t> threads = m_application.heldThreads();
     // The thread that crashed comes first.
     if (m_application.crash())

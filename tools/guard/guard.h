@@ -36,7 +36,7 @@ private:
 
     void takeTurn(std::optional<Clock::time_point> until);
     void readSignals();
-    void passOn(int signal, bool fromKernel);
+    void passOn(int signal, pid_t sender, bool fromKernel);
     void readMessages();
     bool isOwn(pid_t sender) const;
 

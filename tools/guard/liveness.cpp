@@ -43,7 +43,7 @@ void Liveness::resume(Clock::time_point now)
 std::optional<Clock::time_point> Liveness::deadline() const
 {
     const Clock::duration time = m_heard ? m_timeout : m_startup;
-    if (m_timeout == m_timeout.zero() || time == time.zero())
+    if (m_timeout == Clock::duration::zero() || time == Clock::duration::zero())
         return std::nullopt;
     return std::max(m_lastBeat + time, m_extendedUntil);
 }

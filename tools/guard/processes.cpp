@@ -20,6 +20,11 @@ std::string statFields(const std::string &path)
     return nameEnd == std::string::npos ? std::string() : line.substr(nameEnd + 2);
 }
 
+pid_t number(const char *text)
+{
+    return static_cast<pid_t>(std::strtol(text, nullptr, 10));
+}
+
 unsigned long long maskIn(const std::string &status, const char *name)
 {
     const std::size_t at = status.find(name);
@@ -48,7 +53,7 @@ std::vector<pid_t> threadsOf(pid_t process)
     if (directory == nullptr)
         return threads;
     while (const dirent *entry = ::readdir(directory)) {
-        const pid_t thread = std::atoi(entry->d_name); // "." and ".." give 0
+        const pid_t thread = number(entry->d_name); // "." and ".." give 0
         if (thread > 0)
             threads.push_back(thread);
     }
@@ -71,7 +76,7 @@ char stateOf(pid_t process, pid_t thread)
 pid_t parentOf(pid_t process)
 {
     const std::string fields = statFields("/proc/" + std::to_string(process));
-    return fields.size() < 2 ? 0 : std::atoi(fields.c_str() + 2);
+    return fields.size() < 2 ? 0 : number(fields.c_str() + 2);
 }
 
 bool hasDefaultAction(pid_t thread, int signal)
