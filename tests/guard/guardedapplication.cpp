@@ -335,12 +335,7 @@ const std::map<std::string, std::function<void(Arguments &)>> behaviours = {
              + " group " + std::to_string(::getpgrp()));
      }},
     {"use-memory",
-     [](Arguments &a) {
-         const auto size = static_cast<std::size_t>(takeNumber(a)) * 1024;
-         void *memory = std::malloc(size);
-         std::memset(memory, 1, size);
-         std::free(memory);
-     }},
+     [](Arguments &a) { static const std::string memory(takeNumber(a) * std::size_t(1024), 'x'); }},
 
     {"notify", [](Arguments &a) { notify(take(a)); }},
     {"notify-from-child", [](Arguments &a) { notifyFromChild(take(a), false); }},

@@ -17,6 +17,7 @@
 #include <sys/ptrace.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -137,6 +138,18 @@ void Application::send(int signal) const
         ::kill(m_pid, signal);
 }
 
+void Application::abort() const
+{
+    const std::vector<pid_t> held = heldThreads();
+    const auto takes = [](pid_t thread) { return !isBlocked(thread, SIGABRT); };
+    const auto thread = std::find_if(held.begin(), held.end(), takes);
+    if (thread != held.end())
+        ::syscall(SYS_tgkill, m_pid, *thread, SIGABRT);
+    else
+        send(SIGABRT);
+    send(SIGCONT);
+}
+
 void Application::passOn(int signal, pid_t sender)
 {
     m_passedOnFor = sender;
@@ -239,7 +252,7 @@ void Application::hold()
         if (all || std::chrono::steady_clock::now() >= until)
             return;
         ::sigtimedwait(&childSignal, nullptr, &holdPause);
-        takeEvents();
+        while (!takeEvents()) { }
     }
 }
 

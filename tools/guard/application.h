@@ -51,6 +51,9 @@ public:
     bool traced() const { return m_traced; }
 
     void send(int signal) const;
+    /** Sends SIGABRT, also to a process that is stopped. Among held threads, the main thread gets
+     * it, so that it does nothing else before. */
+    void abort() const;
     /** Sends a signal that the guard got from @p sender. */
     void passOn(int signal, pid_t sender);
 

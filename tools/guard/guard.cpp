@@ -174,15 +174,14 @@ bool Guard::start()
 
 Application::End Guard::watch()
 {
-    for (;;) {
+    // The end can also come to light while threads are being stopped.
+    while (!m_application.end()) {
         takeTurn(m_hung ? m_killAt : m_liveness.deadline());
         checkCrash();
-        if (m_application.end()) {
-            readMessages(); // what it said last
-            return *m_application.end();
-        }
         checkTimes();
     }
+    readMessages(); // what it said last
+    return *m_application.end();
 }
 
 bool Guard::isToStartAgain(const Application::End &end) const
@@ -281,21 +280,20 @@ void Guard::checkTimes()
         m_application.send(SIGKILL);
     }
     const auto deadline = m_liveness.deadline();
-    if (!m_hung && deadline && m_now >= *deadline)
+    if (deadline && m_now >= *deadline)
         endHang();
 }
 
 void Guard::endHang()
 {
-    if (m_hung || m_application.pid() == 0)
+    if (m_hung || m_application.end())
         return;
     m_hung = true;
     const std::string text =
         "no beat for " + std::to_string(wholeSeconds(m_now - m_liveness.lastBeat())) + " s";
     say("hang: " + text);
     takeStacks("hang", text);
-    m_application.send(SIGABRT);
-    m_application.send(SIGCONT); // a stopped process would not get the signal before
+    m_application.abort();
     m_application.release();
     m_killAt = Clock::now() + m_options.grace;
 }

@@ -25,12 +25,19 @@ pid_t number(const char *text)
     return static_cast<pid_t>(std::strtol(text, nullptr, 10));
 }
 
-unsigned long long maskIn(const std::string &status, const char *name)
+// Whether the mask of this name in a thread's status holds the signal.
+bool holds(const std::string &status, const char *name, int signal)
 {
     const std::size_t at = status.find(name);
     if (at == std::string::npos)
-        return 0;
-    return std::strtoull(status.c_str() + at + std::char_traits<char>::length(name), nullptr, 16);
+        return false;
+    const char *digits = status.c_str() + at + std::char_traits<char>::length(name);
+    return (std::strtoull(digits, nullptr, 16) >> static_cast<unsigned>(signal - 1) & 1U) != 0;
+}
+
+std::string statusOf(pid_t thread)
+{
+    return readStart("/proc/" + std::to_string(thread) + "/status");
 }
 
 } // namespace
@@ -40,7 +47,7 @@ std::string readStart(const std::string &path)
     const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (descriptor == -1)
         return {};
-    std::array<char, 4096> text;
+    std::array<char, 8192> text;
     const ssize_t size = ::read(descriptor, text.data(), text.size());
     ::close(descriptor);
     return std::string(text.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
@@ -81,7 +88,11 @@ pid_t parentOf(pid_t process)
 
 bool hasDefaultAction(pid_t thread, int signal)
 {
-    const std::string status = readStart("/proc/" + std::to_string(thread) + "/status");
-    const unsigned long long taken = maskIn(status, "\nSigIgn:") | maskIn(status, "\nSigCgt:");
-    return (taken >> static_cast<unsigned>(signal - 1) & 1U) == 0;
+    const std::string status = statusOf(thread);
+    return !holds(status, "\nSigIgn:", signal) && !holds(status, "\nSigCgt:", signal);
+}
+
+bool isBlocked(pid_t thread, int signal)
+{
+    return holds(statusOf(thread), "\nSigBlk:", signal);
 }

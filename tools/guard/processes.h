@@ -21,5 +21,8 @@ pid_t parentOf(pid_t process);
 /** Whether the thread would be ended by @p signal, because it neither handles nor ignores it. */
 bool hasDefaultAction(pid_t thread, int signal);
 
-/** The beginning of a file of /proc, at most 4 KiB; empty when it cannot be read. */
+/** Whether the thread has blocked @p signal. */
+bool isBlocked(pid_t thread, int signal);
+
+/** The beginning of a file of /proc, at most 8 KiB; empty when it cannot be read. */
 std::string readStart(const std::string &path);

@@ -195,7 +195,8 @@ int onFrame(Dwfl_Frame *frame, void *argument)
     return DWARF_CB_OK;
 }
 
-void writeThread(Stacks &stacks, pid_t process, pid_t thread)
+// Returns false when the thread is gone. The library must not be asked for another one then.
+bool writeThread(Stacks &stacks, pid_t process, pid_t thread)
 {
     std::string name =
         readStart("/proc/" + std::to_string(process) + "/task/" + std::to_string(thread) + "/comm");
@@ -204,8 +205,10 @@ void writeThread(Stacks &stacks, pid_t process, pid_t thread)
     stacks.framesOfThread = 0;
     const int result = ::dwfl_getthread_frames(stacks.dwfl, thread, onFrame, &stacks);
     // At the end of some stacks the library cannot tell the end from an error.
-    if (result == -1 && stacks.framesOfThread == 0)
-        std::fprintf(stacks.file, "(its stack cannot be read: %s)\n", ::dwfl_errmsg(-1));
+    if (result != -1 || stacks.framesOfThread > 0)
+        return true;
+    std::fprintf(stacks.file, "(its stack cannot be read: %s)\n", ::dwfl_errmsg(-1));
+    return false;
 }
 
 // The build ids tell which file with symbols belongs to a program without them.
@@ -238,12 +241,12 @@ void writeStacks(std::FILE *file, pid_t process, const std::vector<pid_t> &threa
         return;
     }
     Stacks stacks = {file, dwfl.get(), Clock::now() + longestTime};
-    for (std::size_t i = 0; i < threads.size(); ++i) {
-        if (stacks.full()) {
-            std::fprintf(file, "\n(%zu more threads are left out)\n", threads.size() - i);
+    std::size_t written = 0;
+    while (written < threads.size() && !stacks.full()) {
+        if (!writeThread(stacks, process, threads[written++]))
             break;
-        }
-        writeThread(stacks, process, threads[i]);
     }
+    if (written < threads.size())
+        std::fprintf(file, "\n(%zu more threads are left out)\n", threads.size() - written);
     writeModules(stacks);
 }
