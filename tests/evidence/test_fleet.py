@@ -5,16 +5,21 @@
 from __future__ import annotations
 
 import json
+import os
+import pty
 import random
+import re
 import shutil
 import sqlite3
+import subprocess
 from collections import Counter
+from contextlib import suppress
 from pathlib import Path
 
 import pytest
 
 from fleets import Facts, make_fleet, pack
-from test_command_line import run, start
+from test_command_line import PROGRAM, run, start
 from pynx_watchdog_evidence.store import DIMENSIONS
 
 
@@ -109,3 +114,86 @@ def test_files_beside_the_archives_of_a_device_are_of_it(tmp_path: Path) -> None
     found = incidents(database(tmp_path / "db", tmp_path / "one", tmp_path / "two"))
     assert {(facts[0], facts[4]): number for facts, number in found.items()} == {
         (f"report requested: {name}", device): 1 for name in "ab" for device in ("one", "two")}
+
+
+def test_archives_of_unknown_devices_are_told_apart_by_their_directories(tmp_path: Path) -> None:
+    for directory in "a", "a", "b":
+        place = tmp_path / directory
+        place.mkdir(exist_ok=True)
+        pack(place / f"report-x-179534164{len(list(place.iterdir()))}000.tar.gz", {
+            "application.log": start("10:00:00.000") + "==Report==x\n"
+            + f"line of {directory} {len(list(place.iterdir()))}\n"})
+    opened = database(tmp_path / "db", tmp_path / "a", tmp_path / "b")
+    assert opened.execute("SELECT count(*), count(DISTINCT device) FROM incidents"
+                          ).fetchone() == (2, 1)
+
+
+def test_a_simulated_device_is_one_report(tmp_path: Path) -> None:
+    (tmp_path / "device/tmp/log").mkdir(parents=True)
+    log = start("10:00:00.000", "/bin/app")
+    (tmp_path / "device/tmp/log/application.log").write_text(log)
+    ended = "Restarting process: exit code:11, exist status:1, uptime:9 sec"
+    (tmp_path / "device/account.jsonl").write_text(json.dumps(
+        {"source": "system log", "text": ended, "wall": 1795341610, "boot": 1}) + "\n")
+    found = incidents(database(tmp_path / "db", tmp_path))
+    assert [facts[:2] for facts in found] == [("crash by signal 11 (SIGSEGV)", "/bin/app")]
+
+
+def test_files_that_are_no_evidence_are_no_reports(tmp_path: Path) -> None:
+    (tmp_path / "README").write_text("nothing of the supervisor's\n")
+    for device in "one", "two":
+        report(tmp_path / f"report-{device}-1795341605000.tar.gz", device)
+    assert ", told by 2 reports" in run(tmp_path).stdout.splitlines()[0]
+
+
+# -- how it is told -------------------------------------------------------------------------------
+
+
+def test_a_broken_archive_costs_only_itself_and_is_named(tmp_path: Path) -> None:
+    for device in "one", "two":
+        report(tmp_path / f"report-{device}-1795341605000.tar.gz", device)
+    broken = tmp_path / "report-x-1795341605000.tar.gz"
+    broken.write_bytes(b"\x1f\x8b broken")
+    result = run(tmp_path, tmp_path / "missing")
+    assert result.returncode == 0
+    assert "; 1 archive is not whole" in result.stdout.splitlines()[0]
+    assert f"pynx-watchdog-evidence: {broken}: not whole: " in result.stderr
+    assert f"pynx-watchdog-evidence: {tmp_path}/missing: it is no file\n" in result.stderr
+
+
+def test_a_terminal_gets_no_commands_from_a_log(tmp_path: Path) -> None:
+    for device in "one", "two\x1b]0;x\x07":
+        report(tmp_path / f"report-{len(device)}-1795341605000.tar.gz", device,
+               "Process \x1b[2J with args [] doesn't appear for 30 seconds\n")
+    result = run(tmp_path)
+    assert "missing process: \ufffd[2J" in result.stdout and "\x1b" not in result.stdout
+
+
+@pytest.mark.parametrize("is_terminal", [True, False])
+def test_a_terminal_shows_how_much_is_read(
+        fleet: tuple[Path, Counter[Facts]], is_terminal: bool) -> None:
+    archives = len(list(fleet[0].glob("*/*")))
+    primary, secondary = pty.openpty()
+    with subprocess.Popen([PROGRAM, fleet[0]], stdout=secondary if not is_terminal else
+                          subprocess.DEVNULL, stderr=secondary if is_terminal else
+                          subprocess.PIPE) as process:
+        os.close(secondary)
+        told = b""
+        with suppress(OSError):  # the other side is closed
+            while text := os.read(primary, 65536):
+                told += text
+        rest = process.stderr.read() if process.stderr else b""
+    os.close(primary)
+    if is_terminal:
+        assert re.search(rb"\r\x1b\[K\d+ of %d read" % archives, told)
+        assert told.endswith(b"\r\x1b[K")
+    else:
+        assert rest == b"" and b" read" not in told
+
+
+def test_a_file_that_cannot_be_written_is_an_error(tmp_path: Path) -> None:
+    for device in "one", "two":
+        report(tmp_path / f"report-{device}-1795341605000.tar.gz", device)
+    result = run("--html", tmp_path / "none" / "page.html", tmp_path)
+    assert (result.returncode, result.stdout) == (1, "")
+    assert "No such file or directory" in result.stderr and "Traceback" not in result.stderr

@@ -5,6 +5,7 @@
 from __future__ import annotations
 
 import json
+import os
 import sys
 import tarfile
 import time
@@ -24,15 +25,13 @@ from .store import Store
 MOST_TOGETHER = 100  # archives of one device that are joined to one story
 PROGRESS = 0.2  # seconds between two figures on the terminal
 
-Job = tuple[Path, list[Path], bool]
-
 
 @dataclass
 class Fleet:
-    """Files, sorted into those that are read together."""
+    """The paths of files, sorted into those that are read together."""
 
-    archives: list[Path] = field(default_factory=list)
-    others: dict[Path, list[Path]] = field(default_factory=dict)  # by the directory they belong to
+    archives: list[str] = field(default_factory=list)
+    others: dict[str, list[str]] = field(default_factory=dict)  # by the directory they belong to
 
     def is_one_story(self) -> bool:
         """Whether it is as little as of one device, so that it is better told as one story."""
@@ -43,20 +42,22 @@ class Fleet:
 
 def fleet_of(paths: Iterable[Path]) -> Fleet:
     """The files at `paths`, which can be directories."""
-    files = sorted({file.resolve() for path in paths for file in sources.find(path)})
-    simulated = {file.parent for file in files if file.name == sources.ACCOUNT}
+    files = sorted({os.path.realpath(file) for path in paths for file in sources.find(path)})
+    simulated = {os.path.dirname(file) for file in files
+                 if os.path.basename(file) == sources.ACCOUNT}
     fleet = Fleet()
     for file in files:
-        if sources.is_archive(file):
+        if sources.is_archive(Path(file)):
             fleet.archives.append(file)
         else:
             # What a simulated device has written lies below its account.
-            owner = next((parent for parent in file.parents if parent in simulated), file.parent)
+            owner = next((str(parent) for parent in Path(file).parents
+                          if str(parent) in simulated), os.path.dirname(file))
             fleet.others.setdefault(owner, []).append(file)
     return fleet
 
 
-def _device(archive: Path) -> str | None:
+def _device(archive: str) -> str | None:
     """The device that an archive is of; None if its first member is no manifest that tells it."""
     try:
         with tarfile.open(archive, "r|gz") as tar:
@@ -73,9 +74,8 @@ def read_fleet(fleet: Fleet, store: Store, pool: Pool, complain: Complain, *,
     """Read a fleet into the store. Returns how many reports could be read. Raises Failed."""
     found = 0
     with Progress(len(fleet.archives) + len(fleet.others)) as progress:
-        jobs: list[list[Job]] = [
-            [(archive, [archive], with_rows) for archive in fleet.archives],
-            [(owner, files, with_rows) for owner, files in fleet.others.items()]]
+        jobs = (((archive, [archive], with_rows) for archive in fleet.archives),
+                ((owner, files, with_rows) for owner, files in fleet.others.items()))
         # Files beside archives come after them, because only archives tell of which device.
         for kind in jobs:
             for report in pool.results(read_report, kind):

@@ -9,7 +9,6 @@ from __future__ import annotations
 
 import hashlib
 import json
-import math
 from collections.abc import Sequence
 from dataclasses import dataclass, field
 from datetime import datetime, timezone
@@ -24,6 +23,7 @@ from .join import events_of
 MOST_INCIDENTS = 10_000  # of a report
 MOST_EVENTS = 100_000  # of a report, for the database
 MOST_PROCESSES = 10  # of a snapshot, for the database
+LONGEST_UPTIME = 1e10  # seconds; a manifest that tells more is wrong
 LONGEST = 200  # characters of what a manifest tells
 
 
@@ -58,16 +58,25 @@ class Report:
     complaints: list[tuple[str, str]] = field(default_factory=list)  # paths, and what is wrong
 
 
-def read_report(path: Path, files: Sequence[Path], with_rows: bool) -> Report:
-    """The report that `files` are; `path` is the archive, or the directory of the files."""
-    report = Report(str(path))
+def read_report(path: str, names: Sequence[str], with_rows: bool) -> Report:
+    """The report that the files are; `path` is the archive, or the directory of the files."""
+    files = [Path(name) for name in names]
+    report = Report(path, digest=_digest(files))
+    try:
+        _read(report, files, with_rows)
+    except (ArithmeticError, LookupError, RecursionError, TypeError, ValueError) as error:
+        # What a file holds may surprise the reader. The other reports are made all the same.
+        report.complaints.append((report.path, f"it cannot be read to its end: "
+                                               f"{error or type(error).__name__}"))
+    return report
 
+
+def _read(report: Report, files: Sequence[Path], with_rows: bool) -> None:
     def complain(file: Path, reason: str) -> None:
         report.complaints.append((str(file), reason))
 
     events = list(events_of(files, complain))
     report.found = len(events)
-    report.digest = _digest(files)
     for event in events:
         if event.kind == "archive" and event.source == report.path:
             _take_archive(report, event)
@@ -75,10 +84,9 @@ def read_report(path: Path, files: Sequence[Path], with_rows: bool) -> Report:
     if with_rows:
         report.rows = [_row(event) for event in events[:MOST_EVENTS]]
     if len(report.incidents) > MOST_INCIDENTS or with_rows and len(events) > MOST_EVENTS:
-        complain(path, f"only its first {MOST_INCIDENTS} incidents and {MOST_EVENTS} events "
-                       "are taken")
+        complain(Path(report.path), f"only its first {MOST_INCIDENTS} incidents and {MOST_EVENTS} "
+                                    "events are taken")
         del report.incidents[MOST_INCIDENTS:]
-    return report
 
 
 def _digest(files: Sequence[Path]) -> bytes:
@@ -105,13 +113,14 @@ def _take_archive(report: Report, archive: Event) -> None:
             filter(None, (_told(system, "id"), _told(system, "version_id")))) or UNKNOWN
     report.boot_id = _told(manifest, "boot_id")
     uptime = manifest.get("uptime_s")
-    if isinstance(uptime, (int, float)) and math.isfinite(uptime):
-        report.uptime = min(max(float(uptime), 0), 1e12)
+    if isinstance(uptime, (int, float)) and 0 <= uptime <= LONGEST_UPTIME:
+        report.uptime = float(uptime)
 
 
 def _told(facts: dict[str, Any], name: str) -> str | None:
     value = facts.get(name)
-    return value[:LONGEST] if isinstance(value, str) and value else None
+    return value[:LONGEST].encode(errors="replace").decode() \
+        if isinstance(value, str) and value else None
 
 
 def _row(event: Event) -> Row:

@@ -31,7 +31,7 @@ def tables(store: Store) -> Iterator[str]:
         yield "newest incidents"
     for time, device, text, source, line in newest:
         place = f"{source}:{line}" if line else source
-        yield f"- {time or 'time unknown'}  {device}  {_plain(text)}  ({_plain(place)})"
+        yield _plain(f"- {time or 'time unknown'}  {device}  {text}  ({place})")
 
 
 def headline(store: Store) -> str:
