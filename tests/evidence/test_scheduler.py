@@ -79,6 +79,7 @@ def dump(database: Path) -> list[str]:
     return list(sqlite3.connect(database).iterdump())
 
 
+@pytest.mark.filterwarnings("ignore:make_current")
 def test_the_result_is_the_same_with_two_workers(cluster: Cluster, tmp_path: Path) -> None:
     fleet = tmp_path / "fleet"
     make_fleet(fleet, 100)
