@@ -147,7 +147,8 @@ def test_the_verdict_and_the_events_are_printed(tmp_path: Path) -> None:
     assert [line.split("  ")[1] for line in listed.splitlines()] == ["start", "end"]
 
 
-@pytest.mark.parametrize("arguments", [[], ["--unknown", "x"], ["--jsonl"]])
+@pytest.mark.parametrize("arguments", [
+    [], ["--unknown", "x"], ["--jsonl"], ["--jsonl", "--database", "x", "x"]])
 def test_wrong_usage(arguments: list[str]) -> None:
     result = run(*arguments)
     assert (result.returncode, result.stdout) == (2, "")

@@ -197,3 +197,25 @@ def test_a_file_that_cannot_be_written_is_an_error(tmp_path: Path) -> None:
     result = run("--html", tmp_path / "none" / "page.html", tmp_path)
     assert (result.returncode, result.stdout) == (1, "")
     assert "No such file or directory" in result.stderr and "Traceback" not in result.stderr
+
+
+def test_the_events_of_a_fleet_are_those_of_its_devices(
+        fleet: tuple[Path, Counter[Facts]], tmp_path: Path) -> None:
+    shutil.copytree(fleet[0], tmp_path / "copy")
+    result = run("--jsonl", fleet[0], tmp_path / "copy")
+    assert (result.returncode, result.stderr) == (0, "")
+
+    def of_devices(text: str) -> Counter[str]:
+        """The events without what depends on which of two archives has told them."""
+        found = [json.loads(line) for line in text.splitlines()]
+        return Counter(f"{event['kind']} {event['time']} {event.get('program')}"
+                       for event in found if event["kind"] in ("start", "end", "archive"))
+
+    each = Counter[str]()
+    for device in fleet[0].iterdir():
+        each += of_devices(run("--jsonl", device).stdout)
+    assert each.total() > 500 and of_devices(result.stdout) == each
+    snapshot = next(json.loads(line) for line in result.stdout.splitlines()
+                    if '"kind": "snapshot"' in line)
+    assert list(snapshot)[:4] == ["kind", "time", "source", "line"]
+    assert len(snapshot["processes"]) == 59

@@ -11,7 +11,7 @@ import pytest
 
 from fleets import pack
 from test_command_line import end, start
-from pynx_watchdog_evidence.reports import Report, read_report
+from pynx_watchdog_evidence.reports import Report, Rows, read_report
 
 MADE = 1795341640000  # 2026-11-22 10:00:40 UTC
 
@@ -21,7 +21,7 @@ def report(place: Path, name: str, **members: str) -> Report:
     path = pack(place / f"report-{name}-{MADE}.tar.gz", {
         name.replace("_json", ".json").replace("_log", ".log"): text
         for name, text in members.items()})
-    return read_report(str(path), [str(path)], False)
+    return read_report(str(path), [str(path)], Rows.NONE)
 
 
 def causes(found: Report) -> list[tuple[str, str, str]]:

@@ -19,6 +19,7 @@ from .fleet import MOST_TOGETHER, Fleet, fleet_of, read_fleet
 from .fleetpage import write_fleet_page
 from .join import Complain, events_of
 from .page import write_page
+from .reports import Row, Rows
 from .sources import logs_of
 from .spread import Failed, open_pool
 from .store import Store, Unusable
@@ -28,7 +29,10 @@ from .verdict import CERTAIN, verdict
 
 def main(arguments: Sequence[str] | None = None) -> int:
     """Read what the command line names, and print what happened. Returns the exit status."""
-    options = _parser().parse_args(arguments)
+    parser = _parser()
+    options = parser.parse_args(arguments)
+    if options.jsonl and options.database:
+        parser.error("argument --database: not allowed with argument --jsonl")
     failed: list[Path] = []
 
     def complain(path: Path, reason: str) -> None:
@@ -36,14 +40,13 @@ def main(arguments: Sequence[str] | None = None) -> int:
         print(f"pynx-watchdog-evidence: {path}: {reason}", file=sys.stderr)
 
     try:
-        if options.jsonl:
+        fleet = fleet_of(options.paths)
+        if options.database or options.scheduler or not fleet.is_one_story():
+            found = _tell_fleet(fleet, options, complain)
+        elif options.jsonl:
             found = _print_events(options.paths, complain)
         else:
-            fleet = fleet_of(options.paths)
-            if options.database or options.scheduler or not fleet.is_one_story():
-                found = _tell_fleet(fleet, options, complain)
-            else:
-                found = _tell_story(options, complain, failed)
+            found = _tell_story(options, complain, failed)
         sys.stdout.flush()
     except BrokenPipeError:
         sys.stderr.close()
@@ -68,7 +71,8 @@ def _parser() -> argparse.ArgumentParser:
                              "standard error, or a directory with any of these")
     output = parser.add_mutually_exclusive_group()
     output.add_argument("--jsonl", action="store_true",
-                        help="print the events as JSON, one a line")
+                        help="print the events as JSON, one a line; those of a fleet archive by "
+                             "archive")
     output.add_argument("--html", metavar="FILE", type=Path,
                         help="write a page for a browser, with the logs or with the figures of a "
                              "fleet; it needs nothing else")
@@ -108,13 +112,19 @@ def _tell_story(options: argparse.Namespace, complain: Complain, failed: Sequenc
 
 def _tell_fleet(fleet: Fleet, options: argparse.Namespace, complain: Complain) -> int:
     tomorrow = datetime.now() + timedelta(days=1)
+    rows = Rows.WHOLE if options.jsonl else Rows.SHORT if options.database else Rows.NONE
+
+    def take(row: Row) -> None:
+        if options.jsonl:
+            print(row.as_json())
+
     with closing(Store(options.database, tomorrow)) as store:
         with open_pool(options.scheduler) as pool:
-            found = read_fleet(fleet, store, pool, complain, with_rows=bool(options.database))
+            found = read_fleet(fleet, store, pool, complain, rows, take)
         store.commit()
         if found and options.html:
             write_fleet_page(options.html, store)
-        elif found and not options.database:
+        elif found and rows == Rows.NONE:
             for line in tables(store):
                 print(line)
     return found

@@ -10,7 +10,7 @@ import sys
 import tarfile
 import time
 import zlib
-from collections.abc import Iterable
+from collections.abc import Callable, Iterable
 from dataclasses import dataclass, field
 from pathlib import Path
 from typing import TextIO
@@ -18,7 +18,7 @@ from typing import TextIO
 from . import sources
 from .incidents import UNKNOWN
 from .join import Complain
-from .reports import read_report
+from .reports import Row, Rows, read_report
 from .spread import Pool
 from .store import Store
 
@@ -69,13 +69,16 @@ def _device(archive: str) -> str | None:
     return str(found["machine"]) if isinstance(found, dict) and found.get("machine") else None
 
 
-def read_fleet(fleet: Fleet, store: Store, pool: Pool, complain: Complain, *,
-               with_rows: bool) -> int:
-    """Read a fleet into the store. Returns how many reports could be read. Raises Failed."""
+def read_fleet(fleet: Fleet, store: Store, pool: Pool, complain: Complain, rows: Rows,
+               take: Callable[[Row], None]) -> int:
+    """Read a fleet into the store, and let `take` have the rows of its events that are new.
+
+    Returns how many reports could be read. Raises Failed.
+    """
     found = 0
     with Progress(len(fleet.archives) + len(fleet.others)) as progress:
-        jobs = (((archive, [archive], with_rows) for archive in fleet.archives),
-                ((owner, files, with_rows) for owner, files in fleet.others.items()))
+        jobs = (((archive, [archive], rows) for archive in fleet.archives),
+                ((owner, files, rows) for owner, files in fleet.others.items()))
         # Files beside archives come after them, because only archives tell of which device.
         for kind in jobs:
             for report in pool.results(read_report, kind):
@@ -89,7 +92,8 @@ def read_fleet(fleet: Fleet, store: Store, pool: Pool, complain: Complain, *,
                     continue  # no evidence
                 if report.device == UNKNOWN:
                     report.device = store.device_below(report.path) or UNKNOWN
-                store.add(report)
+                for row in store.add(report):
+                    take(row)
                 found += 1
     return found
 

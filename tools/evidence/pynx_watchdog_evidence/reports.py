@@ -12,6 +12,7 @@ import json
 from collections.abc import Sequence
 from dataclasses import dataclass, field
 from datetime import datetime, timezone
+from enum import Enum, auto
 from itertools import islice
 from pathlib import Path
 from typing import Any, NamedTuple
@@ -21,21 +22,35 @@ from .incidents import UNKNOWN, Incident, incidents
 from .join import events_of
 
 MOST_INCIDENTS = 10_000  # of a report
-MOST_EVENTS = 100_000  # of a report, for the database
+MOST_EVENTS = 100_000  # of a report
 MOST_PROCESSES = 10  # of a snapshot, for the database
 LONGEST_UPTIME = 1e10  # seconds; a manifest that tells more is wrong
 LONGEST = 200  # characters of what a manifest tells
 
 
+class Rows(Enum):
+    """What is wanted of the events themselves."""
+
+    NONE = auto()
+    SHORT = auto()  # for the database
+    WHOLE = auto()
+
+
 class Row(NamedTuple):
-    """An event for the database."""
+    """An event with its fields as JSON."""
 
     kind: str
     time: datetime | None
     source: str
     line: int
-    fields: str  # as JSON
+    fields: str
     identity: str
+
+    def as_json(self) -> str:
+        """All of it, as Event.as_dict() has it."""
+        head = json.dumps({"kind": self.kind, "time": self.time and self.time.isoformat(),
+                           "source": self.source, "line": self.line})
+        return head if self.fields == "{}" else f"{head[:-1]}, {self.fields[1:]}"
 
 
 @dataclass
@@ -58,12 +73,12 @@ class Report:
     complaints: list[tuple[str, str]] = field(default_factory=list)  # paths, and what is wrong
 
 
-def read_report(path: str, names: Sequence[str], with_rows: bool) -> Report:
+def read_report(path: str, names: Sequence[str], rows: Rows) -> Report:
     """The report that the files are; `path` is the archive, or the directory of the files."""
     files = [Path(name) for name in names]
     report = Report(path, digest=_digest(files))
     try:
-        _read(report, files, with_rows)
+        _read(report, files, rows)
     except (ArithmeticError, LookupError, RecursionError, TypeError, ValueError) as error:
         # What a file holds may surprise the reader. The other reports are made all the same.
         report.complaints.append((report.path, f"it cannot be read to its end: "
@@ -71,7 +86,7 @@ def read_report(path: str, names: Sequence[str], with_rows: bool) -> Report:
     return report
 
 
-def _read(report: Report, files: Sequence[Path], with_rows: bool) -> None:
+def _read(report: Report, files: Sequence[Path], rows: Rows) -> None:
     def complain(file: Path, reason: str) -> None:
         report.complaints.append((str(file), reason))
 
@@ -81,9 +96,9 @@ def _read(report: Report, files: Sequence[Path], with_rows: bool) -> None:
         if event.kind == "archive" and event.source == report.path:
             _take_archive(report, event)
     report.incidents = list(islice(incidents(events), MOST_INCIDENTS + 1))
-    if with_rows:
-        report.rows = [_row(event) for event in events[:MOST_EVENTS]]
-    if len(report.incidents) > MOST_INCIDENTS or with_rows and len(events) > MOST_EVENTS:
+    if rows != Rows.NONE:
+        report.rows = [_row(event, rows == Rows.SHORT) for event in events[:MOST_EVENTS]]
+    if len(report.incidents) > MOST_INCIDENTS or rows != Rows.NONE and len(events) > MOST_EVENTS:
         complain(Path(report.path), f"only its first {MOST_INCIDENTS} incidents and {MOST_EVENTS} "
                                     "events are taken")
         del report.incidents[MOST_INCIDENTS:]
@@ -123,12 +138,12 @@ def _told(facts: dict[str, Any], name: str) -> str | None:
         if isinstance(value, str) and value else None
 
 
-def _row(event: Event) -> Row:
+def _row(event: Event, is_short: bool) -> Row:
     fields = dict(event.fields)
-    if event.kind == "snapshot":
+    if is_short and event.kind == "snapshot":
         fields["processes"] = sorted(
             fields["processes"], key=lambda row: -(row["cpu"] or 0))[:MOST_PROCESSES]
-    elif "manifest" in fields:  # the lines of its journal are events themselves
+    elif is_short and "manifest" in fields:  # the lines of its journal are events themselves
         fields["manifest"] = {name: value for name, value in fields["manifest"].items()
                               if name != "journal"}
     return Row(event.kind, event.time, event.source, event.line, _json(fields),

@@ -17,7 +17,7 @@ from pathlib import Path
 from typing import Any, NamedTuple
 
 from .incidents import UNKNOWN, Incident
-from .reports import Report, unix_time
+from .reports import Report, Row, unix_time
 from .verdict import CERTAIN
 
 APPLICATION_ID = 0x70777465  # says of a file that it is such a database
@@ -102,6 +102,7 @@ class Store:
         Raises Unusable.
         """
         self._latest = latest
+        self._is_kept = path is not None
         try:
             # An empty name is a temporary file that SQLite removes itself.
             self._database = sqlite3.connect(path or "", isolation_level=None)
@@ -132,20 +133,20 @@ class Store:
 
     # -- adding -----------------------------------------------------------------------------------
 
-    def add(self, report: Report) -> None:
-        """Add a report. What is there already, or told by an earlier report, is not added again."""
+    def add(self, report: Report) -> list[Row]:
+        """Add a report. What is there already, or told by an earlier report, is not added again.
+
+        Returns the events that are new.
+        """
         number = self._add_report(report)
         if number is None:
-            return
+            return []
         # Files of an unknown device are taken for those of one device where they lie together.
         device = report.device if report.device != UNKNOWN else os.path.dirname(report.path)
         for incident in report.incidents:
             self._add_incident(number, report, incident, _key(device, incident.identity))
-        self._database.executemany(
-            "INSERT OR IGNORE INTO events VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)",
-            ((number, report.device, row.kind, row.time and row.time.isoformat(),
-              row.time and unix_time(row.time), _text(row.source), row.line, row.fields,
-              _key(device, row.identity)) for row in report.rows))
+        return [row for row in report.rows
+                if self._add_event(number, report, row, _key(device, row.identity))]
 
     def _add_report(self, report: Report) -> int | None:
         """The report's number; None if its contents are there already."""
@@ -183,6 +184,16 @@ class Store:
              _text(report.version), incident.certainty, time and time.isoformat(),
              time and unix_time(time), self._week(time), _text(incident.source), incident.line,
              _text(incident.text), key))
+
+    def _add_event(self, number: int, report: Report, row: Row, key: bytes) -> bool:
+        """Whether the event is new."""
+        # A temporary database has to know only which events there are.
+        fields = row.fields if self._is_kept else "{}"
+        return self._database.execute(
+            "INSERT OR IGNORE INTO events VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)",
+            (number, report.device, row.kind, row.time and row.time.isoformat(),
+             row.time and unix_time(row.time), _text(row.source), row.line, fields, key)
+        ).rowcount > 0
 
     def _week(self, time: datetime | None) -> str:
         if time is None or not EARLIEST <= time.replace(tzinfo=None) <= self._latest:
