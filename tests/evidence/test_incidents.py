@@ -101,3 +101,13 @@ def test_of_very_many_incidents_the_first_are_taken(tmp_path: Path) -> None:
     assert len(found.incidents) == 10_000
     assert [reason for _, reason in found.complaints] == [
         "only its first 10000 incidents and 100000 events are taken"]
+
+
+def test_what_has_no_time_of_its_own_comes_after_what_precedes_it(tmp_path: Path) -> None:
+    log = ("-- Time: Sun Nov 22 08:00:00 2026 GMT\n" + start("08:00:00.000")
+           + "2026-11-22 09:45:00.000 == MEMORY USAGE == Free: 1 kB, Buffers+Cache: 1 kB\n"
+           "Process helper with args [] doesn't appear for 30 seconds\n")
+    found = report(tmp_path, "x", manifest_json=manifest(), application_log=log)
+    assert [(incident.cause, incident.time and incident.time.strftime("%H:%M")) for incident
+            in found.incidents] == [("missing process: helper", "09:45"),
+                                    ("report requested: x", "10:00")]

@@ -79,6 +79,9 @@ def in_directory(directory: Path, **files: str) -> list[Event]:
     # A process that has ended is watched again when it is there again.
     (alarm(("12:00:01.000", 1000), ("12:00:09.000", 1000)).replace("p cpu load:", " cpu load:", 1),
      []),
+    # A line without a time of its own has the one of the last time line, which may be old.
+    (time_line("10:00:01") + start("10:00:01.000") + memory("10:03:01.000")
+     + "Process a with args [] doesn't appear for 30 seconds\n==Report==b\n", []),
     # That board was so busy that the second took long.
     (alarm(("12:00:01.000", 1000), ("12:01:01.000", 60000)), []),
 ])

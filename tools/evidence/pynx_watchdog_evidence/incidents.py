@@ -53,7 +53,7 @@ def incidents(events: Sequence[Event]) -> Iterator[Incident]:
     program = next((_program(event) for event in events if event.kind == "start"), UNKNOWN)
     time = None
     for at, event in enumerate(events):
-        time = event.time or time
+        time = _time(event, time)
         if at in causes:
             cause = causes[at]
             identity = cause.identity or event.identity or (event.source, event.line)
@@ -61,6 +61,14 @@ def incidents(events: Sequence[Event]) -> Iterator[Incident]:
                            event.line, sentences.get(at, describe(event)), repr(identity))
         if event.kind == "start":  # after it, because a start can tell of the end before it
             program = _program(event)
+
+
+def _time(event: Event, before: datetime | None) -> datetime | None:
+    """When the event happened. Some are only known to come after what precedes them."""
+    if event.time is None or before and event.kind in ("request", "not_found") \
+            and (before.tzinfo is None) == (event.time.tzinfo is None) and before > event.time:
+        return before
+    return event.time
 
 
 def _program(start: Event) -> str:

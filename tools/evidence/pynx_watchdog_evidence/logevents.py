@@ -41,7 +41,8 @@ def log_events(streams: Iterable[BinaryIO], source: str, clock: Clock) -> Iterat
             alarm = Alarm(line, source, clock)
         elif line.kind in _SINGLE:
             event = _event(line, source, clock)
-            yield from readings.note(line.number, event.time)
+            if own_time:
+                yield from readings.note(line.number, event.time)
             event.identity = (line.kind, *line.fields.values(), anchor[0], line.number - anchor[1])
             yield event
     if alarm:
