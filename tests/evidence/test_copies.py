@@ -91,6 +91,14 @@ def test_a_copy_beside_the_log_is_compared_with_the_last_crash(tmp_path: Path) -
         assert snapshots(tmp_path) == [(f"2026-11-22T{clock}", expected)]
 
 
+def test_a_clock_that_is_set_between_two_snapshots_changes_no_day(tmp_path: Path) -> None:
+    file = tmp_path / "system"
+    file.write_text(picture("12:14:00") + picture("12:04:10"))
+    os.utime(file, (0, datetime(2026, 11, 22, 12, 4, 11).timestamp()))
+    assert [time for time, _ in snapshots(file)] == ["2026-11-22T12:14:00", "2026-11-22T12:04:10"]
+    assert [event.fields["clock_set"] for event in read(file) if event.kind == "message"] == [-590]
+
+
 @pytest.mark.parametrize("text", [
     picture("99:99:99"), picture("10:00:00").replace("1.00,", "1.0.0,"),
     picture("10:00:00").replace("  7 root", "9" * 5000 + " root"),

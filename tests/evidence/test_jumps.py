@@ -76,6 +76,8 @@ def in_directory(directory: Path, **files: str) -> list[Event]:
      [(6, "clock set forward by 10 min")]),
     (alarm(("12:00:01.000", 1000), ("11:00:02.000", 1000)) + memory("11:00:09.000"),
      [(4, "clock set back by 60 min, or summer time has begun or ended")]),
+    (time_line("12:00:35") + alarm(("12:00:35.301", 1000)) + time_line("12:00:16")
+     + alarm(("12:00:16.301", 1000)), [(5, "clock set back by 19 s or more")]),
     # A process that has ended is watched again when it is there again.
     (alarm(("12:00:01.000", 1000), ("12:00:09.000", 1000)).replace("p cpu load:", " cpu load:", 1),
      []),

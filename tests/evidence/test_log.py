@@ -93,7 +93,7 @@ def test_the_alarm_of_a_process_that_ended_has_its_name_from_its_earlier_lines()
     (b"x ==Report file:/tmp/a==name\n",
      {"kind": "request", "time": None, "name": "name", "file": "/tmp/a"}),
     (b"==Report==x-- Time: Sun Nov 22 10:00:00 2026 GMT\n",
-     {"kind": "request", "time": "2026-11-22T10:00:00+00:00", "name": "x", "file": None}),
+     {"kind": "request", "time": None, "name": "x", "file": None}),
     (b"==Report==a ==Report file:/tmp/b==c\n",
      {"kind": "request", "time": None, "name": "a ==Report file:/tmp/b==c", "file": "/tmp/b"}),
 ])
@@ -101,6 +101,13 @@ def test_a_line_is_an_event(text: bytes, event: dict[str, Any]) -> None:
     assert read(text) == [event | {"line": 1}]
     assert read(b"one\n\x00\xff two\n" + text + b"three\n") == [event | {"line": 3}]
     assert read(b"unfinished " + text) == [event | {"line": 1}]
+
+
+def test_a_request_ends_where_the_supervisor_goes_on_in_its_line() -> None:
+    text = b"==Report==x2026-11-22 11:00:00.000 == MEMORY USAGE == Free: 1 kB, " \
+        b"Buffers+Cache: 2 kB\n"
+    assert [(event["kind"], event.get("name")) for event in read(text)] \
+        == [("request", "x"), ("memory", None)]
 
 
 @pytest.mark.parametrize("text", [

@@ -71,7 +71,7 @@ def _places(block: bytes) -> dict[int, list[texts.LogText | None]]:
     None stands for a request.
     """
     places: dict[int, list[texts.LogText | None]] = {}
-    for text in (*texts.LOG_TEXTS, None):
+    for text in (None, *texts.LOG_TEXTS):  # a time line can follow a request in its line
         needle = text.needle if text else _REQUEST_NEEDLE
         found = block.find(needle)
         while found >= 0:
@@ -92,9 +92,10 @@ def _read(kind: texts.LogText | None, number: int, text: bytes) -> Iterator[Line
 
 
 def _requests(number: int, text: bytes) -> Iterator[Line]:
-    """What a line asks for. The supervisor reads it in the same way, before the next time line."""
-    if time_line := texts.TIME_LINE.search(text):
-        text = text[:time_line.start()]
+    """What a line asks for. The supervisor reads it so, before it writes more there."""
+    for own in texts.AFTER_REQUEST:
+        if found := own.search(text):
+            text = text[:found.start()]
     file_start = text.find(texts.FILE_MARKER)
     text_start = text.find(texts.TEXT_MARKER)
     name, file = "", None

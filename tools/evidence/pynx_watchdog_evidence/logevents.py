@@ -29,8 +29,11 @@ def log_events(streams: Iterable[BinaryIO], source: str, clock: Clock) -> Iterat
             anchor = (own_time, line.number)
         if line.kind == "time line":
             clock.note_time_line(line.fields["gmt"])
-            if not alarm:
-                yield from readings.note(line.number, clock.last_time_line())
+            jumps = readings.note(line.number, clock.last_time_line())
+            if alarm:
+                alarm.jumps_after.extend(jumps)
+            else:
+                yield from jumps
             continue
         if alarm:
             if alarm.take(line):
@@ -39,6 +42,7 @@ def log_events(streams: Iterable[BinaryIO], source: str, clock: Clock) -> Iterat
             alarm = None
         if line.kind == "alarm":
             alarm = Alarm(line, source, clock)
+            alarm.jumps_before.extend(readings.note(line.number, alarm.event.time, QUEUED))
         elif line.kind in _SINGLE:
             event = _event(line, source, clock)
             if own_time:
@@ -60,16 +64,21 @@ class Alarm:
         self._clock = clock
         self._sampled: datetime | None = None  # the time of the last sample
         self._jumps: list[Event] = []
+        # What other times tell, which is less exact.
+        self.jumps_before: list[Event] = []
+        self.jumps_after: list[Event] = []
 
     def events(self, readings: Readings) -> Iterator[Event]:
-        """The alarm, and where the clock was set before it or meanwhile."""
+        """The alarm, and where the clock was set before it, meanwhile or after it."""
         if self._jumps:
             # The first line of an alarm has the time of its last sample.
             yield from self._jumps
+            yield self.event
             readings.set(self.event.time)
         else:
-            yield from readings.note(self.event.line, self.event.time, QUEUED)
-        yield self.event
+            yield from self.jumps_before
+            yield self.event
+            yield from self.jumps_after
 
     def take(self, line: Line) -> bool:
         """Take `line` in if it belongs to the alarm."""

@@ -17,6 +17,7 @@ from typing import Any, BinaryIO
 from . import messages, texts
 from .archives import Archive, open_archive
 from .events import Clock, Event, possible
+from .jumps import Readings
 from .logevents import log_events
 from .snapshots import looks_like_snapshots, snapshots
 
@@ -232,21 +233,24 @@ def _boot_cause(source: str, data: bytes, _context: _Context) -> Iterator[Event]
 
 def _snapshots(source: str, data: bytes, context: _Context) -> Iterator[Event]:
     found = list(snapshots(data.decode(errors="replace")))
-    # The snapshots have no date. The last was taken shortly before the file was written, at a time
-    # that is nearly a day off at most where the offset of the board's time is not known.
-    later = context.latest + timedelta(hours=0 if context.offset is not None else 12)
+    # The snapshots have no date. The last was taken shortly before the file was written, and the
+    # others shortly before it. The offset of the board's time may not be known, and the clock may
+    # have been set, so each is of the day that brings it nearest.
+    later = context.latest
     times: list[datetime | None] = []
     for snapshot in reversed(found):
         time = None
         if snapshot.clock:
-            time = datetime.combine(later.date(), snapshot.clock)
-            if time > later + timedelta(minutes=1):
-                time -= timedelta(days=1)
-            later = time
+            day = datetime.combine(later.date(), snapshot.clock)
+            time = later = min((day + timedelta(days=days) for days in (-1, 0, 1)),
+                               key=lambda candidate: abs(candidate - later))
         times.append(time)
     zone = None if context.offset is None else timezone(context.offset)
-    for snapshot, time in zip(found, reversed(times)):
-        yield Event("snapshot", time and time.replace(tzinfo=zone), source, snapshot.line,
+    readings = Readings(source)
+    for snapshot, local in zip(found, reversed(times)):
+        time = local and local.replace(tzinfo=zone)
+        yield from readings.note(snapshot.line, time)
+        yield Event("snapshot", time, source, snapshot.line,
                     {"load_average": snapshot.load_average, "processes": snapshot.processes},
                     ("snapshot", snapshot.text))
 

@@ -67,6 +67,10 @@ LOG_TEXTS = (
           "health/memoryusage.cpp", "%1 == MEMORY USAGE == Free: %2, Buffers+Cache: %3"),
 )
 
+# What can follow a request in its line, where the application has not ended that.
+AFTER_REQUEST = [line.pattern for line in LOG_TEXTS
+                 if line.kind in ("time line", "alarm", "memory")]
+
 # What the application prints to ask for a report. A marker may stand anywhere in a line.
 FILE_MARKER = b"==Report file:"
 TEXT_MARKER = b"==Report=="
@@ -84,13 +88,16 @@ START_FAILED_SOURCE = ("common/processerror.cpp",
 THIRD_END = "Critical FW error, rebooting."
 READ_ONLY_ROOT = "Detected filesystem in read-only mode. Rebooting"
 
+# How the lines begin that killall and Qt print there.
+STANDARD_ERROR_OF_OTHERS = ("pYNX: no process found", "QProcess: Destroyed while process")
+
 # How the lines begin that the supervisor prints on standard error.
 STANDARD_ERROR = (
     "Can't open file : ", "Can't rename file from:", "Cannot open file : ", "Cannot set priority",
     THIRD_END, READ_ONLY_ROOT, "Failed to generate report", "Failed to get info about user: ",
     "MemoryUsage: ", "Scheduler getparam failed...",
     "Upload path doesn't allow non ROOT user to remove the report",
-    "Watchdog device doesn't exist!!!", "pYNX: no process found",
+    "Watchdog device doesn't exist!!!", *STANDARD_ERROR_OF_OTHERS,
 )
 
 # How the text begins that boot-cause writes, whose last line is the same as JSON.
