@@ -69,6 +69,12 @@ def test_sources_are_joined_in_the_order_of_their_times(tmp_path: Path) -> None:
     assert [event["kind"] for event in events(tmp_path)] == ["start", "end", "start", "end"]
 
 
+def test_an_end_without_parts_of_a_second_is_between_its_start_and_the_next(tmp_path: Path) -> None:
+    (tmp_path / "log").write_text(start("10:00:10.022") + start("10:00:11.800"))
+    (tmp_path / "messages").write_text(end("10:00:10"))
+    assert [event["kind"] for event in events(tmp_path)] == ["start", "end", "start"]
+
+
 def test_the_log_in_an_archive_and_the_one_beside_it_are_the_same(tmp_path: Path) -> None:
     text = start("10:00:00.000") + "==Report==a\n==Report==a\n"
     (tmp_path / "application.log").write_text(text + start("10:00:20.000") + "==Report==a\n")

@@ -14,6 +14,9 @@ from .copies import mark_old_copies
 from .events import Event
 from .jumps import Jumps, with_jumps_by_uptime
 
+# Some system logs tell no parts of a second. The next start comes a second after an end.
+LATEST_IN_SECOND = timedelta(milliseconds=999)
+
 Complain = Callable[[Path, str], None]
 
 
@@ -51,7 +54,10 @@ def _in_order(found: list[list[Event]]) -> Iterator[Event]:
     for event in itertools.chain.from_iterable(found):
         # In a source the order is that of the lines.
         before = latest.get(event.source, datetime.min.replace(tzinfo=timezone.utc))
-        latest[event.source] = max(before, jumps.place(event) or before)
+        place = jumps.place(event) or before
+        if event.kind == "end" and event.time and not event.time.microsecond:
+            place += LATEST_IN_SECOND
+        latest[event.source] = max(before, place)
         placed.append((latest[event.source], event))
     placed.sort(key=lambda place: place[0])
     events = list(with_jumps_by_uptime(_once((event for _, event in placed), jumps)))
