@@ -40,6 +40,13 @@ def packages(version: str) -> dict[str, Path]:
     return found
 
 
+@pytest.fixture(scope="session")
+def guards(packages: dict[str, Path]) -> dict[str, Path]:
+    """The package file of pynx-watchdog-guard of each architecture."""
+    return {architecture: path.with_name(path.name.replace("watchdog_", "watchdog-guard_"))
+            for architecture, path in packages.items()}
+
+
 @pytest.fixture
 def unpacked(packages: dict[str, Path], tmp_path: Path) -> Callable[[str], Path]:
     """unpacked("arm64"): a directory with the files that this package installs."""

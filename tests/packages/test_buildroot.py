@@ -14,8 +14,10 @@ from tools import ROOT, files_below, run
 
 TREE = ROOT / "packaging/buildroot"
 # What the tree uses of Buildroot's menu.
-SYMBOLS = ["BR2_USE_MMU", *(f"BR2_PACKAGE_{name}" for name in (
-    "BUSYBOX_SHOW_OTHERS", "QT5", "GZIP", "PROCPS_NG", "PSMISC", "TAR", "RAPIDJSON", "VALIJSON"))]
+SYMBOLS = ["BR2_USE_MMU", "BR2_USE_WCHAR", "BR2_TOOLCHAIN_HAS_THREADS",
+           *(f"BR2_PACKAGE_{name}" for name in (
+               "BUSYBOX_SHOW_OTHERS", "QT5", "GZIP", "PROCPS_NG", "PSMISC", "TAR", "RAPIDJSON",
+               "VALIJSON", "ELFUTILS"))]
 # Configures the package as Buildroot does, and calls its commands.
 INFRASTRUCTURE = """
 INSTALL = install
@@ -59,7 +61,9 @@ def test_menu(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:
     full_tools = tree.syms["BR2_PACKAGE_PYNX_WATCHDOG_FULL_TOOLS"]
     package.set_value("y")
     full_tools.set_value("y")
-    tree.syms["BR2_PACKAGE_PYNX_WATCHDOG_CHECK"].set_value("y")
+    for name in ("PACKAGE_PYNX_WATCHDOG_CHECK", "PACKAGE_PYNX_WATCHDOG_GUARD", "USE_WCHAR",
+                 "TOOLCHAIN_HAS_THREADS"):
+        tree.syms[f"BR2_{name}"].set_value("y")
     assert (package.str_value, full_tools.str_value) == ("n", "n")
     tree.syms["BR2_PACKAGE_QT5"].set_value("y")
     tree.syms["BR2_USE_MMU"].set_value("y")
@@ -69,7 +73,8 @@ def test_menu(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:
     assert {tree.syms[name].str_value for name in SYMBOLS} == {"y"}
     used = {name for node in tree.node_iter() for name in re.findall(r"BR2_\w+", str(node))}
     assert used == {"BR2_PACKAGE_PYNX_WATCHDOG", "BR2_PACKAGE_PYNX_WATCHDOG_FULL_TOOLS",
-                    "BR2_PACKAGE_PYNX_WATCHDOG_CHECK", *SYMBOLS}
+                    "BR2_PACKAGE_PYNX_WATCHDOG_CHECK", "BR2_PACKAGE_PYNX_WATCHDOG_GUARD",
+                    "BR2_STATIC_LIBS", *SYMBOLS}
     assert not tree.warnings
 
 
@@ -80,12 +85,15 @@ def test_version_and_licence(make: list[str], version: str) -> None:
 
 
 @pytest.mark.parametrize("chosen", [True, False])
-def test_the_check_is_built_where_it_is_chosen(make: list[str], chosen: bool) -> None:
-    choice = ["BR2_PACKAGE_PYNX_WATCHDOG_CHECK=y"] if chosen else []
+@pytest.mark.parametrize(("tool", "needs"), [
+    ("CHECK", {"rapidjson", "valijson"}), ("GUARD", {"elfutils"})])
+def test_a_tool_is_built_where_it_is_chosen(make: list[str], tool: str, needs: set[str],
+                                            chosen: bool) -> None:
+    choice = [f"BR2_PACKAGE_PYNX_WATCHDOG_{tool}=y"] if chosen else []
     options = run(*make, *choice, "value-CONF_OPTS").split()
-    assert f"-DWATCHDOG_CHECK={'ON' if chosen else 'OFF'}" in options
+    assert f"-DWATCHDOG_{tool}={'ON' if chosen else 'OFF'}" in options
     needed = run(*make, *choice, "value-DEPENDENCIES").split()
-    assert ({"rapidjson", "valijson"} <= set(needed)) == chosen
+    assert (needs <= set(needed)) == chosen
 
 
 def test_its_options_and_commands_work(make: list[str], tmp_path: Path) -> None:

@@ -16,7 +16,7 @@ FLOORS = ("app", "common", "health", "load", "logging", "platform", "report")
 SCRIPTS = {"packaging/board-tools/tar": "say",
            "packaging/boot/boot-cause": "logger -t pynx_watchdog"}
 PAGES = ("man8/pynx-watchdog.8", "man5/pynx-watchdog-settings.5", "man1/pynx-watchdog-check.1",
-         "man1/pynx-watchdog-evidence.1")
+         "man1/pynx-watchdog-evidence.1", "man1/pynx-watchdog-guard.1")
 
 
 def sections(sdk_build: SdkBuild) -> dict[str, str]:

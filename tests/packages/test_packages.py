@@ -122,15 +122,27 @@ def test_dependencies_are_the_same_for_both(packages: dict[str, Path]) -> None:
     assert names == {"libc6", "libgcc-s1", "libqt5core5a", "libstdc++6", "procps", "psmisc"}
 
 
-def test_the_packages_hold_what_is_installed(unpacked: Callable[[str], Path], evidence: Path,
-                                             tmp_path: Path, sdk_build: SdkBuild) -> None:
+def test_the_packages_hold_what_is_installed(packages: dict[str, Path], guards: dict[str, Path],
+                                             evidence: Path, tmp_path: Path,
+                                             sdk_build: SdkBuild) -> None:
     installed = files_below(sdk_build.root)
-    run("dpkg-deb", "--extract", evidence, tmp_path / "evidence")
-    packaged = files_below(unpacked("amd64")) | files_below(tmp_path / "evidence")
+    for package in (packages["amd64"], guards["amd64"], evidence):
+        run("dpkg-deb", "--extract", package, tmp_path / "all")
+    packaged = files_below(tmp_path / "all")
     pages = {name: name.removesuffix(".gz") if "/man/" in name else name for name in packaged}
     debians = re.compile("usr/share/(doc/[^/]*/(changelog.gz|copyright)|lintian/|python3/)")
     assert {pages[name]: target for name, target in packaged.items()
             if not debians.match(name)} == installed
+
+
+@both
+def test_the_guard(guards: dict[str, Path], tmp_path: Path, architecture: str) -> None:
+    run("dpkg-deb", "--extract", guards[architecture], tmp_path)
+    assert MACHINES[architecture] in run("readelf", "--file-header",
+                                         tmp_path / "usr/bin/pynx-watchdog-guard")
+    depends = run("dpkg-deb", "--field", guards[architecture], "Depends")
+    assert set(re.findall(r"(?:^|, )([^ ,\n]+)", depends)) == {
+        "libc6", "libdw1", "libgcc-s1", "libstdc++6"}
 
 
 @pytest.mark.skipif(os.geteuid() != 0, reason="dpkg gives files to root")
@@ -306,7 +318,7 @@ def test_version_is_stated_once(version: str, packages: dict[str, Path]) -> None
 
 @pytest.mark.parametrize("page", ["man8/pynx-watchdog.8", "man5/pynx-watchdog-settings.5",
                                   "man1/pynx-watchdog-check.1",
-                                  "man1/pynx-watchdog-evidence.1"])
+                                  "man1/pynx-watchdog-evidence.1", "man1/pynx-watchdog-guard.1"])
 def test_man_pages_are_well_formed(sdk_build: SdkBuild, version: str, page: str) -> None:
     path = sdk_build.root / "usr/share/man" / page
     warnings = run("sh", "-c", f"man --warnings --local-file {path} 2>&1 >/dev/null")
@@ -331,6 +343,15 @@ def test_man_page_of_the_reader_names_every_option_and_no_other(sdk_build: SdkBu
     assert set(re.findall(r"^ +(--\w+)", options, re.MULTILINE)) \
         == set(re.findall(r"(--\w+)", told.split("options:", 1)[1])) == {
             "--database", "--help", "--html", "--jsonl", "--scheduler"}
+
+
+def test_man_page_of_the_guard_names_every_option_and_no_other(sdk_build: SdkBuild) -> None:
+    path = sdk_build.root / "usr/share/man/man1/pynx-watchdog-guard.1"
+    options = run("man", "--local-file", path).split("OPTIONS\n", 1)[1].split("\nMESSAGES", 1)[0]
+    told = run(sdk_build.root / "usr/bin/pynx-watchdog-guard", "--help")
+    assert set(re.findall(r"^ +(--[\w-]+)", options, re.MULTILINE)) \
+        == set(re.findall(r"^ .*(--[\w-]+)", told, re.MULTILINE)) == {
+            "--timeout", "--startup", "--grace", "--stacks", "--restart-on", "--help", "--version"}
 
 
 def test_man_page_describes_every_document(sdk_build: SdkBuild) -> None:

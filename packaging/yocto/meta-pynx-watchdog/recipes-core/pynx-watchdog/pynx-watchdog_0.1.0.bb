@@ -28,6 +28,8 @@ PACKAGECONFIG ??= "full-tools"
 PACKAGECONFIG[full-tools] = ",,,gzip procps psmisc tar"
 # pynx-watchdog-check. What it needs is in meta-oe.
 PACKAGECONFIG[check] = "-DWATCHDOG_CHECK=ON,-DWATCHDOG_CHECK=OFF,rapidjson valijson"
+# pynx-watchdog-guard
+PACKAGECONFIG[guard] = "-DWATCHDOG_GUARD=ON,-DWATCHDOG_GUARD=OFF,elfutils"
 
 # With the maker's SDK, add -DPYNX_SDK_ROOT=${STAGING_DIR_HOST}${prefix} here and the SDK's recipe to
 # DEPENDS.
