@@ -159,6 +159,25 @@ extern "C" __attribute__((noinline)) void innermostFunction()
     *nowhere = one;
 }
 
+// Compiled into one another, they still are functions of their own in a stack.
+inline __attribute__((always_inline)) void inlinedInner()
+{
+    *nowhere = one + 1;
+}
+
+inline __attribute__((always_inline)) void inlinedOuter()
+{
+    one = 2;
+    inlinedInner();
+    one = 1;
+}
+
+extern "C" __attribute__((noinline)) void crashInline()
+{
+    inlinedOuter();
+    one = 3;
+}
+
 extern "C" __attribute__((noinline)) int overflowTheStack(int depth)
 {
     volatile char room[512];
@@ -350,6 +369,7 @@ const std::map<std::string, std::function<void(Arguments &)>> behaviours = {
 
     {"crash", [](Arguments &) { innermostFunction(); }},
     {"crash-in-thread", [](Arguments &) { std::thread(innermostFunction).join(); }},
+    {"inline-crash", [](Arguments &) { crashInline(); }},
     {"overflow", [](Arguments &) { overflowTheStack(0); }},
     {"abort", [](Arguments &) { std::abort(); }},
     {"signal", [](Arguments &a) { dieBySignal(takeNumber(a)); }},

@@ -50,6 +50,13 @@ def test_the_last_status_text_is_told(guard: Guard) -> None:
     assert ended.end == "guard: ended: status 0 after N s, peak N kB, last status: two ü ==x??[1m"
 
 
+def test_a_status_text_that_is_no_utf8_is_told_as_ascii(guard: Guard) -> None:
+    for text in ("a\udcc3", "a\udcff", "\udc80a", "\udce4\udcb8a", "\udcf8\udc80\udc80\udc80"):
+        ended = guard.run("notify", "STATUS=" + text)
+        told = "".join("?" if char > "~" else char for char in text)
+        assert ended.end.endswith(f", last status: {told}")
+
+
 def test_a_long_status_text_is_cut_between_characters(guard: Guard) -> None:
     ended = guard.run("notify", "STATUS=x" + "ü" * 1000)
     text = ended.errors[-1].split("last status: ")[1]

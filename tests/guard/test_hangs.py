@@ -4,6 +4,7 @@
 
 from __future__ import annotations
 
+import ctypes
 import os
 import re
 import signal
@@ -14,6 +15,9 @@ from pathlib import Path
 import pytest
 
 from guarding import TIME_LIMIT, Ended, Guard
+
+HANGS_AT_ONCE = ("read", "notify", "WATCHDOG=trigger", "wait")
+PTRACE_CONT, PTRACE_SEIZE, PTRACE_O_TRACEEXIT = 7, 0x4206, 0x40
 
 
 def _assert_hang(ended: Ended, how: int = signal.SIGABRT) -> None:
@@ -186,3 +190,20 @@ def test_an_application_may_handle_the_abort(guard: Guard) -> None:
                       options=("--timeout", "1"))
     assert ended.status == 3
     assert "saved" in ended.output
+
+
+@pytest.mark.takes(35)
+def test_an_application_that_cannot_be_killed_does_not_keep_the_guard(guard: Guard) -> None:
+    """A tracer that stops it at its end is as good as a driver that never returns."""
+    libc = ctypes.CDLL(None, use_errno=True)
+    running = guard.start("ids", *HANGS_AT_ONCE, options=("--stacks", "", "--grace", "0"))
+    process = int(running.line().split()[1])
+    assert libc.ptrace(PTRACE_SEIZE, process, None, PTRACE_O_TRACEEXIT) == 0, \
+        os.strerror(ctypes.get_errno())
+    assert running.process.stdin
+    running.process.stdin.write(b"\n")
+    try:
+        assert running.process.wait(TIME_LIMIT) == -signal.SIGKILL
+    finally:
+        libc.ptrace(PTRACE_CONT, process, None, None)
+    assert running.end().errors[1] == "guard: the application does not end, not even by SIGKILL"

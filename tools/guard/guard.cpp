@@ -30,6 +30,10 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr int notStarted = 255;
+// More than wait in the socket, and not so many that a flood of them keeps the guard from the rest.
+constexpr int mostMessagesAtOnce = 2000;
+// A process that still is there this long after SIGKILL is stuck in the kernel.
+constexpr seconds longestDeath{30};
 constexpr seconds restartDelay{1}; // as the supervisor has it
 
 // All signals are blocked and read, but for those that tell of the guard's own faults, and those of
@@ -163,6 +167,7 @@ bool Guard::start()
     m_hung = false;
     m_stacksTaken = false;
     m_killAt.reset();
+    m_abandonAt.reset();
     const bool started =
         m_application.start(m_options.application, m_inherited, hasSocket ? m_socket.address() : "",
                             usec, !m_options.stacks.empty());
@@ -176,7 +181,7 @@ Application::End Guard::watch()
 {
     // The end can also come to light while threads are being stopped.
     while (!m_application.end()) {
-        takeTurn(m_hung ? m_killAt : m_liveness.deadline());
+        takeTurn(m_abandonAt ? m_abandonAt : m_killAt ? m_killAt : m_liveness.deadline());
         checkCrash();
         checkTimes();
     }
@@ -241,7 +246,10 @@ void Guard::passOn(int signal, pid_t sender, bool fromKernel)
 
 void Guard::readMessages()
 {
-    while (const auto message = m_socket.receive()) {
+    for (int i = 0; i < mostMessagesAtOnce; ++i) {
+        const auto message = m_socket.receive();
+        if (!message)
+            return;
         if (!isOwn(message->sender))
             continue;
         const Notification said = parseNotification(message->text);
@@ -275,8 +283,14 @@ void Guard::checkCrash()
 
 void Guard::checkTimes()
 {
+    if (m_abandonAt && m_now >= *m_abandonAt) {
+        // Only this way the supervisor can do something about it.
+        say("the application does not end, not even by SIGKILL");
+        endBy(SIGKILL);
+    }
     if (m_killAt && m_now >= *m_killAt) {
         m_killAt.reset();
+        m_abandonAt = m_now + longestDeath;
         m_application.send(SIGKILL);
     }
     const auto deadline = m_liveness.deadline();

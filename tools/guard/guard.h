@@ -63,4 +63,5 @@ private:
     bool m_hung = false;
     bool m_stacksTaken = false;
     std::optional<Clock::time_point> m_killAt;
+    std::optional<Clock::time_point> m_abandonAt;
 };

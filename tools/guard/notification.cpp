@@ -26,18 +26,41 @@ std::optional<microseconds> time(std::string_view text)
     return microseconds(std::min(value, most));
 }
 
-// The text is printed in one line on a terminal or into a log, so it loses its control characters.
-// A character of several bytes is never cut.
+bool continues(unsigned char byte)
+{
+    return (byte & 0xc0U) == 0x80U;
+}
+
+// Whether each first byte of a character of UTF-8 has as many further bytes as it says.
+bool isUtf8(std::string_view text)
+{
+    int missing = 0;
+    for (const unsigned char byte : text) {
+        if (continues(byte) != (missing > 0))
+            return false;
+        if (missing > 0)
+            --missing;
+        else if (byte >= 0x80)
+            missing = byte >= 0xf8 ? -1 : byte >= 0xf0 ? 3 : byte >= 0xe0 ? 2 : 1;
+        if (missing < 0)
+            return false;
+    }
+    return missing == 0;
+}
+
+// The text is printed in one line on a terminal or into a log, so it loses its control characters,
+// and all that is not ASCII if it is no UTF-8. A character of several bytes is never cut.
 std::string printable(std::string_view text)
 {
-    const auto continues = [](char byte) { return (static_cast<unsigned char>(byte) >> 6U) == 2; };
     std::size_t size = std::min(text.size(), longestStatus);
-    while (size > 0 && size < text.size() && continues(text[size]))
+    while (size > 0 && size < text.size() && continues(static_cast<unsigned char>(text[size])))
         --size;
     std::string line(text.substr(0, size));
-    std::replace_if(
-        line.begin(), line.end(), [](unsigned char byte) { return byte < ' ' || byte == 0x7f; },
-        '?');
+    const unsigned char most = isUtf8(line) ? 0xff : 0x7e;
+    const auto isOdd = [=](unsigned char byte) {
+        return byte < ' ' || byte == 0x7f || byte > most;
+    };
+    std::replace_if(line.begin(), line.end(), isOdd, '?');
     return line;
 }
 
