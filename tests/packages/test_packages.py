@@ -46,7 +46,7 @@ FILES = {
 }
 FILES |= {f"usr/share/doc/pynx-watchdog/{name}" for name in (
     "CHANGELOG.md", "SECURITY.md", "application.md", "evidence.md", "faults.md", "integration.md",
-    "examples/report.c", "examples/report.cpp", "examples/report.py")}
+    *(f"examples/{path.name}" for path in (ROOT / "docs/examples").iterdir()))}
 DOCUMENTS = {f"usr/share/doc/pynx-watchdog/{name}" for name in ("changelog.gz", "copyright")}
 OVERRIDES = {"usr/share/lintian/overrides/pynx-watchdog"}
 
