@@ -5,6 +5,7 @@
 from __future__ import annotations
 
 import shutil
+import subprocess
 from pathlib import Path
 from typing import Any
 
@@ -200,6 +201,38 @@ def test_rotating_only_leaves_settings_aside(tool: Tool, settings: dict[str, Any
 ])
 def test_what_was_meant_is_guessed(tool: Tool, word: str, hint: str) -> None:
     assert tool.findings([word, *APP])[0].message.endswith(hint)
+
+
+GUARD = ("--app", "/usr/bin/pynx-watchdog-guard")
+
+
+@pytest.mark.parametrize("arguments, found", [
+    (["--timeout", "30", "--", "/bin/sh"], []),
+    (["/bin/sh", "--timeout"], []),
+    (["--timeout", "30", "--startup", "0", "--restart-on", "3,4", "/bin/sh"], []),
+    (["--timeout", "soon", "--", "/bin/sh"], [error(3, "guard-usage")]),
+    (["--grace", "1", "--timeou"], [error(5, "guard-usage")]),
+    (["--timeout", "30", "--colour", "--", "/bin/sh"], [error(5, "guard-usage")]),
+    (["--restart-on", "3,256", "--", "/bin/sh"], [error(3, "guard-usage")]),
+    (["--timeout", "30", "--"], [error(5, "guard-usage")]),
+    ([], [error(2, "guard-usage")]),
+    (["--version"], [error(2, "guard-usage")]),
+    (["--startup", "30", "--", "/bin/sh"], [warning(2, "guard-timeout")]),
+])
+def test_the_command_line_of_the_guard(tool: Tool, arguments: list[str],
+                                       found: list[Short]) -> None:
+    assert tool.judged([*GUARD, *arguments]) == found
+    assert tool.judged(["--app", "/bin/another", *arguments]) == []
+
+
+def test_the_guard_is_judged_as_it_judges_itself(tool: Tool, build_directory: Path) -> None:
+    guard = build_directory / "pynx-watchdog-guard"
+    for words in ("", "--grace x -- true", "--stack", "-x true"):
+        wrong = words.split()
+        said = subprocess.run([guard, *wrong], capture_output=True, text=True, check=False)
+        assert said.returncode == 64
+        reason = said.stderr.splitlines()[0].removeprefix("pynx-watchdog-guard: ")
+        assert reason in tool.findings([*GUARD, *wrong])[0].message
 
 
 def test_a_text_is_shown_whole_if_it_fits_on_a_line(tool: Tool) -> None:

@@ -7,6 +7,7 @@ from __future__ import annotations
 import os
 import resource
 from pathlib import Path
+from typing import Any
 
 import pytest
 
@@ -147,6 +148,20 @@ def test_a_single_run_has_no_third_end_and_no_report_of_its_crash(tool: Tool) ->
     explained = tool.explained(["--singleRun", "--app", "/bin/sh"])
     assert "reboot" not in explained
     assert "crash" not in explained["reports"]["meaning"]
+
+
+def test_what_the_guard_will_do(tool: Tool) -> None:
+    def told(*arguments: str) -> dict[str, Any]:
+        found = tool.explained(["--app", "/usr/bin/pynx-watchdog-guard", *arguments])
+        return {name.removeprefix("guard "): (each["value"], each["source"])
+                for name, each in found.items() if name.startswith("guard ")}
+
+    source = "arguments:1"
+    assert told("--timeout", "30", "--restart-on", "4,3", "--", "/bin/sh", "-c", "exit") == {
+        "application": ("/bin/sh", source), "timeout": (30, source), "startup": (30, source),
+        "grace": (5, source), "stacks": ("/tmp/log", source), "restart on": ([3, 4], source)}
+    assert told("--startup", "9", "--timeout", "3", "--stacks", "", "x")["startup"] == (9, source)
+    assert told("--timeout") == {}
 
 
 @pytest.mark.parametrize("arguments, meaning", [

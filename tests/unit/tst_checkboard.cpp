@@ -233,6 +233,23 @@ void CheckBoardTest::findings_data()
         b.write("/tmp/log/application.log.0", "text");
     });
 
+    const auto guard = [](GoodBoard &b, const QStringList &arguments) {
+        b.tool("pynx-watchdog-guard");
+        b.options.appPath = QStringLiteral("pynx-watchdog-guard");
+        b.options.appArgs = arguments;
+    };
+    row("a guarded application", "", [=](GoodBoard &b) {
+        guard(b, {QStringLiteral("--"), QStringLiteral("/usr/bin/product"), QStringLiteral("x")});
+    });
+    row("a guarded application that is missing", "error application",
+        [=](GoodBoard &b) { guard(b, {QStringLiteral("/usr/bin/missing")}); });
+    row("a directory for stacks that is missing", "warning guard-stacks", [=](GoodBoard &b) {
+        guard(b,
+              {QStringLiteral("--stacks"), QStringLiteral("/stacks"), QStringLiteral("product")});
+    });
+    row("no stacks", "", [=](GoodBoard &b) {
+        guard(b, {QStringLiteral("--stacks"), QString(), QStringLiteral("product")});
+    });
     row("an application that is missing", "error application",
         [](GoodBoard &b) { b.remove("/usr/bin/product"); });
     row("an application in the PATH", "",

@@ -5,6 +5,7 @@
 #include "app/commandline.h"
 #include "logging/settings.h"
 #include "platform/pynx_api.h"
+#include "tools/check/guardarguments.h"
 #include "tools/check/nearestname.h"
 #include "tools/check/payload.h"
 #include "tools/check/sizetext.h"
@@ -342,6 +343,7 @@ Findings checkArguments(const QStringList &arguments, const QString &programDir)
     const CommandLineWord *app = find(words, appOption);
     if (app != nullptr) {
         findings += checkApplicationsArguments(arguments, app->index + 2);
+        findings += checkGuard(arguments.mid(app->index + 1), app->index + 1);
     } else {
         findings += error({QStringLiteral("arguments"), 0, 0}, QStringLiteral("no-application"),
                           QStringLiteral("\"--app\" names no application; the supervisor ends with "

@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The watchdog developers
 // SPDX-License-Identifier: MIT
 #include "tools/check/boardparts.h"
+#include "tools/check/guardarguments.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -57,9 +58,8 @@ Switched tryAccount(const passwd &account, const QByteArray &program)
 }
 
 // The application as the supervisor finds it; empty: it is not in its PATH.
-QString applicationFile(const Board &board)
+QString applicationFile(const Board &board, const QString &name)
 {
-    const QString name = board.options.appPath;
     return name.contains(QLatin1Char('/')) ? board.file(name) : board.tool(name);
 }
 
@@ -108,15 +108,28 @@ Findings checkRights(const Board &board)
 
 Findings checkApplication(const Board &board)
 {
-    const QString why = board.options.appPath.isEmpty()
-        ? QString() // the check of the arguments tells
-        : obstacle(board, applicationFile(board));
-    if (why.isEmpty())
-        return {};
-    return {boardError("application",
+    const CommandLine &options = board.options;
+    const auto guard = readGuardArguments(QStringList{options.appPath} + options.appArgs);
+    Findings findings;
+    for (const QString &name : {options.appPath, guard ? guard->application : QString()}) {
+        const QString why = name.isEmpty() ? QString() // the check of the arguments tells
+                                           : obstacle(board, applicationFile(board, name));
+        if (why.isEmpty())
+            continue;
+        findings.append(
+            boardError("application",
                        QStringLiteral("%1 %2, which counts as an application that ends with status "
                                       "255 at once")
-                           .arg(quoted(board.options.appPath), why))};
+                           .arg(quoted(name), why)));
+    }
+    const QString stacks = guard ? QString::fromStdString(guard->options.stacks) : QString();
+    if (!stacks.isEmpty() && !QFileInfo(board.file(stacks)).isDir()) {
+        findings.append(boardWarning("guard-stacks",
+                                     QStringLiteral("there is no directory %1 for the guard's "
+                                                    "stacks, so none are written")
+                                         .arg(quoted(stacks))));
+    }
+    return findings;
 }
 
 Findings checkAccount(const Board &board)
@@ -138,7 +151,7 @@ Findings checkAccount(const Board &board)
     }
     if (!board.seenByRoot)
         return {};
-    const QString application = applicationFile(board);
+    const QString application = applicationFile(board, board.options.appPath);
     const bool isThere = obstacle(board, application).isEmpty();
     switch (tryAccount(*account, QFile::encodeName(isThere ? application : QStringLiteral("/")))) {
     case Switched::Not:

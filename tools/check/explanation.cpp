@@ -7,6 +7,7 @@
 #include "platform/pynx_api.h"
 #include "tools/check/arguments.h"
 #include "tools/check/findings.h"
+#include "tools/check/guardarguments.h"
 #include "tools/check/payload.h"
 
 #include <QJsonArray>
@@ -328,6 +329,8 @@ Explanations explain(const QStringList &arguments, const QString &programDir)
         return result + explainSettings(programDir);
     const CommandLine options = parseCommandLine(arguments, programDir);
     result += explainArguments(options, arguments, programDir);
+    result += explainGuard(QStringList{options.appPath} + options.appArgs,
+                           sourceOf(splitCommandLine(arguments), {QStringLiteral("--app")}));
     if (!options.rotateOnly)
         result += explainFeatures(programDir, options.singleRun);
     return result + explainFixed(options);

@@ -34,13 +34,6 @@ The status is the application's, and so is the signal that ended it; 64: wrong u
 255: the application cannot be executed.
 )";
 
-int wrongUsage(const std::string &message)
-{
-    std::fprintf(stderr, "pynx-watchdog-guard: %s\nTry pynx-watchdog-guard --help.\n",
-                 message.c_str());
-    return wrongUsageStatus;
-}
-
 std::optional<long> number(std::string_view text)
 {
     if (text.empty() || text.size() > mostDigits
@@ -88,7 +81,7 @@ bool readOption(int which, const char *value, Options &options)
 
 } // namespace
 
-std::optional<int> parseOptions(int argc, char *argv[], Options &options)
+std::optional<WrongUsage> readOptions(int argc, char *argv[], Options &options)
 {
     static const option known[] = {{"timeout", required_argument, nullptr, 't'},
                                    {"startup", required_argument, nullptr, 's'},
@@ -99,29 +92,47 @@ std::optional<int> parseOptions(int argc, char *argv[], Options &options)
                                    {"version", no_argument, nullptr, 'v'},
                                    {nullptr, 0, nullptr, 0}};
     ::opterr = 0;
+    ::optind = 0; // begins anew
     int which = 0;
     int index = 0;
     // "+": the first word that is no option is the application. ":": a missing value is told apart.
-    while ((which = ::getopt_long(argc, argv, "+:h", known, &index)) != -1) {
+    for (int word = 1; (which = ::getopt_long(argc, argv, "+:h", known, &index)) != -1;
+         word = ::optind) {
         switch (which) {
         case 'h':
-            std::fputs(usage, stdout);
-            return EXIT_SUCCESS;
+            options.help = true;
+            return std::nullopt;
         case 'v':
-            std::puts("pynx-watchdog-guard " WATCHDOG_VERSION);
-            return EXIT_SUCCESS;
+            options.version = true;
+            return std::nullopt;
         case ':':
-            return wrongUsage(std::string(argv[::optind - 1]) + " needs a value");
+            return WrongUsage{word, std::string(argv[word]) + " needs a value"};
         case '?':
-            return wrongUsage("unknown option: " + std::string(argv[::optind - 1]));
+            return WrongUsage{word, "unknown option: " + std::string(argv[word])};
         default:
             if (!readOption(which, ::optarg, options))
-                return wrongUsage("--" + std::string(known[index].name)
-                                  + " cannot be: " + ::optarg);
+                return WrongUsage{
+                    word, "--" + std::string(known[index].name) + " cannot be: " + ::optarg};
         }
     }
     if (::optind >= argc)
-        return wrongUsage("no application is named");
+        return WrongUsage{argc, "no application is named"};
     options.application = argv + ::optind;
     return std::nullopt;
+}
+
+std::optional<int> parseOptions(int argc, char *argv[], Options &options)
+{
+    if (const auto wrong = readOptions(argc, argv, options)) {
+        std::fprintf(stderr, "pynx-watchdog-guard: %s\nTry pynx-watchdog-guard --help.\n",
+                     wrong->message.c_str());
+        return wrongUsageStatus;
+    }
+    if (options.help)
+        std::fputs(usage, stdout);
+    else if (options.version)
+        std::puts("pynx-watchdog-guard " WATCHDOG_VERSION);
+    else
+        return std::nullopt;
+    return EXIT_SUCCESS;
 }

@@ -10,6 +10,8 @@
 /** What stands on the command line; a plain value. */
 struct Options
 {
+    bool help = false;                           ///< show a short text and end
+    bool version = false;                        ///< show the version and end
     std::chrono::seconds timeout{0};             ///< a beat at least this often; 0: not looked for
     std::optional<std::chrono::seconds> startup; ///< until the first message; unset: `timeout`
     std::chrono::seconds grace{5};               ///< between SIGABRT and SIGKILL
@@ -17,6 +19,16 @@ struct Options
     std::bitset<256> restartOn;                  ///< the statuses that are started again
     char **application = nullptr;                ///< its name and arguments, as for execvp()
 };
+
+/** What is wrong with a command line. */
+struct WrongUsage
+{
+    int word;            ///< its number in argv; argc: one is missing
+    std::string message; ///< in words
+};
+
+/** Reads the command line into @p options, up to what is wrong with it. */
+std::optional<WrongUsage> readOptions(int argc, char *argv[], Options &options);
 
 /**
  * Reads the command line into @p options. Returns the status to end with, after the help, the
