@@ -46,7 +46,8 @@ FILES = {
 }
 FILES |= {f"usr/share/doc/pynx-watchdog/{name}" for name in (
     "CHANGELOG.md", "SECURITY.md", "application.md", "evidence.md", "faults.md", "integration.md",
-    *(f"examples/{path.name}" for path in (ROOT / "docs/examples").iterdir()))}
+    *(f"{directory}/{path.name}" for directory in ("examples", "pictures")
+      for path in (ROOT / "docs" / directory).iterdir()))}
 DOCUMENTS = {f"usr/share/doc/pynx-watchdog/{name}" for name in ("changelog.gz", "copyright")}
 OVERRIDES = {"usr/share/lintian/overrides/pynx-watchdog"}
 
