@@ -169,7 +169,10 @@ std::vector<std::string> framesAt(Stacks &stacks, Dwarf_Addr address, bool inter
                   static_cast<unsigned long long>(fileAddress));
     std::vector<std::string> frames = functionsAt(module, inside);
     for (std::string &frame : frames)
-        frame = number.data() + frame + " from " + pathOf(module) + offset.data();
+        frame.insert(0, number.data())
+            .append(" from ")
+            .append(pathOf(module))
+            .append(offset.data());
     return frames;
 }
 
