@@ -270,6 +270,18 @@ void setHandler(int signal, void (*handler)(int))
     ::sigaction(signal, &action, nullptr);
 }
 
+// Keeps a tracer busy: there always is a signal that it has to look at.
+void raiseForEver()
+{
+    setHandler(SIGUSR1, [](int) {});
+    for (int i = 0; i < 8; ++i) {
+        std::thread([] {
+            for (;;)
+                ::raise(SIGUSR1);
+        }).detach();
+    }
+}
+
 void dieBySignal(int signal)
 {
     setHandler(signal, SIG_DFL);
@@ -379,6 +391,7 @@ const std::map<std::string, std::function<void(Arguments &)>> behaviours = {
     {"fill-output", [](Arguments &) { fillStandardOutput(); }},
     {"threads", [](Arguments &a) { startThreads(takeNumber(a)); }},
     {"churn", [](Arguments &) { churnThreads(); }},
+    {"raise-for-ever", [](Arguments &) { raiseForEver(); }},
     {"end-main-thread", [](Arguments &) { ::pthread_exit(nullptr); }},
     {"clone-process", [](Arguments &) { cloneProcess(); }},
     {"execute", [](Arguments &a) { execute(a); }},

@@ -151,6 +151,7 @@ def test_descriptors_that_come_along_are_closed(guard: Guard) -> None:
     (("deadlock",), "(anonymous namespace)::Locker::lockBoth(std::mutex&, std::mutex&)"),
     (("threads", "5", "raise", str(signal.SIGSTOP.value)), "main"),
     (("churn", "wait"), "main"),
+    (("raise-for-ever", "wait"), "main"),
 ])
 def test_kinds_of_hangs(guard: Guard, behaviours: tuple[str, ...], function: str) -> None:
     ended = guard.run("notify", "READY=1", *behaviours, options=("--timeout", "1"))

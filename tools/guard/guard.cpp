@@ -206,8 +206,8 @@ void Guard::pauseBeforeRestart()
 
 void Guard::takeTurn(std::optional<Clock::time_point> until)
 {
-    int waitMs = -1;
-    if (until) {
+    int waitMs = m_moreEvents ? 0 : -1;
+    if (until && !m_moreEvents) {
         const auto rest = std::chrono::ceil<milliseconds>(*until - Clock::now());
         waitMs = static_cast<int>(std::clamp<long long>(rest.count(), 0, 1'000'000'000));
     }
@@ -217,8 +217,7 @@ void Guard::takeTurn(std::optional<Clock::time_point> until)
     m_now = Clock::now();
     readSignals();
     readMessages();
-    while (!m_application.takeEvents())
-        readMessages();
+    m_moreEvents = !m_application.takeEvents();
 }
 
 void Guard::readSignals()

@@ -53,8 +53,9 @@ private:
     NotifySocket m_socket;
     Application m_application;
     Liveness m_liveness;
-    Clock::time_point m_now; // when this turn began to read what had come
-    int m_toldToEnd = 0;     // the last signal that asked for an end
+    Clock::time_point m_now;   // when this turn began to read what had come
+    bool m_moreEvents = false; // of the application than one turn takes in
+    int m_toldToEnd = 0;       // the last signal that asked for an end
 
     // of the present run
     Clock::time_point m_started;

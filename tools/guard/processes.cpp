@@ -89,7 +89,8 @@ pid_t parentOf(pid_t process)
 bool hasDefaultAction(pid_t thread, int signal)
 {
     const std::string status = statusOf(thread);
-    return !holds(status, "\nSigIgn:", signal) && !holds(status, "\nSigCgt:", signal);
+    return !status.empty() && !holds(status, "\nSigIgn:", signal)
+        && !holds(status, "\nSigCgt:", signal);
 }
 
 bool isBlocked(pid_t thread, int signal)

@@ -18,7 +18,7 @@ char stateOf(pid_t process, pid_t thread);
 /** The parent of @p process; 0 when it is gone. */
 pid_t parentOf(pid_t process);
 
-/** Whether the thread would be ended by @p signal, because it neither handles nor ignores it. */
+/** Whether the thread neither handles nor ignores @p signal; false where that cannot be read. */
 bool hasDefaultAction(pid_t thread, int signal);
 
 /** Whether the thread has blocked @p signal. */
