@@ -88,7 +88,7 @@ def test_nothing_is_written_where_a_member_wants_it(tmp_path: Path,
 def test_a_bomb_is_read_only_so_far(monkeypatch: pytest.MonkeyPatch) -> None:
     monkeypatch.setattr(archives, "LARGEST", 1 << 20)
     with open_archive(io.BytesIO(packed({"a": bytes(1 << 22), "b": b"x"})), NAME) as archive:
-        assert archive.problem == "larger than 1048576 bytes" and not archive.complete
+        assert archive.problem == "it is larger than 1048576 bytes" and not archive.complete
         assert len(archive.files["a"].read()) == 1 << 20
 
 
@@ -96,4 +96,4 @@ def test_only_so_many_members_are_read(monkeypatch: pytest.MonkeyPatch) -> None:
     monkeypatch.setattr(archives, "MOST_MEMBERS", 10)
     with open_archive(io.BytesIO(packed({str(number): b"" for number in range(20)})),
                       NAME) as archive:
-        assert archive.problem == "more than 10 members" and len(archive.members) == 10
+        assert archive.problem == "it has more than 10 members" and len(archive.members) == 10

@@ -4,6 +4,8 @@
 
 from __future__ import annotations
 
+import gzip
+import io
 import re
 import tarfile
 import tempfile
@@ -16,11 +18,19 @@ from typing import BinaryIO, cast
 
 from .events import possible
 
-MEMORY = 1 << 23  # bytes of a member that are kept in memory
-LARGEST = 1 << 30  # bytes of an archive that are read, unpacked
+MEMORY = 1 << 25  # bytes of an archive's content that are kept in memory
+LARGEST = 1 << 29  # bytes of an archive that are read, unpacked
+LARGEST_HEADERS = 1 << 22  # bytes of long names and extended headers in an archive
 MOST_MEMBERS = 10_000
 
 _NAME = re.compile(r"(?:tmp_)?(?P<prefix>.*?)-(?P<name>.*)-(?P<ms>\d{12,14})(?:\.tar\.gz)?$")
+
+
+@dataclass
+class Room:
+    """How many bytes may still be read of an archive and of those within it."""
+
+    left: int
 
 
 @dataclass
@@ -37,13 +47,13 @@ class Archive:
 
 
 @contextmanager
-def open_archive(file: BinaryIO, file_name: str) -> Iterator[Archive]:
+def open_archive(file: BinaryIO, file_name: str, room: Room | None = None) -> Iterator[Archive]:
     """The archive in `file`. What of it can be read is there, also when it is cut or damaged."""
     named = _NAME.fullmatch(file_name)
     archive = Archive(named["name"] if named else None,
                       _time(int(named["ms"]) / 1000) if named else None)
     try:
-        _read(file, archive)
+        _read(file, archive, room or Room(LARGEST))
         yield archive
     finally:
         for member in archive.files.values():
@@ -57,31 +67,109 @@ def _time(seconds: float) -> datetime | None:
         return None
 
 
-def _read(file: BinaryIO, archive: Archive) -> None:
-    room = LARGEST
+class Member(tarfile.TarInfo):
+    """A member of an archive. What tarfile would read into memory at any size is refused."""
+
+    def _proc_member(self, tar: tarfile.TarFile) -> tarfile.TarInfo:
+        # There is no public way to look at a header before tarfile follows it.
+        if self.type == tarfile.GNUTYPE_SPARSE:
+            raise tarfile.ReadError("it has a sparse file")
+        if self.type in (tarfile.GNUTYPE_LONGNAME, tarfile.GNUTYPE_LONGLINK, tarfile.XHDTYPE,
+                         tarfile.XGLTYPE, tarfile.SOLARIS_XHDTYPE):
+            taken = getattr(tar, "taken_by_headers", 0) + self.size
+            if self.size < 0 or taken > LARGEST_HEADERS:
+                raise tarfile.ReadError(f"its headers are larger than {LARGEST_HEADERS} bytes")
+            setattr(tar, "taken_by_headers", taken)
+        found: tarfile.TarInfo = super()._proc_member(tar)  # type: ignore[misc]
+        found.pax_headers = {}  # each member would have a copy of all global headers
+        return found
+
+    def _proc_gnusparse_10(self, *_: object) -> None:
+        raise tarfile.ReadError("it has a sparse file")
+
+
+class _Store:
+    """One temporary file for all members, so that their number takes no file descriptors."""
+
+    def __init__(self) -> None:
+        self.file = tempfile.SpooledTemporaryFile(MEMORY)
+        self.size = 0
+        self.users = 0
+
+    def release(self) -> None:
+        """Close the file after its last user."""
+        self.users -= 1
+        if not self.users:
+            self.file.close()
+
+
+class _Part(io.RawIOBase):
+    """A member in the store."""
+
+    def __init__(self, store: _Store) -> None:
+        self._store = store
+        self._begin, self._size, self._at = store.size, 0, 0
+        store.users += 1
+
+    def append(self, data: bytes) -> None:
+        """Add to the member, which is the last one in the store."""
+        self._store.file.seek(self._store.size)
+        self._store.file.write(data)
+        self._store.size += len(data)
+        self._size += len(data)
+
+    def readable(self) -> bool:
+        return True
+
+    def seekable(self) -> bool:
+        return True
+
+    def seek(self, offset: int, whence: int = io.SEEK_SET) -> int:
+        self._at = offset + {io.SEEK_SET: 0, io.SEEK_CUR: self._at, io.SEEK_END: self._size}[whence]
+        return self._at
+
+    def read(self, size: int = -1) -> bytes:
+        self._store.file.seek(self._begin + self._at)
+        left = max(self._size - self._at, 0)
+        data = self._store.file.read(left if size < 0 else min(size, left))
+        self._at += len(data)
+        return data
+
+    def close(self) -> None:
+        if not self.closed:
+            self._store.release()
+        super().close()
+
+
+def _read(file: BinaryIO, archive: Archive, room: Room) -> None:
+    store = _Store()
     try:
-        with tarfile.open(fileobj=file, mode="r|gz") as tar:
+        with gzip.GzipFile(fileobj=file) as unpacked, \
+                tarfile.open(fileobj=unpacked, mode="r|", tarinfo=Member) as tar:
             for member in tar:
                 if len(archive.members) >= MOST_MEMBERS:
-                    archive.problem = f"more than {MOST_MEMBERS} members"
+                    archive.problem = f"it has more than {MOST_MEMBERS} members"
                     return
                 archive.members.append(member.name)
-                content = tar.extractfile(member) if member.isreg() else None
+                content = tar.extractfile(member) if member.isreg() and not member.issparse() \
+                    else None
                 if content is None:
                     continue
-                copy = cast(BinaryIO, tempfile.SpooledTemporaryFile(MEMORY))
-                archive.files[member.name] = copy
+                part = _Part(store)
+                if member.name in archive.files:
+                    archive.files[member.name].close()
+                archive.files[member.name] = cast(BinaryIO, part)
                 if member.mtime and (changed := _time(member.mtime)):
                     archive.changed[member.name] = changed
-                while room > 0 and (block := content.read(min(room, 1 << 20))):
-                    copy.write(block)
-                    room -= len(block)
-                copy.seek(0)
-                if room <= 0:
-                    archive.problem = f"larger than {LARGEST} bytes"
+                while room.left > 0 and (block := content.read(min(room.left, 1 << 20))):
+                    part.append(block)
+                    room.left -= len(block)
+                if room.left <= 0:
+                    archive.problem = f"it is larger than {LARGEST} bytes"
                     return
+            while room.left > 0 and (block := unpacked.read(min(room.left, 1 << 20))):
+                room.left -= len(block)  # an archive that is cut is noticed at its very end
         archive.complete = True
-    except (tarfile.TarError, EOFError, OSError, zlib.error, ValueError, OverflowError) as error:
+    except (tarfile.TarError, EOFError, OSError, zlib.error, ArithmeticError, RecursionError,
+            ValueError) as error:
         archive.problem = str(error) or type(error).__name__
-        for copy in archive.files.values():
-            copy.seek(0)

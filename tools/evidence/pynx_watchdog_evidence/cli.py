@@ -14,10 +14,11 @@ from contextlib import closing
 from datetime import datetime, timedelta
 from pathlib import Path
 
+from .archives import Room
 from .events import Event
 from .fleet import MOST_TOGETHER, Fleet, fleet_of, read_fleet
 from .fleetpage import write_fleet_page
-from .join import Complain, events_of
+from .join import MOST_HELD, Complain, events_of, held
 from .page import write_page
 from .reports import Row, Rows
 from .sources import logs_of
@@ -101,7 +102,8 @@ def _print_events(paths: Sequence[Path], complain: Complain) -> int:
 
 
 def _tell_story(options: argparse.Namespace, complain: Complain, failed: Sequence[Path]) -> int:
-    events = list(events_of(options.paths, complain))
+    events = list(held(events_of(options.paths, complain), Room(MOST_HELD), options.paths[0],
+                       complain))
     if events or not failed:
         if options.html:
             write_page(options.html, events, verdict(events), logs_of(events))

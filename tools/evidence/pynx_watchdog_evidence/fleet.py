@@ -16,6 +16,7 @@ from pathlib import Path
 from typing import TextIO
 
 from . import sources
+from .archives import Member
 from .incidents import UNKNOWN
 from .join import Complain
 from .reports import Row, Rows, read_report
@@ -60,10 +61,10 @@ def fleet_of(paths: Iterable[Path]) -> Fleet:
 def _device(archive: str) -> str | None:
     """The device that an archive is of; None if its first member is no manifest that tells it."""
     try:
-        with tarfile.open(archive, "r|gz") as tar:
+        with tarfile.open(archive, "r|gz", tarinfo=Member) as tar:
             first = tar.next()
             content = tar.extractfile(first) if first and first.name == "manifest.json" else None
-            found = json.loads(content.read(sources.LARGEST_TEXT)) if content else None
+            found = json.loads(content.read(sources.LARGEST_SMALL)) if content else None
     except (tarfile.TarError, EOFError, OSError, zlib.error, ValueError, RecursionError):
         return None
     return str(found["machine"]) if isinstance(found, dict) and found.get("machine") else None

@@ -10,12 +10,15 @@ from datetime import datetime, timedelta, timezone
 from pathlib import Path
 
 from . import sources
+from .archives import Room
 from .copies import mark_old_copies
 from .events import Event
 from .jumps import Jumps, with_jumps_by_uptime
 
 # Some system logs tell no parts of a second. The next start comes a second after an end.
 LATEST_IN_SECOND = timedelta(milliseconds=999)
+
+MOST_HELD = 200_000  # events and parts of events, where all have to be in memory
 
 Complain = Callable[[Path, str], None]
 
@@ -29,7 +32,20 @@ def events_of(paths: Iterable[Path], complain: Complain) -> Iterator[Event]:
     if len(logs) == 1 and not sources.is_archive(logs[0]):
         yield from _readable(logs[0], complain)
         return
-    yield from _in_order([list(_readable(file, complain)) for file in logs])
+    room = Room(MOST_HELD)
+    yield from _in_order([list(held(_readable(file, complain), room, file, complain))
+                          for file in logs])
+
+
+def held(events: Iterable[Event], room: Room, file: Path, complain: Complain) -> Iterator[Event]:
+    """As many of the events of a file as there is memory for. If that is not all, it is told."""
+    for event in events:
+        room.left -= 1 + sum(len(value) for value in event.fields.values()
+                             if isinstance(value, (list, dict)))
+        if room.left < 0:
+            complain(file, f"it has too many events: not more than about {MOST_HELD} are told")
+            return
+        yield event
 
 
 def _log_of(half: Path) -> Path:
@@ -41,7 +57,7 @@ def _readable(file: Path, complain: Complain) -> Iterator[Event]:
         yield from sources.read(file)
     except sources.Unreadable as error:
         complain(file, str(error))
-    except (ArithmeticError, LookupError, RecursionError, TypeError, ValueError) as error:
+    except sources.SURPRISES as error:
         # What a file holds may surprise the reader. The other files are read all the same.
         complain(file, f"it cannot be read to its end: {error or type(error).__name__}")
 

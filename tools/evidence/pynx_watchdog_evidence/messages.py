@@ -16,6 +16,8 @@ from .events import Event, possible
 from .jumps import LEAST, Readings, jump
 
 TAG = "pynx_watchdog"
+MOST_IN_SYSTEM_LOG = 300_000  # messages, which are more than the reader tells
+LONGEST_ENTRY = 1 << 20  # characters of a line of JSON
 LONGEST_UPTIME = 10 ** 10  # seconds; a text that tells more is wrong
 
 
@@ -88,18 +90,17 @@ def system_log(lines: Iterable[str], year: int) -> Iterator[Message]:
     found = []
     for number, line in enumerate(lines, 1):
         if match := _PREFIX.match(line):
-            found.append((number, match))
+            found.append((number, match["classic"], match["iso"], match["text"]))
+        if len(found) == MOST_IN_SYSTEM_LOG:
+            break
     times: list[datetime | None] = []
     later: datetime | None = None
-    for _, match in reversed(found):
-        if match["classic"]:
-            time = _classic(match["classic"], year, later)
-            later = time or later
-        else:
-            time = _iso(match["iso"])
+    for _, classic, iso, _ in reversed(found):
+        time = _classic(classic, year, later) if classic else _iso(iso)
+        later = (time or later) if classic else later
         times.append(time)
-    for (number, match), time in zip(found, reversed(times)):
-        yield Message(time, number, match["text"])
+    for (number, _, _, text), time in zip(found, reversed(times)):
+        yield Message(time, number, text)
 
 
 def _iso(text: str) -> datetime | None:
@@ -134,7 +135,7 @@ def journal_json(lines: Iterable[str]) -> Iterator[Message]:
     """The messages in the output of `journalctl -o json`."""
     for number, line in enumerate(lines, 1):
         try:
-            entry = json.loads(line)
+            entry = json.loads(line) if len(line) <= LONGEST_ENTRY else None
         except (ValueError, RecursionError):
             continue
         if isinstance(entry, dict):
@@ -197,7 +198,7 @@ def account(lines: Iterable[str]) -> Iterator[Message]:
     """The messages in the account of a simulated device."""
     for number, line in enumerate(lines, 1):
         try:
-            entry = json.loads(line)
+            entry = json.loads(line[:LONGEST_ENTRY])
             if entry["source"] in ("system log", "supervisor") and isinstance(entry["text"], str):
                 yield Message(possible(datetime.fromtimestamp(entry["wall"], timezone.utc)),
                               number, entry["text"], str(entry.get("boot")))
@@ -205,9 +206,15 @@ def account(lines: Iterable[str]) -> Iterator[Message]:
             continue
 
 
+_OTHER_PREFIX = re.compile(rf"(?:<\d+>)?(?:{_ISO}|{_CLASSIC}) [^ ]+ [^ \[\]:]+(?:\[\d+\])?: ")
+_OTHERS = 20  # lines of others that tell that a file is a system log
+
+
 def is_system_log(text: str) -> bool:
     """Whether a file that begins with `text` is a text of the system log."""
-    return any(_PREFIX.match(line) for line in text.split("\n"))
+    lines = text.split("\n")
+    return any(_PREFIX.match(line) for line in lines) \
+        or len(lines) > _OTHERS and all(_OTHER_PREFIX.match(line) for line in lines[:_OTHERS])
 
 
 def is_standard_error(text: str) -> bool:

@@ -9,20 +9,24 @@ import os
 import re
 from collections.abc import Callable, Iterable, Iterator
 from contextlib import ExitStack
-from dataclasses import dataclass
+from dataclasses import dataclass, field
 from datetime import datetime, timedelta, timezone
 from pathlib import Path
 from typing import Any, BinaryIO
 
 from . import messages, texts
-from .archives import Archive, open_archive
+from .archives import LARGEST, Archive, Room, open_archive
 from .events import Clock, Event, possible
 from .jumps import Readings
+from .log import blocks
 from .logevents import log_events
 from .snapshots import looks_like_snapshots, snapshots
 
 BEGINNING = 1 << 16  # bytes of a file that tell what it is
-LARGEST_TEXT = 1 << 26  # bytes that are read of what is no log
+LARGEST_EXPORT = 1 << 26  # bytes of an exported journal
+LARGEST_SMALL = 1 << 20  # bytes of a manifest, of snapshots and of the cause of a boot
+DEEPEST = 2  # archives in archives
+SURPRISES = (ArithmeticError, LookupError, RecursionError, TypeError, ValueError)
 ACCOUNT = "account.jsonl"  # of a simulated device
 GZIP = b"\x1f\x8b"  # the first bytes of an archive
 
@@ -103,9 +107,9 @@ class Log:
             return self._open_member()
         path = Path(self.name)
         with path.open("rb") as file:
-            is_log = _reader(path.name, file.read(BEGINNING)) is None
+            has_halves = _reader(path.name, file.read(BEGINNING)) in _OF_HALVES
         older = older_half(path)
-        halves = [older, path] if is_log and older.is_file() else [path]
+        halves = [older, path] if has_halves and older.is_file() else [path]
         return [half.open("rb") for half in halves]
 
     def _open_member(self) -> list[BinaryIO]:
@@ -120,9 +124,9 @@ class Log:
             if member not in archive.files:
                 raise FileNotFoundError(f"{self.name}: it is not in the archive")
             newer = archive.files.pop(member)
-            is_log = _reader(os.path.basename(member), newer.read(BEGINNING)) is None
+            reader = _reader(os.path.basename(member), newer.read(BEGINNING))
             newer.seek(0)
-            older = archive.files.pop(member + ".0", None) if is_log else None
+            older = archive.files.pop(member + ".0", None) if reader in _OF_HALVES else None
             return [older, newer] if older else [newer]
 
 
@@ -136,37 +140,33 @@ def logs_of(events: Iterable[Event]) -> list[Log]:
     return [Log(name) for name in sorted(names, key=lambda name: not names[name])]
 
 
+@dataclass
 class _Context:
-    """What is known about a file beforehand.
+    """What is known about a file beforehand."""
 
-    `latest` is when it was changed: in local time of the board where its offset from UTC is known.
-    """
-
-    def __init__(self, latest: datetime, offset: timedelta | None = None) -> None:
-        self.latest = latest
-        self.offset = offset
+    latest: datetime  # when it was changed, in local time of the board where `offset` is known
+    offset: timedelta | None = None  # of the board's time from UTC
+    room: Room = field(default_factory=lambda: Room(LARGEST))
+    depth: int = 0  # in how many archives it is
 
 
 def _read(source: str, name: str, streams: list[BinaryIO], context: _Context) -> Iterator[Event]:
-    """The events of a file. `streams` are the halves of a log, or one stream of anything else."""
+    """The events of a file. `streams` are its halves, the older one first, or it alone."""
     stream = streams[-1]
     beginning = stream.read(BEGINNING)
     stream.seek(0)
     if beginning.startswith(GZIP):
-        yield from _archive(source, name, stream)
+        yield from _archive(source, name, stream, context)
         return
     reader = _reader(name, beginning)
-    if reader is None:
-        yield from log_events(streams, source, Clock(context.offset))
-    else:
-        yield from reader(source, stream.read(LARGEST_TEXT), context)
+    yield from reader(source, streams if reader in _OF_HALVES else [stream], context)
 
 
-Reader = Callable[[str, bytes, _Context], Iterator[Event]]
+Reader = Callable[[str, list[BinaryIO], _Context], Iterator[Event]]
 
 
-def _reader(name: str, beginning: bytes) -> Reader | None:
-    """What reads a file with this beginning; None for a log."""
+def _reader(name: str, beginning: bytes) -> Reader:
+    """What reads a file with this beginning. Most of all that is a log."""
     text = beginning.decode(errors="replace")
     if name == ACCOUNT:
         return _account
@@ -183,39 +183,57 @@ def _reader(name: str, beginning: bytes) -> Reader | None:
     if messages.is_standard_error(text) and not any(
             line.pattern.search(beginning) for line in texts.LOG_TEXTS):
         return _standard_error
-    return None
+    return _log
 
 
-def _lines(data: bytes) -> list[str]:
-    return data.decode(errors="replace").split("\n")
+def _lines(streams: list[BinaryIO]) -> Iterator[str]:
+    for block in blocks(streams):
+        yield from block.decode(errors="replace").removesuffix("\n").split("\n")
 
 
-def _account(source: str, data: bytes, _context: _Context) -> Iterator[Event]:
-    return messages.message_events(messages.account(_lines(data)), source)
+def _all(stream: BinaryIO, largest: int) -> bytes:
+    """The content of a file that is not larger. Raises Unreadable."""
+    data = stream.read(largest + 1)
+    if len(data) > largest:
+        raise Unreadable(f"it is larger than {largest} bytes")
+    return data
 
 
-def _journal_export(source: str, data: bytes, _context: _Context) -> Iterator[Event]:
+def _log(source: str, streams: list[BinaryIO], context: _Context) -> Iterator[Event]:
+    return log_events(streams, source, Clock(context.offset))
+
+
+def _account(source: str, streams: list[BinaryIO], _context: _Context) -> Iterator[Event]:
+    return messages.message_events(messages.account(_lines(streams)), source)
+
+
+def _journal_export(source: str, streams: list[BinaryIO], _context: _Context) -> Iterator[Event]:
+    data = _all(streams[-1], LARGEST_EXPORT)
     return messages.message_events(messages.journal_export(data), source)
 
 
-def _journal_json(source: str, data: bytes, _context: _Context) -> Iterator[Event]:
-    return messages.message_events(messages.journal_json(_lines(data)), source)
+def _journal_json(source: str, streams: list[BinaryIO], _context: _Context) -> Iterator[Event]:
+    return messages.message_events(messages.journal_json(_lines(streams)), source)
 
 
-def _system_log(source: str, data: bytes, context: _Context) -> Iterator[Event]:
-    return messages.message_events(messages.system_log(_lines(data), context.latest.year), source)
+def _system_log(source: str, streams: list[BinaryIO], context: _Context) -> Iterator[Event]:
+    found = messages.system_log(_lines(streams), context.latest.year)
+    return messages.message_events(found, source)
 
 
-def _standard_error(source: str, data: bytes, _context: _Context) -> Iterator[Event]:
-    return messages.message_events(messages.standard_error(_lines(data)), source)
+def _standard_error(source: str, streams: list[BinaryIO], _context: _Context) -> Iterator[Event]:
+    return messages.message_events(messages.standard_error(_lines(streams)), source)
+
+
+_OF_HALVES = (_log, _system_log, _standard_error, _journal_json, _account)
 
 
 _BOOT_FIELDS = ("boot_id", "last_boot_id", "last_boot_time", "end_reason", "end_time",
                 "panic_record", "bootstatus", "fail", "boot_count")
 
 
-def _boot_cause(source: str, data: bytes, _context: _Context) -> Iterator[Event]:
-    lines = _lines(data.rstrip())
+def _boot_cause(source: str, streams: list[BinaryIO], _context: _Context) -> Iterator[Event]:
+    lines = _all(streams[-1], LARGEST_SMALL).decode(errors="replace").rstrip().split("\n")
     try:
         found = json.loads(lines[-1])
     except (ValueError, RecursionError):
@@ -231,8 +249,8 @@ def _boot_cause(source: str, data: bytes, _context: _Context) -> Iterator[Event]
     yield Event("message", _noted(found.get("time")), source, 1, fields, boot and ("boot", boot))
 
 
-def _snapshots(source: str, data: bytes, context: _Context) -> Iterator[Event]:
-    found = list(snapshots(data.decode(errors="replace")))
+def _snapshots(source: str, streams: list[BinaryIO], context: _Context) -> Iterator[Event]:
+    found = list(snapshots(_all(streams[-1], LARGEST_SMALL).decode(errors="replace")))
     # The snapshots have no date. The last was taken shortly before the file was written, and the
     # others shortly before it. The offset of the board's time may not be known, and the clock may
     # have been set, so each is of the day that brings it nearest.
@@ -255,8 +273,10 @@ def _snapshots(source: str, data: bytes, context: _Context) -> Iterator[Event]:
                     ("snapshot", snapshot.text))
 
 
-def _archive(source: str, name: str, stream: BinaryIO) -> Iterator[Event]:
-    with open_archive(stream, name) as archive:
+def _archive(source: str, name: str, stream: BinaryIO, context: _Context) -> Iterator[Event]:
+    if context.depth == DEEPEST:
+        raise Unreadable("it is an archive in an archive in an archive")
+    with open_archive(stream, name, context.room) as archive:
         manifest = _manifest(archive)
         made = _made(manifest)
         fields: dict[str, Any] = {"name": archive.name, "members": archive.members,
@@ -275,15 +295,22 @@ def _archive(source: str, name: str, stream: BinaryIO) -> Iterator[Event]:
             lines = [line for line in journal if isinstance(line, str)]
             yield from messages.message_events(
                 messages.system_log(lines, latest.year), f"{source}!manifest.json")
+        problems = []
         for member, file in archive.files.items():
             older = archive.files.get(member + ".0")
             if member == "manifest.json" or member.endswith(".0") and member[:-2] in archive.files:
                 continue
             changed = archive.changed.get(member, latest)  # in UTC or with its offset
-            context = _Context(changed.astimezone(timezone(offset or timedelta()))
-                               .replace(tzinfo=None), offset)
-            yield from _read(f"{source}!{member}", os.path.basename(member),
-                             [older, file] if older else [file], context)
+            local = changed.astimezone(timezone(offset or timedelta())).replace(tzinfo=None)
+            try:
+                yield from _read(f"{source}!{member}", os.path.basename(member),
+                                 [older, file] if older else [file],
+                                 _Context(local, offset, context.room, context.depth + 1))
+            except (Unreadable, *SURPRISES) as error:
+                problems.append(f"{member}: {error or type(error).__name__}")
+        if problems:
+            more = f", and {len(problems) - 3} more" if len(problems) > 3 else ""
+            raise Unreadable("; ".join(problems[:3]) + more)
 
 
 def _manifest(archive: Archive) -> dict[str, Any] | None:
@@ -291,8 +318,9 @@ def _manifest(archive: Archive) -> dict[str, Any] | None:
     if file is None:
         return None
     try:
-        manifest = json.loads(file.read(LARGEST_TEXT))
-    except (ValueError, RecursionError):
+        manifest = json.loads(_all(file, LARGEST_SMALL))
+    except (Unreadable, ValueError, RecursionError):
+        archive.problem = archive.problem or "its manifest cannot be read"
         return None
     return manifest if isinstance(manifest, dict) else None
 
