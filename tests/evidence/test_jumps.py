@@ -122,6 +122,17 @@ def test_one_jump_in_several_sources_is_told_once_and_the_order_is_kept(tmp_path
         "clock set back by 40 min or more, or summer time has begun or ended"]
 
 
+def test_two_jumps_that_another_source_sees_as_one_are_two(tmp_path: Path) -> None:
+    events = in_directory(
+        tmp_path, messages=end("14:00:00", 1) + end("11:30:00", 1),
+        log="".join(map(start, ("14:00:01.000", "12:00:01.000", "12:00:09.000", "11:30:02.000",
+                                "11:30:12.000"))))
+    assert sorted(event.fields["clock_set"] for event in events if "clock_set" in event.fields) \
+        == [-7200, -1809]
+    assert [event.kind for event in events if event.kind in ("start", "end")] \
+        == ["end", "start", "start", "start", "end", "start", "start"]
+
+
 @pytest.mark.parametrize("uptime, expected", [
     (600, []), (560, []), (607, ["clock set back by 7 s"]), (60, ["clock set forward by 9 min"]),
     (4200, ["clock set back by 60 min, or summer time has begun or ended"]), (-3, []),

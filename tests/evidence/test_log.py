@@ -163,6 +163,12 @@ def test_what_has_no_time_of_its_own_has_that_of_the_time_line_before() -> None:
     assert times(text)[1] == "2026-11-22T12:00:07+02:00"
 
 
+def test_a_late_alarm_and_a_clock_that_was_set_tell_no_offset() -> None:
+    text = time_line("10:00:00") + start("12:00:00") + time_line("08:00:04") \
+        + ALARM.replace(b"12:00:01", b"12:00:03").replace(b"12:00:00", b"12:00:02")
+    assert times(text)[-1] == "2026-11-22T12:00:03.012000+02:00"
+
+
 def test_the_offset_may_change() -> None:
     text = time_line("10:00:00") + start("12:00:00") + time_line("11:00:00") + start("12:00:00")
     assert times(text) == ["2026-11-22T12:00:00.500000+02:00", "2026-11-22T12:00:00.500000+01:00"]

@@ -145,7 +145,7 @@ def _read(file: BinaryIO, archive: Archive, room: Room) -> None:
     store = _Store()
     try:
         with gzip.GzipFile(fileobj=file) as unpacked, \
-                tarfile.open(fileobj=unpacked, mode="r|", tarinfo=Member) as tar:
+                tarfile.open(fileobj=cast(BinaryIO, unpacked), mode="r|", tarinfo=Member) as tar:
             for member in tar:
                 if len(archive.members) >= MOST_MEMBERS:
                     archive.problem = f"it has more than {MOST_MEMBERS} members"

@@ -78,8 +78,13 @@ class Clock:
         gmt = self._gmt.replace(tzinfo=timezone.utc)
         return gmt if self.offset is None else gmt.astimezone(timezone(self.offset))
 
-    def local(self, text: str, begins_line: bool = True) -> datetime | None:
-        """The local time `text`, such as "2026-11-22 10:00:00.123"; None if it is no time."""
+    def local(self, text: str, begins_line: bool = True, *,
+              may_be_late: bool = False) -> datetime | None:
+        """The local time `text`, such as "2026-11-22 10:00:00.123"; None if it is no time.
+
+        If its line may have been written late, the clock may have been set meanwhile. Then only a
+        change of summer time is believed.
+        """
         try:
             time = possible(datetime.fromisoformat(text))
         except ValueError:
@@ -89,6 +94,8 @@ class Clock:
         is_new, self._is_new = self._is_new, False
         if is_new and self._gmt and begins_line:
             offset = round((time - self._gmt) / self.STEP) * self.STEP
-            if abs(time - self._gmt - offset) < self.APART and abs(offset) <= self.FARTHEST:
+            changes = self.offset is not None and abs(offset - self.offset) > timedelta(hours=1)
+            if abs(time - self._gmt - offset) < self.APART and abs(offset) <= self.FARTHEST \
+                    and not (may_be_late and changes):
                 self.offset = offset
         return time if self.offset is None else time.replace(tzinfo=timezone(self.offset))

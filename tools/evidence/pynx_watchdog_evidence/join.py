@@ -76,7 +76,7 @@ def _in_order(found: list[list[Event]]) -> Iterator[Event]:
         latest[event.source] = max(before, place)
         placed.append((latest[event.source], event))
     placed.sort(key=lambda place: place[0])
-    events = list(with_jumps_by_uptime(_once((event for _, event in placed), jumps)))
+    events = list(with_jumps_by_uptime(_once((event for _, event in placed), jumps), jumps))
     mark_old_copies(events)
     yield from events
 

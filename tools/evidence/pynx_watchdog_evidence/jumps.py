@@ -74,24 +74,6 @@ class Readings:
             self._latest[time.tzinfo is None] = time
 
 
-def with_jumps_by_uptime(events: Iterable[Event]) -> Iterator[Event]:
-    """The events, and where an end tells another time since the start than the clock."""
-    start: Event | None = None
-    for event in events:
-        if event.kind == "start":
-            start = event
-        elif event.kind == "reboot" or "clock_set" in event.fields:
-            start = None
-        elif event.kind == "end":
-            if start and start.time and event.time and event.fields["uptime"] >= 0 \
-                    and (start.time.tzinfo is None) == (event.time.tzinfo is None):
-                size = event.time - start.time - timedelta(seconds=event.fields["uptime"])
-                if size < -LEAST or size > SLOW_END:
-                    yield jump(event.source, event.line, start.time, event.time, size)
-            start = None
-        yield event
-
-
 @dataclass(eq=False)
 class _Jump:
     """A jump as all its sources know it. Times are in UTC."""
@@ -104,21 +86,26 @@ class _Jump:
     archives: set[str] = field(default_factory=set)  # that have one of these sources
     was_told: bool = False
 
-    def takes(self, other: _Jump, source: str) -> bool:
-        """Whether `other`, which another source tells, is this jump. It is then taken in."""
+    def fits(self, other: _Jump, source: str) -> bool:
+        """Whether `other`, which another source tells, can be this jump."""
         low, high = sorted((self.before, self.after))
         other_low, other_high = sorted((other.before, other.after))
-        if source in self.sources or other_low > high or low > other_high \
-                or (self.size < _NONE) != (other.size < _NONE) \
-                or self.is_exact and other.is_exact and abs(self.size - other.size) > 2 * LEAST:
-            return False
+        return source not in self.sources and other_low <= high and low <= other_high \
+            and (self.size < _NONE) == (other.size < _NONE) \
+            and not (self.is_exact and other.is_exact and abs(self.size - other.size) > 2 * LEAST)
+
+    def take(self, other: _Jump) -> None:
+        """Take in what another source tells of this jump."""
+        if other.is_exact and not self.is_exact:
+            self.size, self.is_exact = other.size, True
+        self.widen(other.before, other.after)
+
+    def widen(self, before: datetime, after: datetime) -> None:
+        """Take in other times before and after it."""
         if self.size < _NONE:
-            self.before, self.after = max(self.before, other.before), min(self.after, other.after)
+            self.before, self.after = max(self.before, before), min(self.after, after)
         if not self.is_exact:
-            self.size = other.size if other.is_exact else self.after - self.before
-            self.is_exact = other.is_exact
-        self.add(source)
-        return True
+            self.size = self.after - self.before
 
     def add(self, source: str) -> None:
         """Add one of its sources."""
@@ -132,10 +119,12 @@ class Jumps:
     def __init__(self, events: Iterable[Event], utc: Callable[[datetime], datetime]) -> None:
         self._utc = utc
         self._jumps: list[_Jump] = []
-        self._of: dict[int, _Jump] = {}  # by the identity of the event
+        self._of: dict[int, list[_Jump]] = {}  # by the identity of the event
         self._passed: dict[str, list[_Jump]] = {}
-        for event in events:
-            if "clock_set" in event.fields and len(self._jumps) < MOST:
+        told = [event for event in events if "clock_set" in event.fields]
+        # A source that tells little may have seen several jumps as one.
+        for event in sorted(told, key=lambda event: abs(float(event.fields["clock_set"]))):
+            if len(self._jumps) < MOST:
                 self._add(event)
         self._back = [jump for jump in self._jumps if jump.size < _NONE]
 
@@ -144,19 +133,25 @@ class Jumps:
         found = _Jump(self._utc(datetime.fromisoformat(known["clock_before"])),
                       self._utc(datetime.fromisoformat(known["clock_after"])),
                       timedelta(seconds=known["clock_set"]), known["clock_exact"])
-        for earlier in self._jumps:
-            if earlier.takes(found, event.source):
-                self._of[id(event)] = earlier
-                return
-        found.add(event.source)
-        self._jumps.append(found)
-        self._of[id(event)] = found
+        same = [jump for jump in self._jumps if jump.fits(found, event.source)]
+        if len(same) == 1:
+            same[0].take(found)
+        elif same:
+            first = max(same, key=lambda jump: jump.before)
+            first.widen(found.before, first.after)
+            last = min(same, key=lambda jump: jump.after)
+            last.widen(last.before, found.after)
+        else:
+            same = [found]
+            self._jumps.append(found)
+        for one in same:
+            one.add(event.source)
+        self._of[id(event)] = same
 
     def place(self, event: Event) -> datetime | None:
         """When the event was, by a clock that is never set back. All are asked for, in order."""
         passed = self._passed.setdefault(event.source, [])
-        if id(event) in self._of:
-            passed.append(self._of[id(event)])
+        passed += self._of.get(id(event), [])
         if event.time is None:
             return None
         time = self._utc(event.time)
@@ -168,10 +163,36 @@ class Jumps:
 
     def is_first(self, event: Event) -> bool:
         """Whether this is no jump that was told already. It gets what all sources know of it."""
-        known = self._of.get(id(event))
-        if known is None:
+        jumps = self._of.get(id(event))
+        if jumps is None:
             return True
-        is_first, known.was_told = not known.was_told, True
-        event.fields |= _fields(known.size, known.is_exact, bool(event.time and not
-                                                                 event.time.tzinfo))
-        return is_first
+        if len(jumps) > 1 or jumps[0].was_told:
+            return False
+        jumps[0].was_told = True
+        event.fields |= _fields(jumps[0].size, jumps[0].is_exact,
+                                bool(event.time and not event.time.tzinfo))
+        return True
+
+    def knows(self, before: datetime, after: datetime, size: timedelta) -> bool:
+        """Whether a jump is known that this one can be."""
+        found = _Jump(self._utc(before), self._utc(after), size, False)
+        return any(jump.fits(found, "") for jump in self._jumps)
+
+
+def with_jumps_by_uptime(events: Iterable[Event], jumps: Jumps) -> Iterator[Event]:
+    """The events, and where an end tells another time since the start than the clock."""
+    start: Event | None = None
+    for event in events:
+        if event.kind == "start":
+            start = event
+        elif event.kind == "reboot" or "clock_set" in event.fields:
+            start = None
+        elif event.kind == "end":
+            if start and start.time and event.time and event.fields["uptime"] >= 0 \
+                    and (start.time.tzinfo is None) == (event.time.tzinfo is None):
+                size = event.time - start.time - timedelta(seconds=event.fields["uptime"])
+                if (size < -LEAST or size > SLOW_END) and not jumps.knows(
+                        start.time, event.time, size):
+                    yield jump(event.source, event.line, start.time, event.time, size)
+            start = None
+        yield event

@@ -140,7 +140,8 @@ _SINGLE: dict[str, dict[str, Callable[[str], Any]]] = {
 
 def _event(line: Line, source: str, clock: Clock) -> Event:
     text = line.fields.get("time")
-    time = clock.last_time_line() if text is None else clock.local(text, line.is_whole)
+    time = clock.last_time_line() if text is None else \
+        clock.local(text, line.is_whole, may_be_late=line.kind == "alarm")
     found = {name: read(line.fields[name]) if name in line.fields else None
              for name, read in _SINGLE[line.kind].items()}
     return Event(line.kind, time, source, line.number, found)

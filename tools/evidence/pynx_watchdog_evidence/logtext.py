@@ -73,7 +73,8 @@ def marks(streams: list[BinaryIO], clock: Clock) -> Iterator[Mark]:
             time = clock.last_time_line()
         elif line.kind not in ("interval", "load", "thread total", "thread"):
             # The lines of an alarm have earlier times than its first line.
-            time = clock.local(line.fields.get("time", ""), line.is_whole)
+            time = clock.local(line.fields.get("time", ""), line.is_whole,
+                               may_be_late=line.kind == "alarm")
         if time:
             yield line.number, time
 
