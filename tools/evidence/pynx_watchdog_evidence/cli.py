@@ -27,6 +27,8 @@ from .store import Store, Unusable
 from .table import tables
 from .verdict import CERTAIN, verdict
 
+INTERRUPTED = 130  # the exit status, as a shell has it
+
 
 def main(arguments: Sequence[str] | None = None) -> int:
     """Read what the command line names, and print what happened. Returns the exit status."""
@@ -52,6 +54,8 @@ def main(arguments: Sequence[str] | None = None) -> int:
     except BrokenPipeError:
         sys.stderr.close()
         return 0
+    except KeyboardInterrupt:
+        return INTERRUPTED
     except (OSError, sqlite3.Error, Unusable, Failed) as error:
         print(f"pynx-watchdog-evidence: {error}", file=sys.stderr)
         return 1

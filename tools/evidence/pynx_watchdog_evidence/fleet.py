@@ -19,7 +19,7 @@ from . import sources
 from .archives import Member
 from .incidents import UNKNOWN
 from .join import Complain
-from .reports import Row, Rows, read_report
+from .reports import Report, Row, Rows, read_report
 from .spread import Pool
 from .store import Store
 
@@ -76,13 +76,16 @@ def read_fleet(fleet: Fleet, store: Store, pool: Pool, complain: Complain, rows:
 
     Returns how many reports could be read. Raises Failed.
     """
+    def lost(job: tuple[str, list[str], Rows], reason: str) -> Report:
+        return Report(job[0], complaints=[(job[0], reason)])
+
     found = 0
     with Progress(len(fleet.archives) + len(fleet.others)) as progress:
         jobs = (((archive, [archive], rows) for archive in fleet.archives),
                 ((owner, files, rows) for owner, files in fleet.others.items()))
         # Files beside archives come after them, because only archives tell of which device.
         for kind in jobs:
-            for report in pool.results(read_report, kind):
+            for report in pool.results(read_report, kind, lost):
                 progress.step()
                 if report.problem:
                     report.complaints.append((report.path, f"not whole: {report.problem}"))

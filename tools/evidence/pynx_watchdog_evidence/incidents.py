@@ -57,8 +57,9 @@ def incidents(events: Sequence[Event]) -> Iterator[Incident]:
         if at in causes:
             cause = causes[at]
             identity = cause.identity or event.identity or (event.source, event.line)
+            text = cause.text if event.kind == "archive" else describe(event)
             yield Incident(cause.text[:LONGEST], program, cause.certainty, time, event.source,
-                           event.line, sentences.get(at, describe(event)), repr(identity))
+                           event.line, sentences.get(at, text), repr(identity))
         if event.kind == "start":  # after it, because a start can tell of the end before it
             program = _program(event)
 

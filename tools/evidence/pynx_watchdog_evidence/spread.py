@@ -5,13 +5,14 @@
 from __future__ import annotations
 
 import importlib
+import logging
 import os
 import shutil
 import signal
 import tempfile
 from collections import deque
 from collections.abc import Callable, Iterable, Iterator
-from concurrent.futures import BrokenExecutor, CancelledError, Executor, ProcessPoolExecutor
+from concurrent.futures import BrokenExecutor, CancelledError, Executor, Future, ProcessPoolExecutor
 from contextlib import contextmanager
 from pathlib import Path
 from typing import Any, TypeVar
@@ -22,6 +23,7 @@ WORKERS_WITHIN = 10  # seconds
 CHECK = 15  # seconds without a result, after which it is looked whether there is a worker
 
 Result = TypeVar("Result")
+Job = TypeVar("Job", bound=tuple[Any, ...])
 
 
 class Failed(Exception):
@@ -31,26 +33,67 @@ class Failed(Exception):
 class Pool:
     """Processes that do jobs: as many at once as there are processors."""
 
-    def __init__(self, executor: Executor, size: int, has_workers: Callable[[], bool]) -> None:
+    def __init__(self, executor: Executor, size: int,
+                 has_workers: Callable[[], bool] = lambda: True) -> None:
         self._executor = executor
         self._size = size
         self._has_workers = has_workers
 
-    def results(self, work: Callable[..., Result],
-                jobs: Iterable[tuple[Any, ...]]) -> Iterator[Result]:
-        """What `work` returns for each of the jobs, in their order. Raises Failed."""
-        waiting: deque[Any] = deque()
-        try:
-            for job in jobs:
-                waiting.append(self._executor.submit(work, *job))
-                if len(waiting) >= self._size * AHEAD:
-                    yield self._result(waiting.popleft())
-            while waiting:
-                yield self._result(waiting.popleft())
-        except BrokenExecutor as error:
-            raise Failed("a process that reads was killed") from error
+    def results(self, work: Callable[..., Result], jobs: Iterable[Job],
+                lost: Callable[[Job, str], Result]) -> Iterator[Result]:
+        """What `work` returns for each of the jobs, in their order.
 
-    def _result(self, future: Any) -> Any:
+        Where it cannot be done it is what `lost` returns, which is told why. Raises Failed.
+        """
+        waiting: deque[tuple[Job, Future[Result]]] = deque()
+        for job in jobs:
+            waiting.append((job, self._submit(work, job)))
+            if len(waiting) >= self._size * AHEAD:
+                yield from self._next(work, waiting, lost)
+        while waiting:
+            yield from self._next(work, waiting, lost)
+
+    def close(self) -> None:
+        """End what is under way."""
+        self._executor.shutdown(cancel_futures=True)
+
+    def _submit(self, work: Callable[..., Result], job: Job) -> Future[Result]:
+        try:
+            return self._executor.submit(work, *job)
+        except BrokenExecutor as error:  # as if it had broken now
+            future: Future[Result] = Future()
+            future.set_exception(error)
+            return future
+
+    def _next(self, work: Callable[..., Result], waiting: deque[tuple[Job, Future[Result]]],
+              lost: Callable[[Job, str], Result]) -> Iterator[Result]:
+        job, future = waiting.popleft()
+        try:
+            yield self._outcome(job, future, lost)
+        except BrokenExecutor:
+            # A process was killed, which costs all jobs that were given out. One after the other,
+            # they show which of them it was.
+            again = [job, *(job for job, _ in waiting)]
+            waiting.clear()
+            for job in again:
+                self._executor = _processes(1)
+                try:
+                    yield self._outcome(job, self._submit(work, job), lost)
+                except BrokenExecutor:
+                    yield lost(job, "the process that read it was killed")
+                self._executor.shutdown()
+            self._executor = _processes(self._size)
+
+    def _outcome(self, job: Job, future: Future[Result],
+                 lost: Callable[[Job, str], Result]) -> Result:
+        try:
+            return self._result(future)
+        except (BrokenExecutor, Failed):
+            raise
+        except Exception as error:  # whatever it is, it costs this job alone
+            return lost(job, f"it could not be read: {type(error).__name__}: {error}")
+
+    def _result(self, future: Future[Result]) -> Result:
         while True:
             try:
                 return future.result(timeout=CHECK)
@@ -72,13 +115,17 @@ def open_pool(scheduler: str | None) -> Iterator[Pool]:
             yield pool
         return
     size = len(os.sched_getaffinity(0))
-    # The key that interrupts goes to all processes; only the first one has to act on it.
-    executor = ProcessPoolExecutor(size, initializer=signal.signal,
-                                   initargs=(signal.SIGINT, signal.SIG_IGN))
+    pool = Pool(_processes(size), size)
     try:
-        yield Pool(executor, size, lambda: True)
+        yield pool
     finally:
-        executor.shutdown(cancel_futures=True)
+        pool.close()
+
+
+def _processes(number: int) -> Executor:
+    # The key that interrupts goes to all processes; only the first one has to act on it.
+    return ProcessPoolExecutor(number, initializer=signal.signal,
+                               initargs=(signal.SIGINT, signal.SIG_IGN))
 
 
 @contextmanager
@@ -87,6 +134,8 @@ def _workers(address: str) -> Iterator[Pool]:
         distributed: Any = importlib.import_module("distributed")
     except ImportError as error:
         raise Failed("--scheduler needs Dask: install python3-distributed") from error
+    # On a busy machine Dask drops a future when it closes, of which asyncio would complain.
+    logging.getLogger("asyncio").setLevel(logging.CRITICAL)
     try:
         client = distributed.Client(address, timeout=REACHED_WITHIN, set_as_default=False)
     except (OSError, ValueError) as error:
