@@ -103,6 +103,17 @@ class Browser:
         return bool(self.js("return document.querySelector(arguments[0]).checkVisibility()",
                             selector))
 
+    def violations(self, rules: str) -> list[tuple[str, str, list[str]]]:
+        """What the rules of accessibility find wrong with the page: rule, impact and elements."""
+        self.js(rules)
+        result = self.driver.execute_async_script(
+            "const done = arguments[arguments.length - 1];"
+            "axe.run().then(result => done(result), error => done(String(error)))")
+        assert isinstance(result, dict), result
+        assert len(result["passes"]) > 20
+        return [(finding["id"], finding["impact"], [node["html"] for node in finding["nodes"]])
+                for finding in result["violations"]]
+
     def complaints(self) -> list[str]:
         """What the browser has written to its console."""
         return [entry["message"] for entry in self.driver.get_log("browser")]
