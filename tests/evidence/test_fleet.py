@@ -20,7 +20,8 @@ import pytest
 
 from fleets import Facts, make_fleet, pack
 from test_command_line import PROGRAM, run, start
-from pynx_watchdog_evidence.store import DIMENSIONS
+from pynx_watchdog_evidence.store import DIMENSIONS, Count
+from pynx_watchdog_evidence.table import trend
 
 
 @pytest.fixture(name="fleet", scope="module")
@@ -86,6 +87,26 @@ def test_the_tables_are_printed(fleet: tuple[Path, Counter[Facts]]) -> None:
         for value, number in expected.items():
             line = next(line for line in table.splitlines() if line.startswith(f"{value}  "))
             assert int(line[len(value):].split()[0]) == number
+
+
+@pytest.mark.parametrize("total, newest, before, told", [
+    (9, 0, 0, ""), (9, 3, 3, "same"), (9, 6, 3, "+100%"), (9, 1, 3, "-67%"), (9, 0, 3, "gone"),
+    (9, 3, 0, "back"), (9, 9, 0, "new")])
+def test_a_trend_compares_the_newest_weeks_with_those_before(
+        total: int, newest: int, before: int, told: str) -> None:
+    assert trend(Count("cause", total, 1, "", "", newest, before)) == told
+
+
+def test_weeks_without_incidents_and_wrong_clocks(tmp_path: Path) -> None:
+    for number, time in enumerate((1750000000000, 1752000000000, 1262000000000, 99000000000000)):
+        report(tmp_path / f"report-a-{time}.tar.gz", str(number))
+    tables = run(tmp_path).stdout.split("\n\n")
+    assert tables[0] == ("4 incidents on 4 devices, told by 4 reports, 2025-W24 to 2025-W28")
+    cause = tables[1].splitlines()
+    assert "newest 2 weeks  2 before" in cause[0]
+    assert cause[1].split()[3:] == ["4", "4", "2025-W24", "2025-W28", "1", "0", "back", "█", "█"]
+    assert [line.split()[:2] for line in tables[6].splitlines()[1:]] == [
+        ["2025-W24", "1"], ["2025-W28", "1"], ["unknown", "2"]]
 
 
 # -- what is a fleet ------------------------------------------------------------------------------

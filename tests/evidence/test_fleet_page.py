@@ -15,6 +15,7 @@ from selenium.webdriver.common.keys import Keys
 
 from browser import Browser, accessibility_rules
 from fleets import Facts, make_fleet, pack
+from test_command_line import run
 from test_page import (
     HOSTILE, alarm, assert_refers_to_nothing_outside, data_of, write_page)
 from pynx_watchdog_evidence import fleetpage
@@ -92,6 +93,16 @@ def test_the_tables_have_all_that_happened(
         assert {value: (int(cells[0]), int(cells[1])) for value, cells in
                 rows(browser, dimension).items()} == {
             value: (number, len(devices[value])) for value, number in expected.items()}
+
+
+def test_the_tables_are_those_that_are_printed(
+        browser: Browser, happened: tuple[Path, Counter[Facts]]) -> None:
+    printed = run(happened[0].parent / "archives").stdout.split("\n\n")[1].splitlines()[1:]
+    shown = rows(browser, "cause")
+    assert list(shown) == [line.split("  ")[0] for line in printed]
+    for line, (value, cells) in zip(printed, shown.items()):
+        expected = line[len(value):].replace("-", "−").split()
+        assert [cell.replace("-", "−") for cell in cells[:7]] == expected[:7]
 
 
 def test_a_choice_narrows_the_page_and_is_in_the_address(

@@ -230,9 +230,10 @@ function drawWeeks(numbers) {
             makeSvg("title", {}, `${week}: ${count(found[at], "incident")}`),
             makeSvg("rect", {class: "reach", x, width: step, y: 0, height: CHART_HEIGHT}),
             bar(x, step * 0.8, found[at] / most, CHART_HEIGHT, {class: isShown ? "" : "pale"})));
-        if (at % labels === 0)
-            parts.push(makeSvg("text", {class: "tick", x: x + step * 0.4, y: CHART_HEIGHT + 28,
-                "text-anchor": step < 40 && at === 0 ? "start" : "middle"}, week));
+        // Where the bars are narrow, a label begins at its bar, so that the first one has room.
+        if (at % labels === 0 && (step >= 70 || x + 70 <= left + width))
+            parts.push(makeSvg("text", {class: "tick", x: step < 70 ? x : x + step * 0.4,
+                y: CHART_HEIGHT + 28, "text-anchor": step < 70 ? "start" : "middle"}, week));
     });
     byId("weeks").setAttribute("height", CHART_HEIGHT + 34);
     byId("weeks").replaceChildren(...parts);
