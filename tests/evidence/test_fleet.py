@@ -167,6 +167,13 @@ def test_files_that_are_no_evidence_are_no_reports(tmp_path: Path) -> None:
     assert ", told by 2 reports" in run(tmp_path).stdout.splitlines()[0]
 
 
+def test_files_without_any_evidence_are_an_empty_fleet(tmp_path: Path) -> None:
+    (tmp_path / "README").write_text("nothing of the supervisor's\n")
+    result = run("--database", tmp_path / "db", "--html", tmp_path / "page.html", tmp_path)
+    assert (result.returncode, result.stdout, result.stderr) == (0, "", "")
+    assert (tmp_path / "page.html").is_file() and not incidents(sqlite3.connect(tmp_path / "db"))
+
+
 # -- how it is told -------------------------------------------------------------------------------
 
 

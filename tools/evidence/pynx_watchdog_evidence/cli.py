@@ -45,7 +45,7 @@ def main(arguments: Sequence[str] | None = None) -> int:
     try:
         fleet = fleet_of(options.paths)
         if options.database or options.scheduler or not fleet.is_one_story():
-            found = _tell_fleet(fleet, options, complain)
+            found = _tell_fleet(fleet, options, complain, failed)
         elif options.jsonl:
             found = _print_events(options.paths, complain)
         else:
@@ -116,7 +116,8 @@ def _tell_story(options: argparse.Namespace, complain: Complain, failed: Sequenc
     return len(events)
 
 
-def _tell_fleet(fleet: Fleet, options: argparse.Namespace, complain: Complain) -> int:
+def _tell_fleet(fleet: Fleet, options: argparse.Namespace, complain: Complain,
+                failed: Sequence[Path]) -> int:
     tomorrow = datetime.now() + timedelta(days=1)
     rows = Rows.WHOLE if options.jsonl else Rows.SHORT if options.database else Rows.NONE
 
@@ -128,9 +129,11 @@ def _tell_fleet(fleet: Fleet, options: argparse.Namespace, complain: Complain) -
         with open_pool(options.scheduler) as pool:
             found = read_fleet(fleet, store, pool, complain, rows, take)
         store.commit()
-        if found and options.html:
+        if failed and not found:
+            return 0
+        if options.html:
             write_fleet_page(options.html, store)
-        elif found and rows == Rows.NONE:
+        elif rows == Rows.NONE:
             for line in tables(store):
                 print(line)
     return found

@@ -150,7 +150,7 @@ def _of_archive(events: Sequence[Event], at: int, requested: set[str],
         told = any(event.kind == "reboot" for event in events)
         return None if told and not boot else _reboot(REBOOTS[name], boot)
     if name == CRASH:
-        # What is not told by a message has the time of the archive at most.
+        # A crash that is concluded from a start is this archive's, whatever the clock told.
         is_told = any(events[crash].kind == "start" or _is_soon(events[crash], archive)
                       for crash in crashes)
         return None if is_told else UNTOLD_CRASH
