@@ -72,6 +72,10 @@ def in_directory(directory: Path, **files: str) -> list[Event]:
     (start("12:00:30.000") + alarm(("12:00:01.000", 1000)), []),
     (start("12:05:30.000") + alarm(("12:00:01.000", 1000)),
      [(4, "clock set back by 5 min or more, or summer time has begun or ended")]),
+    # Such an alarm, and a clock that was set forward before it was written.
+    (time_line("12:10:05") + alarm(("12:00:01.000", 1000)) + time_line("12:10:06"), []),
+    (start("12:10:05.000") + alarm(("12:00:01.000", 1000)) + alarm(("12:02:01.000", 1000)),
+     [(7, "clock set back by 8 min or more, or summer time has begun or ended")]),
     (alarm(("12:00:01.000", 1000), ("12:00:02.000", 1001), ("12:10:03.000", 1000)),
      [(6, "clock set forward by 10 min")]),
     (alarm(("12:00:01.000", 1000), ("11:00:02.000", 1000)) + memory("11:00:09.000"),

@@ -54,22 +54,39 @@ class Readings:
     def __init__(self, source: str) -> None:
         self._source = source
         self._latest: dict[bool, datetime] = {}
+        self._doubtful: tuple[int, datetime] | None = None
 
     def note(self, line: int, time: datetime | None, late: timedelta = _NONE) -> Iterator[Event]:
-        """Note a time. It may be so much earlier than when its line was written."""
+        """Note a time. It may be so much earlier than when its line was written.
+
+        In that while the clock may have been set forward. So where such a time seems to show that
+        it was set back, later ones have to show it, too.
+        """
         if time is None:
             return
         is_local = time.tzinfo is None
         before = self._latest.get(is_local, time)
         if before - time > LEAST + late:
+            first = self._doubtful[1] if self._doubtful else time
+            if late and (is_local != (first.tzinfo is None) or time - first <= late):
+                self._doubtful = self._doubtful or (line, time)
+                return
             yield jump(self._source, line, before, time)
             self._latest.clear()
             before = time
+        self._doubtful = None
         self._latest[is_local] = max(before, time)
+
+    def rest(self) -> Iterator[Event]:
+        """What nothing contradicts at the end."""
+        if self._doubtful:
+            line, time = self._doubtful
+            yield jump(self._source, line, self._latest[time.tzinfo is None], time)
 
     def set(self, time: datetime | None) -> None:
         """Go on from this time, after a jump that was found in another way."""
         self._latest.clear()
+        self._doubtful = None
         if time is not None:
             self._latest[time.tzinfo is None] = time
 

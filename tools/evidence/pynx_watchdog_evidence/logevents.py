@@ -51,6 +51,7 @@ def log_events(streams: Iterable[BinaryIO], source: str, clock: Clock) -> Iterat
             yield event
     if alarm:
         yield from alarm.events(readings)
+    yield from readings.rest()
 
 
 class Alarm:
