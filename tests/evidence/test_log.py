@@ -5,12 +5,16 @@
 from __future__ import annotations
 
 import io
+from pathlib import Path
 from typing import Any
 
 import pytest
 
 from pynx_watchdog_evidence.events import Clock
 from pynx_watchdog_evidence.logevents import log_events
+
+FIXTURES = Path(__file__).parents[1] / "fixtures/guard"
+"""What the guard has written when an application hung and when it crashed."""
 
 ALARM = b"""\
 2026-11-22 12:00:01.012 Process:render (77) cpu load is : 25 for 2 seconds \n\
@@ -172,3 +176,55 @@ def test_a_late_alarm_and_a_clock_that_was_set_tell_no_offset() -> None:
 def test_the_offset_may_change() -> None:
     text = time_line("10:00:00") + start("12:00:00") + time_line("11:00:00") + start("12:00:00")
     assert times(text) == ["2026-11-22T12:00:00.500000+02:00", "2026-11-22T12:00:00.500000+01:00"]
+
+
+# -- the guard ------------------------------------------------------------------------------------
+
+
+def told(line: bytes) -> dict[str, Any]:
+    """What the reader tells of a line of the guard."""
+    event, = read(line + b"\n")
+    assert [event.pop(name) for name in ("kind", "time", "line")] == ["message", None, 1]
+    assert event.pop("text") == line.decode()
+    return event
+
+
+def test_what_the_guard_has_said_is_read() -> None:
+    ended = {"guard": "ended", "peak_kb": 2444, "last_status": 'picture "Trends"'}
+    lines = (FIXTURES / "hang.stderr").read_bytes().splitlines()
+    assert [told(line) for line in lines] == [
+        {"guard": "hang", "seconds": 2}, ended | {"signal": 6, "seconds": 2}]
+    line, = (FIXTURES / "crash.stderr").read_bytes().splitlines()
+    assert told(line) == ended | {"signal": 11, "seconds": 1, "peak_kb": 2588}
+
+
+@pytest.mark.parametrize("line, fields", [
+    (b"guard: ended: status 0 after 12 s, peak 20 kB",
+     {"guard": "ended", "status": 0, "seconds": 12, "peak_kb": 20}),
+    (b"guard: ended: signal 35 (SIGRTMIN+1) after 1 s, peak 2 kB",
+     {"guard": "ended", "signal": 35, "seconds": 1, "peak_kb": 2}),
+    (b"guard: no stacks: /tmp/log/guard-a-1.txt: No space left on device", {"guard": "note"}),
+    (b"guard: the application does not end, not even by SIGKILL", {"guard": "note"}),
+])
+def test_a_line_of_the_guard_is_a_message(line: bytes, fields: dict[str, Any]) -> None:
+    assert told(line) == fields
+
+
+def test_lines_of_the_guard_stand_in_the_order_of_the_log() -> None:
+    hang, ended = (FIXTURES / "hang.stderr").read_bytes().splitlines(keepends=True)
+    found = read(time_line("10:00:00") + start("11:00:00") + b"of the application\nunfinished "
+                 + hang + b"==Report==x" + ended + start("11:00:31"))
+    assert [(event["kind"], event.get("guard"), event["line"], event["time"][11:19])
+            for event in found] == [
+        ("start", None, 2, "11:00:00"), ("message", "hang", 4, "11:00:00"),
+        ("request", None, 5, "11:00:00"), ("message", "ended", 5, "11:00:00"),
+        ("start", None, 6, "11:00:31")]
+    assert found[2]["name"] == "x"
+
+
+@pytest.mark.parametrize("line", [
+    b"guard: ", b"guard: hello", b"guard: hang: no beat for x s", b"guard: hang: no beat for 2 s.",
+    b"guard: ended: status 1 after 2 s, peak", b"guard: ended: 1 after 2 s, peak 1 kB",
+])
+def test_a_line_that_only_resembles_one_of_the_guard_is_none(line: bytes) -> None:
+    assert read(line + b"\n") == []

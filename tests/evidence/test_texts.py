@@ -37,6 +37,22 @@ def test_a_message_is_a_text_of_the_program(source: str, text: str) -> None:
     assert text in literals(source)
 
 
+@pytest.mark.parametrize("text, source", [
+    *texts.GUARD_NOTES, texts.GUARD_NAME, *(source[::-1] for source in (
+        texts.STACKS_SOURCE, texts.STACKS_TIME_SOURCE, texts.THREAD_SOURCE, texts.FRAME_SOURCE))])
+def test_what_the_guard_writes_is_a_text_of_it(text: str, source: str) -> None:
+    assert text in literals(source)
+
+
+def test_all_that_the_guard_says_is_known() -> None:
+    """Each text that its function for lines on standard error is given stands in the module."""
+    known = [text for text, _ in texts.GUARD_NOTES] + ["hang: ", "ended: "]
+    said = [found for file in (PROJECT / "tools/guard").glob("*.cpp") for found in re.findall(
+        r'\bsay\(\s*(?:std::string\(\s*)?"([^"]*)', file.read_text())]
+    assert {"hang: ", "ended: "} <= set(said)
+    assert [text for text in said if not text.startswith(tuple(known))] == []
+
+
 @pytest.mark.parametrize("text", sorted(
     set(texts.STANDARD_ERROR) - set(texts.STANDARD_ERROR_OF_OTHERS)))
 def test_standard_error_has_texts_of_the_program(text: str) -> None:

@@ -30,6 +30,11 @@ class Event:
                 "source": self.source, "line": self.line, **self.fields}
 
 
+def is_after(event: Event) -> bool:
+    """Whether the event has no time of its own: it was at its time, if it has one, or after it."""
+    return event.time is None or event.kind in ("request", "not_found") or "guard" in event.fields
+
+
 def apart(earlier: Event, later: Event) -> timedelta | None:
     """The time from one event to another. One without an offset counts as local."""
     if earlier.time is None or later.time is None:

@@ -10,7 +10,7 @@ from datetime import datetime
 from typing import Any, NamedTuple
 
 from .describe import describe
-from .events import Event, apart
+from .events import Event, apart, is_after
 from .verdict import ARCHIVE_WITHIN, CERTAIN, LIKELY, signal_text, verdict
 
 UNKNOWN = "unknown"
@@ -66,7 +66,7 @@ def incidents(events: Sequence[Event]) -> Iterator[Incident]:
 
 def _time(event: Event, before: datetime | None) -> datetime | None:
     """When the event happened. Some are only known to come after what precedes them."""
-    if event.time is None or before and event.kind in ("request", "not_found") \
+    if event.time is None or before and is_after(event) \
             and (before.tzinfo is None) == (event.time.tzinfo is None) and before > event.time:
         return before
     return event.time

@@ -1,9 +1,9 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""Finds the supervisor's lines in the application's log.
+"""Finds the lines of the supervisor and of the guard in the application's log.
 
-A log is gone through in blocks, and in a block only what has one of the supervisor's texts in it is
-looked at as a line. So the application's own output costs next to nothing, whatever it is.
+A log is gone through in blocks, and in a block only what has one of their texts in it is looked at
+as a line. So the application's own output costs next to nothing, whatever it is.
 """
 
 from __future__ import annotations
@@ -22,7 +22,7 @@ _REQUEST_NEEDLE = b"==Report"
 
 
 class Line(NamedTuple):
-    """A line of the supervisor's, or a request of the application's."""
+    """A line of the supervisor's or of the guard's, or a request of the application's."""
 
     kind: str  # as in texts.LOG_TEXTS, or REQUEST
     number: int  # of the line in its log, from 1
@@ -51,7 +51,7 @@ def blocks(streams: Iterable[BinaryIO]) -> Iterator[bytes]:
 
 
 def lines(streams: Iterable[BinaryIO]) -> Iterator[Line]:
-    """The supervisor's lines and the application's requests in a log, in their order."""
+    """The lines of supervisor and guard, and the requests in a log, in their order."""
     number = 1
     for block in blocks(streams):
         counted = 0
@@ -66,7 +66,7 @@ def lines(streams: Iterable[BinaryIO]) -> Iterator[Line]:
 
 
 def _places(block: bytes) -> dict[int, list[texts.LogText | None]]:
-    """Where lines begin that may be the supervisor's, each with what it may be.
+    """Where lines begin that may be the supervisor's or the guard's, each with what it may be.
 
     None stands for a request.
     """
@@ -87,7 +87,8 @@ def _read(kind: texts.LogText | None, number: int, text: bytes) -> Iterator[Line
         yield from _requests(number, text)
     elif found := kind.pattern.search(text):
         yield Line(kind.kind, number, {name: value.decode(errors="replace")
-                                       for name, value in found.groupdict().items()},
+                                       for name, value in found.groupdict().items()
+                                       if value is not None},
                    found.start() == 0)
 
 

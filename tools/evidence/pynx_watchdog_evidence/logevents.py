@@ -136,6 +136,8 @@ _SINGLE: dict[str, dict[str, Callable[[str], Any]]] = {
     "not_found": {"process": str, "arguments": str, "seconds": int},
     "memory": {"free_kib": int, "cache_kib": int},
     REQUEST: {"name": str, "file": str},
+    "guard": {"text": str, "guard": str, "seconds": int, "signal": int, "status": int,
+              "peak_kb": int, "last_status": str},
 }
 
 
@@ -145,4 +147,7 @@ def _event(line: Line, source: str, clock: Clock) -> Event:
         clock.local(text, line.is_whole, may_be_late=line.kind == "alarm")
     found = {name: read(line.fields[name]) if name in line.fields else None
              for name, read in _SINGLE[line.kind].items()}
+    if line.kind == "guard":
+        told = {name: value for name, value in found.items() if value is not None}
+        return Event("message", time, source, line.number, {"guard": "note"} | told)
     return Event(line.kind, time, source, line.number, found)

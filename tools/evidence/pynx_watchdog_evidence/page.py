@@ -22,7 +22,7 @@ from typing import Any, NamedTuple
 
 from .curves import Curve, load_curves, memory_curves
 from .describe import describe, tone
-from .events import Clock, Event
+from .events import Clock, Event, is_after
 from .join import most_frequent_offset
 from .lanes import boots, runs
 from .logtext import Kept, keep, marks
@@ -136,7 +136,7 @@ def _read(log: Log, events: Sequence[Event], room: int, offset: timedelta) -> _T
         known = next((event.time.utcoffset() for event in events if event.time), None)
         timed = set(marks(streams, Clock(known)))
     timed.update((event.line, event.time) for event in events
-                 if event.time and not _is_after(event))
+                 if event.time and not is_after(event))
     found = sorted((line, _milliseconds(time, offset)) for line, time in timed)
     return _Text(log.name, kept, _needed(_ascending(found), kept.pieces))
 
@@ -186,16 +186,11 @@ def _times(events: Sequence[Event], texts: Sequence[_Text],
     for event in events:
         found = marks_of.get(event.source, [])
         before = bisect.bisect(found, event.line, key=lambda mark: mark[0])
-        if _is_after(event) and before:
+        if is_after(event) and before:
             latest[event.source] = found[before - 1][1]
         elif event.time:
             latest[event.source] = _milliseconds(event.time, offset)
         yield latest.get(event.source)
-
-
-def _is_after(event: Event) -> bool:
-    """Whether it is only known what the event was after."""
-    return event.time is None or event.kind in ("request", "not_found")
 
 
 # -- the events -----------------------------------------------------------------------------------
@@ -229,7 +224,7 @@ def _shown_events(events: Sequence[Event], times: Sequence[int | None]) -> dict[
         if event.kind == "snapshot" and rows < MOST_PROCESSES:
             snapshots[number] = _table(event.fields["processes"])
             rows += len(event.fields["processes"])
-        found.append({"kind": event.kind, "time": time, "after": _is_after(event),
+        found.append({"kind": event.kind, "time": time, "after": is_after(event),
                       "source": sources[event.source], "line": event.line,
                       "text": describe(event), "tone": tone(event),
                       "details": _details(event.fields)})

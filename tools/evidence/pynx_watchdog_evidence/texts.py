@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""The texts that the supervisor writes, as patterns.
+"""The texts that the supervisor and the guard write, as patterns.
 
 This is the only module that knows them. Each pattern stands beside the pieces of text from which
 it is made, as they are in the program's sources, so that a test can compare the two.
@@ -16,7 +16,7 @@ LOCAL_TIME = rb"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}"
 
 
 class LogText(NamedTuple):
-    """One kind of line that the supervisor writes into the application's log."""
+    """One kind of line in the application's log that is not the application's."""
 
     kind: str
     needle: bytes  # is in every line of this kind, and seldom in others
@@ -35,6 +35,28 @@ _TIME = rb"(?P<time>" + LOCAL_TIME + rb")"
 # A time line can stand at the end of a line that the application has not finished: after a request,
 # and where a run has ended.
 TIME_LINE = re.compile(rb"-- Time: (?P<gmt>\w{3} \w{3} +\d+ \d\d:\d\d:\d\d \d{4}) GMT$")
+
+# What the guard tells besides hangs and ends: how the text begins, and the file that writes it.
+GUARD_NOTES = (
+    ("no hang is looked for: ", "tools/guard/guard.cpp"),
+    ("no stacks: ", "tools/guard/guard.cpp"),
+    ("no stacks: ", "tools/guard/application.cpp"),
+    ("the application does not end, not even by SIGKILL", "tools/guard/guard.cpp"),
+    ("the stacks are not whole: ", "tools/guard/guard.cpp"),
+    ("cannot start the application: ", "tools/guard/application.cpp"),
+    ("cannot execute ", "tools/guard/childprocess.cpp"),
+)
+GUARD_NAME = ("guard: ", "tools/guard/output.cpp")
+
+# The guard writes whole lines on the application's standard error. So one can begin behind an
+# unfinished line of the application, and always is the end of its line.
+GUARD_LINE = re.compile(
+    rb"(?P<text>guard: (?:"
+    rb"(?P<guard>hang|ended): "
+    rb"(?:no beat for|(?:status (?P<status>\d{1,3})|signal (?P<signal>\d{1,3}) \([^)]+\)) after) "
+    rb"(?P<seconds>\d{1,12}) s"
+    rb"(?:, peak (?P<peak_kb>\d{1,15}) kB(?:, last status: (?P<last_status>.*))?)?"
+    rb"|(?:" + b"|".join(re.escape(text.encode()) for text, _ in GUARD_NOTES) + rb").*))$")
 
 LOG_TEXTS = (
     LogText("time line", b"-- Time: ", TIME_LINE, "logging/logprocessor.cpp", ("-- Time: ",)),
@@ -65,11 +87,14 @@ LOG_TEXTS = (
           _TIME + rb" == MEMORY USAGE == Free: (?P<free_kib>\d{1,20}) kB, "
           rb"Buffers\+Cache: (?P<cache_kib>\d{1,20}) kB$",
           "health/memoryusage.cpp", "%1 == MEMORY USAGE == Free: %2, Buffers+Cache: %3"),
+    LogText("guard", GUARD_NAME[0].encode(), GUARD_LINE, "tools/guard/guard.cpp",
+            ("hang: ", "no beat for ", " s", "ended: ", "status ", "signal ", " after ",
+             " s, peak ", " kB", ", last status: ")),
 )
 
 # What can follow a request in its line, where the application has not ended that.
 AFTER_REQUEST = [line.pattern for line in LOG_TEXTS
-                 if line.kind in ("time line", "alarm", "memory")]
+                 if line.kind in ("time line", "alarm", "memory", "guard")]
 
 # What the application prints to ask for a report. A marker may stand anywhere in a line.
 FILE_MARKER = b"==Report file:"
@@ -99,6 +124,19 @@ STANDARD_ERROR = (
     "Upload path doesn't allow non ROOT user to remove the report",
     "Watchdog device doesn't exist!!!", *STANDARD_ERROR_OF_OTHERS,
 )
+
+# How a file begins that the guard has written the stacks of all threads into, how a thread in it,
+# and how a function that the thread is in, the innermost first.
+STACKS = re.compile(
+    r"(?P<text>(?P<stacks>hang|crash): .*)\n"
+    r"(?P<program>.*), process (?P<process>\d{1,10}), (?P<seconds>\d{1,12}) s after its start\n"
+    r"(?P<date>\d{4}-\d\d-\d\d) (?P<clock>\d\d:\d\d:\d\d) (?P<zone>[-+]\d{4})\n")
+STACKS_SOURCE = ("tools/guard/guard.cpp", "%s\\n%s, process %d, %lld s after its start\\n%s\\n")
+STACKS_TIME_SOURCE = ("tools/guard/guard.cpp", "%F %T %z")
+THREAD = re.compile(r'Thread (?P<id>\d+) "(?P<name>.*)":$')
+THREAD_SOURCE = ("tools/guard/stacks.cpp", r"\nThread %d \"%s\":\n")
+FRAME = re.compile(r"#\d+ +0x[0-9a-f]+ in (?P<function>.*?)(?: at .*?)?(?: from (?P<file>.*))?$")
+FRAME_SOURCE = ("tools/guard/stacks.cpp", "#%-3d %s\\n")
 
 # How the text begins that boot-cause writes, whose last line is the same as JSON.
 BOOT_CAUSE = "Cause of this boot: "
