@@ -7,6 +7,7 @@ from __future__ import annotations
 from .events import Event
 from .lanes import how_ended
 from .snapshots import busiest
+from .stacks import where
 
 
 def describe(event: Event) -> str:
@@ -40,13 +41,16 @@ def describe(event: Event) -> str:
         return f"reboot: {known['reason']}"
     if "cause" in known:
         return f"the board has booted: {known['cause']}"
+    if "stacks" in known:
+        return f"stacks of a {known['text']}; {where(event)}"
     return str(known.get("text", event.kind))
 
 
 def tone(event: Event) -> str:
     """How bad the event is: bad, warn or plain."""
     known = event.fields
-    if event.kind in ("reboot", "start_failed") or known.get("crash"):
+    if event.kind in ("reboot", "start_failed") or known.get("crash") or "stacks" in known \
+            or known.get("guard") == "hang":
         return "bad"
     if event.kind in ("alarm", "not_found") or known.get("exit_code") \
             or known.get("complete") is False or "clock_set" in known:

@@ -15,7 +15,8 @@ from .copies import mark_old_copies
 from .events import Event
 from .jumps import Jumps, with_jumps_by_uptime
 
-# Some system logs tell no parts of a second. The next start comes a second after an end.
+# Some system logs tell no parts of a second, nor do the guard's stacks. The next start comes a
+# second after an end.
 LATEST_IN_SECOND = timedelta(milliseconds=999)
 
 MOST_HELD = 200_000  # events and parts of events, where all have to be in memory
@@ -71,7 +72,8 @@ def _in_order(found: list[list[Event]]) -> Iterator[Event]:
         # In a source the order is that of the lines.
         before = latest.get(event.source, datetime.min.replace(tzinfo=timezone.utc))
         place = jumps.place(event) or before
-        if event.kind == "end" and event.time and not event.time.microsecond:
+        if (event.kind == "end" or "stacks" in event.fields) \
+                and event.time and not event.time.microsecond:
             place += LATEST_IN_SECOND
         latest[event.source] = max(before, place)
         placed.append((latest[event.source], event))

@@ -21,9 +21,10 @@ from .jumps import Readings
 from .log import blocks
 from .logevents import log_events
 from .snapshots import looks_like_snapshots, snapshots
+from .stacks import stack_fields
 
 BEGINNING = 1 << 16  # bytes of a file that tell what it is
-LARGEST_EXPORT = 1 << 26  # bytes of an exported journal
+LARGEST_EXPORT = 1 << 26  # bytes of an exported journal, and of stacks
 LARGEST_SMALL = 1 << 20  # bytes of a manifest, of snapshots and of the cause of a boot
 DEEPEST = 2  # archives in archives
 SURPRISES = (ArithmeticError, LookupError, RecursionError, TypeError, ValueError)
@@ -172,6 +173,8 @@ def _reader(name: str, beginning: bytes) -> Reader:
         return _account
     if text.startswith(texts.BOOT_CAUSE):
         return _boot_cause
+    if texts.STACKS.match(text):
+        return _stacks
     if text.startswith("__CURSOR="):
         return _journal_export
     if text.startswith("{") and "__REALTIME_TIMESTAMP" in text:
@@ -247,6 +250,14 @@ def _boot_cause(source: str, streams: list[BinaryIO], _context: _Context) -> Ite
                if name in _BOOT_FIELDS and isinstance(value, (str, int))}
     boot = fields.get("boot_id")
     yield Event("message", _noted(found.get("time")), source, 1, fields, boot and ("boot", boot))
+
+
+def _stacks(source: str, streams: list[BinaryIO], _context: _Context) -> Iterator[Event]:
+    text = _all(streams[-1], LARGEST_EXPORT).decode(errors="replace")
+    head = texts.STACKS.match(text)
+    assert head
+    yield Event("message", _noted(f"{head['date']}T{head['clock']}{head['zone']}"), source, 1,
+                stack_fields(text), ("stacks", head[0]))
 
 
 def _snapshots(source: str, streams: list[BinaryIO], context: _Context) -> Iterator[Event]:

@@ -135,7 +135,7 @@ STACKS_SOURCE = ("tools/guard/guard.cpp", "%s\\n%s, process %d, %lld s after its
 STACKS_TIME_SOURCE = ("tools/guard/guard.cpp", "%F %T %z")
 THREAD = re.compile(r'Thread (?P<id>\d+) "(?P<name>.*)":$')
 THREAD_SOURCE = ("tools/guard/stacks.cpp", r"\nThread %d \"%s\":\n")
-FRAME = re.compile(r"#\d+ +0x[0-9a-f]+ in (?P<function>.*?)(?: at .*?)?(?: from (?P<file>.*))?$")
+FRAME = re.compile(r"#\d+ +0x[0-9a-f]+ in (?P<where>.*)")  # FUNCTION at FILE:LINE from FILE+PLACE
 FRAME_SOURCE = ("tools/guard/stacks.cpp", "#%-3d %s\\n")
 
 # How the text begins that boot-cause writes, whose last line is the same as JSON.
