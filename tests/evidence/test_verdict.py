@@ -202,3 +202,136 @@ def test_sentences_begin_with_a_capital_letter() -> None:
     found = said(*events)
     assert len(found) == 9
     assert all(text[0].isupper() for text in found)
+
+
+# -- with the guard -------------------------------------------------------------------------------
+
+
+def hang(after: float, seconds: int = 31) -> Event:
+    return event("message", after, guard="hang", seconds=seconds, text="guard: hang: …")
+
+
+def ended(after: float, how: dict[str, Any], **more: Any) -> Event:
+    return event("message", after, guard="ended", text="guard: ended: …",
+                 **{"seconds": 60, "peak_kb": 9, **how, **more})
+
+
+def stacks(after: float, kind: str = "hang", **more: Any) -> Event:
+    text = "hang: no beat for 31 s" if kind == "hang" else "crash: signal 11 (SIGSEGV), address 0x8"
+    return event("message", after, **{
+        "stacks": kind, "text": text, "program": "/opt/app", "process": 7, "seconds": 60,
+        "threads": 2, "thread": "render", "functions": ["wait", "lock"], **more})
+
+
+ABORT, SEGV = {"signal": 6}, {"signal": 11}
+AT = "at 2026-11-22 10:01:00+00:00"
+PLACE = "its main thread stood in wait ← lock"
+
+
+def test_an_end_that_a_hang_led_to_is_told_as_a_hang() -> None:
+    sentence = verdict([start(0), hang(50), stacks(55), ended(56, ABORT, last_status="page 1"),
+                        end(60, 6), start(61)])[0]
+    assert sentence.text == (
+        f"Application '/opt/app' hung: no beat for 31 s, and was ended after 60 s {AT}; {PLACE}; "
+        "its last status was 'page 1'; no archive of it is here")
+    assert (sentence.certainty, sentence.evidence) == (CERTAIN, [4, 1, 3, 2])
+
+
+@pytest.mark.parametrize("facts, told", [
+    ([hang(50)], ": no beat for 31 s, and was ended"),
+    ([stacks(55)], ", and was ended"),
+    ([hang(50), stacks(55)], ": no beat for 31 s, and was ended"),
+])
+def test_the_line_or_the_stacks_tell_a_hang(facts: list[Event], told: str) -> None:
+    assert said(start(0), *facts, end(60, 6))[0].startswith(
+        f"Application '/opt/app' hung{told} after 60 s {AT}; ")
+
+
+def test_a_hang_that_abort_does_not_end_is_told_with_its_signal() -> None:
+    assert "and was ended by signal 9 (SIGKILL) after" in said(
+        start(0), hang(50), ended(59, {"signal": 9}), end(60, 9))[0]
+
+
+def test_an_abort_without_a_hang_is_a_crash() -> None:
+    assert said(start(0), ended(59, ABORT), end(60, 6))[0].startswith(
+        "Application '/opt/app' ended by signal 6 (SIGABRT) after 60 s")
+
+
+def test_a_crash_is_told_with_its_place() -> None:
+    text = said(start(0), stacks(60, "crash"), ended(59, SEGV, last_status="x"), end(60))[0]
+    assert f"{AT}; thread 'render' crashed in wait ← lock; its last status was 'x'; " in text
+
+
+def test_hangs_in_a_row_are_one_sentence_with_the_last_place() -> None:
+    runs = [(start(100 * n), hang(100 * n + 50, 30 + n), stacks(100 * n + 55),
+             ended(100 * n + 56, ABORT), end(100 * n + 60, 6)) for n in range(2)]
+    assert said(*runs[0], *runs[1])[0].startswith(
+        "Application '/opt/app' hung 2 times: no beat for 30 s to 31 s, and was ended after 60 s, "
+        "from 2026-11-22 10:01:00+00:00 to 2026-11-22 10:02:40+00:00; the last time, " + PLACE)
+
+
+def test_the_guard_tells_an_end_that_no_message_tells() -> None:
+    [sentence] = verdict([start(0), ended(59, {"status": 3}), start(60)])
+    assert sentence.text == f"Application '/opt/app' ended with status 3 after 60 s {AT}"
+    assert sentence.certainty == CERTAIN
+    assert said(start(0), hang(50), ended(59, ABORT), start(60))[0].startswith(
+        f"Application '/opt/app' hung: no beat for 31 s, and was ended after 60 s {AT}")
+
+
+def test_a_hang_at_the_end_of_the_log_is_told() -> None:
+    assert said(start(0), hang(60)) == [
+        f"Application '/opt/app' hung: no beat for 31 s, and was ended {AT}"]
+
+
+def test_an_orderly_end_is_not_told_where_the_supervisor_tells_ends() -> None:
+    stop = [ended(30, {"signal": 15}), start(40)]
+    assert said(start(0), end(9, 1, False), start(10), *stop) == said(
+        start(0), end(9, 1, False), start(10), start(40))
+
+
+def test_what_the_guard_has_started_again_is_no_end() -> None:
+    texts = said(start(0), ended(30, {"status": 7}), ended(59, SEGV), end(60))
+    assert len(texts) == 1 and "by signal 11" in texts[0]
+    # The hang was of the run that the guard has started again.
+    texts = said(start(0), hang(20), ended(30, {"status": 7}), ended(59, SEGV), end(60))
+    assert ["hung" in text for text in texts] == [False, True]
+
+
+@pytest.mark.parametrize("fact", [
+    stacks(59), stacks(-400), stacks(62.5), ended(55, SEGV, last_status="other"),
+    ended(55, ABORT, last_status="other", seconds=99)])
+def test_what_is_of_another_end_is_not_told_with_this_one(fact: Event) -> None:
+    is_its_own = fact.fields.get("stacks") and fact.line == 59
+    texts = said(*sorted([fact, end(60, 6)], key=lambda one: one.line))
+    text = next(text for text in texts if AT in text)
+    assert (PLACE in text) == bool(is_its_own) and "other" not in text
+
+
+def test_stacks_in_the_second_of_an_end_can_stand_after_it() -> None:
+    assert PLACE in said(start(0), end(60.5, 6), stacks(60), start(61.6))[0]
+
+
+THIRD = event("reboot", 240, reason="third end")
+
+
+def third(*last: Event, first: tuple[Event, ...] = (hang(50), end(60, 6))) -> tuple[str, str]:
+    """What is told of three ends and a reboot: of the reboot, and of the last end."""
+    texts = said(start(0), *first, start(61), hang(110), end(120, 6), start(121), *last, THIRD)
+    return texts[0].split("; ", 1)[1], texts[1]
+
+
+NO_ARCHIVE = ", and no archive of it was made by itself, since the reboot came first"
+
+
+def test_three_hangs_and_a_reboot_are_told_as_such() -> None:
+    of_reboot, of_end = third(hang(230, 32), ended(239, ABORT, last_status="last"))
+    assert of_reboot == "each was a hang" + NO_ARCHIVE
+    assert of_end.startswith("Application '/opt/app' hung 3 times: no beat for 31 s to 32 s, ")
+    assert of_end.endswith("; its last status was 'last'")
+
+
+def test_the_third_end_is_told_as_far_as_it_is_known() -> None:
+    assert third(ended(239, SEGV))[0] == "it ended by signal 11 (SIGSEGV)" + NO_ARCHIVE
+    assert third(ended(239, {"status": 1}))[0] == "it ended with status 1" + NO_ARCHIVE
+    assert third()[0] == "how it ended is not told" + NO_ARCHIVE
+    assert third(hang(230), first=(end(60),))[0] == "it was a hang" + NO_ARCHIVE

@@ -10,8 +10,10 @@ from dataclasses import dataclass, field
 from datetime import timedelta
 
 from .events import Event, apart
+from .guarded import Guarded, guarded_ends
 from .join import most_frequent_offset
 from .snapshots import busiest
+from .stacks import where
 from .words import duration, moment
 
 BEFORE_AN_END = timedelta(seconds=30)
@@ -20,6 +22,8 @@ ARCHIVE_WITHIN = timedelta(seconds=90)  # five seconds, and the time that packin
 FARTHEST = 10_000  # events that are looked at from one event on
 
 CERTAIN, LIKELY, GUESS = "certain", "likely", "guess"
+
+ABORTED = "by signal 6 (SIGABRT)"  # what ends an application that hangs
 
 _START_PROBLEMS = {
     0: "A tool or the application could not be started", 1: "A tool crashed",
@@ -39,19 +43,25 @@ class Sentence:
 
 @dataclass
 class _End:
-    """An end of the application: from its message, or concluded from the next start."""
+    """An end of the application: from its message, the guard, or concluded from the next start."""
 
     at: int  # the number of the event
     how: str
     uptime: float | None
     program: str
     crash: bool = False
+    guard: Guarded | None = None
+
+    @property
+    def hung(self) -> bool:
+        """Whether the application was ended because it hung."""
+        return self.guard is not None and self.guard.hung
 
 
 def verdict(events: Sequence[Event]) -> list[Sentence]:
     """What happened according to `events`, which are in order. The newest comes first."""
     boots = list(_boots(events))
-    found = [*_ends(events, boots), *_reboots(events, boots), *_single(events), *_absences(events),
+    found = [*_reboots(events, boots), *_ends(events, boots), *_single(events), *_absences(events),
              *_alarms(events)]
     if not found:
         found = [Sentence("Nothing is found that went wrong.", LIKELY if events else GUESS, [])]
@@ -78,8 +88,7 @@ def _ends(events: Sequence[Event], boots: Sequence[int]) -> Iterator[Sentence]:
     """A sentence for each series of like ends of a program in a boot."""
     series: list[_End] = []
     for end in _each_end(events):
-        if series and (series[-1].how, _path(series[-1].program), boots[series[-1].at]) \
-                != (end.how, _path(end.program), boots[end.at]):
+        if series and not _is_like(series[-1], end, boots):
             yield _series(events, series)
             series = []
         series.append(end)
@@ -87,19 +96,47 @@ def _ends(events: Sequence[Event], boots: Sequence[int]) -> Iterator[Sentence]:
         yield _series(events, series)
 
 
+def _is_like(one: _End, other: _End, boots: Sequence[int]) -> bool:
+    return (one.how, one.hung, _path(one.program), boots[one.at]) \
+        == (other.how, other.hung, _path(other.program), boots[other.at])
+
+
 def _each_end(events: Sequence[Event]) -> Iterator[_End]:
     has_messages = any(event.kind == "end" for event in events)
+    guarded = {run.at: run for run in guarded_ends(events)}
     start: int | None = None
     for at, event in enumerate(events):
+        run = guarded.get(at)
         program = str(events[start].fields["program"]) if start is not None else ""
         if event.kind == "end":
             code, crash = event.fields["exit_code"], event.fields["crash"]
             how = f"by {signal_text(code)}" if crash else f"with status {code}"
-            yield _End(at, how, event.fields["uptime"], program, crash)
+            yield _End(at, how, event.fields["uptime"], program, crash, run)
         elif event.kind == "start":
-            if start is not None and not has_messages:
+            if run and (run.went_wrong or not has_messages):
+                yield _End(at, how_by_guard(events, run), _uptime(events, run), program,
+                           run.went_wrong, run)
+            elif start is not None and not has_messages:
                 yield _End(at, "", _seconds(events[start], event), program)
             start = at
+        elif run and (run.went_wrong or event.kind == "reboot"):
+            yield _End(at, how_by_guard(events, run), _uptime(events, run), program, False, run)
+
+
+def how_by_guard(events: Sequence[Event], run: Guarded) -> str:
+    """How the application came to its end, by what the guard tells; empty if it tells only why."""
+    if run.ended is not None:
+        known = events[run.ended].fields
+        return f"by {signal_text(known['signal'])}" if "signal" in known \
+            else f"with status {known['status']}"
+    if run.stacks is not None and not run.hung:
+        return "by " + str(events[run.stacks].fields["text"]).removeprefix("crash: ").split(",")[0]
+    return ""
+
+
+def _uptime(events: Sequence[Event], run: Guarded) -> float | None:
+    told = run.ended if run.ended is not None else run.stacks
+    return None if told is None else float(events[told].fields["seconds"])
 
 
 def _path(program: str) -> str:
@@ -113,14 +150,18 @@ def _series(events: Sequence[Event], ends: list[_End]) -> Sentence:
     times = f" {len(ends)} times" if len(ends) > 1 else ""
     same = all(end.program == last.program for end in ends)
     program = last.program if same else _path(last.program)
-    text = (f"Application {program!r}" if program else "The application") + f" ended{times}"
-    if last.how:
+    text = (f"Application {program!r}" if program else "The application") \
+        + (f" hung{times}{_beats(events, ends)}, and was ended" if last.hung else f" ended{times}")
+    if last.how and not (last.hung and last.how == ABORTED):
         text += f" {last.how}"
     if uptimes:
         least, most = duration(min(uptimes)), duration(max(uptimes))
         text += f" after {least}" if least == most else f" after {least} to {most}"
     text += _when(events, evidence)
-    if not last.how:
+    if last.guard:
+        text += _told_by_guard(events, last.guard, bool(times))
+        evidence = list(dict.fromkeys([*evidence, *last.guard.numbers()]))
+    elif not last.how:
         return Sentence(text + "; how, only the system log tells", LIKELY, evidence)
     if busy := _busiest_before(events, last.at):
         text += f"; in the 30 s before, {busy[1]}"
@@ -130,6 +171,25 @@ def _series(events: Sequence[Event], ends: list[_End]) -> Sentence:
             text += f"; {told}"
             evidence += [number] if number is not None else []
     return Sentence(text, CERTAIN, evidence)
+
+
+def _beats(events: Sequence[Event], ends: list[_End]) -> str:
+    """How long no beat of the application had come."""
+    times = [int(events[end.guard.hang].fields["seconds"]) for end in ends
+             if end.guard and end.guard.hang is not None]
+    if not times:
+        return ""
+    least, most = duration(min(times)), duration(max(times))
+    return f": no beat for {least}" + (f" to {most}" if least != most else "")
+
+
+def _told_by_guard(events: Sequence[Event], run: Guarded, is_series: bool) -> str:
+    """Where the application was, and what it had said of itself."""
+    text = ""
+    if run.stacks is not None:
+        text += f"; {'the last time, ' if is_series else ''}{where(events[run.stacks])}"
+    status = events[run.ended].fields.get("last_status") if run.ended is not None else None
+    return text + (f"; its last status was {status!r}" if status else "")
 
 
 def _busiest_before(events: Sequence[Event], at: int) -> tuple[int, str] | None:
@@ -198,6 +258,7 @@ def _archive_after(events: Sequence[Event], at: int) -> int | None:
 
 
 def _reboots(events: Sequence[Event], boots: Sequence[int]) -> Iterator[Sentence]:
+    guarded = guarded_ends(events)
     starts: list[int] = []  # of this boot
     for at, event in enumerate(events):
         if starts and boots[starts[-1]] != boots[at]:
@@ -214,9 +275,22 @@ def _reboots(events: Sequence[Event], boots: Sequence[int]) -> Iterator[Sentence
         within = apart(events[starts[0]], event) if len(starts) == 3 else None
         if within is not None and within > timedelta():
             text += f" in {duration(within.total_seconds())}"
-        text += _when(events, [at]) + ("; how it ended is not told, and no archive of it was made "
-                                       "by itself, since the reboot came first")
+        text += _when(events, [at]) + f"; {_third_ends(events, guarded, starts, at)}, and no " \
+            "archive of it was made by itself, since the reboot came first"
         yield Sentence(text, CERTAIN, [*starts, at])
+
+
+def _third_ends(events: Sequence[Event], guarded: Sequence[Guarded], starts: Sequence[int],
+                reboot: int) -> str:
+    """How the third end came, or all three."""
+    hung = {run.start for run in guarded if run.hung}
+    third = next((run for run in guarded if run.at == reboot), None)
+    if len(starts) == 3 and hung.issuperset(starts):
+        return "each was a hang"
+    if third and third.hung:
+        return "it was a hang"
+    how = how_by_guard(events, third) if third else ""
+    return f"it ended {how}" if how else "how it ended is not told"
 
 
 def _single(events: Sequence[Event]) -> Iterator[Sentence]:
