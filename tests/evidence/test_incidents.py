@@ -111,3 +111,50 @@ def test_what_has_no_time_of_its_own_comes_after_what_precedes_it(tmp_path: Path
     assert [(incident.cause, incident.time and incident.time.strftime("%H:%M")) for incident
             in found.incidents] == [("missing process: helper", "09:45"),
                                     ("report requested: x", "10:00")]
+
+
+# -- with the guard -------------------------------------------------------------------------------
+
+HANG = ("guard: hang: no beat for 31 s\n==Report file:/tmp/log/guard-a-7.txt==hang\n"
+        "guard: ended: signal 6 (SIGABRT) after 33 s, peak 2444 kB\n")
+
+
+def test_a_hang_is_a_cause_of_its_own(tmp_path: Path) -> None:
+    crash = end("10:00:34").replace("code:1, exist status:0", "code:6, exist status:1")
+    log = start("09:00:00.000", "/bin/a") + HANG + start("10:00:35.000", "/bin/a")
+    for name in ("main", "hang"):
+        found = report(tmp_path, name, manifest_json=manifest(crash), application_log=log)
+        assert causes(found) == [("hang", "/bin/a", "certain")]
+        assert "hung: no beat for 31 s" in found.incidents[0].text
+        # Without the system log, the next start tells when.
+        found = report(tmp_path, name, application_log=log)
+        assert causes(found) == [("hang", "/bin/a", "certain")]
+
+
+@pytest.mark.parametrize("how, cause", [
+    ("signal 11 (SIGSEGV)", "crash by signal 11 (SIGSEGV)"),
+    ("status 3", "ended with status 3"), ("signal 15 (SIGTERM)", "ended by signal 15 (SIGTERM)")])
+def test_the_guard_tells_an_end_that_no_message_tells(
+        tmp_path: Path, how: str, cause: str) -> None:
+    log = (start("09:00:00.000", "/bin/a") + f"guard: ended: {how} after 33 s, peak 2 kB\n"
+           + start("10:00:35.000", "/bin/a") + "==Report==x\n")
+    assert [found for found, *_ in causes(report(tmp_path, "x", application_log=log))] == [
+        cause, "report requested: x"]
+
+
+def test_an_orderly_end_is_no_incident_where_the_supervisor_tells_ends(tmp_path: Path) -> None:
+    log = (start("09:59:00.000") + start("10:00:11.000")
+           + "guard: ended: signal 15 (SIGTERM) after 9 s, peak 2 kB\n" + start("10:00:35.000"))
+    found = report(tmp_path, "x", manifest_json=manifest(end("10:00:10")), application_log=log)
+    assert [cause for cause, *_ in causes(found)] == ["ended with status 1", "report requested: x"]
+
+
+def test_three_hangs_and_a_reboot_are_two_hangs_and_the_reboot(tmp_path: Path) -> None:
+    log = "".join(start(f"10:00:{second}.000", "/bin/a") + HANG for second in ("00", "11", "22"))
+    crashes = [end(f"10:00:{second}").replace("code:1, exist status:0", "code:6, exist status:1")
+               for second in (10, 21)]
+    reboot = end("10:00:38").split("Restarting")[0] + "Critical FW error, rebooting.\n"
+    found = report(tmp_path, "third-end", manifest_json=manifest(*crashes, reboot),
+                   application_log=log)
+    assert [cause for cause, *_ in causes(found)] == ["hang", "hang", "reboot: third end"]
+    assert "; each was a hang, and" in found.incidents[2].text

@@ -39,7 +39,8 @@ def test_a_message_is_a_text_of_the_program(source: str, text: str) -> None:
 
 @pytest.mark.parametrize("text, source", [
     *texts.GUARD_NOTES, texts.GUARD_NAME, *(source[::-1] for source in (
-        texts.STACKS_SOURCE, texts.STACKS_TIME_SOURCE, texts.THREAD_SOURCE, texts.FRAME_SOURCE))])
+        texts.STACKS_SOURCE, texts.STACKS_TIME_SOURCE, texts.GUARD_FILE_SOURCE,
+        texts.THREAD_SOURCE, texts.FRAME_SOURCE))])
 def test_what_the_guard_writes_is_a_text_of_it(text: str, source: str) -> None:
     assert text in literals(source)
 

@@ -9,9 +9,11 @@ from collections.abc import Iterator, Sequence
 from datetime import datetime
 from typing import Any, NamedTuple
 
+from . import texts
 from .describe import describe
 from .events import Event, apart, is_after
-from .verdict import ARCHIVE_WITHIN, CERTAIN, LIKELY, signal_text, verdict
+from .guarded import Guarded, guarded_ends
+from .verdict import ARCHIVE_WITHIN, CERTAIN, LIKELY, how_by_guard, signal_text, verdict
 
 UNKNOWN = "unknown"
 LONGEST = 200  # characters of a cause and of an application's name
@@ -40,6 +42,7 @@ class _Cause(NamedTuple):
     identity: object = None  # if it is not that of the event
 
 
+HANG = _Cause("hang")
 UNTOLD_CRASH = _Cause("crash, its signal is not told", LIKELY)
 
 
@@ -85,12 +88,16 @@ def _causes(events: Sequence[Event]) -> Iterator[tuple[int, _Cause]]:
     boots = {event.source: _boot(event.fields.get("manifest")) for event in events
              if event.kind == "archive"}
     restarts = _restarts(events)
+    guarded = {run.at: run for run in guarded_ends(events)}
     running = False
     crashes: list[int] = []
     for at, event in enumerate(events):
         cause = None
+        run = guarded.get(at)
         if event.kind == "start":
-            if running and not has_ends:
+            if run and (run.went_wrong or not has_ends):
+                cause = _by_guard(events, run)
+            elif running and not has_ends:
                 cause = UNTOLD_CRASH if at in restarts else _Cause("ended, it is not told how",
                                                                    LIKELY)
             running = True
@@ -100,12 +107,20 @@ def _causes(events: Sequence[Event]) -> Iterator[tuple[int, _Cause]]:
             cause = _reboot(event.fields["reason"], boot)
         elif event.kind == "archive":
             cause = _of_archive(events, at, requested, crashes)
+        elif event.kind == "end" and run and run.hung:
+            cause = HANG
         else:
             cause = _of_event(event)
         if cause:
             yield at, cause
-        if event.fields.get("crash") or cause is UNTOLD_CRASH:
+        if event.fields.get("crash") or cause is UNTOLD_CRASH \
+                or event.kind == "start" and run and run.went_wrong:
             crashes.append(at)
+
+
+def _by_guard(events: Sequence[Event], run: Guarded) -> _Cause:
+    how = how_by_guard(events, run)
+    return HANG if run.hung else _Cause(f"{'crash' if run.went_wrong else 'ended'} {how}")
 
 
 def _of_event(event: Event) -> _Cause | None:
@@ -120,7 +135,9 @@ def _of_event(event: Event) -> _Cause | None:
     if event.kind == "not_found":
         return _Cause(f"missing process: {known['process']}")
     if event.kind == "request":
-        return _request(_in_a_file_name(known["name"]))
+        # What the guard has asked for belongs to an end, which is an incident itself.
+        return None if texts.GUARD_FILE.fullmatch(known["file"] or "") \
+            else _request(_in_a_file_name(known["name"]))
     if event.kind == "message" and known.get("cause") not in (None, *_NO_INCIDENT):
         if known["cause"] in REBOOTS.values():
             return _reboot(known["cause"], _boot(known, "last_boot_id"))

@@ -133,6 +133,8 @@ STACKS = re.compile(
     r"(?P<date>\d{4}-\d\d-\d\d) (?P<clock>\d\d:\d\d:\d\d) (?P<zone>[-+]\d{4})\n")
 STACKS_SOURCE = ("tools/guard/guard.cpp", "%s\\n%s, process %d, %lld s after its start\\n%s\\n")
 STACKS_TIME_SOURCE = ("tools/guard/guard.cpp", "%F %T %z")
+GUARD_FILE = re.compile(r".*/guard-[^/]+-\d+\.txt")
+GUARD_FILE_SOURCE = ("tools/guard/guard.cpp", "/guard-")
 THREAD = re.compile(r'Thread (?P<id>\d+) "(?P<name>.*)":$')
 THREAD_SOURCE = ("tools/guard/stacks.cpp", r"\nThread %d \"%s\":\n")
 FRAME = re.compile(r"#\d+ +0x[0-9a-f]+ in (?P<where>.*)")  # FUNCTION at FILE:LINE from FILE+PLACE
