@@ -19,6 +19,7 @@ from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
 
 from browser import Browser, accessibility_rules
+from fleets import pack
 from pynx_watchdog_evidence import page
 from pynx_watchdog_evidence.cli import main
 from pynx_watchdog_evidence.verdict import Sentence
@@ -395,6 +396,28 @@ def test_an_event_leads_to_its_line_and_a_line_to_its_time(browser: Browser) -> 
     browser.click("//*[@class='row'][contains(., 'the last line')]")
     browser.wait(lambda: "the last line" in browser.text(".row[aria-current]"))
     assert "at or after 2026-11-22 10:00:09.000" in browser.text("#pointed")
+
+
+def test_stacks_are_a_text_that_the_verdict_leads_to(chromium: Browser, tmp_path: Path) -> None:
+    fixtures = Path(__file__).parents[1] / "fixtures/guard"
+    place = tmp_path / "device"
+    place.mkdir()
+    pack(place / "report-hang-1795365536000.tar.gz", {
+        "manifest.json": '{"time": "2026-11-22T17:38:56+0100"}',
+        "tmp/log/guard-panel-31315.txt": (fixtures / "hang.txt").read_text(encoding="utf-8"),
+        "tmp/log/application.log":
+            "2026-11-22 17:38:49.000 Watchdog: Starting app: /opt/panel --hang \n"
+            + (fixtures / "hang.stderr").read_text(encoding="utf-8")})
+    chromium.open(write_page(place, tmp_path / "page.html"))
+    sentence = chromium.driver.find_element(By.XPATH, "//li[contains(., 'hung: no beat for 2 s')]")
+    assert "its main thread stood in futex_wait ← Screen::draw" in sentence.text
+    sentence.find_elements(By.CSS_SELECTOR, "a")[-1].click()
+    chromium.wait(lambda: chromium.text(".row[aria-current] .text") == "hang: no beat for 2 s")
+    assert "in futex_wait at ../sysdeps" in chromium.text("#log")
+    assert "stacks of a hang: no beat for 2 s" in chromium.text("#pointed")
+    chromium.open(tmp_path / "page.html", "#l0:3")
+    assert chromium.text(".row[aria-current] .text").startswith("guard: ended: signal 6 (SIGABRT)")
+    assert "at or after 2026-11-22 17:38:49" in chromium.text("#pointed")
 
 
 def test_an_event_without_a_time_stands_after_what_is_before_it(browser: Browser) -> None:
