@@ -19,6 +19,7 @@ from test_page import alarm
 README = (Path(__file__).parents[2] / "tools/evidence/README.md").read_text(encoding="utf-8")
 QUERIES: dict[str, str] = dict(
     re.findall(r"^(\S[^\n]*\?)\n\n```sql\n(.*?)```", README, re.MULTILINE | re.DOTALL))
+FIXTURES = Path(__file__).parents[1] / "fixtures/guard"
 DEVICE = "c46c8ef50a83c753"
 
 
@@ -54,11 +55,14 @@ def write_archives(place: Path) -> Path:
            "Process helper with args [] doesn't appear for 30 seconds\n"
            + alarm(8, "render", "61.5", "4.6e+18").replace("1000ms", "1700ms", 1)
            + "2026-11-22 10:00:09.000 == MEMORY USAGE == Free: 2048 kB, Buffers+Cache: 1024 kB\n")
+    log += ("guard: no stacks: no room\n"
+            "guard: ended: signal 11 (SIGSEGV) after 9 s, peak 2588 kB\n")
+    stacks = (FIXTURES / "crash.txt").read_text(encoding="utf-8").replace("17:38:52", "10:00:10")
     top = SNAPSHOT.replace("{time:%H:%M:%S}", "10:00:05").format(
         processes="   77 root      20   0    2592   1696   1588 S  80.5   0.0   0:00.10 render")
     pack(place / "report-third-end-1795338040000.tar.gz", {
         "manifest.json": json.dumps(manifest), "tmp/log/boot": boot("power loss", 1),
-        "tmp/log/system": top, "tmp/log/application.log": log})
+        "tmp/log/system": top, "tmp/log/application.log": log, "tmp/log/guard-a-1.txt": stacks})
     other = {"machine": "other", "time": "1970-01-01T00:00:40+0000", "boot_id": "b2",
              "os": {"id": "old", "version_id": "1"}, "journal": []}
     pack(place / "report-hang-100000000000.tar.gz", {
@@ -98,6 +102,8 @@ ANSWERS: dict[str, list[tuple[object, ...]]] = {
         ("old 1", "boot after panic", 1), ("old 1", "report requested: hang", 1),
         ("unknown", "crash, its signal is not told", 1)],
     "How has the application ended, and how soon?": [("signal 11", 1, 9), ("status 1", 1, 9)],
+    "Where has it hung or crashed?": [
+        ("crash", '["Decoder::decode","operator()","operator()"]', 1)],
     "Why could it not be started?": [(DEVICE, "2026-11-22T10:00:22+01:00", 5)],
     "Which boards were rebooted at the third end, and how had the application ended before?": [
         (DEVICE, "2026-11-22T10:00:38+01:00", "ended with status 1")],
@@ -110,7 +116,8 @@ ANSWERS: dict[str, list[tuple[object, ...]]] = {
     "Is a board losing memory?": [(DEVICE, "2026-11-22", 2048)],
     "What was busiest in the minute before a crash?": [
         (DEVICE, "2026-11-22T10:00:10+01:00", "render", 80.5)],
-    "What else do the supervisors complain about?": [("Cannot set priority", 1)],
+    "What else do the supervisors complain about?": [
+        ("Cannot set priority", 1), ("guard: no stacks: no room", 1)],
     "Why have the boards booted?": [("panic", 1), ("power loss", 1)],
     "Which boards were reset by their watchdog device, by what the device says itself?": [
         (DEVICE, "iTCO_wdt")],
@@ -128,8 +135,8 @@ def test_a_query_answers_its_question(opened: sqlite3.Connection, question: str)
 def test_queries_that_answer_with_texts(opened: sqlite3.Connection) -> None:
     moment, = (question for question in QUERIES if "five minutes of a moment" in question)
     assert [row[1] for row in opened.execute(QUERIES[moment])] == [
-        "message", "start", "not_found", "snapshot", "alarm", "memory", "end", "end", "message",
-        "start_failed", "reboot", "archive"]
+        "message", "start", "not_found", "message", "message", "snapshot", "alarm", "memory",
+        "end", "message", "end", "message", "start_failed", "reboot", "archive"]
     lost, = opened.execute(QUERIES["Which boots have left nothing else?"])
     assert lost[:2] == (DEVICE, "2026-11-22T09:59:00+01:00") and "power loss" in lost[2]
     broken, = opened.execute(QUERIES["Which archives are not whole?"])
