@@ -335,3 +335,10 @@ def test_the_third_end_is_told_as_far_as_it_is_known() -> None:
     assert third(ended(239, {"status": 1}))[0] == "it ended with status 1" + NO_ARCHIVE
     assert third()[0] == "how it ended is not told" + NO_ARCHIVE
     assert third(hang(230), first=(end(60),))[0] == "it was a hang" + NO_ARCHIVE
+
+
+def test_a_start_before_the_first_message_of_its_boot_is_of_it() -> None:
+    first = [event("message", 0, text="x", boot_id="1"), event("reboot", 50, reason="third end")]
+    second = [start(55), event("message", 60, text="x", boot_id="2"), start(70), start(80),
+              event("reboot", 90, reason="third end")]
+    assert " in 35 s at " in said(*first, *second)[0]

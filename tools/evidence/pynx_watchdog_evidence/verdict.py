@@ -71,14 +71,17 @@ def verdict(events: Sequence[Event]) -> list[Sentence]:
 
 def _boots(events: Sequence[Event]) -> Iterator[int]:
     """The number of the boot of each event, as far as boots are known. Numbers may be left out."""
-    number, last = 0, None
+    number, last, rebooted = 0, None, False
     for event in events:
         boot = event.fields.get("boot_id")
         if "cause" in event.fields or last and isinstance(boot, str) and boot != last:
-            number += 1
+            number += not rebooted  # a start can come before the first message of its boot
+            rebooted = False
         last = boot if isinstance(boot, str) else last
         yield number
-        number += event.kind == "reboot"
+        if event.kind == "reboot":
+            number += 1
+            rebooted = True
 
 
 # -- ends of the application ----------------------------------------------------------------------
