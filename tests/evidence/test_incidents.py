@@ -158,3 +158,10 @@ def test_three_hangs_and_a_reboot_are_two_hangs_and_the_reboot(tmp_path: Path) -
                    application_log=log)
     assert [cause for cause, *_ in causes(found)] == ["hang", "hang", "reboot: third end"]
     assert "; each was a hang, and" in found.incidents[2].text
+
+
+def test_the_application_of_an_incident_is_not_the_guard(tmp_path: Path) -> None:
+    log = start("17:38:49.000", "/usr/bin/pynx-watchdog-guard") + HANG + start("17:38:55.000", "x")
+    stacks = Path(__file__).parents[1] / "fixtures/guard/hang.txt"
+    found = report(tmp_path, "hang", application_log=log, stacks=stacks.read_text("utf-8"))
+    assert causes(found) == [("hang", "/opt/panel", "certain")]

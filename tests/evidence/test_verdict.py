@@ -219,7 +219,7 @@ def ended(after: float, how: dict[str, Any], **more: Any) -> Event:
 def stacks(after: float, kind: str = "hang", **more: Any) -> Event:
     text = "hang: no beat for 31 s" if kind == "hang" else "crash: signal 11 (SIGSEGV), address 0x8"
     return event("message", after, **{
-        "stacks": kind, "text": text, "program": "/opt/app", "process": 7, "seconds": 60,
+        "stacks": kind, "text": text, "program": "/opt/app", "process": 7, "seconds": 50,
         "threads": 2, "thread": "render", "functions": ["wait", "lock"], **more})
 
 
@@ -335,6 +335,21 @@ def test_the_third_end_is_told_as_far_as_it_is_known() -> None:
     assert third(ended(239, {"status": 1}))[0] == "it ended with status 1" + NO_ARCHIVE
     assert third()[0] == "how it ended is not told" + NO_ARCHIVE
     assert third(hang(230), first=(end(60),))[0] == "it was a hang" + NO_ARCHIVE
+
+
+def test_stacks_are_of_the_run_in_which_their_process_was_started() -> None:
+    # A simulated device boots within the second of the stacks.
+    texts = said(start(0), hang(59), event("reboot", 59.5, reason="third end"), start(59.8),
+                 stacks(60, seconds=58), hang(119), ended(119, ABORT), end(120, 6))
+    assert [PLACE in text for text in texts] == [False, True, False]
+
+
+def test_the_application_is_named_and_not_its_guard() -> None:
+    guard = event("start", 0, program="/usr/bin/pynx-watchdog-guard --timeout 9")
+    assert said(guard, stacks(55), end(60, 6))[0].startswith("Application '/opt/app' hung")
+    assert said(guard, end(60, 6))[0].startswith("Application '/usr/bin/pynx-watchdog-guard -")
+    assert said(start(0), stacks(55, program="/opt/other"), end(60, 6))[0].startswith(
+        "Application '/opt/app' hung")
 
 
 def test_a_start_before_the_first_message_of_its_boot_is_of_it() -> None:

@@ -4,8 +4,9 @@
 
 from __future__ import annotations
 
+import os
 import signal
-from collections.abc import Iterator, Sequence
+from collections.abc import Callable, Sequence
 from dataclasses import dataclass
 from datetime import timedelta
 
@@ -41,36 +42,54 @@ def guarded_ends(events: Sequence[Event]) -> list[Guarded]:
     return [run for run in _runs(events) if _complete(events, run)]
 
 
-def _runs(events: Sequence[Event]) -> Iterator[Guarded]:
+def application(events: Sequence[Event]) -> Callable[[str], str]:
+    """What tells the application of a start: not the guard, but what it runs, if stacks tell it."""
+    guarded = next((str(event.fields["program"]) for event in reversed(events)
+                    if "stacks" in event.fields), None)
+
+    def of_program(program: str) -> str:
+        is_guard = os.path.basename(program.split(" ")[0]) == "pynx-watchdog-guard"
+        return guarded if is_guard and guarded else program
+    return of_program
+
+
+def _runs(events: Sequence[Event]) -> list[Guarded]:
     """What is found between two ends, or an end and the next start."""
-    run = Guarded()
+    runs = [Guarded()]
     for at, event in enumerate(events):
+        run = runs[-1]
         if event.kind == "start":
             if run.at < 0:
                 run.at = at
-            yield run
-            run = Guarded(start=at)
+            runs.append(Guarded(start=at))
         elif event.kind == "end" or event.fields.get("reason") == THIRD_END:
             if run.at >= 0:
-                yield run
-                run = Guarded()
-            run.at = at
+                runs.append(Guarded())
+            runs[-1].at = at
         elif "guard" in event.fields:
             # The guard has started the application again by itself, or a log is not here.
             if run.ended is not None or run.at >= 0:
-                yield run
-                run = Guarded(start=run.start if run.at < 0 else None)
+                runs.append(Guarded(start=run.start if run.at < 0 else None))
             if event.fields["guard"] == "hang":
-                run.hang = at
+                runs[-1].hang = at
             elif event.fields["guard"] == "ended":
-                run.ended = at
+                runs[-1].ended = at
         elif "stacks" in event.fields:
-            after = apart(events[run.at], event) if run.at >= 0 else None
-            if after is not None and after > SAME_SECOND:
-                yield run
-                run = Guarded()
-            run.stacks = at
-    yield run
+            _of_stacks(events, runs, event).stacks = at
+    return runs
+
+
+def _of_stacks(events: Sequence[Event], runs: list[Guarded], stacks: Event) -> Guarded:
+    """The run that the stacks are of. Their time can be up to a second too late."""
+    run = runs[-1]
+    since_start = apart(events[run.start], stacks) if run.start is not None else None
+    if since_start is not None and len(runs) > 1 \
+            and since_start + SAME_SECOND * ROUNDED < timedelta(seconds=stacks.fields["seconds"]):
+        return runs[-2]  # the process had been started before this run
+    since_end = apart(events[run.at], stacks) if run.at >= 0 else None
+    if since_end is not None and since_end > SAME_SECOND:
+        runs.append(Guarded())
+    return runs[-1]
 
 
 def _complete(events: Sequence[Event], run: Guarded) -> bool:

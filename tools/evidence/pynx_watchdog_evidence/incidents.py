@@ -5,14 +5,14 @@
 from __future__ import annotations
 
 import re
-from collections.abc import Iterator, Sequence
+from collections.abc import Callable, Iterator, Sequence
 from datetime import datetime
 from typing import Any, NamedTuple
 
 from . import texts
 from .describe import describe
 from .events import Event, apart, is_after
-from .guarded import Guarded, guarded_ends
+from .guarded import Guarded, application, guarded_ends
 from .verdict import ARCHIVE_WITHIN, CERTAIN, LIKELY, how_by_guard, signal_text, verdict
 
 UNKNOWN = "unknown"
@@ -53,7 +53,8 @@ def incidents(events: Sequence[Event]) -> Iterator[Incident]:
     for sentence in verdict(events):
         for at in sentence.evidence:
             sentences.setdefault(at, sentence.text)
-    program = next((_program(event) for event in events if event.kind == "start"), UNKNOWN)
+    name = application(events)
+    program = next((_program(event, name) for event in events if event.kind == "start"), UNKNOWN)
     time = None
     for at, event in enumerate(events):
         time = _time(event, time)
@@ -64,7 +65,7 @@ def incidents(events: Sequence[Event]) -> Iterator[Incident]:
             yield Incident(cause.text[:LONGEST], program, cause.certainty, time, event.source,
                            event.line, sentences.get(at, text), repr(identity))
         if event.kind == "start":  # after it, because a start can tell of the end before it
-            program = _program(event)
+            program = _program(event, name)
 
 
 def _time(event: Event, before: datetime | None) -> datetime | None:
@@ -75,9 +76,9 @@ def _time(event: Event, before: datetime | None) -> datetime | None:
     return event.time
 
 
-def _program(start: Event) -> str:
+def _program(start: Event, name: Callable[[str], str]) -> str:
     """The application's name. Where it ends and its arguments begin, only blanks tell."""
-    return str(start.fields["program"]).split(" ")[0][:LONGEST] or UNKNOWN
+    return name(str(start.fields["program"]).split(" ")[0])[:LONGEST] or UNKNOWN
 
 
 def _causes(events: Sequence[Event]) -> Iterator[tuple[int, _Cause]]:

@@ -10,7 +10,7 @@ from dataclasses import dataclass, field
 from datetime import timedelta
 
 from .events import Event, apart
-from .guarded import Guarded, guarded_ends
+from .guarded import Guarded, application, guarded_ends
 from .join import most_frequent_offset
 from .snapshots import busiest
 from .stacks import where
@@ -107,10 +107,11 @@ def _is_like(one: _End, other: _End, boots: Sequence[int]) -> bool:
 def _each_end(events: Sequence[Event]) -> Iterator[_End]:
     has_messages = any(event.kind == "end" for event in events)
     guarded = {run.at: run for run in guarded_ends(events)}
+    name = application(events)
     start: int | None = None
     for at, event in enumerate(events):
         run = guarded.get(at)
-        program = str(events[start].fields["program"]) if start is not None else ""
+        program = name(str(events[start].fields["program"])) if start is not None else ""
         if event.kind == "end":
             code, crash = event.fields["exit_code"], event.fields["crash"]
             how = f"by {signal_text(code)}" if crash else f"with status {code}"
