@@ -45,7 +45,8 @@ def test_the_stacks_of_a_hang_are_a_message_with_the_main_thread() -> None:
     assert describe(event) == (
         "stacks of a hang: no beat for 2 s; its main thread stood in futex_wait ← Screen::draw ← "
         "Screen::refresh ← Screen::draw ← Screen::refresh ← main")
-    assert tone(event) == "bad"
+    line = Event("message", None, "log", 1, {"guard": "hang"})
+    assert tone(event) == tone(line) == "bad"
 
 
 def test_the_stacks_of_a_crash_are_a_message_with_the_thread_that_crashed() -> None:

@@ -332,9 +332,27 @@ def test_three_hangs_and_a_reboot_are_told_as_such() -> None:
 
 def test_the_third_end_is_told_as_far_as_it_is_known() -> None:
     assert third(ended(239, SEGV))[0] == "it ended by signal 11 (SIGSEGV)" + NO_ARCHIVE
-    assert third(ended(239, {"status": 1}))[0] == "it ended with status 1" + NO_ARCHIVE
+    of_reboot, of_end = third(ended(239, {"status": 1}))
+    assert of_reboot == "it ended with status 1" + NO_ARCHIVE
+    assert of_end.startswith("Application '/opt/app' ended with status 1 after 60 s at ")
     assert third()[0] == "how it ended is not told" + NO_ARCHIVE
     assert third(hang(230), first=(end(60),))[0] == "it was a hang" + NO_ARCHIVE
+    # The log of the first run is lost.
+    assert "; it was a hang, and" in said(start(61), hang(110), end(120, 6), start(121), hang(230),
+                                          THIRD)[0]
+
+
+def test_a_run_that_the_guard_has_started_again_is_one_of_the_three() -> None:
+    again = (ended(10, {"status": 7}), hang(50), end(60, 6))
+    assert third(hang(230), first=again)[0] == "each was a hang" + NO_ARCHIVE
+
+
+@pytest.mark.parametrize("second", [hang(110), stacks(115)])
+def test_without_a_start_between_two_ends_each_has_its_own(second: Event) -> None:
+    texts = said(stacks(55, "crash"), end(60), second, end(120, 6))
+    assert texts[0].startswith("The application hung")
+    assert texts[1].startswith("The application ended by signal 11")
+    assert "thread 'render' crashed in wait" in texts[1] and "crashed in" not in texts[0]
 
 
 def test_stacks_are_of_the_run_in_which_their_process_was_started() -> None:
