@@ -353,6 +353,7 @@ def test_without_a_start_between_two_ends_each_has_its_own(second: Event) -> Non
     assert texts[0].startswith("The application hung")
     assert texts[1].startswith("The application ended by signal 11")
     assert "thread 'render' crashed in wait" in texts[1] and "crashed in" not in texts[0]
+    assert ["hung" in text for text in said(stacks(55), end(60, 6), end(120))] == [False, True]
 
 
 def test_stacks_are_of_the_run_in_which_their_process_was_started() -> None:
