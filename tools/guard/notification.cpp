@@ -31,21 +31,37 @@ bool continues(unsigned char byte)
     return (byte & 0xc0U) == 0x80U;
 }
 
-// Whether each first byte of a character of UTF-8 has as many further bytes as it says.
+// The size of the character that @p text begins with; 0: it is no UTF-8. The second byte tells of
+// characters that are written longer than they need be, surrogates, and those beyond Unicode.
+std::size_t utf8Size(std::string_view text)
+{
+    const auto first = static_cast<unsigned char>(text.front());
+    if (first < 0x80)
+        return 1;
+    const std::size_t size = first < 0xc2 ? 0
+        : first < 0xe0                    ? 2
+        : first < 0xf0                    ? 3
+        : first < 0xf5                    ? 4
+                                          : 0;
+    if (size == 0 || size > text.size())
+        return 0;
+    const auto second = static_cast<unsigned char>(text[1]);
+    if ((first == 0xe0 && second < 0xa0) || (first == 0xed && second > 0x9f)
+        || (first == 0xf0 && second < 0x90) || (first == 0xf4 && second > 0x8f))
+        return 0;
+    const std::string_view others = text.substr(1, size - 1);
+    return std::all_of(others.begin(), others.end(), continues) ? size : 0;
+}
+
 bool isUtf8(std::string_view text)
 {
-    int missing = 0;
-    for (const unsigned char byte : text) {
-        if (continues(byte) != (missing > 0))
+    while (!text.empty()) {
+        const std::size_t size = utf8Size(text);
+        if (size == 0)
             return false;
-        if (missing > 0)
-            --missing;
-        else if (byte >= 0x80)
-            missing = byte >= 0xf8 ? -1 : byte >= 0xf0 ? 3 : byte >= 0xe0 ? 2 : 1;
-        if (missing < 0)
-            return false;
+        text.remove_prefix(size);
     }
-    return missing == 0;
+    return true;
 }
 
 // The text is printed in one line on a terminal or into a log, so it loses its control characters,
