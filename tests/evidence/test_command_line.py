@@ -153,6 +153,25 @@ def test_the_verdict_and_the_events_are_printed(tmp_path: Path) -> None:
     assert [line.split("  ")[1] for line in listed.splitlines()] == ["start", "end"]
 
 
+def test_a_terminal_gets_no_commands(tmp_path: Path) -> None:
+    (tmp_path / "log\x1b[1m").write_text(start("10:00:00.000", "app\x1b[2J"))
+    archive(tmp_path / "report-a-1795341640001.tar.gz", **{"\x1b[3m": "top - 10:00:00\n" * 99_999})
+    result = run(tmp_path)
+    assert "program=app\ufffd[2J" in result.stdout and "log\ufffd[1m:3" in result.stdout
+    assert "\ufffd[3m: it is larger than" in result.stderr
+    assert "\x1b" not in result.stdout + result.stderr
+
+
+@pytest.mark.parametrize("encoding", ["ascii", "utf-8"])
+def test_a_letter_that_a_terminal_has_not_is_replaced(
+        tmp_path: Path, monkeypatch: pytest.MonkeyPatch, encoding: str) -> None:
+    (tmp_path / os.fsdecode(b"\xff")).write_text(start("10:00:00.000", "\u2190"))
+    monkeypatch.setenv("PYTHONIOENCODING", encoding)
+    result = run(tmp_path)
+    assert (result.returncode, result.stderr) == (0, "")
+    assert len(result.stdout.splitlines()) == 3
+
+
 @pytest.mark.parametrize("arguments", [
     [], ["--unknown", "x"], ["--jsonl"], ["--jsonl", "--database", "x", "x"]])
 def test_wrong_usage(arguments: list[str]) -> None:

@@ -5,6 +5,7 @@
 from __future__ import annotations
 
 import argparse
+import io
 import json
 import re
 import sqlite3
@@ -26,6 +27,7 @@ from .spread import Failed, open_pool
 from .store import Store, Unusable
 from .table import tables
 from .verdict import CERTAIN, verdict
+from .words import plain
 
 INTERRUPTED = 130  # the exit status, as a shell has it
 
@@ -36,11 +38,13 @@ def main(arguments: Sequence[str] | None = None) -> int:
     options = parser.parse_args(arguments)
     if options.jsonl and options.database:
         parser.error("argument --database: not allowed with argument --jsonl")
+    if isinstance(sys.stdout, io.TextIOWrapper):
+        sys.stdout.reconfigure(errors="replace")  # not every terminal has all letters
     failed: list[Path] = []
 
     def complain(path: Path, reason: str) -> None:
         failed.append(path)
-        print(f"pynx-watchdog-evidence: {path}: {reason}", file=sys.stderr)
+        print(plain(f"pynx-watchdog-evidence: {path}: {reason}"), file=sys.stderr)
 
     try:
         fleet = fleet_of(options.paths)
@@ -142,10 +146,10 @@ def _tell_fleet(fleet: Fleet, options: argparse.Namespace, complain: Complain,
 def _print_for_people(events: list[Event]) -> None:
     for sentence in verdict(events):
         sure = "" if sentence.certainty == CERTAIN else f" ({sentence.certainty})"
-        print(f"- {sentence.text}{sure}")
+        print(plain(f"- {sentence.text}{sure}"))
     print()
     for event in events:
         time = event.time.isoformat(sep=" ", timespec="milliseconds") if event.time else "-"
         facts = "  ".join(f"{name}={value}" for name, value in event.fields.items()
                           if not isinstance(value, (list, dict)))
-        print(f"{time}  {event.kind}  {facts}  ({event.source}:{event.line})")
+        print(plain(f"{time}  {event.kind}  {facts}  ({event.source}:{event.line})"))

@@ -7,6 +7,7 @@ from __future__ import annotations
 from collections.abc import Iterator, Sequence
 
 from .store import DIMENSIONS, Count, Store
+from .words import plain
 
 ROWS = {"cause": 30, "week": 1000}  # that are shown of a table
 OTHER_ROWS = 10
@@ -31,7 +32,7 @@ def tables(store: Store) -> Iterator[str]:
         yield "newest incidents"
     for time, device, text, source, line in newest:
         place = f"{source}:{line}" if line else source
-        yield _plain(f"- {time or 'time unknown'}  {device}  {text}  ({place})")
+        yield plain(f"- {time or 'time unknown'}  {device}  {text}  ({place})")
 
 
 def headline(store: Store) -> str:
@@ -82,12 +83,7 @@ def _table(store: Store, dimension: str, counts: Sequence[Count]) -> Iterator[st
 
 
 def _short(value: str) -> str:
-    return _plain(value if len(value) <= WIDEST else value[:WIDEST - 1] + "…")
-
-
-def _plain(text: str) -> str:
-    """The text without what a terminal would take for a command."""
-    return "".join(letter if letter.isprintable() else "�" for letter in text)
+    return plain(value if len(value) <= WIDEST else value[:WIDEST - 1] + "…")
 
 
 def _bars(counts: Sequence[int]) -> str:

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The watchdog developers
 # SPDX-License-Identifier: MIT
-"""Times in words."""
+"""Times in words, and texts for a terminal."""
 
 from __future__ import annotations
 
@@ -21,3 +21,8 @@ def duration(seconds: float) -> str:
 def moment(time: datetime) -> str:
     """A time, to the second."""
     return time.isoformat(sep=" ", timespec="seconds")
+
+
+def plain(text: str) -> str:
+    """The text without what a terminal would take for a command."""
+    return "".join(letter if letter.isprintable() else "�" for letter in text)
