@@ -191,6 +191,27 @@ def test_nothing_readable_at_all(tmp_path: Path) -> None:
     assert str(missing) in result.stderr
 
 
+@pytest.mark.parametrize("option", [[], ["--jsonl"], ["--html", "page"], ["--database", "db"]])
+def test_a_directory_without_files(tmp_path: Path, option: list[str]) -> None:
+    options: list[str | Path] = [
+        text if text.startswith("--") else tmp_path / text for text in option]
+    (tmp_path / "empty").mkdir()
+    result = run(*options, tmp_path / "empty")
+    assert (result.returncode, result.stdout) == (1, "")
+    assert result.stderr == f"pynx-watchdog-evidence: {tmp_path}/empty: it has no files\n"
+    assert list(tmp_path.iterdir()) == [tmp_path / "empty"]
+
+
+@pytest.mark.parametrize("option", [[], ["--jsonl"], ["--html", "page"], ["--database", "db"]])
+def test_a_log_without_events_is_read(tmp_path: Path, option: list[str]) -> None:
+    options: list[str | Path] = [
+        text if text.startswith("--") else tmp_path / text for text in option]
+    (tmp_path / "log").write_text("output of the application\n")
+    result = run(*options, tmp_path / "log", tmp_path / "missing")
+    assert (result.returncode, "Nothing is found" in result.stdout) == (0, not option)
+    assert result.stderr == f"pynx-watchdog-evidence: {tmp_path}/missing: it is no file\n"
+
+
 def test_the_cause_of_a_boot_counts_once(tmp_path: Path) -> None:
     concluded = {"cause": "power loss", "concluded_from": ["The last boot left no trace."],
                  "time": "2026-11-22T10:00:00+0100", "boot_id": "b1", "last_boot_id": "b0"}

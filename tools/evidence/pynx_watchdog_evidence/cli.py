@@ -48,12 +48,15 @@ def main(arguments: Sequence[str] | None = None) -> int:
 
     try:
         fleet = fleet_of(options.paths)
+        if not fleet.archives and not fleet.others:
+            complain(options.paths[0], "it has no files")
+            return 1
         if options.database or options.scheduler or not fleet.is_one_story():
-            found = _tell_fleet(fleet, options, complain, failed)
+            is_read = _tell_fleet(fleet, options, complain, failed)
         elif options.jsonl:
-            found = _print_events(options.paths, complain)
+            is_read = _print_events(options.paths, complain) or fleet.has_others_than(failed)
         else:
-            found = _tell_story(options, complain, failed)
+            is_read = _tell_story(fleet, options, complain, failed)
         sys.stdout.flush()
     except BrokenPipeError:
         sys.stderr.close()
@@ -63,7 +66,7 @@ def main(arguments: Sequence[str] | None = None) -> int:
     except (OSError, sqlite3.Error, Unusable, Failed) as error:
         print(f"pynx-watchdog-evidence: {error}", file=sys.stderr)
         return 1
-    return 1 if failed and not found else 0
+    return 0 if is_read else 1
 
 
 def _parser() -> argparse.ArgumentParser:
@@ -101,27 +104,29 @@ def _address(text: str) -> str:
     return text
 
 
-def _print_events(paths: Sequence[Path], complain: Complain) -> int:
-    found = 0
+def _print_events(paths: Sequence[Path], complain: Complain) -> bool:
+    found = False
     for event in events_of(paths, complain):
-        found += 1
+        found = True
         print(json.dumps(event.as_dict()))
     return found
 
 
-def _tell_story(options: argparse.Namespace, complain: Complain, failed: Sequence[Path]) -> int:
+def _tell_story(fleet: Fleet, options: argparse.Namespace, complain: Complain,
+                failed: Sequence[Path]) -> bool:
     events = list(held(events_of(options.paths, complain), Room(MOST_HELD), options.paths[0],
                        complain))
-    if events or not failed:
+    is_read = bool(events) or fleet.has_others_than(failed)
+    if is_read:
         if options.html:
             write_page(options.html, events, verdict(events), logs_of(events))
         else:
             _print_for_people(events)
-    return len(events)
+    return is_read
 
 
 def _tell_fleet(fleet: Fleet, options: argparse.Namespace, complain: Complain,
-                failed: Sequence[Path]) -> int:
+                failed: Sequence[Path]) -> bool:
     tomorrow = datetime.now() + timedelta(days=1)
     rows = Rows.WHOLE if options.jsonl else Rows.SHORT if options.database else Rows.NONE
 
@@ -133,14 +138,14 @@ def _tell_fleet(fleet: Fleet, options: argparse.Namespace, complain: Complain,
         with open_pool(options.scheduler) as pool:
             found = read_fleet(fleet, store, pool, complain, rows, take)
         store.commit()
-        if failed and not found:
-            return 0
+        if not found and not fleet.has_others_than(failed):
+            return False
         if options.html:
             write_fleet_page(options.html, store)
         elif rows == Rows.NONE:
             for line in tables(store):
                 print(line)
-    return found
+    return True
 
 
 def _print_for_people(events: list[Event]) -> None:

@@ -4,6 +4,7 @@
 
 from __future__ import annotations
 
+import itertools
 import json
 import os
 import sys
@@ -33,6 +34,12 @@ class Fleet:
 
     archives: list[str] = field(default_factory=list)
     others: dict[str, list[str]] = field(default_factory=dict)  # by the directory they belong to
+
+    def has_others_than(self, failed: Iterable[Path]) -> bool:
+        """Whether there are files besides those that failed. A log fails with its older half."""
+        names = {os.path.realpath(path) for path in failed}
+        return any(not names.intersection((file, file.removesuffix(".0")))
+                   for file in itertools.chain(self.archives, *self.others.values()))
 
     def is_one_story(self) -> bool:
         """Whether it is as little as of one device, so that it is better told as one story."""
