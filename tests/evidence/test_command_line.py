@@ -15,7 +15,9 @@ from typing import Any
 import pytest
 
 from pynx_watchdog_evidence import sources
-from pynx_watchdog_evidence.join import events_of
+from pynx_watchdog_evidence.archives import Room
+from pynx_watchdog_evidence.events import Event
+from pynx_watchdog_evidence.join import events_of, held
 
 PROGRAM = Path(__file__).parents[2] / "tools/evidence/pynx-watchdog-evidence"
 
@@ -134,12 +136,32 @@ def test_a_file_that_surprises_the_reader_costs_only_itself(
 
 
 def test_links_and_other_files_in_a_directory_are_left_alone(tmp_path: Path) -> None:
-    (tmp_path / "log").write_text(start("10:00:00.000"))
-    (tmp_path / "link").symlink_to("log")
-    (tmp_path / "loop").symlink_to("loop")
-    (tmp_path / "directory").symlink_to(".")
-    os.mkfifo(tmp_path / "fifo")
-    assert len(events(tmp_path)) == 1
+    for directory in "one", "other":
+        (tmp_path / directory).mkdir()
+        (tmp_path / directory / "log").write_text(start("10:00:00.000", directory))
+    (tmp_path / "one/link").symlink_to("../other/log")
+    (tmp_path / "one/loop").symlink_to("loop")
+    (tmp_path / "one/directory").symlink_to("../other")
+    os.mkfifo(tmp_path / "one/fifo")
+    assert [event["program"] for event in events(tmp_path / "one")] == ["one"]
+
+
+def test_of_very_many_events_the_first_are_told_and_that_is_said() -> None:
+    told: list[tuple[Path, str]] = []
+    found = held((Event("memory", None, "log", line) for line in range(9)), Room(3), Path("log"),
+                 lambda file, reason: told.append((file, reason)))
+    assert [event.line for event in found] == [0, 1, 2]
+    assert told == [(Path("log"), "it has too many events: not more than about 200000 are told")]
+
+
+def test_a_reader_that_ends_early_is_no_error(tmp_path: Path) -> None:
+    (tmp_path / "log").write_text(start("10:00:00.000") * 5000)  # more than a pipe can hold
+    with subprocess.Popen([PROGRAM, tmp_path / "log"], stdout=subprocess.PIPE,
+                          stderr=subprocess.PIPE) as process:
+        assert process.stdout and process.stdout.readline() and process.stderr
+        process.stdout.close()
+        assert process.stderr.read() == b""
+    assert process.returncode == 0
 
 
 def test_the_verdict_and_the_events_are_printed(tmp_path: Path) -> None:

@@ -68,11 +68,13 @@ def test_output_between_the_lines_ends_an_alarm() -> None:
     assert [len(event["samples"]) for event in read(b"\n".join(parts))] == [1]
 
 
-def test_the_load_of_a_process_that_ended_is_told_as_its_end() -> None:
+@pytest.mark.parametrize("load, percent", [
+    (b" cpu load:4.6e+18", 4.6e18), (b"render cpu load:4.6e+18", 4.6e18), (b" cpu load:3", 3)])
+def test_the_load_of_a_process_that_ended_is_told_as_its_end(load: bytes, percent: float) -> None:
     sample = read(ALARM.split(b"\n")[0] + b"\n"
                   b"2026-11-22 12:00:01.012 Time between two invocations:1000ms\n"
-                  b"2026-11-22 12:00:01.012  cpu load:4.6e+18%\n")[0]["samples"][0]
-    assert sample == {"interval_ms": 1000, "load": 4.6e18, "ended": True}
+                  b"2026-11-22 12:00:01.012 %s%%\n" % load)[0]["samples"][0]
+    assert sample == {"interval_ms": 1000, "load": percent, "ended": True}
 
 
 @pytest.mark.parametrize("load", [b"inf", b"nan", b"-nan"])
