@@ -210,6 +210,9 @@ def with_jumps_by_uptime(events: Iterable[Event], jumps: Jumps) -> Iterator[Even
                 size = event.time - start.time - timedelta(seconds=event.fields["uptime"])
                 if (size < -LEAST or size > SLOW_END) and not jumps.knows(
                         start.time, event.time, size):
-                    yield jump(event.source, event.line, start.time, event.time, size)
+                    found = jump(event.source, event.line, start.time, event.time, size)
+                    if size > _NONE:  # the end may be of a later run than this start
+                        found.fields["text"] += ", or the log of a start is missing"
+                    yield found
             start = None
         yield event

@@ -307,7 +307,7 @@ def _single(events: Sequence[Event]) -> Iterator[Sentence]:
             text = str(event.fields["text"])
             yield Sentence(f"{text[0].upper()}{text[1:]}, between {event.fields['clock_before']} "
                            f"and {event.fields['clock_after']} ({event.source}:{event.line})",
-                           LIKELY if "summer" in text else CERTAIN, [at])
+                           LIKELY if ", or " in text else CERTAIN, [at])
         elif event.kind == "start_failed":
             problem = _START_PROBLEMS.get(event.fields["code"],
                                           f"A start failed with code {event.fields['code']}")
