@@ -171,7 +171,7 @@ def test_the_verdict_and_the_events_are_printed(tmp_path: Path) -> None:
     verdict, listed = result.stdout.split("\n\n")
     assert verdict == (
         "- Application 'app' ended with status 1 after 9 s at 2026-11-22 10:00:10+00:00\n"
-        "- The times of 1 events have no offset from UTC, and are taken for UTC+00:00 (guess)")
+        "- Times without an offset from UTC are taken for UTC+00:00, in 1 of 2 events (guess)")
     assert [line.split("  ")[1] for line in listed.splitlines()] == ["start", "end"]
 
 

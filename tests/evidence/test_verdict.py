@@ -81,7 +81,7 @@ def test_the_third_end_is_told_with_its_time() -> None:
               event("reboot", 240, reason="third end")]
     assert said(*events)[0] == (
         "The board was rebooted at the third end of the application in 4 min at 2026-11-22 "
-        "10:04:00+00:00; how it ended is not told, and no archive of it was made by itself, since "
+        "10:04:00+00:00; how it ended is not told, and the supervisor made no archive of it, since "
         "the reboot came first")
     assert verdict(events)[0].evidence == [0, 2, 4, 5]
 
@@ -192,7 +192,7 @@ def test_a_guessed_offset_is_told() -> None:
     there = event("memory", 0, free_kib=1, cache_kib=2)
     there.time = datetime(2026, 11, 22, 12, 3, tzinfo=timezone(timedelta(hours=2)))
     assert [(sentence.text, sentence.certainty) for sentence in verdict([local, there])][1:] == [(
-        "The times of 1 events have no offset from UTC, and are taken for UTC+02:00", GUESS)]
+        "Times without an offset from UTC are taken for UTC+02:00, in 1 of 2 events", GUESS)]
     assert len(verdict([local])) == len(verdict([there])) == 1
 
 
@@ -323,7 +323,7 @@ def third(*last: Event, first: tuple[Event, ...] = (hang(50), end(60, 6))) -> tu
     return texts[0].split("; ", 1)[1], texts[1]
 
 
-NO_ARCHIVE = ", and no archive of it was made by itself, since the reboot came first"
+NO_ARCHIVE = ", and the supervisor made no archive of it, since the reboot came first"
 
 
 def test_three_hangs_and_a_reboot_are_told_as_such() -> None:

@@ -279,8 +279,8 @@ def _reboots(events: Sequence[Event], boots: Sequence[int]) -> Iterator[Sentence
         within = apart(events[starts[0]], event) if len(starts) == 3 else None
         if within is not None and within > timedelta():
             text += f" in {duration(within.total_seconds())}"
-        text += _when(events, [at]) + f"; {_third_ends(events, guarded, starts, at)}, and no " \
-            "archive of it was made by itself, since the reboot came first"
+        text += _when(events, [at]) + f"; {_third_ends(events, guarded, starts, at)}, and " \
+            "the supervisor made no archive of it, since the reboot came first"
         yield Sentence(text, CERTAIN, [*starts, at])
 
 
@@ -351,8 +351,8 @@ def _guesses(events: Sequence[Event]) -> Iterator[Sentence]:
     if unknown and any(event.time and event.time.tzinfo for event in events):
         minutes = round(most_frequent_offset([events]) / timedelta(minutes=1))
         offset = f"{'-' if minutes < 0 else '+'}{abs(minutes) // 60:02}:{abs(minutes) % 60:02}"
-        yield Sentence(f"The times of {len(unknown)} events have no offset from UTC, and are taken "
-                       f"for UTC{offset}", GUESS, unknown[:1])
+        yield Sentence(f"Times without an offset from UTC are taken for UTC{offset}, in "
+                       f"{len(unknown)} of {len(events)} events", GUESS, unknown[:1])
 
 
 # -- words ----------------------------------------------------------------------------------------
