@@ -178,7 +178,9 @@ def test_the_verdict_and_the_events_are_printed(tmp_path: Path) -> None:
 def test_a_terminal_gets_no_commands(tmp_path: Path) -> None:
     (tmp_path / "log\x1b[1m").write_text(start("10:00:00.000", "app\x1b[2J"))
     archive(tmp_path / "report-a-1795341640001.tar.gz", **{"\x1b[3m": "top - 10:00:00\n" * 99_999})
+    (tmp_path / "\x1b[4m").write_bytes(b"\x1f\x8b")
     result = run(tmp_path)
+    assert f"not whole: {tmp_path}/\ufffd[4m" in result.stdout.split("\n\n", maxsplit=1)[0]
     assert "program=app\ufffd[2J" in result.stdout and "log\ufffd[1m:3" in result.stdout
     assert "\ufffd[3m: it is larger than" in result.stderr
     assert "\x1b" not in result.stdout + result.stderr

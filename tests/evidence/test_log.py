@@ -160,8 +160,11 @@ def test_the_offset_is_found_where_a_local_time_follows_a_time_line(
     assert times(time_line(gmt) + start(local)) == [f"2026-11-22T{local}.500000{offset}"]
 
 
-def test_a_local_time_that_is_near_no_offset_tells_none() -> None:
-    assert times(time_line("10:00:00") + start("12:07:00")) == ["2026-11-22T12:07:00.500000"]
+@pytest.mark.parametrize("gmt, local", [
+    ("10:00:00", "12:07:00"),  # near no multiple of 15 minutes
+    ("01:00:00", "15:15:00"), ("23:00:00", "08:45:00")])  # more than 14 hours
+def test_a_local_time_that_can_be_of_no_offset_tells_none(gmt: str, local: str) -> None:
+    assert times(time_line(gmt) + start(local)) == [f"2026-11-22T{local}.500000"]
 
 
 def test_what_has_no_time_of_its_own_has_that_of_the_time_line_before() -> None:
