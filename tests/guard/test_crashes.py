@@ -14,7 +14,7 @@ from tempfile import TemporaryDirectory
 
 import pytest
 
-from guarding import Ended, Guard
+from guarding import TIME_LIMIT, Ended, Guard
 
 
 def _assert_crash(ended: Ended, number: signal.Signals) -> None:
@@ -86,6 +86,14 @@ def test_a_crash_after_the_main_thread_has_ended(guard: Guard) -> None:
     ended = guard.run("threads", "2", "execute-in-thread", str(guard.application), "crash")
     _assert_crash(ended, signal.SIGSEGV)
     assert len(ended.threads) == 1
+
+
+def test_a_crash_whose_stacks_take_longer_than_the_time_out_is_no_hang(guard: Guard) -> None:
+    # The guard waits for a second until what nobody reads has been read.
+    running = guard.start("say", "unread", "threads", "300", "notify", "WATCHDOG_USEC=500000",
+                          "crash")
+    running.process.wait(TIME_LIMIT)
+    _assert_crash(running.end(), signal.SIGSEGV)
 
 
 def test_a_thousand_threads(guard: Guard) -> None:

@@ -278,6 +278,7 @@ void Guard::checkCrash()
         return;
     takeStacks("crash", m_application.signalText(crash->thread));
     m_application.release();
+    m_liveness.stop(Clock::now()); // writing a core takes time, too
 }
 
 void Guard::checkTimes()

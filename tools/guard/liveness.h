@@ -20,7 +20,8 @@ public:
     /** Takes in what the application has said. */
     void take(const Notification &said, Clock::time_point now);
 
-    /** The application was told to end, or has said that it does. It gets time for that. */
+    /** The application was told to end, has said that it does, or crashes. It gets time for that.
+     */
     void stop(Clock::time_point now);
 
     /** The guard itself was stopped and knows nothing of this time. What runs begins anew. */
