@@ -82,7 +82,7 @@ def test_the_crash_of_another_process_is_none(guard: Guard) -> None:
     assert ended.status == 3
 
 
-def test_a_crash_after_the_main_thread_has_ended(guard: Guard) -> None:
+def test_a_crash_after_a_thread_has_executed_a_program(guard: Guard) -> None:
     ended = guard.run("threads", "2", "execute-in-thread", str(guard.application), "crash")
     _assert_crash(ended, signal.SIGSEGV)
     assert len(ended.threads) == 1

@@ -159,6 +159,14 @@ def test_kinds_of_hangs(guard: Guard, behaviours: tuple[str, ...], function: str
     assert function in ended.threads[0].functions
 
 
+def test_a_hang_after_the_main_thread_has_ended(guard: Guard) -> None:
+    ended = guard.run("threads", "2", "notify", "WATCHDOG_USEC=200000", "end-main-thread")
+    _assert_hang(ended)
+    assert [thread.name for thread in ended.threads] == ["waiter-0", "waiter-1"]
+    for thread in ended.threads:
+        assert "(anonymous namespace)::waitForEver()" in thread.functions
+
+
 def test_both_threads_of_a_deadlock_are_shown(guard: Guard) -> None:
     ended = guard.run("deadlock", options=("--timeout", "1"))
     _assert_hang(ended)

@@ -236,10 +236,12 @@ void writeStacks(std::FILE *file, pid_t process, const std::vector<pid_t> &threa
     Dwfl_Callbacks callbacks = {};
     callbacks.find_elf = ::dwfl_linux_proc_find_elf;
     callbacks.find_debuginfo = ::dwfl_standard_find_debuginfo;
+    // When the main thread has ended, only the others still know the memory of the process.
+    const pid_t alive = threads.empty() ? process : threads.front();
     const std::unique_ptr<Dwfl, decltype(&::dwfl_end)> dwfl(::dwfl_begin(&callbacks), &::dwfl_end);
-    if (!dwfl || ::dwfl_linux_proc_report(dwfl.get(), process) != 0
+    if (!dwfl || ::dwfl_linux_proc_report(dwfl.get(), alive) != 0
         || ::dwfl_report_end(dwfl.get(), nullptr, nullptr) != 0
-        || ::dwfl_linux_proc_attach(dwfl.get(), process, true) != 0) {
+        || ::dwfl_linux_proc_attach(dwfl.get(), alive, true) != 0) {
         std::fprintf(file, "\n(the stacks cannot be read: %s)\n", ::dwfl_errmsg(-1));
         return;
     }
