@@ -7,6 +7,7 @@ from __future__ import annotations
 import ctypes
 import os
 import re
+import resource
 import signal
 import socket
 import subprocess
@@ -192,6 +193,15 @@ def test_an_application_that_survives_the_abort_is_killed(guard: Guard) -> None:
     _assert_hang(ended, signal.SIGKILL)
     assert ended.end == \
         "guard: ended: signal 9 (SIGKILL) after N s, peak N kB, last status: deaf"
+
+
+def test_the_limit_of_its_files_ends_the_stacks_and_not_the_application(guard: Guard) -> None:
+    ended = guard.run("handle", "6", "handle", str(signal.SIGXFSZ.value), "threads", "50",
+                      "notify", "WATCHDOG_USEC=200000", "await-signal", "sleep", "500", "exit", "3",
+                      preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (2000, 2000)))
+    assert ended.told[1].endswith(": File too large")
+    assert [line for line in ended.output if line.startswith("handled")] == ["handled 6"]
+    assert ended.status == 3
 
 
 def test_an_application_may_handle_the_abort(guard: Guard) -> None:

@@ -125,7 +125,9 @@ Guard::Guard(const Options &options) : m_options(options), m_liveness({}, {}, {}
     ::sigaction(SIGCHLD, &action, &m_inherited.childAction);
     sigset_t read = readSignalSet();
     ::sigprocmask(SIG_SETMASK, &read, &m_inherited.mask);
-    ::sigdelset(&read, SIGPIPE); // comes from the guard's own writing, and is of no interest
+    // These come from the guard's own writing, and are of no interest.
+    ::sigdelset(&read, SIGPIPE);
+    ::sigdelset(&read, SIGXFSZ);
     m_signals = ::signalfd(-1, &read, SFD_CLOEXEC | SFD_NONBLOCK);
     // Orphans of the application become children of the guard, so that they are still known.
     ::prctl(PR_SET_CHILD_SUBREAPER, 1);
