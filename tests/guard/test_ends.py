@@ -240,3 +240,10 @@ def test_an_application_that_was_told_to_end_is_not_started_again(guard: Guard) 
     assert running.line() == "ready"
     running.send(signal.SIGTERM)
     assert running.end().status == 42
+
+
+def test_a_hang_is_an_end_for_the_supervisor_whatever_its_status(guard: Guard) -> None:
+    ended = guard.run("handle", "6", "notify", "WATCHDOG=trigger", "await-signal", "exit", "42",
+                      options=("--restart-on", "42"))
+    assert ended.status == 42
+    assert len(ended.told) == 1

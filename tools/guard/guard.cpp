@@ -193,7 +193,7 @@ Application::End Guard::watch()
 
 bool Guard::isToStartAgain(const Application::End &end) const
 {
-    return m_toldToEnd == 0 && WIFEXITED(end.status)
+    return m_toldToEnd == 0 && !m_hung && WIFEXITED(end.status)
         && m_options.restartOn.test(static_cast<std::size_t>(WEXITSTATUS(end.status)));
 }
 
