@@ -8,6 +8,8 @@ import os
 import re
 import signal
 import subprocess
+import time
+from contextlib import suppress
 from pathlib import Path
 
 import pytest
@@ -194,6 +196,23 @@ def test_a_signal_to_the_process_group_comes_once(guard: Guard) -> None:
         ended = running.end()
         assert ended.output == ["handled 15"]
         assert ended.status == 0
+
+
+@pytest.mark.parametrize("options, output", [
+    ((), ["epoll_wait: Interrupted system call"]), (("--stacks", ""), [])],
+    ids=["traced", "untraced"])
+def test_an_ignored_signal_ends_a_wait_if_it_is_traced(guard: Guard, options: tuple[str, ...],
+                                                       output: list[str]) -> None:
+    """So the kernel does it. The manual says it."""
+    running = guard.start("ids", "epoll", options=options)
+    process = int(running.line().split()[1])
+    assert running.line() == "waiting"
+    with suppress(ProcessLookupError):
+        for _ in range(200 if output else 5):
+            os.kill(process, signal.SIGCHLD)
+            time.sleep(0.05)
+        running.send(signal.SIGTERM)
+    assert running.end().output == output
 
 
 def test_a_second_signal_is_passed_on_too(guard: Guard) -> None:

@@ -35,7 +35,7 @@ public:
     struct End
     {
         int status;  ///< as waitpid(2) tells it
-        long peakKb; ///< the most memory that it had resident
+        long peakKb; ///< the most memory that it, or a child that it waited for, had
     };
 
     Application() = default;
