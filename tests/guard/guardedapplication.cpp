@@ -348,7 +348,6 @@ void cloneProcess()
 
 const std::map<std::string, std::function<void(Arguments &)>> behaviours = {
     {"say", [](Arguments &a) { say(take(a)); }},
-    {"print", [](Arguments &a) { std::fputs(take(a).c_str(), stdout), std::fflush(stdout); }},
     {"sleep",
      [](Arguments &a) { std::this_thread::sleep_for(std::chrono::milliseconds(takeNumber(a))); }},
     {"wait", [](Arguments &) { waitForEver(); }},
@@ -394,7 +393,6 @@ const std::map<std::string, std::function<void(Arguments &)>> behaviours = {
     {"raise-for-ever", [](Arguments &) { raiseForEver(); }},
     {"end-main-thread", [](Arguments &) { ::pthread_exit(nullptr); }},
     {"clone-process", [](Arguments &) { cloneProcess(); }},
-    {"execute", [](Arguments &a) { execute(a); }},
     {"execute-in-thread", [](Arguments &a) { std::thread([&a] { execute(a); }).join(); }},
 
     {"handle", [](Arguments &a) { setHandler(takeNumber(a), noteSignal); }},

@@ -47,7 +47,8 @@ def test_beats_keep_it_from_being_one(guard: Guard) -> None:
 
 def test_without_a_time_out_nothing_is_a_hang(guard: Guard) -> None:
     ended = guard.run("environment", "WATCHDOG_USEC", "environment", "WATCHDOG_PID",
-                      "sleep", "1500", options=("--startup", "1"))
+                      "sleep", "1500", options=("--startup", "1"),
+                      env={"WATCHDOG_PID": "1", "WATCHDOG_USEC": "2"})
     assert ended.output == ["WATCHDOG_USEC=(unset)", "WATCHDOG_PID=(unset)"]
     assert ended.status == 0 and not ended.told
 
