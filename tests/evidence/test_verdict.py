@@ -106,6 +106,14 @@ def test_alarms_of_a_process_are_one_sentence() -> None:
         "10:00:00+00:00 to 2026-11-22 10:00:20+00:00"]
 
 
+def test_a_load_that_is_not_known_is_no_load_and_no_end() -> None:
+    unknown = alarm(40, load=None)
+    assert said(start(0), unknown, end(60, 1, False)) == [
+        "Application '/opt/app' ended with status 1 after 60 s at 2026-11-22 10:01:00+00:00; "
+        "in the 30 s before, 'app' was too busy",
+        "Process 'app' was too busy at 2026-11-22 10:00:40+00:00"]
+
+
 def test_an_archive_that_is_not_whole_is_told() -> None:
     assert said(event("archive", 0, name="x", members=[], complete=False)) == [
         "An archive is not whole: log"]

@@ -209,7 +209,9 @@ def _busiest_before(events: Sequence[Event], at: int) -> tuple[int, str] | None:
             return number, f"thread {threads[0]['name']!r} used {threads[0]['load']:g} % {limit}"
         if "ended" in sample:
             return number, f"{event.fields['process']!r} ended, which was watched"
-        return number, f"{event.fields['process']!r} used {sample.get('load') or 0:g} % {limit}"
+        if sample.get("load") is None:  # not measured, or the log is cut here
+            return number, f"{event.fields['process']!r} was too busy"
+        return number, f"{event.fields['process']!r} used {sample['load']:g} % {limit}"
     return None
 
 
@@ -337,7 +339,8 @@ def _alarms(events: Sequence[Event]) -> Iterator[Sentence]:
         loads = [sample["load"] for at in alarms for sample in events[at].fields["samples"]
                  if sample.get("load") is not None and "ended" not in sample]
         times = f" {len(alarms)} times" if len(alarms) > 1 else ""
-        if not loads and any(events[at].fields["samples"] for at in alarms):
+        if not loads and any("ended" in sample for at in alarms
+                             for sample in events[at].fields["samples"]):
             text = "A watched process" + (f", {process!r}," if process else "") + f" ended{times}"
         else:
             text = f"Process {process!r} was too busy{times}"
