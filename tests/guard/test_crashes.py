@@ -90,8 +90,8 @@ def test_a_crash_after_a_thread_has_executed_a_program(guard: Guard) -> None:
 
 def test_a_crash_whose_stacks_take_longer_than_the_time_out_is_no_hang(guard: Guard) -> None:
     # The guard waits for a second until what nobody reads has been read.
-    running = guard.start("say", "unread", "threads", "300", "notify", "WATCHDOG_USEC=500000",
-                          "crash")
+    running = guard.start("say", "unread", "threads", "1000", "notify", "WATCHDOG_USEC=500000",
+                          "crash-in-thread")
     running.process.wait(TIME_LIMIT)
     _assert_crash(running.end(), signal.SIGSEGV)
 
