@@ -11,6 +11,7 @@ import resource
 import signal
 import socket
 import subprocess
+import time
 from pathlib import Path
 
 import pytest
@@ -91,6 +92,33 @@ def test_an_application_that_says_it_stops_has_time_for_it(guard: Guard) -> None
     ended = guard.run("notify", "READY=1", "notify", "STOPPING=1", "sleep", "1500", "exit", "3",
                       options=("--timeout", "1"))
     assert ended.status == 3 and not ended.told
+
+
+def test_a_time_in_which_all_was_stopped_does_not_count(guard: Guard) -> None:
+    running = guard.start("notify", "READY=1", "say", "ready", "beat", "100", "30",
+                          options=("--timeout", "2"), start_new_session=True)
+    assert running.line() == "ready"
+    os.killpg(running.process.pid, signal.SIGSTOP)
+    time.sleep(2.5)
+    os.killpg(running.process.pid, signal.SIGCONT)
+    ended = running.end()
+    assert ended.status == 0 and not ended.told
+
+
+def test_it_sleeps_until_something_comes(guard: Guard, build_directory: Path) -> None:
+    running = guard.start("say", "ready", "read", options=("--timeout", "600"))
+    assert running.line() == "ready"
+    file = Path(f"/proc/{running.process.pid}/status")
+    before, after = file.read_text("utf-8"), ""
+    for _ in range(2):  # the first time it may still be starting
+        before = after or before
+        time.sleep(1)
+        after = file.read_text("utf-8")
+    assert running.end().status == 0
+    name = "voluntary_ctxt_switches:"
+    assert after.split(name)[1].split()[0] == before.split(name)[1].split()[0]
+    if b"__asan_init" not in (build_directory / "pynx-watchdog-guard").read_bytes():
+        assert int(after.split("VmRSS:")[1].split()[0]) < 4096  # kB
 
 
 def test_the_application_may_change_the_time_out(guard: Guard) -> None:
