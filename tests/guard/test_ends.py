@@ -4,12 +4,10 @@
 
 from __future__ import annotations
 
-import fcntl
 import os
 import re
 import signal
 import subprocess
-import termios
 import time
 from contextlib import suppress
 from pathlib import Path
@@ -194,24 +192,6 @@ def test_a_signal_to_the_process_group_comes_once(guard: Guard) -> None:
         ended = running.end()
         assert ended.output == ["handled 15"]
         assert ended.status == 0
-
-
-def test_a_signal_of_the_terminal_comes_once(guard: Guard) -> None:
-    master, terminal = os.openpty()
-
-    def take_terminal() -> None:
-        os.setsid()
-        fcntl.ioctl(terminal, termios.TIOCSCTTY, 0)
-
-    running = guard.start("handle", "2", "say", "ready", "await-signal", "sleep", "300",
-                          preexec_fn=take_terminal)
-    assert running.line() == "ready"
-    os.write(master, b"\x03")
-    ended = running.end()
-    os.close(master)
-    os.close(terminal)
-    assert ended.output == ["handled 2"]
-    assert ended.status == 0
 
 
 @pytest.mark.parametrize("options, output", [
