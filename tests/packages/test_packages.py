@@ -350,7 +350,7 @@ def test_man_page_of_the_guard_names_every_option_and_no_other(sdk_build: SdkBui
     path = sdk_build.root / "usr/share/man/man1/pynx-watchdog-guard.1"
     options = run("man", "--local-file", path).split("OPTIONS\n", 1)[1].split("\nMESSAGES", 1)[0]
     told = run(sdk_build.root / "usr/bin/pynx-watchdog-guard", "--help")
-    assert set(re.findall(r"^ +(--[\w-]+)", options, re.MULTILINE)) \
+    assert set(re.findall(r"^ +(?:-\w, )?(--[\w-]+)", options, re.MULTILINE)) \
         == set(re.findall(r"^ .*(--[\w-]+)", told, re.MULTILINE)) == {
             "--timeout", "--startup", "--grace", "--stacks", "--restart-on", "--help", "--version"}
 

@@ -60,8 +60,8 @@ def test_a_directory_of_somebody_else_is_left_alone(tmp_path: Path) -> None:
 @pytest.fixture
 def sysroot(tmp_path: Path) -> Path:
     """A directory that prepare-arm64-sysroot takes for one that it has made."""
-    names = ("libqt5core5a", "libqt5test5", "libstdc++6", "qtbase5-dev", "qt5-qmake",
-             "rapidjson-dev", "libvalijson-dev")
+    names = ("libdw1", "libqt5core5a", "libqt5test5", "libstdc++6", "qtbase5-dev", "qt5-qmake",
+             "rapidjson-dev", "libvalijson-dev", "libdw-dev", "libelf-dev")
     directory = tmp_path / "sysroot"
     (directory / "DEBIAN").mkdir(parents=True)
     (directory / "DEBIAN/packages").write_text(
