@@ -17,6 +17,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <system_error>
 #include <thread>
 
 #include <poll.h>
@@ -245,8 +246,13 @@ void startThreads(int count)
 void churnThreads()
 {
     std::thread([] {
-        for (;;)
-            std::thread([] {}).join();
+        for (;;) {
+            try {
+                std::thread([] {}).join();
+            } catch (const std::system_error &) {
+                // No thread can begin while another one ends the process or executes a program.
+            }
+        }
     }).detach();
 }
 
