@@ -116,7 +116,7 @@ int main(int argc, char *argv[])
             hasArguments ? explain(arguments, programDir) : explainSettings(programDir);
         if (parser.isSet(boardOption))
             explanations += explainBoard(options, programDir);
-        for (const Explanation &explanation : explanations)
+        for (const Explanation &explanation : std::as_const(explanations))
             printLine(json ? explanation.toJson() : explanation.toText());
     }
 
