@@ -22,7 +22,7 @@ from browser import Browser, accessibility_rules
 from fleets import pack
 from pynx_watchdog_evidence import page
 from pynx_watchdog_evidence.cli import main
-from pynx_watchdog_evidence.verdict import Sentence
+from pynx_watchdog_evidence.sentence import Sentence
 
 HOSTILE = "</script><script>window.hostile = 1</script><img src=x onerror='window.hostile = 1'>"
 """What would set a variable of the page if it became HTML anywhere."""
@@ -545,9 +545,7 @@ def test_on_paper_are_verdict_and_all_events(browser: Browser) -> None:
 
 @pytest.mark.parametrize("width", [1300, 390])
 def test_fits_the_width_of_the_screen(browser: Browser, width: int) -> None:
-    browser.resize(width)
-    browser.wait(lambda: browser.js("return innerWidth") == width)
-    browser.wait(lambda: browser.js("return document.documentElement.scrollWidth") <= width)
+    browser.fits(width)
 
 
 @pytest.mark.parametrize(("width", "scheme"), [(1300, "light"), (1300, "dark"), (390, "light")])

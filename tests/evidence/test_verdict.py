@@ -10,7 +10,8 @@ from typing import Any
 import pytest
 
 from pynx_watchdog_evidence.events import Event
-from pynx_watchdog_evidence.verdict import CERTAIN, GUESS, LIKELY, verdict
+from pynx_watchdog_evidence.sentence import CERTAIN, GUESS, LIKELY
+from pynx_watchdog_evidence.verdict import verdict
 
 BEGIN = datetime(2026, 11, 22, 10, 0, tzinfo=timezone.utc)
 

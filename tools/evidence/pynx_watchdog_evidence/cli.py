@@ -22,11 +22,12 @@ from .fleetpage import write_fleet_page
 from .join import MOST_HELD, Complain, events_of, held
 from .page import write_page
 from .reports import Row, Rows
+from .sentence import CERTAIN
 from .sources import logs_of
 from .spread import Failed, open_pool
 from .store import Store, Unusable
 from .table import tables
-from .verdict import CERTAIN, verdict
+from .verdict import verdict
 from .words import plain
 
 INTERRUPTED = 130  # the exit status, as a shell has it

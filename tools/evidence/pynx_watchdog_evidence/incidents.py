@@ -11,9 +11,11 @@ from typing import Any, NamedTuple
 
 from . import texts
 from .describe import describe
+from .ends import ARCHIVE_WITHIN, how_by_guard
 from .events import Event, apart, is_after
 from .guarded import Guarded, application, guarded_ends
-from .verdict import ARCHIVE_WITHIN, CERTAIN, LIKELY, how_by_guard, signal_text, verdict
+from .sentence import CERTAIN, LIKELY, signal_text
+from .verdict import verdict
 
 UNKNOWN = "unknown"
 LONGEST = 200  # characters of a cause and of an application's name

@@ -10,7 +10,7 @@ from collections.abc import Iterator, Sequence
 from typing import NamedTuple
 
 from .events import Event
-from .verdict import signal_text
+from .sentence import signal_text
 
 
 LONGEST = 10 * 366 * 86400  # seconds; a text that tells more is wrong

@@ -26,8 +26,8 @@ from .events import Clock, Event, is_after
 from .join import most_frequent_offset
 from .lanes import boots, runs
 from .logtext import Kept, keep, marks
+from .sentence import Sentence
 from .sources import Log
-from .verdict import Sentence
 
 ROOM = 20 << 20  # bytes of the logs' texts that are kept, before they are compressed
 MOST_EVENTS = 50_000

@@ -20,6 +20,7 @@ from typing import Any, NamedTuple
 from .events import Event
 from .incidents import UNKNOWN, Incident, incidents
 from .join import events_of
+from .sources import SURPRISES
 
 MOST_INCIDENTS = 10_000  # of a report
 MOST_EVENTS = 100_000  # of a report
@@ -79,7 +80,7 @@ def read_report(path: str, names: Sequence[str], rows: Rows) -> Report:
     report = Report(path, digest=_digest(files))
     try:
         _read(report, files, rows)
-    except (ArithmeticError, LookupError, RecursionError, TypeError, ValueError) as error:
+    except SURPRISES as error:
         # What a file holds may surprise the reader. The other reports are made all the same.
         report.complaints.append((report.path, f"it cannot be read to its end: "
                                                f"{error or type(error).__name__}"))

@@ -18,7 +18,7 @@ from typing import Any, NamedTuple
 
 from .incidents import UNKNOWN, Incident
 from .reports import Report, Row, unix_time
-from .verdict import CERTAIN
+from .sentence import CERTAIN
 
 APPLICATION_ID = 0x70777465  # says of a file that it is such a database
 FORMAT = 1  # of the tables; a later one can't be read by this program
