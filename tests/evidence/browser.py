@@ -51,6 +51,12 @@ class Browser:
         self.command("Emulation.setDeviceMetricsOverride", width=width, height=height,
                      deviceScaleFactor=1, mobile=width < 500)
 
+    def fits(self, width: int) -> None:
+        """Give the page this width, and wait until nothing of it is wider."""
+        self.resize(width)
+        self.wait(lambda: self.js("return innerWidth") == width)
+        self.wait(lambda: self.js("return document.documentElement.scrollWidth") <= width)
+
     def colours(self, scheme: str, media: str = "") -> None:
         """Say which colours the user prefers, "light" or "dark"."""
         self.command("Emulation.setEmulatedMedia", media=media, features=[

@@ -238,9 +238,7 @@ def test_on_paper_are_the_tables(browser: Browser) -> None:
 
 @pytest.mark.parametrize("width", [1300, 390])
 def test_fits_the_width_of_the_screen(browser: Browser, width: int) -> None:
-    browser.resize(width)
-    browser.wait(lambda: browser.js("return innerWidth") == width)
-    browser.wait(lambda: browser.js("return document.documentElement.scrollWidth") <= width)
+    browser.fits(width)
 
 
 @pytest.mark.parametrize(("width", "scheme"), [(1300, "light"), (1300, "dark"), (390, "light")])
