@@ -8,24 +8,15 @@ import os
 import re
 import signal
 import subprocess
-from dataclasses import dataclass, field
+from dataclasses import dataclass
 from pathlib import Path
 from typing import Any
+
+from guarded_stacks import Thread, threads_of
 
 TIME_LIMIT = 120  # seconds, after which a run counts as hanging
 
 _MARKER = re.compile(r"==Report file:(.*)==(hang|crash)")
-_THREAD = re.compile(r'Thread (\d+) "(.*)":')
-_FRAME = re.compile(r"#\d+ .* in (.*?)(?: at .*)?(?: from .*)?$")
-
-
-@dataclass
-class Thread:
-    """A thread of a file of stacks, with its functions, the innermost first."""
-
-    id: int
-    name: str
-    functions: list[str] = field(default_factory=list)
 
 
 @dataclass
@@ -61,13 +52,7 @@ class Ended:
     @property
     def threads(self) -> list[Thread]:
         """The threads in it, in its order."""
-        threads: list[Thread] = []
-        for line in self.stacks.splitlines():
-            if begin := _THREAD.fullmatch(line):
-                threads.append(Thread(int(begin[1]), begin[2]))
-            elif frame := _FRAME.fullmatch(line):
-                threads[-1].functions.append(frame[1])
-        return threads
+        return threads_of(self.stacks)
 
 
 class Running:
