@@ -14,7 +14,7 @@ from pathlib import Path
 
 import pytest
 
-from guarding import TIME_LIMIT, Guard, Running
+from guarding import TIME_LIMIT, Ended, Guard, Running
 
 
 @pytest.mark.parametrize("status", [0, 1, 42, 255])
@@ -63,6 +63,36 @@ def test_a_long_status_text_is_cut_between_characters(guard: Guard) -> None:
     ended = guard.run("notify", "STATUS=x" + "ü" * 1000)
     text = ended.errors[-1].split("last status: ")[1]
     assert text == "x" + "ü" * ((len(text.encode()) - 1) // 2) and len(text) > 100
+
+
+def test_a_message_that_is_too_long_is_dropped(guard: Guard) -> None:
+    longest = "STATUS=longest\\nX=" + "x" * (4096 - len("STATUS=longest X="))
+    assert guard.run("notify", longest).end.endswith(", last status: longest")
+    assert "last status" not in guard.run("notify", longest + "x").end
+
+
+def _injected(guard: Guard, tmp_path: Path, fault: str, *behaviours: str,
+              options: tuple[str, ...]) -> Ended:
+    """A run in which a system call of the guard fails."""
+    return Running(["strace", "-o", str(tmp_path / "trace"), "-e", f"inject={fault}",
+                    *guard.command(*behaviours, options=("--stacks", "", *options))],
+                   env=os.environ | {"ASAN_OPTIONS": "detect_leaks=0"}).end()  # it would trace, too
+
+
+def test_without_a_socket_no_hang_is_looked_for(guard: Guard, tmp_path: Path) -> None:
+    ended = _injected(guard, tmp_path, "socket:error=EMFILE", "environment", "NOTIFY_SOCKET",
+                      "environment", "WATCHDOG_USEC", "sleep", "1500", options=("--timeout", "1"))
+    assert ended.output == ["NOTIFY_SOCKET=(unset)", "WATCHDOG_USEC=(unset)"]
+    assert ended.told == ["guard: no hang is looked for: there is no notification socket: "
+                          "Too many open files"]
+    assert ended.status == 0
+
+
+def test_an_application_that_cannot_be_started_ends_with_255(guard: Guard, tmp_path: Path) -> None:
+    ended = _injected(guard, tmp_path, "fork,vfork,clone,clone3:error=EAGAIN", "exit", "0",
+                      options=())
+    assert ended.errors == ["guard: cannot start the application: Resource temporarily unavailable"]
+    assert ended.status == 255
 
 
 def test_the_guard_leaves_no_core(guard: Guard, tmp_path: Path) -> None:
