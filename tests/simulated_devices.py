@@ -27,6 +27,16 @@ def pytest_addoption(parser: pytest.Parser) -> None:
     """--build-dir: the build tree of the programs under test."""
     parser.addoption("--build-dir", default="build/debug", metavar="DIR",
                      help="build tree of the programs under test (default: %(default)s)")
+    parser.addoption("--guarded", action="store_true",
+                     help="put pynx-watchdog-guard between the supervisor and the application")
+
+
+def pytest_collection_modifyitems(config: pytest.Config, items: list[pytest.Item]) -> None:
+    """Leave out what the guard changes."""
+    if config.getoption("--guarded"):
+        for item in items:
+            if changed := item.get_closest_marker("unlike_guarded"):
+                item.add_marker(pytest.mark.skip(changed.args[0]))
 
 
 @pytest.fixture(scope="session")
@@ -49,12 +59,18 @@ def device(request: pytest.FixtureRequest, tmp_path: Path,
     """
     made: list[Device] = []
     request.node.stash[_DEVICES] = made
+    guard = [str(build_directory / "pynx-watchdog-guard"), "--"] \
+        if request.config.getoption("--guarded") else []
 
     def make(program: Path | str | None = None, arguments: Any = (), *, start: bool = True,
              **options: Any) -> Device:
         options.setdefault("directory", tmp_path / f"device-{len(made) + 1}")
         options.setdefault("watchdog_library",
                            build_directory / "simulator" / "libwatchdogdevice.so")
+        arguments = list(arguments)
+        if "--app" in arguments:
+            application = arguments.index("--app") + 1
+            arguments[application:application] = guard
         running = Device(program or build_directory / "watchdog", arguments=arguments, **options)
         made.append(running)
         if start:

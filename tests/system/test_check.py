@@ -20,7 +20,7 @@ import pytest
 
 from starting import Start
 from logs import LOG, OLD_LOG, content
-from marks import AS_ROOT
+from marks import AS_ROOT, GUARD_IS_STARTED
 from settings import document, log_sizes, reporting, watch_list
 from simulator import Device, wait_until
 from simulated_devices import DeviceFactory
@@ -94,6 +94,7 @@ def test_a_single_run(start: Start, foretell: Foretell, option: str) -> None:
         running.wait_for("system log", "Restarting process", count=2)
 
 
+@GUARD_IS_STARTED
 def test_the_application_and_its_arguments(device: DeviceFactory, foretell: Foretell,
                                            sample: str) -> None:
     arguments = ["stray", "--rotateOnly", "--singleRun", "--app", sample, "arguments", "--user",
@@ -159,6 +160,7 @@ def test_the_place_and_the_files_of_an_archive(start: Start, foretell: Foretell,
         name for name in explained["report files"] if running.host_path(name).exists()}
 
 
+@GUARD_IS_STARTED
 @pytest.mark.parametrize("arguments, status", [
     (["--logfileSize", "", "--app", "/bin/true"], -signal.SIGABRT),
     (["--logfileSizeConf", "empty", "--app", "/bin/true"], -signal.SIGABRT),

@@ -10,7 +10,7 @@ import pwd
 
 from starting import Start
 from logs import content
-from marks import AS_ROOT
+from marks import AS_ROOT, GUARD_TELLS_THE_END
 from simulator import Device
 
 
@@ -29,6 +29,7 @@ def test_descriptors_that_the_supervisor_inherited_are_closed_too(start: Start,
     assert done.stdout.endswith(b"\ndescriptors 0 1 2\n")
 
 
+@GUARD_TELLS_THE_END
 @AS_ROOT
 def test_the_application_runs_as_the_user_with_its_groups(start: Start) -> None:
     account = pwd.getpwnam("daemon")

@@ -14,7 +14,7 @@ import pytest
 
 from starting import Start
 from logs import LOG, OLD_LOG, complaints, content
-from marks import AS_ROOT, DISPATCHERS
+from marks import AS_ROOT, DISPATCHERS, GUARD_TELLS_THE_END
 from settings import reporting
 from simulator import Bind, wait_until
 from simulator.device import Device
@@ -130,6 +130,7 @@ def test_what_cannot_be_written_into_the_log_is_lost_silently(failing: Failing, 
     assert (running.stdout, running.stderr, content(running)) == (b"", b"", b"")
 
 
+@GUARD_TELLS_THE_END
 def test_a_log_that_cannot_be_renamed_is_rotated_by_copying(failing: Failing) -> None:
     running = failing("renameat2:error=EIO", LOG, "flood", "4000", "4000", "sleep", "0.5", "print",
                       "in the new log\\n", log_size="2k", options=["--rotateOnly", "--singleRun"])
@@ -139,6 +140,7 @@ def test_a_log_that_cannot_be_renamed_is_rotated_by_copying(failing: Failing) ->
     assert content(running) == b"in the new log\n"
 
 
+@GUARD_TELLS_THE_END
 def test_a_rotation_begins_with_an_empty_file_whatever_is_there(failing: Failing) -> None:
     # The rename does nothing but succeeds, as if another program had made the file again.
     running = failing("renameat2:retval=0", LOG, "flood", "4000", "4000", "sleep", "0.5", "print",
@@ -156,6 +158,7 @@ FILLED_LOG = """
 """An application that fills its log and prints a line while the file is closed."""
 
 
+@GUARD_TELLS_THE_END
 @pytest.mark.parametrize("injection, path, message", [
     ("unlink:error=EIO", OLD_LOG, f"Can't rename file from:{LOG} to:{OLD_LOG}\n"),
     ("openat:error=EMFILE:when=2+", LOG, f"Can't open file : {LOG}\n"),

@@ -11,6 +11,7 @@ import pytest
 
 from starting import Start
 from logs import LOG, OLD_LOG, complaints, content
+from marks import GUARD_IS_STARTED
 from simulator import Device, wait_until
 from simulator.cli.display import summarise
 
@@ -36,6 +37,7 @@ def notice_of(code: int, status: int) -> re.Pattern[str]:
         rf"^Restarting process: exit code:{code}, exist status:{status}, uptime:\d+ sec$")
 
 
+@GUARD_IS_STARTED
 def test_the_start_is_written_into_the_log(start: Start, sample: str) -> None:
     running = start("print", "hello\\n", "wait")
     wait_until(lambda: b"hello" in content(running), "the application's first line")

@@ -14,10 +14,12 @@ from datetime import datetime, timezone
 
 from starting import Start
 from logs import OLD_LOG, content
+from marks import GUARD_TELLS_THE_END
 from simulator import wait_until
 from simulated_devices import DeviceFactory
 
 
+@GUARD_TELLS_THE_END
 def test_ten_megabytes_on_each_channel_at_once_and_nothing_is_lost(start: Start) -> None:
     running = start("flood-both", "10000000", "4096", log_size="100M",
                     options=["--singleRun", "--rotateOnly"])

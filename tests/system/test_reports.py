@@ -20,6 +20,7 @@ import pytest
 
 from starting import Start
 from logs import LOG, complaints, content
+from marks import GUARD_REPORTS_THE_CRASH
 from settings import reporting
 from simulator import Bind, Device, wait_until
 
@@ -81,6 +82,7 @@ def test_every_start_of_the_application_has_reports_of_its_own(start: Start) -> 
     assert second - first < 30_000
 
 
+@GUARD_REPORTS_THE_CRASH
 def test_a_crash_makes_a_report_with_the_frozen_snapshot(start: Start) -> None:
     running = start("sleep", "12", "signal", str(int(signal.SIGSEGV)), settings=reporting([LOG]))
     members = archive(running, "main")
@@ -90,6 +92,7 @@ def test_a_crash_makes_a_report_with_the_frozen_snapshot(start: Start) -> None:
     assert running.wait_for("system log", "Restarting process: exit code:11, exist status:1")
 
 
+@GUARD_REPORTS_THE_CRASH
 def test_a_crash_before_the_first_snapshot_has_the_configured_files_alone(start: Start) -> None:
     running = start("print", "soon\\n", "sleep", "1", "signal", str(int(signal.SIGSEGV)),
                     settings=reporting([LOG]), tools={"reboot": "return"})
@@ -111,6 +114,7 @@ def test_a_normal_exit_makes_no_report(start: Start) -> None:
     assert list(running.host_path(UPLOAD).iterdir()) == []
 
 
+@GUARD_REPORTS_THE_CRASH
 @pytest.mark.parametrize("options, settings", [
     pytest.param(["--rotateOnly"], reporting([LOG]), id="rotate only"),
     pytest.param([], {}, id="not switched on"),

@@ -14,7 +14,7 @@ import pytest
 
 from starting import STARTED, Start
 from logs import LOG, content
-from marks import DISPATCHERS
+from marks import DISPATCHERS, GUARD_TELLS_THE_END
 from simulator import Device, wait_until
 
 TERMINATION = [signal.SIGINT, signal.SIGQUIT, signal.SIGTERM]
@@ -76,6 +76,7 @@ def test_the_status_is_0_although_the_application_has_ended_too(
     assert done.stdout.split() == [b"0"] * 12
 
 
+@GUARD_TELLS_THE_END
 def test_the_applications_last_words_are_in_the_log(start: Start) -> None:
     running = start("on-term", "3", "print", "ready\\n", "wait",
                     options=["--singleRun"], watchdog_device=False)
