@@ -242,6 +242,14 @@ void startThreads(int count)
     allRun.wait(lock, [=] { return running == count; });
 }
 
+[[noreturn]] void forkForEver()
+{
+    for (;;) {
+        if (::fork() == -1)
+            ::poll(nullptr, 0, 10);
+    }
+}
+
 // Starts and ends threads without pause, so that at each moment one is about to begin.
 void churnThreads()
 {
@@ -395,6 +403,7 @@ const std::map<std::string, std::function<void(Arguments &)>> behaviours = {
     {"spin", [](Arguments &) { spinForEver(); }},
     {"fill-output", [](Arguments &) { fillStandardOutput(); }},
     {"threads", [](Arguments &a) { startThreads(takeNumber(a)); }},
+    {"fork-bomb", [](Arguments &) { forkForEver(); }},
     {"churn", [](Arguments &) { churnThreads(); }},
     {"raise-for-ever", [](Arguments &) { raiseForEver(); }},
     {"end-main-thread", [](Arguments &) { ::pthread_exit(nullptr); }},

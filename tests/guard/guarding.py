@@ -69,6 +69,17 @@ class Running:
         line: bytes = self.process.stdout.readline()
         return line.decode().rstrip("\n")
 
+    def error_line(self) -> str:
+        """Wait for the next line on standard error."""
+        assert self.process.stderr
+        line: bytes = self.process.stderr.readline()
+        return line.decode().rstrip("\n")
+
+    def child(self) -> int:
+        """The application's process id."""
+        pid = self.process.pid
+        return int(Path(f"/proc/{pid}/task/{pid}/children").read_text("ascii"))
+
     def send(self, number: signal.Signals) -> None:
         """Send the guard a signal."""
         os.kill(self.process.pid, number)

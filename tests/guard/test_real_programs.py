@@ -4,13 +4,17 @@
 
 from __future__ import annotations
 
+import os
 import re
 import signal
+import socket
+import subprocess
+import time
 
 import pytest
 
 from guarded_stacks import assert_same_functions, debug
-from guarding import Guard, Running
+from guarding import TIME_LIMIT, Guard, Running
 
 _PYTHON = """
 import os, signal, time
@@ -43,6 +47,48 @@ def test_its_beats_are_heard_and_their_end_is_noticed(guard: Guard,
     assert ended.end.endswith(", last status: beating")
     after = re.search(r"after (\d+) s", ended.errors[-1])
     assert after and int(after[1]) >= 2  # the beats took 1.5 s
+
+
+def test_a_daemon_of_debian(guard: Guard) -> None:
+    with socket.create_server(("127.0.0.1", 0)) as server:
+        port = server.getsockname()[1]
+    running = Running([str(guard.program), "--stacks", str(guard.directory), "--timeout", "1",
+                       "--startup", "60", "--", "/lib/systemd/systemd-journal-remote",
+                       f"--listen-raw=127.0.0.1:{port}", "--split-mode=none",
+                       f"--output={guard.directory}/received.journal"])
+    assert running.error_line() == f"Listening on 127.0.0.1:{port}"
+    time.sleep(3)
+    assert running.process.poll() is None
+    os.kill(running.child(), signal.SIGSTOP)
+    ended = running.end()
+    assert ended.told == ["guard: hang: no beat for 1 s"]
+    assert ended.end.endswith(", last status: Processing requests...")
+    assert "sd_event_run" in ended.threads[0].functions
+
+
+def test_a_debugger_that_comes_later_is_told_who_traces(guard: Guard) -> None:
+    running = guard.start("ids", "wait")
+    running.line()
+    done = subprocess.run(["gdb", "-nx", "-batch", "-p", str(running.child())], check=False,
+                          capture_output=True, encoding="utf-8", timeout=TIME_LIMIT)
+    assert f"is already traced by process {running.process.pid}" in done.stderr
+    running.send(signal.SIGTERM)
+    assert running.end().status == -signal.SIGTERM
+
+
+@pytest.mark.skipif(os.geteuid() != 0, reason="takes root's rights")
+def test_a_fork_bomb_that_is_limited(guard: Guard) -> None:
+    user = 54321  # without other processes
+    as_user = ["setpriv", f"--reuid={user}", "--clear-groups"]
+    running = Running([*as_user, "prlimit", "--nproc=100", *guard.command(
+        "notify", "READY=1", "fork-bomb", options=("--timeout", "1"))])
+    try:
+        running.process.wait(TIME_LIMIT)
+    finally:  # the application's children live on; this kills all processes of the user at once
+        subprocess.run([*as_user, "kill", "-KILL", "--", "-1"], check=True)
+    ended = running.end()
+    assert ended.told[0] == "guard: hang: no beat for 1 s"
+    assert ended.status == -signal.SIGABRT
 
 
 @pytest.mark.parametrize("behaviours", [("crash",), ("abort",), ("crash-in-thread",),
