@@ -7,6 +7,7 @@ from __future__ import annotations
 import io
 import json
 import os
+import signal
 import subprocess
 import tarfile
 from pathlib import Path
@@ -162,6 +163,16 @@ def test_a_reader_that_ends_early_is_no_error(tmp_path: Path) -> None:
         process.stdout.close()
         assert process.stderr.read() == b""
     assert process.returncode == 0
+
+
+def test_an_interrupt_ends_it_without_a_word(tmp_path: Path) -> None:
+    (tmp_path / "log").write_text(start("10:00:00.000") * 10_000)  # more than a pipe holds
+    with subprocess.Popen([PROGRAM, "--jsonl", tmp_path], stdout=subprocess.PIPE,
+                          stderr=subprocess.PIPE) as reader:
+        assert reader.stdout and reader.stderr
+        reader.stdout.readline()
+        reader.send_signal(signal.SIGINT)
+        assert (reader.wait(120), reader.stderr.read()) == (130, b"")
 
 
 def test_the_verdict_and_the_events_are_printed(tmp_path: Path) -> None:
