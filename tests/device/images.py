@@ -78,6 +78,9 @@ def build(directory: Path, package: Path | None = None) -> Images:
     If several processes ask at once, one of them builds and the others wait. Raises ToolError.
     """
     package = package or _build_package()
+    guard = package.with_name(package.name.replace("pynx-watchdog_", "pynx-watchdog-guard_"))
+    if not guard.is_file():
+        raise ToolError(f"there is no package {guard}")
     application = _build_application(directory)
     cache = cache_directory() / "device"
     cache.mkdir(parents=True, exist_ok=True)
@@ -85,10 +88,10 @@ def build(directory: Path, package: Path | None = None) -> Images:
         packages = Packages(cache / "apt")
         kernel = packages.fetch(["linux-image-arm64"])
         boot_loader = packages.fetch_alone(["u-boot-qemu"])
-        root = packages.fetch(_COMMON_PACKAGES, [package])
+        root = packages.fetch(_COMMON_PACKAGES, [package, guard])
         # What the package depends on is there before dpkg installs it.
         systemd_root = Packages(cache / "apt-systemd", _SYSTEMD_LEFT_OUT).fetch(
-            _SYSTEMD_PACKAGES, [package])
+            _SYSTEMD_PACKAGES, [package, guard])
         systemd_root.remove(package.resolve())
         ingredients = [*kernel, *boot_loader, *root, *systemd_root, application, _FLAG_TOOL]
         target = cache / f"images-{_fingerprint(ingredients)}"
