@@ -22,8 +22,8 @@ _STORAGE = "/var/lib/archives"
 _REPORTING = {"WatchdogAutomaticReporting": True,
               "WatchdogAutomaticReportingConf": {"uploadPath": _STORAGE,
                                                  "uploadFilePrefix": "report"}}
-# Longer than the first 30 s after the boot, in which no archive is made.
-_TIMEOUT = 45
+# The second hang is later than the first 30 s after the boot, in which no archive is made.
+_TIMEOUT = 25
 
 
 def _assert_frames_are_a_debuggers(board: EmulatedBoard, application: Path,
@@ -45,7 +45,7 @@ def _assert_frames_are_a_debuggers(board: EmulatedBoard, application: Path,
         f"core-file {records}/core", application))
 
 
-@pytest.mark.takes(200)
+@pytest.mark.takes(140)
 def test_three_hangs_reboot_the_board_and_the_evidence_says_so(
         new_emulated_board: NewBoard) -> None:
     board = new_emulated_board(
