@@ -52,6 +52,7 @@ def test_a_message_is_an_event(text: str, event: dict[str, Any]) -> None:
     ("2026-11-22T10:00:00+00:00 host pynx_watchdog: ", "2026-11-22T10:00:00+00:00"),
     ("Nov  2 10:00:00 host pynx_watchdog[12]: ", "2026-11-02T10:00:00"),
     ("<13>Nov 22 10:00:00 pynx_watchdog: ", "2026-11-22T10:00:00"),
+    ("Nov 22 10:00:00 host user.notice pynx_watchdog: ", "2026-11-22T10:00:00"),
 ])
 def test_a_line_of_the_system_log_has_a_time(prefix: str, time: str) -> None:
     lines = ["Nov 22 10:00:00 host other[1]: " + END, prefix + END]

@@ -78,7 +78,9 @@ def _meaning(text: str) -> tuple[str, dict[str, Any]]:
 
 _ISO = r"(?P<iso>\d{4}-\d\d-\d\d[T ]\d\d:\d\d:\d\d(?:[.,]\d+)?(?:[-+]\d\d:?\d\d|Z)?)"
 _CLASSIC = r"(?P<classic>[A-Z][a-z]{2} [ \d]\d \d\d:\d\d:\d\d(?:\.\d+)?)"
-_PREFIX = re.compile(rf"(?:<\d+>)?(?:{_ISO}|{_CLASSIC}) (?:[^ ]+ )?{TAG}(?:\[\d+\])?: (?P<text>.*)")
+_LEVEL = r"(?:[a-z0-9]+\.[a-z]+ )?"  # busybox's syslogd writes it, such as "user.notice"
+_PREFIX = re.compile(rf"(?:<\d+>)?(?:{_ISO}|{_CLASSIC}) (?:[^ ]+ )?{_LEVEL}{TAG}(?:\[\d+\])?: "
+                     r"(?P<text>.*)")
 
 
 def system_log(lines: Iterable[str], year: int) -> Iterator[Message]:
