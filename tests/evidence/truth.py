@@ -21,9 +21,7 @@ import random
 import re
 import shlex
 import shutil
-import subprocess
 import sys
-import tarfile
 import tempfile
 import time
 from collections import Counter
@@ -37,11 +35,11 @@ from zoneinfo import ZoneInfo
 ROOT = Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT))
 
+from facts import Compared, Fact, archives, compare, contents, told_of  # noqa: E402
 from simulator.common.account import Event  # noqa: E402
 from simulator.common.configuration import Bind  # noqa: E402
 from simulator.device import Device  # noqa: E402
 
-READER = ROOT / "tools/evidence/pynx-watchdog-evidence"
 FAKETIME = next(Path("/usr/lib").glob("*/faketime/libfaketimeMT.so.1"), None)
 LOG = "/tmp/log/application.log"
 UPLOAD = "/tmp/upload"
@@ -355,18 +353,6 @@ def _write_messages(played: Played) -> None:
 
 
 @dataclass
-class Fact:
-    """Something that has happened, and whether it is left in the evidence."""
-
-    kind: str
-    time: datetime | None  # by the board's clock
-    fields: dict[str, Any] = field(default_factory=dict)
-    left: bool = True
-    slack: float = 3.0  # seconds
-    also: datetime | None = None  # another time that is right, where the clock was just set
-
-
-@dataclass
 class Start:
     """A start of the application, as it has noted it."""
 
@@ -375,11 +361,11 @@ class Start:
     up: float
 
 
-def facts(played: Played) -> list[Fact]:
+def facts_of(played: Played) -> list[Fact]:
     """All that has happened."""
-    contents = list(_contents(played.evidence))
+    copied = list(contents(played.evidence))
     copies = [files.get("application.log.0", b"") + files.get("application.log", b"")
-              for files in contents]
+              for files in copied]
     starts = _starts(played)
     found = [Fact("start", start.time, {"program": played.application}, _is_left(start, copies),
                   also=played.before_jump(start.up, start.time)) for start in starts]
@@ -391,25 +377,10 @@ def facts(played: Played) -> list[Fact]:
     found += _ends_and_reboots(played, starts)
     found += _failures(played)
     found += _measured(played, copies)
-    found += _snapshots(played, contents)
-    found += _archives(played.evidence)
+    found += _snapshots(played, copied)
+    found += archives(played.evidence)
     found += _jumps(played, copies)
     return found
-
-
-def _contents(evidence: Path) -> Iterator[dict[str, bytes]]:
-    """The files in the evidence by their names: those that lie there, and those in archives."""
-    yield {file.name: file.read_bytes() for file in evidence.iterdir()}
-    for archive in evidence.glob("*report-*"):
-        members: dict[str, bytes] = {}
-        try:
-            with tarfile.open(archive, "r:gz") as tar:
-                for member in tar:
-                    content = tar.extractfile(member)
-                    members[Path(member.name).name] = content.read() if content else b""
-        except (OSError, EOFError, tarfile.TarError):
-            pass
-        yield members
 
 
 def _starts(played: Played) -> list[Start]:
@@ -537,13 +508,13 @@ def _boots(played: Played) -> list[float]:
             for begin, end in zip(begins, [*ends, played.events[-1].monotonic])]
 
 
-def _snapshots(played: Played, contents: Sequence[dict[str, bytes]]) -> Iterator[Fact]:
+def _snapshots(played: Played, copied: Sequence[dict[str, bytes]]) -> Iterator[Fact]:
     """The calls of top whose pictures are in the files, each once."""
     noted = played.directory / "tmp/told/tops"
     calls = [datetime.fromtimestamp(float(line), timezone.utc)
              for line in noted.read_text().splitlines()] if noted.exists() else []
     zone = ZoneInfo(played.scenario.zone)
-    texts = {text for files in contents for name in ("system", "system.load")
+    texts = {text for files in copied for name in ("system", "system.load")
              for text in re.split(rb"^(?=top - )", files.get(name, b""), flags=re.M)
              if text.startswith(b"top - ")}
     for text in texts:
@@ -557,23 +528,6 @@ def _apart(time_of_day: datetime, clock: str) -> float:
     other = datetime.combine(time_of_day.date(), datetime.strptime(clock, "%H:%M:%S").time(),
                              time_of_day.tzinfo)
     return (other - time_of_day).total_seconds()
-
-
-def _archives(evidence: Path) -> Iterator[Fact]:
-    for file in evidence.glob("*report-*"):
-        named = re.fullmatch(r"(?:tmp_)?report-(.*)-(\d{13})(?:\.tar\.gz)?", file.name)
-        assert named, file.name
-        whole = subprocess.run(["gzip", "-tq", file], check=False, stderr=subprocess.DEVNULL,
-                               stdin=file.open("rb")).returncode == 0 \
-            if file.suffix == ".gz" else _is_whole(file)
-        yield Fact("archive", datetime.fromtimestamp(int(named[2]) / 1000, timezone.utc),
-                   {"name": named[1], "complete": whole}, slack=0.01)
-
-
-def _is_whole(file: Path) -> bool:
-    with file.open("rb") as content:
-        return subprocess.run(["tar", "-tz"], stdin=content, stdout=subprocess.DEVNULL,
-                              stderr=subprocess.DEVNULL, check=False).returncode == 0
 
 
 def _jumps(played: Played, copies: Sequence[bytes]) -> Iterator[Fact]:
@@ -603,72 +557,13 @@ def _back_steps(times: Sequence[datetime]) -> int:
 # -- the comparison -------------------------------------------------------------------------------
 
 
-@dataclass
-class Compared:
-    """How much of what happened was found, and what was found that has not happened."""
-
-    happened: Counter[str] = field(default_factory=Counter)
-    left: Counter[str] = field(default_factory=Counter)
-    told: Counter[str] = field(default_factory=Counter)
-    missed: list[str] = field(default_factory=list)
-    wrong: list[str] = field(default_factory=list)
-
-    def add(self, other: Compared) -> None:
-        """Take in another comparison."""
-        for mine, others in ((self.happened, other.happened), (self.left, other.left),
-                             (self.told, other.told)):
-            mine.update(others)
-        self.missed += other.missed
-        self.wrong += other.wrong
-
-    def count(self, found: Sequence[str], kind: str) -> int:
-        """How many of the missed or wrong ones are of this kind."""
-        return sum(text.split()[1] == kind for text in found)
-
-    def rates(self, kind: str) -> tuple[float, float]:
-        """Recall and precision."""
-        right = self.left[kind] - self.count(self.missed, kind)
-        true = self.told[kind] - self.count(self.wrong, kind)
-        return (right / self.left[kind] if self.left[kind] else 1.0,
-                true / self.told[kind] if self.told[kind] else 1.0)
-
-    def table(self) -> str:
-        """The table for the README."""
-        lines = ["| kind | happened | left in the evidence | told | recall | precision |",
-                 "|---|---|---|---|---|---|"]
-        for kind in KINDS:
-            recall, precision = self.rates(kind)
-            lines.append(f"| `{kind}` | {self.happened[kind]} | {self.left[kind]} | "
-                         f"{self.told[kind]} | {recall:.4f} | {precision:.4f} |")
-        return "\n".join(lines)
-
-
-def compare(played: Played) -> Compared:
+def compare_played(played: Played) -> Compared:
     """Read the evidence, and compare what is told with what happened."""
-    said = subprocess.run([READER, "--jsonl", played.evidence], capture_output=True, text=True,
-                          check=True, timeout=300)
-    told = [json.loads(line) for line in said.stdout.splitlines()]
+    told = told_of(played.evidence)
     for event in told:
         event["kind"] = "clock" if "clock_set" in event else event["kind"]
-    happened = facts(played)
-    result = Compared(Counter(fact.kind for fact in happened),
-                      Counter(fact.kind for fact in happened if fact.left),
-                      Counter(event["kind"] for event in told))
-    rest = list(told)
-    for fact in sorted(happened, key=lambda fact: not fact.left):
-        fits = next((event for event in rest if _fits(fact, event, played)), None)
-        if fits and fact.kind != "clock":  # two that nothing is told between are one
-            rest.remove(fits)
-        elif fits:
-            continue
-        elif fact.left:
-            result.missed.append(f"{played.scenario.seed} {fact.kind} {fact.time} {fact.fields}")
-    for event in rest:
-        if event["kind"] == "clock" and any(_fits(fact, event, played) for fact in happened):
-            continue
-        result.wrong.append(f"{played.scenario.seed} {event['kind']} "
-                            f"{json.dumps(event)[:300]}")
-    return result
+    return compare(str(played.scenario.seed), facts_of(played), told,
+                   lambda fact, event: _fits(fact, event, played))
 
 
 def _fits(fact: Fact, event: dict[str, Any], played: Played) -> bool:
@@ -703,7 +598,7 @@ def _is_jump(size: int, event: dict[str, Any], played: Played) -> bool:
 
 def try_out(seed: int, build: Path, place: Path, seconds: int | None = None) -> Compared:
     """Play a scenario and compare. What it leaves in `place` is for those who look for a miss."""
-    return compare(play(make(seed, seconds), build, place))
+    return compare_played(play(make(seed, seconds), build, place))
 
 
 def _job(job: tuple[int, Path, Path]) -> Compared:
@@ -737,7 +632,7 @@ def main() -> int:
     for what, texts in ("missed", total.missed), ("wrong", total.wrong):
         for text in texts:
             print(f"{what}: {text}")
-    print(total.table())
+    print(total.table(KINDS))
     return 0 if all(rate >= 0.99 for kind in KINDS for rate in total.rates(kind)) else 1
 
 
