@@ -254,9 +254,15 @@ def test_the_cause_of_a_boot_counts_once(tmp_path: Path) -> None:
             + json.dumps(concluded) + "\n")
     for number in (1, 2):
         archive(tmp_path / f"report-a-179534164000{number}.tar.gz", tmp__log__boot=text)
+    (tmp_path / "messages").write_text("".join(
+        f"2026-11-22T{time}+0100 board pynx_watchdog: Cause of this boot: power loss\n"
+        for time in ("09:59:30.000000", "10:00:01.500000", "10:00:30.000000")))
     found = [event for event in events(tmp_path) if event["kind"] == "message"]
-    assert [(event["cause"], event["time"]) for event in found] \
-        == [("power loss", "2026-11-22T10:00:00+01:00")]
+    # That of the file, which tells more, and those of other boots.
+    assert [(event["cause"], event["time"], "boot_id" in event) for event in found] == [
+        ("power loss", "2026-11-22T09:59:30+01:00", False),
+        ("power loss", "2026-11-22T10:00:00+01:00", True),
+        ("power loss", "2026-11-22T10:00:30+01:00", False)]
 
 
 @pytest.mark.parametrize("last", [

@@ -95,6 +95,15 @@ def test_the_cause_of_a_boot_is_an_incident_if_it_went_wrong(
     assert [cause for cause, *_ in causes(told)] == [*found, "report requested: x"]
 
 
+def test_a_reboot_counts_once_though_the_system_log_tells_its_cause_later(tmp_path: Path) -> None:
+    (tmp_path / "messages").write_text("".join(
+        f"2026-11-22T10:00:{second}+0000 board pynx_watchdog: {text}\n" for second, text in (
+            ("10", "Critical FW error, rebooting."), ("40", "Cause of this boot: third end"),
+            ("50", "Cause of this boot: power loss"))))
+    found = read_report(str(tmp_path), [str(tmp_path / "messages")], Rows.NONE)
+    assert [cause for cause, *_ in causes(found)] == ["reboot: third end", "boot after power loss"]
+
+
 def test_of_very_many_incidents_the_first_are_taken(tmp_path: Path) -> None:
     log = start("10:00:00.000") + "".join(f"==Report=={number}\n" for number in range(10_005))
     found = report(tmp_path, "0", application_log=log)

@@ -40,6 +40,8 @@ def test_an_end_is_read(uptime: str, seconds: int) -> None:
     ("Critical FW error, rebooting.", {"kind": "reboot", "reason": "third end"}),
     ("Detected filesystem in read-only mode. Rebooting",
      {"kind": "reboot", "reason": "read-only root"}),
+    ("Cause of this boot: panic",
+     {"kind": "message", "text": "Cause of this boot: panic", "cause": "panic"}),
     ("anything else", {"kind": "message", "text": "anything else"}),
 ])
 def test_a_message_is_an_event(text: str, event: dict[str, Any]) -> None:

@@ -143,7 +143,9 @@ def _of_event(event: Event) -> _Cause | None:
             else _request(_in_a_file_name(known["name"]))
     if event.kind == "message" and known.get("cause") not in (None, *_NO_INCIDENT):
         if known["cause"] in REBOOTS.values():
-            return _reboot(known["cause"], _boot(known, "last_boot_id"))
+            # A line of the system log does not say which reboot it was. It has a line of its own.
+            return _reboot(known["cause"], _boot(known, "last_boot_id")) \
+                if "concluded_from" in known else None
         return _Cause(f"boot after {known['cause']}")
     return None
 

@@ -12,12 +12,15 @@ from pathlib import Path
 from . import sources
 from .archives import Room
 from .copies import mark_old_copies
-from .events import Event
+from .events import Event, apart
 from .jumps import Jumps, with_jumps_by_uptime
 
 # Some system logs tell no parts of a second, nor do the guard's stacks. The next start comes a
 # second after an end.
 LATEST_IN_SECOND = timedelta(milliseconds=999)
+
+# The cause of a boot is also logged, after it was concluded, for which a slow board takes its time.
+LOGGED_WITHIN = timedelta(seconds=60)
 
 MOST_HELD = 200_000  # events and parts of events, where all have to be in memory
 
@@ -85,13 +88,26 @@ def _in_order(found: list[list[Event]]) -> Iterator[Event]:
 
 def _once(events: Iterable[Event], jumps: Jumps) -> Iterator[Event]:
     seen: set[object] = set()
+    concluded: Event | None = None  # the cause of a boot, which has not been found in a log yet
     for event in events:
         if event.identity is not None:
             if event.identity in seen:
                 continue
             seen.add(event.identity)
+        if "concluded_from" in event.fields:
+            concluded = event
+        elif concluded and _is_logged(concluded, event):
+            concluded = None
+            continue
         if jumps.is_first(event):
             yield event
+
+
+def _is_logged(concluded: Event, event: Event) -> bool:
+    """Whether a message tells the cause of a boot that its own file has told already."""
+    later = apart(concluded, event)
+    return event.fields.get("cause") == concluded.fields["cause"] \
+        and later is not None and timedelta() <= later <= LOGGED_WITHIN
 
 
 def _utc(time: datetime, offset: timedelta) -> datetime:

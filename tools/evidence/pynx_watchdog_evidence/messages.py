@@ -73,6 +73,8 @@ def _meaning(text: str) -> tuple[str, dict[str, Any]]:
         return "reboot", {"reason": "third end"}
     if texts.READ_ONLY_ROOT in text:
         return "reboot", {"reason": "read-only root"}
+    if text.startswith(texts.BOOT_CAUSE):
+        return "message", {"text": text, "cause": text.removeprefix(texts.BOOT_CAUSE)}
     return "message", {"text": text}
 
 

@@ -86,7 +86,7 @@ def _third_ends(events: Sequence[Event], guarded: Sequence[Guarded], starts: Seq
 def _single(events: Sequence[Event]) -> Iterator[Sentence]:
     for at, event in enumerate(events):
         if event.kind == "message" and "cause" in event.fields:
-            reasons = " ".join(map(str, event.fields["concluded_from"]))
+            reasons = " ".join(map(str, event.fields.get("concluded_from", [])))
             yield Sentence(f"The board has booted: {event.fields['cause']}" + when(events, [at])
                            + (f" ({reasons})" if reasons else ""), LIKELY, [at])
         elif "clock_set" in event.fields:
