@@ -15,12 +15,16 @@ from typing import Any
 import pytest
 
 import images as image_files
+from account import KINDS, compare_with_evidence
 from emulated_board import EMULATOR, EmulatedBoard, Images, NewBoard, supervise
+from evidence.facts import Compared
 from scripts.arm64_packages import ToolError
 
 _RECORDS = image_files.PROJECT / "build" / "device"
 _BOARD = pytest.StashKey[EmulatedBoard]()
+_PASSED = pytest.StashKey[bool]()
 _TAIL_LINES = 40
+_COMPARED = "compared.json"
 
 
 def pytest_addoption(parser: pytest.Parser) -> None:
@@ -89,7 +93,30 @@ def new_emulated_board(request: pytest.FixtureRequest, images: Any) -> Iterator[
 
     yield make
     for board in made:
-        board.discard()
+        try:
+            if request.node.stash.get(_PASSED, False) \
+                    and not request.node.get_closest_marker("leaves_no_evidence"):
+                _compare_with_evidence(request.node.name, board)
+        finally:
+            board.discard()
+
+
+def _compare_with_evidence(test: str, board: EmulatedBoard) -> None:
+    compared = compare_with_evidence(test, board)
+    (board.directory / _COMPARED).write_text(json.dumps(vars(compared)), encoding="utf-8")
+    differences = [f"missed: {text}" for text in compared.missed] \
+        + [f"wrong: {text}" for text in compared.wrong]
+    if differences:
+        pytest.fail("pynx-watchdog-evidence tells something else than what has happened:\n"
+                    + "\n".join(differences), pytrace=False)
+
+
+def pytest_terminal_summary(terminalreporter: Any) -> None:
+    """Show how the evidence of all boards compares with what has happened."""
+    total = Compared()
+    for record in _RECORDS.glob(f"*/{_COMPARED}"):
+        total.add(Compared(**json.loads(record.read_text(encoding="utf-8"))))
+    terminalreporter.write_line(total.table(KINDS))
 
 
 @pytest.hookimpl(hookwrapper=True)  # type: ignore[misc]
@@ -97,6 +124,8 @@ def pytest_runtest_makereport(item: pytest.Item) -> Iterator[None]:
     """Show the end of the board's records with a failed test, and where the records are."""
     outcome = yield
     report = outcome.get_result()  # type: ignore[attr-defined]
+    if report.when == "call":
+        item.stash[_PASSED] = report.passed
     board = item.stash.get(_BOARD, None)
     if report.failed and board is not None:
         for name, record in (("console.log", board.console), ("journal", board.journal)):

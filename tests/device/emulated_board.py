@@ -59,7 +59,7 @@ class EmulatedBoard:
     directory
         Holds the records of all resets and power cycles: console.log, hardware (the emulator's
         events), emulator.log, host/journal (the system log), host/feeds (the kernel's events of the
-        watchdog device). Holds the disks until `discard`.
+        watchdog device and of the application). Holds the disks until `discard`.
     arguments
         The supervisor's arguments, with --app and what follows it. With systemd no argument holds a
         blank, and without arguments the board is as the package's installation leaves it.
@@ -89,7 +89,7 @@ class EmulatedBoard:
                  state_disk: bool = False) -> None:
         self.directory = directory
         self._images = images
-        self._systemd = systemd
+        self.systemd = systemd
         self._variables = variables or {}
         self.host = directory / "host"  # this directory is /host on the board
         for name in ("files", "tools"):
@@ -103,6 +103,7 @@ class EmulatedBoard:
         self._emulator: subprocess.Popen[bytes] | None = None
         self._control: RemoteControl | None = None
         self._seen_boots = 0
+        (self.host / "application").write_text(SAMPLE, encoding="utf-8")
         if arguments:
             self.set_arguments(arguments)
         (self.host / "root-options").write_text(root_options, encoding="utf-8")
@@ -119,7 +120,9 @@ class EmulatedBoard:
 
     def set_arguments(self, arguments: Sequence[str]) -> None:
         """Set the supervisor's arguments from the next boot on."""
-        if self._systemd:
+        program = arguments[arguments.index("--app") + 1]
+        (self.host / "application").write_text(program, encoding="utf-8")
+        if self.systemd:
             options, application = " ".join(arguments).split(" --app ")
             variables = {"OPTIONS": options, "APPLICATION": application, **self._variables}
             self.add_file("etc/default/pynx-watchdog", "".join(
@@ -148,7 +151,7 @@ class EmulatedBoard:
         if self._emulator is not None:
             raise SimulatorError("the board is switched on already")
         if not self.root_disk.exists():
-            _copy_sparse(self._images.systemd_root if self._systemd else self._images.root,
+            _copy_sparse(self._images.systemd_root if self.systemd else self._images.root,
                          self.root_disk)
             if self._state_disk is not None:
                 subprocess.run(["/sbin/mke2fs", "-q", "-t", "ext4", self._state_disk, "16M"],
@@ -217,7 +220,7 @@ class EmulatedBoard:
 
     @property
     def boots(self) -> list[feeds.BootTrace]:
-        """The kernel's events of the watchdog device, by boot."""
+        """The kernel's events of the watchdog device and of the application, by boot."""
         return feeds.parse(Recording(self.host / "feeds").text())
 
     def wait_for_feeds(self, count: int, timeout: float) -> list[float]:
@@ -251,6 +254,7 @@ class EmulatedBoard:
 
     def run_last(self, script: str) -> None:
         """Run a script that may end the board before it has ended itself."""
+        self.monitor.note("ended by", script=script)
         try:
             self.run(script)
         except BoardGone:
@@ -298,7 +302,7 @@ class EmulatedBoard:
                     "-device", f"virtio-blk-pci,drive={name},addr={slot:#x}"]
 
         images = self._images
-        memory = "512" if self._systemd else "256"
+        memory = "512" if self.systemd else "256"
         state = [] if self._state_disk is None else disk("state", self._state_disk, 10)
         return [
             "setpriv", "--pdeathsig", "KILL", EMULATOR, "-nodefaults", "-display", "none",

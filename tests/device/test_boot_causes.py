@@ -108,9 +108,10 @@ def test_a_read_only_root_is_told_at_the_next_boot(new_emulated_board: NewBoard)
 @pytest.mark.takes(120)
 def test_a_crash_loop_leaves_archives_and_a_boot_line_that_tells_the_story(
         new_emulated_board: NewBoard) -> None:
-    board = new_emulated_board(supervise("/bin/sh", _APPLICATION, log=_LOG), wait=False,
-                               systemd=True, settings=_REPORTING, files={
-                                   _APPLICATION: "echo here I am; exit 5", **_patient_tool()})
+    board = new_emulated_board(supervise(_APPLICATION, log=_LOG), wait=False, systemd=True,
+                               settings=_REPORTING, files={
+                                   _APPLICATION: "#!/bin/sh\necho here I am; exit 5",
+                                   **_patient_tool()})
     board.console.wait_for("fallback system: running", timeout=900)
     assert board.hardware() == [RESET] * BAD_BOOTS
     assert board.flags == (1, BAD_BOOTS)

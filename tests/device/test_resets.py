@@ -45,6 +45,7 @@ def test_the_device_resets_a_board_without_supervisor(new_emulated_board: NewBoa
 
 
 @pytest.mark.takes(60)
+@pytest.mark.leaves_no_evidence("the fallback system runs no commands")
 def test_the_boot_loader_gives_up_an_application_that_dies_at_every_boot(
         new_emulated_board: NewBoard) -> None:
     board = new_emulated_board(supervise(SAMPLE, "exit", "5"), wait=False)

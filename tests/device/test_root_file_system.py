@@ -14,6 +14,7 @@ from qmp import RESET
 from simulator import wait_until
 
 _MESSAGE = "Detected filesystem in read-only mode. Rebooting\n"
+_APPLICATION = "/usr/lib/application"
 _FLAG_TOOL_FAILS = "exit 1"
 """Keeps the flags from being cleared. Once they are, the root is not checked again."""
 
@@ -79,9 +80,9 @@ def test_a_full_disk_stops_neither_the_board_nor_its_confirmation(
 
 @pytest.mark.takes(30)
 def test_the_log_outlives_a_power_cut_and_is_continued(new_emulated_board: NewBoard) -> None:
-    board = new_emulated_board(supervise(
-        "/bin/sh", "-c", f"{SAMPLE} flood 60000 1000; until [ -e /tmp/rotated ]; do sleep 0.1; "
-        "done; echo last line; exec sleep 100000", log_size="48k"))
+    board = new_emulated_board(supervise(_APPLICATION, log_size="48k"), files={
+        _APPLICATION: f"#!/bin/sh\n{SAMPLE} flood 60000 1000; until [ -e /tmp/rotated ]; do "
+                      "sleep 0.1; done; echo last line; exec sleep 100000"})
     wait_until(lambda: board.run(f"ls {LOG}.0").status == 0, "a rotation")
     board.check("touch /tmp/rotated")
     wait_until(lambda: board.run(f"tail -n1 {LOG}").text == "last line", "the last line")
