@@ -26,11 +26,13 @@ KINDS = ("start", "end", "reboot", "cause", "archive", "alarm", "hang", "not_fou
 
 # What an engineer would get from a board, in one command, because each costs the board much time.
 _COLLECT = r"""
-mkdir -p /host/evidence
+set --
 for file in /tmp/log/* /var/log/*/application.log* /tmp/upload/report-*.gz \
     /var/lib/archives/report-*.gz; do
-    [ ! -f "$file" ] || cp -p "$file" /host/evidence/ || exit
+    [ ! -f "$file" ] || set -- "$@" "$file"
 done
+mkdir -p /host/evidence
+cp -p "$@" /host/evidence || exit
 [ ! -d /var/log/journal ] ||
     journalctl -t pynx_watchdog -o short-iso-precise >/host/evidence/messages
 """
