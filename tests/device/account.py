@@ -51,7 +51,6 @@ _LINES = (
     ("cause", rb'"cause": [^\n]*"time": "' + _TIME),
 )
 _ALARM = re.compile(rb"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}) Process:.* \((\d+)\) cpu load is")
-_CAUSE = "Cause of this boot: "
 
 
 def compare_with_evidence(name: str, board: EmulatedBoard) -> Compared:
@@ -203,14 +202,11 @@ def _alarms(evidence: Path) -> Iterator[Fact]:
 
 def _with_kind(event: dict[str, Any]) -> dict[str, Any]:
     """The event, with kinds of their own for some messages."""
-    text = event.get("text", "")
     if "clock_set" in event:
         return event | {"kind": "clock"}
     if event.get("guard") == "hang":
         return event | {"kind": "hang"}
-    if text.startswith(_CAUSE):
-        return event | {"kind": "cause", "cause": text.removeprefix(_CAUSE)}
-    return event
+    return event | {"kind": "cause"} if "cause" in event else event
 
 
 def _fits(fact: Fact, event: dict[str, Any]) -> bool:
