@@ -7,6 +7,7 @@ from __future__ import annotations
 import argparse
 import io
 import json
+import os
 import re
 import sqlite3
 import sys
@@ -63,6 +64,8 @@ def main(arguments: Sequence[str] | None = None) -> int:
         sys.stderr.close()
         return 0
     except KeyboardInterrupt:
+        # What is not written yet would wait for a reader of the pipe, who may not come.
+        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
         return INTERRUPTED
     except (OSError, sqlite3.Error, Unusable, Failed) as error:
         print(f"pynx-watchdog-evidence: {error}", file=sys.stderr)
