@@ -166,7 +166,7 @@ def test_three_hangs_and_a_reboot_are_two_hangs_and_the_reboot(tmp_path: Path) -
     found = report(tmp_path, "third-end", manifest_json=manifest(*crashes, reboot),
                    application_log=log)
     assert [cause for cause, *_ in causes(found)] == ["hang", "hang", "reboot: third end"]
-    assert "; each was a hang, and" in found.incidents[2].text
+    assert "; each was a hang; its archive: " in found.incidents[2].text
 
 
 def test_the_application_of_an_incident_is_not_the_guard(tmp_path: Path) -> None:

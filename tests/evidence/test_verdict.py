@@ -93,6 +93,19 @@ def test_a_read_only_root_is_told() -> None:
         "10:00:00+00:00"]
 
 
+@pytest.mark.parametrize("reason, begin", [
+    ("third end", "The board was rebooted at the third end of the application at 2026-11-22 "
+     "10:00:00+00:00; how it ended is not told"),
+    ("read-only root", "The board was rebooted, because its root file system was read-only at "
+     "2026-11-22 10:00:00+00:00")])
+def test_the_archive_that_was_made_before_a_reboot_is_told(reason: str, begin: str) -> None:
+    made = [event("archive", 3, name=name, members=[], complete=True)
+            for name in ("main", reason.replace(" ", "-"))]
+    sentence = verdict([event("reboot", 0, reason=reason), *made])[0]
+    assert sentence.text == f"{begin}; its archive: {made[1].source}"
+    assert sentence.evidence == [0, 2]
+
+
 def test_without_messages_an_end_is_concluded_from_the_next_start() -> None:
     [sentence] = verdict([start(0), start(300)])
     assert sentence.text == ("Application '/opt/app' ended after 5 min at 2026-11-22 "

@@ -188,7 +188,7 @@ def _around_crash(events: Sequence[Event], at: int) -> Iterator[tuple[int | None
         if events[number].kind == "snapshot":
             yield number, f"a snapshot {_snapshot(events, number, at)}"
             break
-    archive = _archive_after(events, at)
+    archive = archive_after(events, at, "main")
     if archive is None:
         yield None, "no archive of it is here"
         return
@@ -206,13 +206,14 @@ def _snapshot(events: Sequence[Event], number: int, at: int) -> str:
         + (f", and {busy['command']!r} with {busy['cpu']:g} %" if busy else "")
 
 
-def _archive_after(events: Sequence[Event], at: int) -> int | None:
+def archive_after(events: Sequence[Event], at: int, name: str) -> int | None:
+    """The number of the next archive with this name that belongs to event number `at`."""
     for number in range(at + 1, min(at + FARTHEST, len(events))):
         event = events[number]
         between = apart(events[at], event)
         if between is not None and between > ARCHIVE_WITHIN:
             return None
-        if event.kind == "archive" and event.fields["name"] == "main":
+        if event.kind == "archive" and event.fields["name"] == name:
             return number
     return None
 

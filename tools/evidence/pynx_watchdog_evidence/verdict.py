@@ -7,7 +7,7 @@ from __future__ import annotations
 from collections.abc import Iterable, Iterator, Sequence
 from datetime import timedelta
 
-from .ends import ends, how_by_guard
+from .ends import archive_after, ends, how_by_guard
 from .events import Event, apart
 from .guarded import Guarded, guarded_ends
 from .join import most_frequent_offset
@@ -57,17 +57,22 @@ def _reboots(events: Sequence[Event], boots: Sequence[int],
             starts = [*starts[-2:], at]
         if event.kind != "reboot":
             continue
+        archive = archive_after(events, at, event.fields["reason"].replace(" ", "-"))
+        evidence = [at] if archive is None else [at, archive]
+        its_archive = "" if archive is None else f"its archive: {events[archive].source}"
         if event.fields["reason"] != "third end":
             yield Sentence("The board was rebooted, because its root file system was read-only"
-                           + when(events, [at]), CERTAIN, [at])
+                           + when(events, [at]) + (its_archive and f"; {its_archive}"), CERTAIN,
+                           evidence)
             continue
         text = "The board was rebooted at the third end of the application"
         within = apart(events[starts[0]], event) if len(starts) == 3 else None
         if within is not None and within > timedelta():
             text += f" in {duration(within.total_seconds())}"
-        text += when(events, [at]) + f"; {_third_ends(events, guarded, starts, at)}, and " \
-            "the supervisor made no archive of it, since the reboot came first"
-        yield Sentence(text, CERTAIN, [*starts, at])
+        text += when(events, [at]) + f"; {_third_ends(events, guarded, starts, at)}" + (
+            f"; {its_archive}" if its_archive else
+            ", and the supervisor made no archive of it, since the reboot came first")
+        yield Sentence(text, CERTAIN, [*starts, *evidence])
 
 
 def _third_ends(events: Sequence[Event], guarded: Sequence[Guarded], starts: Sequence[int],
