@@ -9,6 +9,7 @@ import json
 import os
 import signal
 import subprocess
+import sys
 import tarfile
 from pathlib import Path
 from typing import Any
@@ -21,6 +22,18 @@ from pynx_watchdog_evidence.events import Event
 from pynx_watchdog_evidence.join import events_of, held
 
 PROGRAM = Path(__file__).parents[2] / "tools/evidence/pynx-watchdog-evidence"
+
+# The program, interrupted when it has printed the last event and not yet written it.
+INTERRUPTED = """
+from pynx_watchdog_evidence import cli
+
+def interrupted(paths, complain, events_of=cli.events_of):
+    yield from events_of(paths, complain)
+    raise KeyboardInterrupt
+
+cli.events_of = interrupted
+raise SystemExit(cli.main())
+"""
 
 
 def run(*arguments: str | Path) -> subprocess.CompletedProcess[str]:
@@ -173,6 +186,23 @@ def test_an_interrupt_ends_it_without_a_word(tmp_path: Path) -> None:
         reader.stdout.readline()
         reader.send_signal(signal.SIGINT)
         assert (reader.wait(120), reader.stderr.read()) == (130, b"")
+
+
+def test_an_interrupt_ends_it_although_nobody_reads_what_it_still_holds(tmp_path: Path) -> None:
+    (tmp_path / "log").write_text(start("10:00:00.000"))
+    reader, writer = os.pipe()
+    os.set_blocking(writer, False)
+    with pytest.raises(BlockingIOError):
+        while True:
+            os.write(writer, b"x" * 4096)
+    os.set_blocking(writer, True)
+    result = subprocess.run(
+        [sys.executable, "-c", INTERRUPTED, "--jsonl", tmp_path], stdout=writer,
+        stderr=subprocess.PIPE, check=False, timeout=120,
+        env=os.environ | {"PYTHONPATH": str(PROGRAM.parent), "PYTHONUNBUFFERED": ""})
+    os.close(reader)
+    os.close(writer)
+    assert (result.returncode, result.stderr) == (130, b"")
 
 
 def test_the_verdict_and_the_events_are_printed(tmp_path: Path) -> None:
