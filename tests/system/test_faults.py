@@ -130,21 +130,32 @@ def test_what_cannot_be_written_into_the_log_is_lost_silently(failing: Failing, 
     assert (running.stdout, running.stderr, content(running)) == (b"", b"", b"")
 
 
+ROTATED_LOG = """
+    echo older >/tmp/log/application.log.0
+    seq 1000
+    while grep -qs older /tmp/log/application.log.0; do sleep 0.02; done
+    echo in the new log
+"""
+"""An application that fills its log and prints a line when the rotation has begun."""
+
+
 @GUARD_TELLS_THE_END
 def test_a_log_that_cannot_be_renamed_is_rotated_by_copying(failing: Failing) -> None:
-    running = failing("renameat2:error=EIO", LOG, "flood", "4000", "4000", "sleep", "0.5", "print",
-                      "in the new log\\n", log_size="2k", options=["--rotateOnly", "--singleRun"])
+    running = failing("renameat2:error=EIO", LOG, log_size="2k",
+                      options=["--rotateOnly", "--singleRun"],
+                      application=["/bin/sh", "-c", ROTATED_LOG])
     assert running.wait_supervisor_exit() == 0
     assert running.stderr == b""
-    assert len(content(running, OLD_LOG)) >= 4000
+    assert content(running, OLD_LOG).endswith(b"\n1000\n")
     assert content(running) == b"in the new log\n"
 
 
 @GUARD_TELLS_THE_END
 def test_a_rotation_begins_with_an_empty_file_whatever_is_there(failing: Failing) -> None:
     # The rename does nothing but succeeds, as if another program had made the file again.
-    running = failing("renameat2:retval=0", LOG, "flood", "4000", "4000", "sleep", "0.5", "print",
-                      "in the new log\\n", log_size="2k", options=["--rotateOnly", "--singleRun"])
+    running = failing("renameat2:retval=0", LOG, log_size="2k",
+                      options=["--rotateOnly", "--singleRun"],
+                      application=["/bin/sh", "-c", ROTATED_LOG])
     assert running.wait_supervisor_exit() == 0
     assert content(running) == b"in the new log\n"
 
@@ -220,8 +231,9 @@ def test_a_marker_that_cannot_be_made_or_removed_reboots_the_board(
 
 def test_a_tar_that_hangs_holds_up_nothing_else(start: Start, tmp_path: Path) -> None:
     script = 'case $2 in *stuck*) exec sleep 3600 ;; esac; exec /usr/bin/tar "$@"'
-    running = start("print", "==Report==stuck\\n", "sleep", "1", "print", "==Report==good\\n",
-                    "wait",
+    # The second request is repeated, because in one piece of output with the first it is missed.
+    requests = "echo ==Report==stuck; while sleep 0.2; do echo ==Report==good; done"
+    running = start(application=["/bin/sh", "-c", requests],
                     settings=reporting([LOG]), **tools(tmp_path, tar=script))
     upload = running.host_path("/tmp/upload")
     wait_until(lambda: list(upload.glob("report-good-*.tar.gz")), "the second archive")

@@ -186,7 +186,13 @@ def test_the_third_end_reboots_before_it_reports(start: Start) -> None:
 
 
 def test_a_request_ends_the_line_in_which_it_comes(start: Start) -> None:
-    running = start("print", "begun ==Report==now", "sleep", "1.5", "print", "and ended\\n", "wait",
+    application = f"""
+        printf 'begun ==Report==now'
+        until grep -q begun {LOG}; do sleep 0.1; done
+        sleep 1 # a time line comes only where the second has changed
+        echo and ended
+        exec sleep 3600"""
+    running = start(application=["/bin/sh", "-c", application],
                     options=["--logTime"], settings=reporting([LOG]))
     wait_until(lambda: b"and ended\n" in content(running), "the rest of the line")
     assert re.search(rb"begun ==Report==now-- Time: [^\n]*\nand ended\n", content(running))
