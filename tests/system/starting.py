@@ -28,6 +28,8 @@ started() {{
             pgrep -P $supervisor -x "$name" >/tmp/pid && return
             sleep 0.005
         done
+        wait $supervisor
+        [ $? -eq 1 ] || return 1
         echo "the application was not up within 500 ms" >&2
     done
     return 1
