@@ -159,7 +159,7 @@ class Tree:
             raise Broken(f"the copy in {directory} does not build")
 
     def verdict(self, place: Place) -> str:
-        """Break the place and say which tests notice it; "survived" means none."""
+        """Break the place and say which test notices it; "survived" means none."""
         path = self._directory / place.path
         source = path.read_text()
         lines = source.split("\n")
@@ -174,19 +174,25 @@ class Tree:
             path.write_text(source)
 
     def noticed(self, system_tests: list[str], since: float) -> str:
-        """Run the unit tests linked after `since` and the system tests; say which kind notices."""
+        """Run the unit tests linked after `since` and the system tests; say which one notices."""
         listed = json.loads(self._run("ctest", "--preset", "debug", "--show-only=json-v1").stdout)
         chosen = [test["name"] for test in listed["tests"] if "command" in test
                   and os.path.getmtime(test["command"][0]) >= since]
         units = "^(" + "|".join(chosen) + ")$"
         if not self._passes("ctest", "--preset", "debug", "--tests-regex", units,
                             "--stop-on-failure", "--parallel", "3"):
-            return "unit"
+            return f"unit: {self._first_failure()}"
         system = [f"tests/system/test_{name}.py" for name in system_tests]
         if not self._passes("/usr/bin/python3", "-B", "-m", "pytest", "-p", "no:cacheprovider",
                             "-q", "-x", "-n", "12", "--build-dir", "build/debug", *system):
-            return "system"
+            return f"system: {self._first_failure()}"
         return "survived"
+
+    def _first_failure(self) -> str:
+        """The test that has failed, as ctest or pytest has logged it."""
+        found = re.search(r"^FAILED (\S+)|^\t *\d+ - (\S+)",
+                          (self._directory / "build/log").read_text(errors="replace"), re.M)
+        return found[1] or found[2] if found else "(took too long)"
 
     def _builds(self) -> bool:
         return self._run("cmake", "--build", "--preset", "debug", "--parallel", "1",
@@ -250,7 +256,7 @@ def main() -> int:
         for number in range(os.cpu_count() or 1):
             trees.put(Tree(PROJECT / f"build/mutation/{number}"))
         if (who := trees.queue[0].noticed(sorted(set(sum(PARTS.values(), []))), 0)) != "survived":
-            raise Broken(f"a {who} test fails without any break; see build/mutation/0/build/log")
+            raise Broken(f"without any break, this fails: {who}; see build/mutation/0/build/log")
     except Broken as error:
         print(f"mutation: {error}", file=sys.stderr)
         return 1
@@ -262,14 +268,19 @@ def main() -> int:
         verdicts = [verdict for file in pool.map(lambda file: trial(trees, file), sorted(
             by_file.values(), key=len, reverse=True)) for verdict in file]
     survived = {str(place) for place, verdict in verdicts if verdict == "survived"}
-    known = known_survivors() & {str(place) for place, _ in verdicts}
+    listed = known_survivors()
+    gone = listed - {str(place) for place in places()}
+    known = listed & {str(place) for place, _ in verdicts}
     print(*(f"{count} {verdict}" for verdict, count in
-            Counter(verdict for _, verdict in verdicts).items()), sep=", ")
+            Counter(verdict.split(":")[0] for _, verdict in verdicts).items()), sep=", ")
     for name in sorted(survived - known):
         print(f"mutation: no test notices {name}", file=sys.stderr)
     for name in sorted(known - survived):
         print(f"mutation: listed as a survivor, but noticed: {name}", file=sys.stderr)
-    return 0 if survived == known else 1
+    for name in sorted(gone):
+        print(f"mutation: listed as a survivor, but no place of the program: {name}",
+              file=sys.stderr)
+    return 0 if survived == known and not gone else 1
 
 
 if __name__ == "__main__":
