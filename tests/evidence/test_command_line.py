@@ -20,6 +20,7 @@ from pynx_watchdog_evidence import sources
 from pynx_watchdog_evidence.archives import Room
 from pynx_watchdog_evidence.events import Event
 from pynx_watchdog_evidence.join import events_of, held
+from pynx_watchdog_evidence.sentence import MOST_SENTENCES
 
 PROGRAM = Path(__file__).parents[2] / "tools/evidence/pynx-watchdog-evidence"
 
@@ -124,7 +125,8 @@ def test_the_cause_of_a_boot_is_told(tmp_path: Path) -> None:
     assert (event["kind"], event["time"], event["line"], event["cause"], event["boot_id"]) \
         == ("message", "2026-11-22T10:00:40+01:00", 1, "power loss", "b")
     assert run(tmp_path).stdout.startswith("- The board has booted: power loss at 2026-11-22 "
-                                           "10:00:40+01:00 (No trace. It was cold.) (likely)\n")
+                                           "10:00:40+01:00 (No trace. It was cold.) "
+                                           f"(likely: {tmp_path}/boot:1)\n")
 
 
 def test_a_broken_file_costs_only_itself(tmp_path: Path) -> None:
@@ -212,9 +214,23 @@ def test_the_verdict_and_the_events_are_printed(tmp_path: Path) -> None:
     result = run(tmp_path)
     verdict, listed = result.stdout.split("\n\n")
     assert verdict == (
-        "- Application 'app' ended with status 1 after 9 s at 2026-11-22 10:00:10+00:00\n"
-        "- Times without an offset from UTC are taken for UTC+00:00, in 1 of 2 events (guess)")
+        "- Application 'app' ended with status 1 after 9 s at 2026-11-22 10:00:10+00:00 "
+        f"(certain: {tmp_path}/messages:1)\n"
+        "- Times without an offset from UTC are taken for UTC+00:00, in 1 of 2 events "
+        f"(guess: {tmp_path}/log:3)")
     assert [line.split("  ")[1] for line in listed.splitlines()] == ["start", "end"]
+
+
+def test_of_a_sentence_the_first_and_the_last_line_are_printed(tmp_path: Path) -> None:
+    with (tmp_path / "messages").open("w") as file:
+        file.writelines(end("10:00:10").replace("code:1,", f"code:{number % 2},")
+                        for number in range(500))
+    file_of = f"{tmp_path}/messages"
+    lines = run(tmp_path).stdout.split("\n\n")[0].splitlines()
+    assert lines[0].endswith(f"(certain: {file_of}:500)")
+    assert lines[MOST_SENTENCES:] == ["- 300 older sentences left out"]
+    (tmp_path / "messages").write_text(end("10:00:10") * 9)
+    assert run(tmp_path).stdout.split("\n\n")[0].endswith(f"(certain: {file_of}:1 to {file_of}:9)")
 
 
 def test_a_terminal_gets_no_commands(tmp_path: Path) -> None:

@@ -22,7 +22,7 @@ from browser import Browser, accessibility_rules
 from fleets import pack
 from pynx_watchdog_evidence import page
 from pynx_watchdog_evidence.cli import main
-from pynx_watchdog_evidence.sentence import Sentence
+from pynx_watchdog_evidence.sentence import MOST_SENTENCES, Sentence
 
 HOSTILE = "</script><script>window.hostile = 1</script><img src=x onerror='window.hostile = 1'>"
 """What would set a variable of the page if it became HTML anywhere."""
@@ -196,7 +196,7 @@ def test_a_verdict_of_very_many_sentences_is_cut(tmp_path: Path) -> None:
     sentences = [Sentence(f"sentence {number}", "guess") for number in range(1000)]
     page.write_page(tmp_path / "page.html", [], sentences, [])
     data = json.loads(data_of((tmp_path / "page.html").read_text(encoding="utf-8")))
-    assert len(data["verdict"]) == page.MOST_SENTENCES and data["sentences"] == 1000
+    assert len(data["verdict"]) == MOST_SENTENCES and data["sentences"] == 1000
     assert data["verdict"][0]["text"] == "sentence 0"
 
 

@@ -23,7 +23,7 @@ from .fleetpage import write_fleet_page
 from .join import MOST_HELD, Complain, events_of, held
 from .page import write_page
 from .reports import Row, Rows
-from .sentence import CERTAIN
+from .sentence import MOST_SENTENCES, lines_of
 from .sources import logs_of
 from .spread import Failed, open_pool
 from .store import Store, Unusable
@@ -153,9 +153,12 @@ def _tell_fleet(fleet: Fleet, options: argparse.Namespace, complain: Complain,
 
 
 def _print_for_people(events: list[Event]) -> None:
-    for sentence in verdict(events):
-        sure = "" if sentence.certainty == CERTAIN else f" ({sentence.certainty})"
-        print(plain(f"- {sentence.text}{sure}"))
+    sentences = verdict(events)
+    for sentence in sentences[:MOST_SENTENCES]:
+        lines = lines_of(events, sentence)
+        print(plain(f"- {sentence.text} ({sentence.certainty}{lines and f': {lines}'})"))
+    if len(sentences) > MOST_SENTENCES:
+        print(f"- {len(sentences) - MOST_SENTENCES} older sentences left out")
     print()
     for event in events:
         time = event.time.isoformat(sep=" ", timespec="milliseconds") if event.time else "-"

@@ -26,12 +26,11 @@ from .events import Clock, Event, is_after
 from .join import most_frequent_offset
 from .lanes import boots, runs
 from .logtext import Kept, keep, marks
-from .sentence import Sentence
+from .sentence import MOST_SENTENCES, Sentence
 from .sources import Log
 
 ROOM = 20 << 20  # bytes of the logs' texts that are kept, before they are compressed
 MOST_EVENTS = 50_000
-MOST_SENTENCES = 200
 MOST_EVIDENCE = 20  # events that are named beside a sentence
 MOST_PROCESSES = 200_000  # rows in all tables of processes together
 LONGEST_DETAIL = 20_000

@@ -12,6 +12,7 @@ from .events import Event
 from .words import moment
 
 CERTAIN, LIKELY, GUESS = "certain", "likely", "guess"
+MOST_SENTENCES = 200  # that are told of a verdict
 
 
 @dataclass
@@ -21,6 +22,14 @@ class Sentence:
     text: str
     certainty: str
     evidence: list[int] = field(default_factory=list)  # numbers of events, from 0
+
+
+def lines_of(events: Sequence[Event], sentence: Sentence) -> str:
+    """The lines of the first and of the last event that the sentence stands on."""
+    numbers = sorted(sentence.evidence)
+    ends = (events[number] for number in numbers[:1] + numbers[-1:])
+    return " to ".join(dict.fromkeys(event.source + (f":{event.line}" if event.line else "")
+                                     for event in ends))
 
 
 def when(events: Sequence[Event], numbers: list[int]) -> str:

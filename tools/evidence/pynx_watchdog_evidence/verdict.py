@@ -97,7 +97,7 @@ def _single(events: Sequence[Event]) -> Iterator[Sentence]:
         elif "clock_set" in event.fields:
             text = str(event.fields["text"])
             yield Sentence(f"{text[0].upper()}{text[1:]}, between {event.fields['clock_before']} "
-                           f"and {event.fields['clock_after']} ({event.source}:{event.line})",
+                           f"and {event.fields['clock_after']}",
                            LIKELY if ", or " in text else CERTAIN, [at])
         elif event.kind == "start_failed":
             problem = _START_PROBLEMS.get(event.fields["code"],
