@@ -104,6 +104,19 @@ def test_a_reboot_counts_once_though_the_system_log_tells_its_cause_later(tmp_pa
     assert [cause for cause, *_ in causes(found)] == ["reboot: third end", "boot after power loss"]
 
 
+def test_the_end_of_a_watched_process_is_no_load(tmp_path: Path) -> None:
+    log = "".join(
+        f"{moment} Process:{name} ({pid}) cpu load is : 25 for 1 seconds \n"
+        f"{moment} Time between two invocations:1000ms\n{moment} {name} cpu load:{load}%\n"
+        for moment, name, pid, load in (
+            ("2026-11-22 10:00:00.000", "a", 7, "26"),
+            ("2026-11-22 10:00:01.000", "a", 7, "4.6e+18"),
+            ("2026-11-22 10:00:02.000", "", 0, "4.6e+18")))
+    assert [cause for cause, *_ in causes(report(tmp_path, "x", application_log=log))] == [
+        "too much load: a", "watched process ended: a", "watched process ended: unknown",
+        "report requested: x"]
+
+
 def test_of_very_many_incidents_the_first_are_taken(tmp_path: Path) -> None:
     log = start("10:00:00.000") + "".join(f"==Report=={number}\n" for number in range(10_005))
     found = report(tmp_path, "0", application_log=log)

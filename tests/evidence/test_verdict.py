@@ -114,10 +114,23 @@ def test_without_messages_an_end_is_concluded_from_the_next_start() -> None:
 
 
 def test_alarms_of_a_process_are_one_sentence() -> None:
-    gone = alarm(20, load=4.6e18, ended=True)
-    assert said(alarm(0), alarm(10, load=80.25), gone) == [
+    assert said(alarm(0), alarm(10, load=80.25), alarm(20, load=None)) == [
         "Process 'app' was too busy 3 times, with up to 80.25 % of all processors, from 2026-11-22 "
         "10:00:00+00:00 to 2026-11-22 10:00:20+00:00"]
+
+
+def test_the_end_of_a_watched_process_is_no_load() -> None:
+    both = alarm(10)
+    gone = alarm(20, load=4.6e18, ended=True)
+    both.fields["samples"] += gone.fields["samples"]
+    assert said(gone) == ["A watched process, 'app', ended at 2026-11-22 10:00:20+00:00"]
+    assert said(alarm(0), both, gone) == [
+        "Process 'app' was too busy 2 times, with up to 26.5 % of all processors, from 2026-11-22 "
+        "10:00:00+00:00 to 2026-11-22 10:00:10+00:00",
+        "A watched process, 'app', ended 2 times, from 2026-11-22 10:00:10+00:00 to 2026-11-22 "
+        "10:00:20+00:00"][::-1]
+    gone.fields["process"] = ""
+    assert said(gone) == ["A watched process ended at 2026-11-22 10:00:20+00:00"]
 
 
 def test_a_load_that_is_not_known_is_no_load_and_no_end() -> None:

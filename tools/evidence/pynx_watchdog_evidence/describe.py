@@ -58,12 +58,21 @@ def tone(event: Event) -> str:
     return "plain"
 
 
+def loads(alarm: Event) -> list[float]:
+    """The loads that were measured. That of a process that has ended is none."""
+    return [sample["load"] for sample in alarm.fields["samples"]
+            if sample.get("load") is not None and "ended" not in sample]
+
+
+def tells_end(alarm: Event) -> bool:
+    """Whether the process ended. The line of an alarm has no name then."""
+    return not alarm.fields["process"] or any("ended" in it for it in alarm.fields["samples"])
+
+
 def _measured(event: Event) -> str:
-    samples = event.fields["samples"]
-    loads = [sample["load"] for sample in samples
-             if sample.get("load") is not None and "ended" not in sample]
-    ended = ", the process ended" if any("ended" in sample for sample in samples) else ""
-    return (f", up to {max(loads):g} %" if loads else "") + ended
+    measured = loads(event)
+    return (f", up to {max(measured):g} %" if measured else "") \
+        + (", the process ended" if tells_end(event) else "")
 
 
 def _snapshot(event: Event) -> str:

@@ -10,7 +10,7 @@ from datetime import datetime
 from typing import Any, NamedTuple
 
 from . import texts
-from .describe import describe
+from .describe import describe, loads, tells_end
 from .ends import ARCHIVE_WITHIN, how_by_guard
 from .events import Event, apart, is_after
 from .guarded import Guarded, application, guarded_ends
@@ -134,7 +134,9 @@ def _of_event(event: Event) -> _Cause | None:
     if event.kind == "start_failed":
         return _Cause(f"start failed with code {known['code']}")
     if event.kind == "alarm":
-        return _Cause(f"too much load: {known['process'] or 'a process that has ended'}")
+        is_load = loads(event) or not tells_end(event)
+        return _Cause(f"{'too much load' if is_load else 'watched process ended'}: "
+                      f"{known['process'] or UNKNOWN}")
     if event.kind == "not_found":
         return _Cause(f"missing process: {known['process']}")
     if event.kind == "request":

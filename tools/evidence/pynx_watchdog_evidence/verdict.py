@@ -7,6 +7,7 @@ from __future__ import annotations
 from collections.abc import Iterable, Iterator, Sequence
 from datetime import timedelta
 
+from .describe import loads, tells_end
 from .ends import archive_after, ends, how_by_guard
 from .events import Event, apart
 from .guarded import Guarded, guarded_ends
@@ -118,25 +119,28 @@ def _by_process(events: Sequence[Event], kind: str) -> Iterable[tuple[str, list[
 
 def _absences(events: Sequence[Event]) -> Iterator[Sentence]:
     for process, absences in _by_process(events, "not_found"):
-        times = f" {len(absences)} times" if len(absences) > 1 else ""
-        yield Sentence(f"Process {process!r} was missing{times} for "
+        yield Sentence(f"Process {process!r} was missing{_times(absences)} for "
                        f"{events[absences[0]].fields['seconds']} s or more"
                        + when(events, absences), CERTAIN, absences)
 
 
 def _alarms(events: Sequence[Event]) -> Iterator[Sentence]:
     for process, alarms in _by_process(events, "alarm"):
-        loads = [sample["load"] for at in alarms for sample in events[at].fields["samples"]
-                 if sample.get("load") is not None and "ended" not in sample]
-        times = f" {len(alarms)} times" if len(alarms) > 1 else ""
-        if not loads and any("ended" in sample for at in alarms
-                             for sample in events[at].fields["samples"]):
-            text = "A watched process" + (f", {process!r}," if process else "") + f" ended{times}"
-        else:
-            text = f"Process {process!r} was too busy{times}"
-        if loads:
-            text += f", with up to {max(loads):g} % of all processors"
-        yield Sentence(text + when(events, alarms), CERTAIN, alarms)
+        gone = [at for at in alarms if tells_end(events[at])]
+        busy = [at for at in alarms if loads(events[at]) or not tells_end(events[at])]
+        if busy:
+            most = max((load for at in busy for load in loads(events[at])), default=None)
+            yield Sentence(f"Process {process!r} was too busy{_times(busy)}" + (
+                "" if most is None else f", with up to {most:g} % of all processors"
+            ) + when(events, busy), CERTAIN, busy)
+        if gone:
+            name = f", {process!r}," if process else ""
+            yield Sentence(f"A watched process{name} ended{_times(gone)}" + when(events, gone),
+                           CERTAIN, gone)
+
+
+def _times(numbers: Sequence[int]) -> str:
+    return f" {len(numbers)} times" if len(numbers) > 1 else ""
 
 
 def _guesses(events: Sequence[Event]) -> Iterator[Sentence]:
