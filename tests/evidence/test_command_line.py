@@ -11,12 +11,13 @@ import signal
 import subprocess
 import sys
 import tarfile
+from collections import Counter
 from pathlib import Path
 from typing import Any
 
 import pytest
 
-from pynx_watchdog_evidence import sources
+from pynx_watchdog_evidence import join, sources
 from pynx_watchdog_evidence.archives import Room
 from pynx_watchdog_evidence.events import Event
 from pynx_watchdog_evidence.join import events_of, held
@@ -162,12 +163,26 @@ def test_links_and_other_files_in_a_directory_are_left_alone(tmp_path: Path) -> 
     assert [event["program"] for event in events(tmp_path / "one")] == ["one"]
 
 
-def test_of_very_many_events_the_first_are_told_and_that_is_said() -> None:
+@pytest.mark.parametrize("kinds, lines", [(["memory"] * 9, [6, 7, 8]),
+                                          (["archive"] + ["memory"] * 8, [0, 7, 8])])
+def test_of_very_many_events_the_last_are_told_and_that_is_said(
+        kinds: list[str], lines: list[int]) -> None:
     told: list[tuple[Path, str]] = []
-    found = held((Event("memory", None, "log", line) for line in range(9)), Room(3), Path("log"),
-                 lambda file, reason: told.append((file, reason)))
-    assert [event.line for event in found] == [0, 1, 2]
-    assert told == [(Path("log"), "it has too many events: not more than about 200000 are told")]
+    found = held((Event(kind, None, "log", line) for line, kind in enumerate(kinds)), Room(3),
+                 Path("log"), lambda file, reason: told.append((file, reason)))
+    assert [event.line for event in found] == lines
+    assert told == [(Path("log"), "it has too many events: the first 6 are not told")]
+
+
+def test_a_file_of_very_many_events_costs_only_itself(
+        tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:
+    monkeypatch.setattr(join, "MOST_HELD", 100)
+    (tmp_path / "a").write_text("==Report==x\n" * 900)
+    (tmp_path / "b").write_text(start("10:00:00.000"))
+    complaints: list[str] = []
+    found = list(events_of([tmp_path], lambda path, why: complaints.append(f"{path.name}: {why}")))
+    assert Counter(event.kind for event in found) == {"request": 99, "start": 1}
+    assert complaints == ["a: it has too many events: the first 801 are not told"]
 
 
 def test_a_reader_that_ends_early_is_no_error(tmp_path: Path) -> None:

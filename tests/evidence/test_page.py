@@ -194,10 +194,19 @@ def test_of_very_many_events_the_important_ones_are_kept(
 
 def test_a_verdict_of_very_many_sentences_is_cut(tmp_path: Path) -> None:
     sentences = [Sentence(f"sentence {number}", "guess") for number in range(1000)]
-    page.write_page(tmp_path / "page.html", [], sentences, [])
+    page.write_page(tmp_path / "page.html", [], sentences, [], {})
     data = json.loads(data_of((tmp_path / "page.html").read_text(encoding="utf-8")))
     assert len(data["verdict"]) == MOST_SENTENCES and data["sentences"] == 1000
     assert data["verdict"][0]["text"] == "sentence 0"
+
+
+def test_what_could_not_be_read_is_named(chromium: Browser, tmp_path: Path) -> None:
+    log, file = tmp_path / "log", tmp_path / "page.html"
+    log.write_text(LOG)
+    assert main([str(log), str(tmp_path / HOSTILE), "--html", str(file)]) == 0
+    chromium.open(file)
+    assert f"{tmp_path / HOSTILE}: it is no file" in chromium.texts("#sources li")
+    assert chromium.shows("#sources li") and "Not all could be read" in chromium.text("#facts")
 
 
 def test_a_page_that_is_there_is_replaced(tmp_path: Path) -> None:

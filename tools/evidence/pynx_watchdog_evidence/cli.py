@@ -11,7 +11,7 @@ import os
 import re
 import sqlite3
 import sys
-from collections.abc import Sequence
+from collections.abc import Iterable, Mapping, Sequence
 from contextlib import closing
 from datetime import datetime, timedelta
 from pathlib import Path
@@ -42,10 +42,10 @@ def main(arguments: Sequence[str] | None = None) -> int:
         parser.error("argument --database: not allowed with argument --jsonl")
     if isinstance(sys.stdout, io.TextIOWrapper):
         sys.stdout.reconfigure(errors="replace")  # not every terminal has all letters
-    failed: list[Path] = []
+    complaints: dict[Path, list[str]] = {}
 
     def complain(path: Path, reason: str) -> None:
-        failed.append(path)
+        complaints.setdefault(path, []).append(reason)
         print(plain(f"pynx-watchdog-evidence: {path}: {reason}"), file=sys.stderr)
 
     try:
@@ -54,11 +54,12 @@ def main(arguments: Sequence[str] | None = None) -> int:
             complain(options.paths[0], "it has no files")
             return 1
         if options.database or options.scheduler or not fleet.is_one_story():
-            is_read = _tell_fleet(fleet, options, complain, failed)
+            is_read = _tell_fleet(fleet, options, complain, complaints)
         elif options.jsonl:
-            is_read = _print_events(options.paths, complain) or fleet.has_others_than(failed)
+            is_read = _print_events(options.paths, complain) \
+                or fleet.has_others_than(complaints)
         else:
-            is_read = _tell_story(fleet, options, complain, failed)
+            is_read = _tell_story(fleet, options, complain, complaints)
         sys.stdout.flush()
     except BrokenPipeError:
         sys.stderr.close()
@@ -117,20 +118,20 @@ def _print_events(paths: Sequence[Path], complain: Complain) -> bool:
 
 
 def _tell_story(fleet: Fleet, options: argparse.Namespace, complain: Complain,
-                failed: Sequence[Path]) -> bool:
+                complaints: Mapping[Path, Sequence[str]]) -> bool:
     events = list(held(events_of(options.paths, complain), Room(MOST_HELD), options.paths[0],
                        complain))
-    is_read = bool(events) or fleet.has_others_than(failed)
+    is_read = bool(events) or fleet.has_others_than(complaints)
     if is_read:
         if options.html:
-            write_page(options.html, events, verdict(events), logs_of(events))
+            write_page(options.html, events, verdict(events), logs_of(events), complaints)
         else:
             _print_for_people(events)
     return is_read
 
 
 def _tell_fleet(fleet: Fleet, options: argparse.Namespace, complain: Complain,
-                failed: Sequence[Path]) -> bool:
+                complaints: Iterable[Path]) -> bool:
     tomorrow = datetime.now() + timedelta(days=1)
     rows = Rows.WHOLE if options.jsonl else Rows.SHORT if options.database else Rows.NONE
 
@@ -142,7 +143,7 @@ def _tell_fleet(fleet: Fleet, options: argparse.Namespace, complain: Complain,
         with open_pool(options.scheduler) as pool:
             found = read_fleet(fleet, store, pool, complain, rows, take)
         store.commit()
-        if not found and not fleet.has_others_than(failed):
+        if not found and not fleet.has_others_than(complaints):
             return False
         if options.html:
             write_fleet_page(options.html, store)

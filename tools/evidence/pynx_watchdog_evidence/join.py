@@ -5,6 +5,7 @@
 from __future__ import annotations
 
 import itertools
+from collections import deque
 from collections.abc import Callable, Iterable, Iterator, Sequence
 from datetime import datetime, timedelta, timezone
 from pathlib import Path
@@ -36,20 +37,50 @@ def events_of(paths: Iterable[Path], complain: Complain) -> Iterator[Event]:
     if len(logs) == 1 and not sources.is_archive(logs[0]):
         yield from _readable(logs[0], complain)
         return
-    room = Room(MOST_HELD)
-    yield from _in_order([list(held(_readable(file, complain), room, file, complain))
-                          for file in logs])
+    room = MOST_HELD
+    found: dict[Path, list[Event]] = {}
+    # Each file has a share, so that none costs the others. What small ones leave, large ones have.
+    for file in sorted(logs, key=_size):
+        share = Room(room // (len(logs) - len(found)))
+        room -= share.left
+        found[file] = list(held(_readable(file, complain), share, file, complain))
+        room += share.left
+    yield from _in_order([found[file] for file in logs])
 
 
 def held(events: Iterable[Event], room: Room, file: Path, complain: Complain) -> Iterator[Event]:
-    """As many of the events of a file as there is memory for. If that is not all, it is told."""
+    """The last events of a file, as many as there is memory for. If that is not all, it is told.
+
+    An archive comes first among its events. It is kept, because it tells which device it is of.
+    """
+    kept: deque[Event] = deque()
+    archive, lost = None, 0
     for event in events:
-        room.left -= 1 + sum(len(value) for value in event.fields.values()
-                             if isinstance(value, (list, dict)))
-        if room.left < 0:
-            complain(file, f"it has too many events: not more than about {MOST_HELD} are told")
-            return
-        yield event
+        room.left -= _parts(event)
+        kept.append(event)
+        while room.left < 0 and kept:
+            oldest = kept.popleft()
+            if archive is None and oldest.kind == "archive":
+                archive = oldest
+            else:
+                room.left += _parts(oldest)
+                lost += 1
+    if lost:
+        complain(file, f"it has too many events: the first {lost} are not told")
+    if archive:
+        yield archive
+    yield from kept
+
+
+def _parts(event: Event) -> int:
+    return 1 + sum(len(value) for value in event.fields.values() if isinstance(value, (list, dict)))
+
+
+def _size(file: Path) -> int:
+    try:
+        return file.stat().st_size
+    except OSError:
+        return 0  # reading it tells why
 
 
 def _log_of(half: Path) -> Path:

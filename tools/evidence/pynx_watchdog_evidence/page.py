@@ -43,8 +43,8 @@ _STYLES = ("uplot/uPlot.min.css", "page.css")
 
 
 def write_page(target: Path, events: list[Event], verdict: list[Sentence],
-               logs: list[Log]) -> None:
-    """Write the page to `target`. Raises OSError."""
+               logs: list[Log], complaints: Mapping[Path, Sequence[str]]) -> None:
+    """Write the page to `target`. `complaints` has what is wrong with files. Raises OSError."""
     offset = most_frequent_offset([events])
     texts, missing = _texts(logs, events, offset)
     shown, sentences = _thinned(events, verdict[:MOST_SENTENCES])
@@ -56,7 +56,9 @@ def write_page(target: Path, events: list[Event], verdict: list[Sentence],
         "boots": list(boots(shown, times)), "runs": list(runs(shown, times)),
         "load": [_curve(curve) for curve in load_curves(shown, times)],
         "memory": [_curve(curve) for curve in memory_curves(shown, times)],
-        "missing": missing,
+        "complaints": [f"{path}: {reason}" for path, reasons in complaints.items()
+                       for reason in reasons]
+        + [f"{name}: its text could not be read again" for name in missing],
         "logs": [{"name": text.name, "lines": text.kept.lines, "size": text.kept.size,
                   "keptSize": len(text.kept.text), "pieces": text.kept.pieces,
                   "marks": text.marks} for text in texts],

@@ -10,10 +10,11 @@ function showFacts() {
         (Number.isFinite(whole.from) && events.some(event => event.time !== null)
             ? `, ${timeText(whole.from).slice(0, -4)} to ${timeText(whole.to).slice(0, -4)}` : "") +
         `. Made at ${data.made.replace("T", " ").replace("+00:00", " UTC")}.` +
-        (data.offset === null ? " The offset of the local times from UTC is not known." : "");
+        (data.offset === null ? " The offset of the local times from UTC is not known." : "") +
+        (data.complaints.length ? " Not all could be read: see the end of the page." : "");
     byId("sources").replaceChildren(
-        ...data.sources.map(name => make("li", {}, name)),
-        ...data.missing.map(name => make("li", {}, `${name}: its text could not be read again`)));
+        ...[...data.sources, ...data.complaints].map(text => make("li", {}, text)));
+    byId("sources").parentElement.open = data.complaints.length > 0;
 }
 
 function followZone() {
