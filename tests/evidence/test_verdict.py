@@ -109,7 +109,8 @@ def test_the_archive_that_was_made_before_a_reboot_is_told(reason: str, begin: s
 def test_without_messages_an_end_is_concluded_from_the_next_start() -> None:
     [sentence] = verdict([start(0), start(300)])
     assert sentence.text == ("Application '/opt/app' ended after 5 min at 2026-11-22 "
-                             "10:05:00+00:00; how, only the system log tells")
+                             "10:05:00+00:00; how, or whether the board was reset, only "
+                             "the system log tells")
     assert sentence.certainty == LIKELY
 
 
@@ -167,6 +168,29 @@ def test_ends_before_and_after_a_reboot_are_no_series(between: Event) -> None:
                  start(20), between, start(30), end(39))
     assert [text.split(" by ")[0] for text in texts if "by signal" in text] \
         == ["Application '/opt/app' ended", "Application '/opt/app' ended 2 times"]
+
+
+def message(after: float, boot: str, **fields: Any) -> Event:
+    return event("message", after, text="x", boot_id=boot, **fields)
+
+
+def test_a_boot_that_only_its_id_tells_is_told() -> None:
+    [sentence] = verdict([message(0, "a-b"), start(1), message(20, "cd"), message(30, "ab")])
+    assert sentence.text == "The board has booted at 2026-11-22 10:00:20+00:00; why is not told"
+    assert (sentence.certainty, sentence.evidence) == (CERTAIN, [0, 2])
+    assert said(message(0, "ab"), message(20, "cd"), message(30, "ef")) == [
+        "The board has booted 2 times, from 2026-11-22 10:00:20+00:00 to 2026-11-22 "
+        "10:00:30+00:00; why is not told"]
+
+
+@pytest.mark.parametrize("told", [
+    event("reboot", 10, reason="third end"), event("message", 10, text="x", cause="panic"),
+    message(15, "c-d", cause="panic", concluded_from=[]), message(30, "cd", cause="panic")])
+def test_a_boot_whose_cause_is_known_is_told_once(told: Event) -> None:
+    events = sorted([message(0, "ab"), told, message(12, "ab"), message(20, "cd")],
+                    key=lambda event: event.line)
+    assert not [text for text in said(*events) if "why is not told" in text]
+    assert said(*events, message(40, "ef"))[0].endswith("00:40+00:00; why is not told")
 
 
 def test_the_third_end_counts_no_starts_of_an_earlier_boot() -> None:

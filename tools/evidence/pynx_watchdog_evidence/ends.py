@@ -123,7 +123,8 @@ def _series(events: Sequence[Event], ends: list[_End]) -> Sentence:
         text += _told_by_guard(events, last.guard, bool(times))
         evidence = list(dict.fromkeys([*evidence, *last.guard.numbers()]))
     elif not last.how:
-        return Sentence(text + "; how, only the system log tells", LIKELY, evidence)
+        return Sentence(text + "; how, or whether the board was reset, only the system log tells",
+                        LIKELY, evidence)
     if busy := _busiest_before(events, last.at):
         text += f"; in the 30 s before, {busy[1]}"
         evidence.append(busy[0])

@@ -7,13 +7,14 @@ from __future__ import annotations
 import re
 from collections.abc import Callable, Iterator, Sequence
 from datetime import datetime
-from typing import Any, NamedTuple
+from typing import NamedTuple
 
 from . import texts
 from .describe import describe, loads, tells_end
 from .ends import ARCHIVE_WITHIN, how_by_guard
 from .events import Event, apart, is_after
 from .guarded import Guarded, application, guarded_ends
+from .lanes import boot_of
 from .sentence import CERTAIN, LIKELY, signal_text
 from .verdict import verdict
 
@@ -88,7 +89,7 @@ def _causes(events: Sequence[Event]) -> Iterator[tuple[int, _Cause]]:
     has_ends = any(event.kind == "end" for event in events)
     requested = {_in_a_file_name(event.fields["name"]) for event in events
                  if event.kind == "request"}
-    boots = {event.source: _boot(event.fields.get("manifest")) for event in events
+    boots = {event.source: boot_of(event.fields.get("manifest")) for event in events
              if event.kind == "archive"}
     restarts = _restarts(events)
     guarded = {run.at: run for run in guarded_ends(events)}
@@ -106,7 +107,7 @@ def _causes(events: Sequence[Event]) -> Iterator[tuple[int, _Cause]]:
             running = True
         elif event.kind == "reboot":
             running = False
-            boot = _boot(event.fields) or boots.get(event.source.split("!")[0])
+            boot = boot_of(event.fields) or boots.get(event.source.split("!")[0])
             cause = _reboot(event.fields["reason"], boot)
         elif event.kind == "archive":
             cause = _of_archive(events, at, requested, crashes)
@@ -146,7 +147,7 @@ def _of_event(event: Event) -> _Cause | None:
     if event.kind == "message" and known.get("cause") not in (None, *_NO_INCIDENT):
         if known["cause"] in REBOOTS.values():
             # A line of the system log does not say which reboot it was. It has a line of its own.
-            return _reboot(known["cause"], _boot(known, "last_boot_id")) \
+            return _reboot(known["cause"], boot_of(known, "last_boot_id")) \
                 if "concluded_from" in known else None
         return _Cause(f"boot after {known['cause']}")
     return None
@@ -170,7 +171,7 @@ def _of_archive(events: Sequence[Event], at: int, requested: set[str],
     archive = events[at]
     name = archive.fields["name"]
     if name in REBOOTS:
-        boot = _boot(archive.fields.get("manifest"))
+        boot = boot_of(archive.fields.get("manifest"))
         told = any(event.kind == "reboot" for event in events)
         return None if told and not boot else _reboot(REBOOTS[name], boot)
     if name == CRASH:
@@ -201,9 +202,3 @@ def _in_a_file_name(name: str) -> str:
 def _reboot(reason: str, boot: str | None) -> _Cause:
     # The same reboot is told by the last archive before it and by the cause of the next boot.
     return _Cause(f"reboot: {reason}", identity=("reboot", boot) if boot else None)
-
-
-def _boot(facts: Any, name: str = "boot_id") -> str | None:
-    """The id of a boot, which is written with dashes or without."""
-    boot = facts.get(name) if isinstance(facts, dict) else None
-    return boot.replace("-", "") if isinstance(boot, str) and boot else None

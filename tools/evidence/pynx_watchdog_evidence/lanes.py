@@ -7,7 +7,7 @@ from __future__ import annotations
 import bisect
 import math
 from collections.abc import Iterator, Sequence
-from typing import NamedTuple
+from typing import Any, NamedTuple
 
 from .events import Event
 from .sentence import signal_text
@@ -74,6 +74,12 @@ def _ago(time: int, seconds: float) -> int:
     return time - int(seconds * 1000) if 0 <= seconds <= LONGEST else time
 
 
+def boot_of(facts: Any, name: str = "boot_id") -> str | None:
+    """The id of a boot, which is written with dashes or without."""
+    boot = facts.get(name) if isinstance(facts, dict) else None
+    return boot.replace("-", "") if isinstance(boot, str) and boot else None
+
+
 def boots(events: Sequence[Event], times: Sequence[int | None]) -> Iterator[Bar]:
     """The boots of the board: by their ids where these are known, else from reboot to reboot."""
     found: dict[str, tuple[int, int, int]] = {}
@@ -83,16 +89,14 @@ def boots(events: Sequence[Event], times: Sequence[int | None]) -> Iterator[Bar]
         found[boot] = min(begin, earlier[0]), max(end, earlier[1]), earlier[2]
 
     for at, (event, time) in enumerate(zip(events, times)):
-        boot = event.fields.get("boot_id")
-        if time is not None and isinstance(boot, str):
-            note(boot.replace("-", ""), time, time, at)
+        if time is not None and (boot := boot_of(event.fields)):
+            note(boot, time, time, at)
     from_messages = set(found)
     for at, (event, time) in enumerate(zip(events, times)):
         manifest = event.fields.get("manifest") or {}
-        boot, uptime = manifest.get("boot_id"), manifest.get("uptime_s")
-        if time is None or not isinstance(boot, str) or not isinstance(uptime, (int, float)):
+        boot, uptime = boot_of(manifest), manifest.get("uptime_s")
+        if time is None or not boot or not isinstance(uptime, (int, float)):
             continue
-        boot = boot.replace("-", "")
         # The archives of a simulated device tell the boot of this machine.
         if boot in from_messages or not from_messages:
             note(boot, _ago(time, uptime), time, at)

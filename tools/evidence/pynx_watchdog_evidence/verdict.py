@@ -12,6 +12,7 @@ from .ends import archive_after, ends, how_by_guard
 from .events import Event, apart
 from .guarded import Guarded, guarded_ends
 from .join import most_frequent_offset
+from .lanes import boot_of
 from .sentence import CERTAIN, GUESS, LIKELY, Sentence, when
 from .words import duration
 
@@ -25,8 +26,8 @@ _START_PROBLEMS = {
 def verdict(events: Sequence[Event]) -> list[Sentence]:
     """What happened according to `events`, which are in order. The newest comes first."""
     boots, guarded = list(_boots(events)), guarded_ends(events)
-    found = [*_reboots(events, boots, guarded), *ends(events, boots, guarded), *_single(events),
-             *_absences(events), *_alarms(events)]
+    found = [*_reboots(events, boots, guarded), *_untold_boots(events),
+             *ends(events, boots, guarded), *_single(events), *_absences(events), *_alarms(events)]
     if not found:
         found = [Sentence("Nothing is found that went wrong.", LIKELY if events else GUESS, [])]
     found.sort(key=lambda sentence: max(sentence.evidence, default=0), reverse=True)
@@ -37,11 +38,11 @@ def _boots(events: Sequence[Event]) -> Iterator[int]:
     """The number of the boot of each event, as far as boots are known. Numbers may be left out."""
     number, last, rebooted = 0, None, False
     for event in events:
-        boot = event.fields.get("boot_id")
-        if "cause" in event.fields or last and isinstance(boot, str) and boot != last:
+        boot = boot_of(event.fields)
+        if "cause" in event.fields or last and boot and boot != last:
             number += not rebooted  # a start can come before the first message of its boot
             rebooted = False
-        last = boot if isinstance(boot, str) else last
+        last = boot or last
         yield number
         if event.kind == "reboot":
             number += 1
@@ -87,6 +88,29 @@ def _third_ends(events: Sequence[Event], guarded: Sequence[Guarded], starts: Seq
         return "it was a hang"
     how = how_by_guard(events, third) if third else ""
     return f"it ended {how}" if how else "how it ended is not told"
+
+
+def _untold_boots(events: Sequence[Event]) -> Iterator[Sentence]:
+    """The boots that are known by nothing but their ids."""
+    known = {boot_of(event.fields) for event in events if "cause" in event.fields}
+    current: str | None = None
+    last, is_told = 0, False
+    boots: list[int] = []
+    evidence: list[int] = []
+    for at, event in enumerate(events):
+        boot = boot_of(event.fields)
+        if boot and boot != current:
+            if current and boot not in known and not is_told:
+                boots.append(at)
+                evidence += [last, at]
+            known.add(boot)
+            current, is_told = boot, False
+        last = at if boot else last
+        if event.kind == "reboot" or not boot and "cause" in event.fields:
+            is_told = True
+    if boots:
+        yield Sentence(f"The board has booted{_times(boots)}{when(events, boots)}; why is not told",
+                       CERTAIN, evidence)
 
 
 def _single(events: Sequence[Event]) -> Iterator[Sentence]:
