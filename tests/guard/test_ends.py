@@ -14,7 +14,7 @@ from pathlib import Path
 
 import pytest
 
-from guarding import TIME_LIMIT, Ended, Guard, Running
+from guarding import TIME_LIMIT, Guard, Running
 
 
 @pytest.mark.parametrize("status", [0, 1, 42, 255])
@@ -72,25 +72,37 @@ def test_a_message_that_is_too_long_is_dropped(guard: Guard) -> None:
 
 
 def _injected(guard: Guard, tmp_path: Path, fault: str, *behaviours: str,
-              options: tuple[str, ...]) -> Ended:
+              options: tuple[str, ...] = ()) -> Running:
     """A run in which a system call of the guard fails."""
     return Running(["strace", "-o", str(tmp_path / "trace"), "-e", f"inject={fault}",
                     *guard.command(*behaviours, options=("--stacks", "", *options))],
-                   env=os.environ | {"ASAN_OPTIONS": "detect_leaks=0"}).end()  # it would trace, too
+                   env=os.environ | {"ASAN_OPTIONS": "detect_leaks=0"})  # it would trace, too
 
 
 def test_without_a_socket_no_hang_is_looked_for(guard: Guard, tmp_path: Path) -> None:
     ended = _injected(guard, tmp_path, "socket:error=EMFILE", "environment", "NOTIFY_SOCKET",
-                      "environment", "WATCHDOG_USEC", "sleep", "1500", options=("--timeout", "1"))
+                      "environment", "WATCHDOG_USEC", "sleep", "1500",
+                      options=("--timeout", "1")).end()
     assert ended.output == ["NOTIFY_SOCKET=(unset)", "WATCHDOG_USEC=(unset)"]
     assert ended.told == ["guard: no hang is looked for: there is no notification socket: "
                           "Too many open files"]
     assert ended.status == 0
 
 
+def test_without_a_descriptor_for_signals_they_are_read_later(
+        guard: Guard, tmp_path: Path) -> None:
+    running = _injected(guard, tmp_path, "signalfd4:error=ENOSYS", "handle", "15", "ids",
+                        "await-signal", "exit", "3")
+    os.kill(int(running.line().split()[3]), signal.SIGTERM)
+    ended = running.end()
+    assert ended.output == ["handled 15"]
+    assert ended.told == ["guard: signals and ends are noticed up to a second late: "
+                          "Function not implemented"]
+    assert ended.status == 3
+
+
 def test_an_application_that_cannot_be_started_ends_with_255(guard: Guard, tmp_path: Path) -> None:
-    ended = _injected(guard, tmp_path, "fork,vfork,clone,clone3:error=EAGAIN", "exit", "0",
-                      options=())
+    ended = _injected(guard, tmp_path, "fork,vfork,clone,clone3:error=EAGAIN", "exit", "0").end()
     assert ended.errors == ["guard: cannot start the application: Resource temporarily unavailable"]
     assert ended.status == 255
 

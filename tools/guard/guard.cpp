@@ -35,6 +35,7 @@ constexpr int mostMessagesAtOnce = 2000;
 // A process that still is there this long after SIGKILL is stuck in the kernel.
 constexpr seconds longestDeath{30};
 constexpr seconds restartDelay{1}; // as the supervisor has it
+constexpr int turnWithoutSignalsMs = 1000;
 
 // All signals are blocked and read, but for those that tell of the guard's own faults, and those of
 // a terminal that stop the guard and the application together.
@@ -119,21 +120,22 @@ private:
 
 Guard::Guard(const Options &options) : m_options(options), m_liveness({}, {}, {})
 {
+    const int socketError = errno;
     // With the action "ignore", the kernel would not tell how a child ended.
     struct sigaction action = {};
     action.sa_handler = SIG_DFL;
     ::sigaction(SIGCHLD, &action, &m_inherited.childAction);
-    sigset_t read = readSignalSet();
+    const sigset_t read = readSignalSet();
     ::sigprocmask(SIG_SETMASK, &read, &m_inherited.mask);
-    // These come from the guard's own writing, and are of no interest.
-    ::sigdelset(&read, SIGPIPE);
-    ::sigdelset(&read, SIGXFSZ);
-    m_signals = ::signalfd(-1, &read, SFD_CLOEXEC | SFD_NONBLOCK);
+    m_signals = ::signalfd(-1, &read, SFD_CLOEXEC);
+    if (m_signals == -1)
+        say(std::string("signals and ends are noticed up to a second late: ")
+            + std::strerror(errno));
     // Orphans of the application become children of the guard, so that they are still known.
     ::prctl(PR_SET_CHILD_SUBREAPER, 1);
     if (m_socket.descriptor() == -1)
         say(std::string("no hang is looked for: there is no notification socket: ")
-            + std::strerror(errno));
+            + std::strerror(socketError));
 }
 
 Guard::~Guard()
@@ -213,6 +215,8 @@ void Guard::takeTurn(std::optional<Clock::time_point> until)
         const auto rest = std::chrono::ceil<milliseconds>(*until - Clock::now());
         waitMs = static_cast<int>(std::clamp<long long>(rest.count(), 0, 1'000'000'000));
     }
+    if (m_signals == -1 && (waitMs == -1 || waitMs > turnWithoutSignalsMs))
+        waitMs = turnWithoutSignalsMs;
     std::array<pollfd, 2> sources = {{{m_signals, POLLIN, 0}, {m_socket.descriptor(), POLLIN, 0}}};
     ::poll(sources.data(), sources.size(), waitMs);
     // What came before this moment is read before a time that is over by then counts.
@@ -224,11 +228,13 @@ void Guard::takeTurn(std::optional<Clock::time_point> until)
 
 void Guard::readSignals()
 {
-    signalfd_siginfo info = {};
-    while (::read(m_signals, &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
-        const int signal = static_cast<int>(info.ssi_signo);
-        if (signal != SIGCHLD)
-            passOn(signal, static_cast<pid_t>(info.ssi_pid), info.ssi_code > 0);
+    const sigset_t read = readSignalSet();
+    const timespec noTime = {};
+    siginfo_t info = {};
+    for (int signal = 0; (signal = ::sigtimedwait(&read, &info, &noTime)) != -1;) {
+        // The last two come from the guard's own writing, and are of no interest.
+        if (signal != SIGCHLD && signal != SIGPIPE && signal != SIGXFSZ)
+            passOn(signal, info.si_pid, info.si_code > 0);
     }
 }
 

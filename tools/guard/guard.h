@@ -49,7 +49,7 @@ private:
 
     const Options &m_options;
     InheritedSignals m_inherited = {};
-    int m_signals = -1; // where signals are read
+    int m_signals = -1; // wakes the loop when there is a signal to read
     NotifySocket m_socket;
     Application m_application;
     Liveness m_liveness;
