@@ -32,7 +32,7 @@ void Liveness::take(const Notification &said, Clock::time_point now)
 
 void Liveness::stop(Clock::time_point now)
 {
-    m_extendedUntil = now + stopTime;
+    m_stopUntil = now + stopTime;
 }
 
 void Liveness::resume(Clock::time_point now)
@@ -45,5 +45,5 @@ std::optional<Clock::time_point> Liveness::deadline() const
     const Clock::duration time = m_heard ? m_timeout : m_startup;
     if (m_timeout == Clock::duration::zero() || time == Clock::duration::zero())
         return std::nullopt;
-    return std::max(m_lastBeat + time, m_extendedUntil);
+    return std::max({m_lastBeat + time, m_extendedUntil, m_stopUntil});
 }

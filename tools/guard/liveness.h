@@ -38,5 +38,6 @@ private:
     Clock::duration m_timeout;
     Clock::time_point m_lastBeat;
     Clock::time_point m_extendedUntil; // the clock's zero: not extended
+    Clock::time_point m_stopUntil;     // the clock's zero: it does not stop
     bool m_heard = false;
 };
