@@ -350,6 +350,16 @@ def test_a_manifest_is_json_whatever_its_sources_say(board: Board) -> None:
     assert found["boot_flags"]["fail"].startswith('"\\')
 
 
+def test_of_a_long_journal_the_newest_lines_are_kept(board: Board) -> None:
+    lines = [f"{number} ".ljust(2000, "x") for number in range(100)]
+    board.write("/tmp/test/journal", "\n".join(lines) + "\n")
+    board.fake("journalctl", "cat /tmp/test/journal")
+    assert board.tar().status == 0
+    told = manifest(board)["journal"]
+    assert told[-40:] == lines[-40:]
+    assert len(told) < 60
+
+
 @pytest.mark.parametrize("source", ["journalctl", "fw_printenv"])
 def test_a_source_that_hangs_costs_only_what_it_would_say(gnu: Board, source: str) -> None:
     gnu.fake(source, "exec sleep 3600")
