@@ -846,6 +846,17 @@ def test_where_nothing_can_be_written_the_reboot_comes(board: Board) -> None:
     assert not [name for name in board.uploads() if name.endswith(".gz")]
 
 
+def test_a_manifest_that_hangs_costs_no_last_archive(gnu: Board) -> None:
+    gnu.fake("uname", "exec sleep 3600")
+    gnu.fake("timeout", f'echo "$*" >>/tmp/test/limits; exec {shutil.which("timeout")} "$@"')
+    reboot(gnu, "-f")
+    packed = members(gnu, f"{UPLOAD}/{last_archive(gnu)}")
+    assert packed.keys() == {"tmp/log/application.log"}
+    limits = gnu.host("/tmp/test/limits").read_text()
+    limit, = re.findall(r"(?m)^-s KILL (\d+) \S+/report-manifest ", limits)
+    assert int(limit) < 5  # then the board is rebooted
+
+
 def test_a_last_archive_that_cannot_be_made_costs_only_itself(gnu: Board) -> None:
     fake_tar(gnu, "exit 9")
     reboot(gnu, "-f")
