@@ -367,6 +367,16 @@ def test_a_source_that_hangs_costs_only_what_it_would_say(gnu: Board, source: st
     assert manifest(gnu)["archive"] == NAME + ".tar.gz"
 
 
+def test_a_file_that_hangs_costs_only_what_it_would_say(start: Start, tmp_path: Path) -> None:
+    os.mkfifo(tmp_path / "hanging")
+    running = start("wait", options=["--rotateOnly"], packaged=True,
+                    binds=[Bind(str(tmp_path / "hanging"), "/usr/lib/os-release")])
+    done = Board(running, ["/bin/dash"]).tool("report-manifest", NAME, "1")
+    found = json.loads(done.stdout)
+    assert found["archive"] == NAME
+    assert found["os"] == {"id": None, "version_id": None, "pretty_name": None}
+
+
 # -- one at a time -------------------------------------------------------------------------------
 
 
