@@ -237,6 +237,13 @@ def test_an_archive_that_was_cut_does_not_stay(board: Board) -> None:
     assert board.uploads() == set()
 
 
+def test_a_tar_that_was_killed_is_told(board: Board) -> None:
+    fake_tar(board, "kill -9 $$")
+    assert board.tar().status == 137
+    board.said(f"{NAME}.tar.gz is left out: tar was killed, or took more than 300 s")
+    assert board.uploads() == set()
+
+
 def test_a_file_that_vanishes_while_tar_runs_is_left_out(board: Board) -> None:
     board.write(OLD_LOG, "older")
     board.configure(LOG, OLD_LOG)
