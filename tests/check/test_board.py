@@ -19,12 +19,11 @@ from pathlib import Path
 import pytest
 
 from checked import Check
+from marks import AS_ROOT
 
 TIME_LIMIT = 120  # seconds, after which the tool counts as hanging
 TOOLS = ("free", "fw_setenv", "gzip", "head", "killall", "reboot", "sfuflags", "sh", "tar", "top")
 CAPABILITIES = {"sys_boot": 22, "sys_nice": 23, "setuid": 7}  # by <linux/capability.h>
-
-needs_root = pytest.mark.skipif(os.geteuid() != 0, reason="only root can give rights up")
 
 
 @pytest.fixture(name="open_directory")
@@ -127,7 +126,7 @@ def test_without_process_table_and_system_table(tool: Path) -> None:
     assert "error proc-missing" not in run(tool)
 
 
-@needs_root
+@AS_ROOT
 def test_another_account_says_what_it_cannot_see(tool: Path) -> None:
     ordinary = run(tool, "--user", "nobody", "--app", "/bin/true", before=[
         "setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"])
@@ -136,7 +135,7 @@ def test_another_account_says_what_it_cannot_see(tool: Path) -> None:
     assert "warning not-root" not in run(tool)
 
 
-@needs_root
+@AS_ROOT
 @pytest.mark.parametrize(("name", "finding"), [
     ("sys_nice", "warning real-time"), ("sys_boot", "error reboot-right"),
     ("setuid", "error account-rights")])
@@ -148,7 +147,7 @@ def test_rights_that_were_taken_away(tool: Path, name: str, finding: str) -> Non
         assert finding not in run(tool, *arguments)
 
 
-@needs_root
+@AS_ROOT
 def test_an_application_that_the_account_may_not_execute(tool: Path, open_directory: Path) -> None:
     closed = open_directory / "closed"
     for name, directory, mode in (("all", open_directory, 0o755), ("root", open_directory, 0o700),

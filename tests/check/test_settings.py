@@ -14,6 +14,7 @@ import pytest
 
 from checked import TIME_LIMIT, Check
 from markers import enveloped, without_marks
+from marks import AS_ROOT
 
 ROOT = Path(__file__).resolve().parents[2]
 FACTORY = ROOT / "settings-default"
@@ -161,7 +162,7 @@ def test_a_document_that_would_be_waited_for_does_not_stop_the_check(check: Chec
 ORDINARY = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
 
 
-@pytest.mark.skipif(os.geteuid() != 0, reason="only root can take another account")
+@AS_ROOT
 @pytest.mark.parametrize("closed, mode, sizes_are_known", [
     (f"settings/{SIZES}", 0o000, False),
     ("settings", 0o000, False),

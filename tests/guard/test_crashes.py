@@ -15,6 +15,7 @@ from tempfile import TemporaryDirectory
 import pytest
 
 from guarding import TIME_LIMIT, Ended, Guard
+from marks import AS_ROOT
 
 
 def _assert_crash(ended: Ended, number: signal.Signals) -> None:
@@ -168,7 +169,7 @@ def test_an_application_that_another_traces_runs_without_stacks(guard: Guard) ->
     assert "guard: ended: signal 11 (SIGSEGV)" in done.stderr
 
 
-@pytest.mark.skipif(os.geteuid() != 0, reason="makes a program that changes its user")
+@AS_ROOT
 def test_a_program_that_gains_rights_keeps_them(guard: Guard) -> None:
     with TemporaryDirectory() as directory:
         os.chmod(directory, 0o755)

@@ -15,6 +15,7 @@ import pytest
 
 from guarded_stacks import assert_same_functions, debug
 from guarding import TIME_LIMIT, Guard, Running
+from marks import AS_ROOT
 
 _PYTHON = """
 import os, signal, time
@@ -76,7 +77,7 @@ def test_a_debugger_that_comes_later_is_told_who_traces(guard: Guard) -> None:
     assert running.end().status == -signal.SIGTERM
 
 
-@pytest.mark.skipif(os.geteuid() != 0, reason="takes root's rights")
+@AS_ROOT
 def test_a_fork_bomb_that_is_limited(guard: Guard) -> None:
     user = 54321  # without other processes
     as_user = ["setpriv", f"--reuid={user}", "--clear-groups"]

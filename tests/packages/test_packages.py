@@ -13,6 +13,7 @@ from pathlib import Path
 
 import pytest
 
+from marks import AS_ROOT
 from tools import ROOT, SdkBuild, files_below, run
 
 LIBRARY = "usr/lib/pynx-watchdog"
@@ -146,7 +147,7 @@ def test_the_guard(guards: dict[str, Path], tmp_path: Path, architecture: str) -
         "libc6", "libdw1", "libgcc-s1", "libstdc++6"}
 
 
-@pytest.mark.skipif(os.geteuid() != 0, reason="dpkg gives files to root")
+@AS_ROOT
 def test_the_reader_of_evidence_works_where_it_is_installed(evidence: Path, empty_root: Path,
                                                             tmp_path: Path) -> None:
     def content() -> set[str]:
@@ -178,7 +179,7 @@ def empty_root(tmp_path: Path) -> Path:
     return root
 
 
-@pytest.mark.skipif(os.geteuid() != 0, reason="dpkg gives files to root")
+@AS_ROOT
 def test_it_installs_works_and_goes(packages: dict[str, Path], empty_root: Path) -> None:
     def content() -> set[str]:
         return {str(path.relative_to(empty_root)) for path in empty_root.rglob("*")
@@ -211,7 +212,7 @@ def test_it_installs_works_and_goes(packages: dict[str, Path], empty_root: Path)
                                   "var/lib/systemd/deb-systemd-helper-masked"}
 
 
-@pytest.mark.skipif(os.geteuid() != 0, reason="dpkg gives files to root")
+@AS_ROOT
 def test_the_settings_of_the_site_stay_until_the_purge(packages: dict[str, Path],
                                                        empty_root: Path) -> None:
     machine = run("dpkg", "--print-architecture").strip()

@@ -12,6 +12,8 @@ from pathlib import Path
 
 import pytest
 
+from marks import AS_ROOT
+
 _PROJECT = Path(__file__).resolve().parents[2]
 _NOBODY = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
 
@@ -28,7 +30,7 @@ except SimulatorError as error:
     sys.exit(str(error))
 """
 
-pytestmark = pytest.mark.skipif(os.geteuid() != 0, reason="takes root to become somebody else")
+pytestmark = AS_ROOT  # to become somebody else
 
 
 @pytest.fixture
