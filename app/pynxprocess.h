@@ -15,8 +15,8 @@
  * each.
  *
  * Closing the other descriptors also closes the pipe by which Qt learns of a failed exec. A program
- * that cannot be executed therefore counts as started and then ends with exit code 255. A device
- * recovers from this as from any program that ends at once.
+ * that cannot be executed therefore counts as started and then ends with exit code 255
+ * (kept-behaviour.md: missing-application).
  *
  * Main thread only.
  */

@@ -73,7 +73,7 @@ QString MemoryUsage::reportLine(const QString &time) const
 {
     // "Free" is memory that nobody uses at this moment. memAvailable would also count caches that
     // the kernel can give up. These are in the second figure, together with the kernel's own
-    // memory.
+    // memory (kept-behaviour.md: memory-figures).
     //
     // The arguments are filled in one after the other, so a place marker in the time is filled too.
     return QStringLiteral("%1 == MEMORY USAGE == Free: %2, Buffers+Cache: %3\n")
