@@ -6,6 +6,7 @@ from __future__ import annotations
 
 import os
 import re
+import signal
 from collections.abc import Sequence
 from pathlib import Path
 from typing import Any, Protocol
@@ -253,6 +254,15 @@ def test_an_application_that_cannot_be_forked_ends_the_start(
     running = failing(injection, None, "wait", alone=True)
     assert running.wait_supervisor_exit() == 1
     running.wait_for("system log", START_ERROR + "0")
+
+
+@DISPATCHERS
+def test_a_supervisor_without_an_event_loop_ends_at_once(
+        failing: Failing, environment: dict[str, str]) -> None:
+    running = failing("eventfd2,pipe2:error=EMFILE", None, "wait", alone=True,
+                      environment=environment)
+    assert running.wait_supervisor_exit() in (-signal.SIGABRT, -signal.SIGTRAP)
+    assert not running.events("watchdog device")
 
 
 def test_an_application_that_is_not_up_in_time_ends_the_start(
