@@ -147,6 +147,14 @@ def test_the_guard(guards: dict[str, Path], tmp_path: Path, architecture: str) -
         "libc6", "libdw1", "libgcc-s1", "libstdc++6"}
 
 
+def test_loads_are_computed_without_fused_arithmetic(unpacked: Callable[[str], Path]) -> None:
+    # A fused sum of two loads can stay below a threshold of 100 that they reach together.
+    code = run("aarch64-linux-gnu-objdump", "--disassemble",
+               unpacked("arm64") / LIBRARY / "watchdog")
+    assert "\tfdiv\t" in code
+    assert not re.findall(r"\tfn?m(?:add|sub)\t", code)
+
+
 @AS_ROOT
 def test_the_reader_of_evidence_works_where_it_is_installed(evidence: Path, empty_root: Path,
                                                             tmp_path: Path) -> None:
