@@ -25,6 +25,9 @@ from pynx_watchdog_evidence.sentence import MOST_SENTENCES
 
 PROGRAM = Path(__file__).parents[2] / "tools/evidence/pynx-watchdog-evidence"
 
+# A program without the rights of root to read everything.
+ORDINARY = ["setpriv", "--bounding-set=-dac_override,-dac_read_search"] if not os.geteuid() else []
+
 # The program, interrupted when it has printed the last event and not yet written it.
 INTERRUPTED = """
 from pynx_watchdog_evidence import cli
@@ -161,6 +164,24 @@ def test_links_and_other_files_in_a_directory_are_left_alone(tmp_path: Path) -> 
     (tmp_path / "one/directory").symlink_to("../other")
     os.mkfifo(tmp_path / "one/fifo")
     assert [event["program"] for event in events(tmp_path / "one")] == ["one"]
+
+
+def test_what_may_not_be_read_is_told_and_the_rest_is_read(tmp_path: Path) -> None:
+    for name in "open", "closed", "listed":
+        (tmp_path / name).mkdir()
+        (tmp_path / name / "log").write_text(start("10:00:00.000", name))
+    (tmp_path / "loop").symlink_to("loop")
+    (tmp_path / "closed").chmod(0)
+    (tmp_path / "listed").chmod(0o400)
+    asked = [tmp_path / "closed/log", tmp_path / "loop", tmp_path]
+    result = subprocess.run([*ORDINARY, PROGRAM, "--jsonl", *asked], capture_output=True,
+                            text=True, check=False, timeout=120)
+    assert [json.loads(line)["program"] for line in result.stdout.splitlines()] == ["open"]
+    assert set(result.stderr.splitlines()) == {
+        f"pynx-watchdog-evidence: {tmp_path / name}: {why}" for name, why in (
+            ("closed", "Permission denied"), ("closed/log", "Permission denied"),
+            ("listed/log", "Permission denied"), ("loop", "it is no file"))}
+    assert result.returncode == 0
 
 
 @pytest.mark.parametrize("kinds, lines", [(["memory"] * 9, [6, 7, 8]),

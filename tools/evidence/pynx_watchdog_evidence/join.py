@@ -5,6 +5,7 @@
 from __future__ import annotations
 
 import itertools
+import os
 from collections import deque
 from collections.abc import Callable, Iterable, Iterator, Sequence
 from datetime import datetime, timedelta, timezone
@@ -30,9 +31,10 @@ Complain = Callable[[Path, str], None]
 
 def events_of(paths: Iterable[Path], complain: Complain) -> Iterator[Event]:
     """The events in the files at `paths`. A file that cannot be read is left out and told."""
-    files = sorted({file.resolve(): file for path in paths for file in sources.find(path)}.values())
+    found = {os.path.realpath(file): file for path in paths for file in sources.find(path)}
+    files = sorted(found.values())
     halves = {sources.older_half(file) for file in files}
-    logs = [file for file in files if file not in halves or not _log_of(file).is_file()]
+    logs = [file for file in files if file not in halves or not os.path.isfile(_log_of(file))]
     # A single source is in order as it is, so that a huge log takes no memory. An archive is many.
     if len(logs) == 1 and not sources.is_archive(logs[0]):
         yield from _readable(logs[0], complain)

@@ -7,8 +7,9 @@ from __future__ import annotations
 import json
 import os
 import re
+import stat
 from collections.abc import Callable, Iterable, Iterator
-from contextlib import ExitStack
+from contextlib import ExitStack, suppress
 from dataclasses import dataclass, field
 from datetime import datetime, timedelta, timezone
 from pathlib import Path
@@ -39,20 +40,25 @@ class Unreadable(Exception):
 def find(path: Path) -> Iterator[Path]:
     """The files at `path`, which is one itself or a directory. Links are not followed there.
 
-    Of a simulated device, these are its account and what the board has written below tmp/.
+    Of a simulated device, these are its account and what the board has written below tmp/. A
+    directory that cannot be listed is among them, so that reading it tells why.
     """
-    if not path.is_dir():
+    if not os.path.isdir(path):
         yield path
         return
-    for directory, directories, names in os.walk(path):
+    closed: list[OSError] = []
+    for directory, directories, names in os.walk(path, onerror=closed.append):
         directories.sort()
         if ACCOUNT in names:
-            directories[:] = ["tmp"]
+            directories[:] = {"tmp"}.intersection(directories)
             names = [ACCOUNT]
         for name in sorted(names):
             file = Path(directory, name)
-            if file.is_file() and not file.is_symlink():
-                yield file
+            with suppress(OSError):  # what cannot be looked at is told when it is read
+                if not stat.S_ISREG(file.lstat().st_mode):
+                    continue
+            yield file
+    yield from (Path(error.filename) for error in closed)
 
 
 def is_archive(path: Path) -> bool:
@@ -77,7 +83,7 @@ def read(path: Path) -> Iterator[Event]:
     Raises Unreadable.
     """
     try:
-        if not path.is_file():
+        if not path.is_file() and not path.is_dir():
             raise Unreadable("it is no file")
         with ExitStack() as files:
             older = older_half(path)
