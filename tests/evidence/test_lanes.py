@@ -51,6 +51,11 @@ def message(boot: str) -> tuple[str, dict[str, Any]]:
     return "message", {"text": "x", "boot_id": boot}
 
 
+def cause(text: str, **fields: str) -> tuple[str, dict[str, Any]]:
+    """A message with the cause of a boot."""
+    return "message", {"text": "x", "cause": text, **fields}
+
+
 def archive(boot: object, uptime: object) -> tuple[str, dict[str, Any]]:
     """An archive with a manifest."""
     return "archive", {"manifest": {"boot_id": boot, "uptime_s": uptime}}
@@ -63,7 +68,10 @@ def archive(boot: object, uptime: object) -> tuple[str, dict[str, Any]]:
     # A manifest writes the id with dashes.
     ([(8000, message("aabb")), (9000, archive("aa-bb", 8.0))], [(1000, 9000, False)]),
     # That is of the machine that the simulated device runs on.
-    ([(8000, message("1")), (9000, archive("machine", 8.0))], [(8000, 8000, False)]),
+    ([(8000, message("1")), (9000, archive("machine", 8.0))], [(8000, 9000, False)]),
+    # What comes after the last message is of the last boot.
+    ([(1000, message("one")), (2000, message("two")), (5000, START)],
+     [(1000, 1000, False), (2000, 5000, False)]),
     ([(1000, START), (2000, THIRD), (3000, START)], [(1000, 2000, True), (3000, 3000, True)]),
     ([(9000, archive("one", float("nan")))], [(9000, 9000, False)]),
     ([(9000, archive(["one"], "eight"))], [(9000, 9000, True)]),
@@ -71,3 +79,18 @@ def archive(boot: object, uptime: object) -> tuple[str, dict[str, Any]]:
 ])
 def test_boots(known: Any, expected: list[tuple[int, int, bool]]) -> None:
     assert [(bar.begin, bar.end, bar.guess) for bar in bars(boots, *known)] == expected
+
+
+@pytest.mark.parametrize(("known", "expected"), [
+    ([(1000, message("aabb")), (2000, message("cd")), (3000, cause("panic", boot_id="c-d"))],
+     [(1000, 1000, "boot 1 of 2, aabb"), (2000, 3000, "boot 2 of 2, cause: panic, cd")]),
+    ([(1000, START), (2000, cause("power loss")), (3000, START), (4000, THIRD), (5000, START),
+      (6000, cause("third end")), (7000, START)],
+     [(1000, 1000, "until the next boot"), (2000, 4000, "cause: power loss, until a reboot"),
+      (5000, 7000, "cause: third end, to the end of what is known")]),
+    ([(1000, cause("panic")), (2000, START), (3000, cause("power loss"))],
+     [(1000, 2000, "cause: panic, until the next boot"),
+      (3000, 3000, "cause: power loss, to the end of what is known")]),
+])
+def test_boots_have_their_causes(known: Any, expected: list[tuple[int, int, str]]) -> None:
+    assert [bar[:3] for bar in bars(boots, *known)] == expected

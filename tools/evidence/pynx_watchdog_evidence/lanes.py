@@ -83,6 +83,7 @@ def boot_of(facts: Any, name: str = "boot_id") -> str | None:
 def boots(events: Sequence[Event], times: Sequence[int | None]) -> Iterator[Bar]:
     """The boots of the board: by their ids where these are known, else from reboot to reboot."""
     found: dict[str, tuple[int, int, int]] = {}
+    causes = {boot_of(event.fields): _cause(event) for event in events if "cause" in event.fields}
 
     def note(boot: str, begin: int, end: int, at: int) -> None:
         earlier = found.get(boot, (begin, end, at))
@@ -107,23 +108,37 @@ def boots(events: Sequence[Event], times: Sequence[int | None]) -> Iterator[Bar]
         # What is after the end of one boot and tells none is of the next.
         first = bisect.bisect(ordered, before)
         begin = min([begin, *ordered[first:first + 1]])
-        yield Bar(begin, end, f"boot {number} of {len(found)}, {boot}", "plain", False, at)
+        if number == len(found):
+            end = max(end, ordered[-1])
+        yield Bar(begin, end, f"boot {number} of {len(found)}, {causes.get(boot, '')}{boot}",
+                  "plain", False, at)
         before = end
     if not found:
         yield from _between_reboots(events, times)
 
 
+def _cause(event: Event) -> str:
+    return f"cause: {event.fields['cause']}, " if "cause" in event.fields else ""
+
+
 def _between_reboots(events: Sequence[Event], times: Sequence[int | None]) -> Iterator[Bar]:
     begin: int | None = None
-    end, first = 0, 0
+    end, first, cause = 0, 0, ""
+    rebooted = False
     for at, (event, time) in enumerate(zip(events, times)):
         if time is None:
             continue
+        found = _cause(event)
+        if begin is not None and found and not rebooted:
+            yield Bar(begin, end, f"{cause}until the next boot", "plain", True, first)
+            begin = None
         if begin is None:
-            begin, first = time, at
+            begin, first, cause = time, at, ""
+        if found:  # a start can come before it
+            cause, rebooted = found, False
         end = max(time, begin)
         if event.kind == "reboot":
-            yield Bar(begin, end, "until a reboot", "plain", True, first)
-            begin = None
+            yield Bar(begin, end, f"{cause}until a reboot", "plain", True, first)
+            begin, rebooted = None, True
     if begin is not None:
-        yield Bar(begin, end, "to the end of what is known", "plain", True, first)
+        yield Bar(begin, end, f"{cause}to the end of what is known", "plain", True, first)
