@@ -93,6 +93,12 @@ def test_a_read_only_root_is_told() -> None:
         "10:00:00+00:00"]
 
 
+def test_where_no_time_is_told_that_is_said() -> None:
+    reboot = Event("reboot", None, "standard-error", 1, {"reason": "third end"})
+    assert said(reboot, start(0))[0].startswith("The board was rebooted at the third end of the "
+                                                "application at a time that is not told; ")
+
+
 @pytest.mark.parametrize("reason, begin", [
     ("third end", "The board was rebooted at the third end of the application at 2026-11-22 "
      "10:00:00+00:00; how it ended is not told"),

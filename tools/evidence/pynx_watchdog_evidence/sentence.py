@@ -36,7 +36,7 @@ def when(events: Sequence[Event], numbers: list[int]) -> str:
     """When the events with these numbers happened."""
     times = [moment(time) for number in numbers if (time := events[number].time)]
     if not times:
-        return ""
+        return " at a time that is not told"
     return f" at {times[0]}" if len(times) == 1 else f", from {times[0]} to {times[-1]}"
 
 
