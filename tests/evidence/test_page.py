@@ -139,7 +139,7 @@ def data_of(text: str, name: str = "data") -> str:
 
 
 def assert_refers_to_nothing_outside(page_file: Path) -> None:
-    """Look through all elements and styles of a page."""
+    """Look through all elements, styles and scripts of a page."""
     elements = Elements(page_file.read_text(encoding="utf-8"))
     assert len(elements.found) > 30
     for tag, attributes in elements.found:
@@ -147,7 +147,10 @@ def assert_refers_to_nothing_outside(page_file: Path) -> None:
             or tag == "form" and "action" not in attributes
         assert not {"src", "href", "srcset", "style", "action"} & set(attributes), (tag, attributes)
         assert not [name for name in attributes if name.startswith("on")], (tag, attributes)
-    assert not re.search(r"@import|url\((?!#)|@font-face", elements.content["style"])
+    assert not re.search(r"@import|url\((?!#)|@font-face|://", elements.content["style"])
+    # What names the kind of an element is no address.
+    assert re.findall(r"\w+://[^\s\"']*", elements.content["script"]) == [
+        "http://www.w3.org/2000/svg"]
 
 
 def test_the_file_refers_to_nothing_outside(written: Path) -> None:

@@ -13,6 +13,7 @@ import gzip
 import hashlib
 import json
 import math
+import re
 from collections.abc import Iterator, Mapping, Sequence
 from contextlib import ExitStack
 from datetime import datetime, timedelta, timezone
@@ -72,7 +73,9 @@ def write_page(target: Path, events: list[Event], verdict: list[Sentence],
 def write_file(target: Path, template: str, scripts: Sequence[str], data: Mapping[str, Any],
                texts: Sequence[bytes] = ()) -> None:
     """Write a page with its scripts, its data and texts to `target`. Raises OSError."""
-    script = "\n".join([f"/*\n{_file('uplot/LICENSE')}\n*/", *map(_file, scripts)])
+    # Whoever looks for what the page could fetch shall not find the addresses in uPlot's comments.
+    script = re.sub(r"(?m)^[ \t]*(//|\*).*://.*\n", "", "\n".join(
+        [f"/*\n{_file('uplot/LICENSE')}\n*/", *map(_file, scripts)]))
     style = "\n".join(map(_file, _STYLES))
     policy = (f"default-src 'none'; script-src {_hash(script)}; style-src {_hash(style)}; "
               "connect-src 'none'; base-uri 'none'; form-action 'none'")
