@@ -16,7 +16,7 @@ from pathlib import Path
 
 import pytest
 
-from guarding import TIME_LIMIT, Ended, Guard
+from guarding import TIME_LIMIT, Ended, Guard, Running
 
 HANGS_AT_ONCE = ("read", "notify", "WATCHDOG=trigger", "wait")
 PTRACE_CONT, PTRACE_SEIZE, PTRACE_O_TRACEEXIT = 7, 0x4206, 0x40
@@ -174,6 +174,31 @@ def test_descriptors_that_come_along_are_closed(guard: Guard) -> None:
     # Standard channels, signals and the socket.
     assert len(os.listdir(f"/proc/{running.process.pid}/fd")) == 5
     assert running.end().status == 0
+
+
+@pytest.mark.takes(10)
+def test_a_flood_of_garbage_changes_nothing(guard: Guard) -> None:
+    """100 MB from a stranger and 7 MB from a child of the application, which beats meanwhile."""
+    garbage = ["/usr/bin/python3", str(Path(__file__).with_name("garbage.py"))]
+    running = Running([str(guard.program), "--timeout", "30", "--",
+                       "sh", "-c",
+                       'echo $NOTIFY_SOCKET; read go; "$0" "$1" 1 2000 & shift; exec "$@"',
+                       *garbage, str(guard.application), "notify", "STATUS=beating",
+                       "beat", "10", str(TIME_LIMIT * 100)])
+    descriptors = Path(f"/proc/{running.process.pid}/fd")
+    address = running.line()
+    before = len(list(descriptors.iterdir()))
+    assert running.process.stdin
+    running.process.stdin.write(b"\n")
+    subprocess.run([*garbage, "2", "30000"], env={"NOTIFY_SOCKET": address}, check=True,
+                   timeout=TIME_LIMIT)
+    assert running.line() == "sent"  # the application's child
+    after = len(list(descriptors.iterdir()))
+    running.send(signal.SIGTERM)
+    ended = running.end()
+    assert after == before
+    assert not ended.told
+    assert ended.end.endswith("signal 15 (SIGTERM) after N s, peak N kB, last status: beating")
 
 
 @pytest.mark.parametrize("behaviours, function", [
