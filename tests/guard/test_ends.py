@@ -275,11 +275,14 @@ def test_it_waits_for_an_application_that_takes_its_time_to_end(guard: Guard) ->
 
 
 def test_a_named_status_is_started_again(guard: Guard, tmp_path: Path) -> None:
-    script = f'echo >>{tmp_path}/runs; [ $(wc -l <{tmp_path}/runs) -lt 3 ] && exit 42; exit 5'
+    script = f'''read -r time rest </proc/uptime; echo $time >>{tmp_path}/runs
+        [ $(wc -l <{tmp_path}/runs) -lt 3 ] && exit 42; exit 5'''
     ended = Running([str(guard.program), "--restart-on", "41,42", "--", "sh", "-c", script]).end()
     assert ended.status == 5
     assert [re.sub(r"after.*", "", line) for line in ended.errors] \
         == ["guard: ended: status 42 "] * 2 + ["guard: ended: status 5 "]
+    runs = (tmp_path / "runs").read_text("ascii").replace(".", "").split()
+    assert all(int(later) - int(run) >= 100 for run, later in zip(runs, runs[1:]))  # 1/100 s
 
 
 def test_a_signal_between_two_runs_ends_the_guard(guard: Guard) -> None:

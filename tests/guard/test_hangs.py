@@ -241,12 +241,15 @@ def test_a_full_pipe_does_not_hold_up_the_guard(guard: Guard, tmp_path: Path) ->
     assert "fillStandardOutput" in text.read_text("utf-8")
 
 
+@pytest.mark.takes(8)
 def test_an_application_that_survives_the_abort_is_killed(guard: Guard) -> None:
     ended = guard.run("ignore", "6", "notify", "STATUS=deaf", "wait",
-                      options=("--timeout", "1", "--grace", "1"))
+                      options=("--timeout", "1", "--grace", "6"))
     _assert_hang(ended, signal.SIGKILL)
     assert ended.end == \
         "guard: ended: signal 9 (SIGKILL) after N s, peak N kB, last status: deaf"
+    found = re.search(r"after (\d+) s", ended.errors[-1])
+    assert found and int(found[1]) >= 7
 
 
 def test_the_limit_of_its_files_ends_the_stacks_and_not_the_application(guard: Guard) -> None:
