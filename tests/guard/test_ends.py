@@ -15,6 +15,7 @@ from pathlib import Path
 import pytest
 
 from guarding import TIME_LIMIT, Guard, Running
+from simulator import wait_until
 
 
 @pytest.mark.parametrize("status", [0, 1, 42, 255])
@@ -194,14 +195,12 @@ def test_closed_channels_stay_closed_for_the_application(guard: Guard) -> None:
     assert done.returncode == 3
 
 
-def _wait_until_gone(process: int) -> None:
-    """Wait until there is no such process, or only a zombie that nobody collects."""
-    while True:
-        try:
-            if Path(f"/proc/{process}/stat").read_text("utf-8").split(") ")[-1][0] == "Z":
-                return
-        except (FileNotFoundError, ProcessLookupError):
-            return
+def _is_gone(process: int) -> bool:
+    """Whether there is no such process, or only a zombie that nobody collects."""
+    try:
+        return Path(f"/proc/{process}/stat").read_text("utf-8").split(") ")[-1][0] == "Z"
+    except (FileNotFoundError, ProcessLookupError):
+        return True
 
 
 @pytest.mark.parametrize("options", [(), ("--stacks", "")], ids=["traced", "untraced"])
@@ -210,7 +209,7 @@ def test_the_application_dies_with_the_guard(guard: Guard, options: tuple[str, .
     process = int(running.line().split()[1])
     running.send(signal.SIGKILL)
     assert running.end().status == -signal.SIGKILL
-    _wait_until_gone(process)
+    wait_until(lambda: _is_gone(process), "the end of the application")
 
 
 def test_signals_are_passed_on(guard: Guard) -> None:
