@@ -263,6 +263,7 @@ def test_without_a_tool_the_archive_comes_all_the_same(board: Board, missing: li
     kind = BUSYBOX if BUSYBOX in board.path else "/run/simulator/commands"
     board.run("sh", "-c", f"ln -s /run/simulator/commands/* /tmp/few; ln -sf {kind}/* /tmp/few; "
                           f"cd /tmp/few; rm -f {' '.join(missing)}")
+    # Without a directory of its own, the archive is left out where others may place links.
     board.host(UPLOAD).chmod(0o755)
     done = board.tool("tools/tar", "czhf", OUTPUT, LOG, PATH=f"{PROGRAM}/tools:/tmp/few")
     assert done.status == 0, done.stderr
