@@ -548,6 +548,15 @@ def test_what_an_earlier_boot_left_is_finished_or_removed_once(board: Board) -> 
     assert board.uploads() == expected | {"tmp_report-new-1700000000001", os.path.basename(LATER)}
 
 
+def test_leftovers_that_could_not_be_finished_are_tried_again(gnu: Board) -> None:
+    gnu.write(f"{UPLOAD}/tmp_report-cut-1600000000001")
+    gnu.fake("mkdir", f'[ "$1" != old ] || exit 1; exec {shutil.which("mkdir")} "$@"')
+    assert gnu.tar().status == 0
+    gnu.host(f"{FAKES}/mkdir").unlink()
+    assert gnu.tar(output=LATER).status == 0
+    assert "tmp_report-cut-1600000000001" not in gnu.uploads()
+
+
 def test_directories_of_tools_that_were_killed_are_removed(board: Board) -> None:
     killed, alive, link = (f".pynx-watchdog.1.{number}" for number in (99999998, 1, 99999999))
     board.run("sh", "-c", f"umask 077; cd {UPLOAD}; mkdir -p {killed}/tree/a {alive}; "
