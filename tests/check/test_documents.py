@@ -149,6 +149,8 @@ CONTENTS = [
     (SIZES, '{"default": "1M", "service": ¶"1000"}', LIMITS, "error size-suffix"),
     (SIZES, '{"default": ¶1000}', '{"default": "1000k"}', "error size-suffix"),
     (SIZES, '{"default": ¶"4096M"}', '{"default": "4095M"}', "error size-range"),
+    (SIZES, '{"default": ¶"4194304k"}', '{"default": "4194303k"}', "error size-range"),
+    (SIZES, '{"default": ¶"2147483648b"}', '{"default": "1000000000b"}', "error size-range"),
     (SIZES, '{"default": ¶"-1k"}', LIMITS, "error size-range"),
     (SIZES, '{"default": ¶"0k"}', '{"default": "1k"}', "warning size-zero"),
     (SIZES, '{"default": ¶"big"}', LIMITS, "error size-number"),

@@ -93,6 +93,18 @@ def test_both_validators_say_the_same(check: Check, tmp_path: Path) -> None:
             assert check("--strict", document).status == 1, text
 
 
+# What a schema can tell of a value alone.
+RULES_OF_VALUE = {"missing-member", "size-empty", "size-number", "size-range", "size-suffix",
+                  "size-zero", "unknown-member", "unusual-value", "upload-prefix", "wrong-type"}
+
+
+@pytest.mark.parametrize("name, wrong", [
+    pytest.param(name, wrong, id=f"{name[:-5]}-{wrong}") for name, wrong, _, *rules in CONTENTS
+    if RULES_OF_VALUE.intersection(" ".join(rules).split())])
+def test_the_schema_refuses_what_the_tool_tells_of_a_value(name: str, wrong: str) -> None:
+    assert not by_python(name, json.loads(enveloped(wrong).replace(MARK, "")))
+
+
 def every_member(schema: dict[str, Any]) -> list[dict[str, Any]]:
     """The schemas of all members below a schema."""
     members = list(schema.get("properties", {}).values())
