@@ -107,10 +107,10 @@ def test_the_schema_refuses_what_the_tool_tells_of_a_value(name: str, wrong: str
 
 def every_member(schema: dict[str, Any]) -> list[dict[str, Any]]:
     """The schemas of all members below a schema."""
-    members = list(schema.get("properties", {}).values())
-    below = [*members, schema.get("additionalProperties"), schema.get("items")]
-    return members + [member for part in below if isinstance(part, dict)
-                      for member in every_member(part)]
+    members = [*schema.get("properties", {}).values(), schema.get("additionalProperties")]
+    members = [member for member in members if isinstance(member, dict)]
+    below = [*members, *([schema["items"]] if "items" in schema else [])]
+    return members + [member for part in below for member in every_member(part)]
 
 
 @pytest.mark.parametrize("name", sorted(SCHEMAS))
