@@ -79,7 +79,7 @@ CONTENTS = [
     (WATCH_LIST, entry('10', '¶2147483648'), f"[{ENTRY}]", "error wrong-type"),
     (WATCH_LIST, entry('80', '¶0'), entry('80', '1'), "warning unusual-value"),
     (WATCH_LIST, entry('80', '¶101'), entry('80', '100'), "warning unusual-value"),
-    (WATCH_LIST, entry('3}', '¶0}'), entry('3}', '1}'), "warning unusual-value"),
+    (WATCH_LIST, entry('3}', '¶0}'), entry('3}', '1}'), "error unusual-value"),
     (WATCH_LIST, entry('3}', '3, "threadInfo": ¶"yes"}'), entry('3}', '3, "threadInfo": false}'),
      "warning wrong-type"),
     (WATCH_LIST, entry('3}', '3, "threadInfo": ¶"false"}'), f"[{ENTRY}]", "warning wrong-type"),

@@ -180,6 +180,12 @@ void checkType(SettingsDocument &document, DocumentType type, const Schema &sche
     }
 }
 
+// Without this member, a watched process has no effect at all.
+bool isEssential(const QString &member)
+{
+    return member == QLatin1String("name") || member == QLatin1String("maxReports");
+}
+
 void checkMissing(SettingsDocument &document, DocumentType type, const JsonPath &path)
 {
     const Place place = document.valuePlace(path.mid(0, path.size() - 1));
@@ -195,9 +201,8 @@ void checkMissing(SettingsDocument &document, DocumentType type, const JsonPath 
     const Reading reading = readingOf(document, type, path);
     const QString message =
         isMissing + QStringLiteral(", which the supervisor reads as ") + reading.text();
-    const bool isUseless =
-        path.last() == QLatin1String("name") || path.last() == QLatin1String("maxReports");
-    document.add(isUseless ? error(place, rule, message) : warning(place, rule, message));
+    const auto level = isEssential(path.last()) ? error : warning;
+    document.add(level(place, rule, message));
 }
 
 void checkUnknown(SettingsDocument &document, const Schema &schema, const JsonPath &path)
@@ -226,8 +231,7 @@ void checkValue(SettingsDocument &document, DocumentType type, const JsonPath &p
                                   "process hardly reaches");
     else if (!isNothing)
         message += QStringLiteral(", which is unusual");
-    const bool isUseless = name == QLatin1String("name") && isNothing;
-    const auto level = isUseless ? error : warning;
+    const auto level = isEssential(name) && isNothing ? error : warning;
     document.add(level(document.valuePlace(path), QStringLiteral("unusual-value"), message), path);
 }
 
