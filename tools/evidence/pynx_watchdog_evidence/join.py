@@ -31,8 +31,8 @@ Complain = Callable[[Path, str], None]
 
 def events_of(paths: Iterable[Path], complain: Complain) -> Iterator[Event]:
     """The events in the files at `paths`. A file that cannot be read is left out and told."""
-    found = {os.path.realpath(file): file for path in paths for file in sources.find(path)}
-    files = sorted(found.values())
+    files = sorted({os.path.realpath(file): file
+                    for path in paths for file in sources.find(path)}.values())
     halves = {sources.older_half(file) for file in files}
     logs = [file for file in files if file not in halves or not os.path.isfile(_log_of(file))]
     # A single source is in order as it is, so that a huge log takes no memory. An archive is many.

@@ -38,6 +38,7 @@ TIME_LINE = re.compile(rb"-- Time: (?P<gmt>\w{3} \w{3} +\d+ \d\d:\d\d:\d\d \d{4}
 
 # What the guard tells besides hangs and ends: how the text begins, and the file that writes it.
 GUARD_NOTES = (
+    ("signals and ends are noticed up to a second late: ", "tools/guard/guard.cpp"),
     ("no hang is looked for: ", "tools/guard/guard.cpp"),
     ("no stacks: ", "tools/guard/guard.cpp"),
     ("no stacks: ", "tools/guard/application.cpp"),
