@@ -111,7 +111,7 @@ def _show_files(follower: LogFollower, archives: ArchiveFollower, display: Displ
 
 def _introduce(options: argparse.Namespace, display: Display) -> None:
     display.text(f"Application: {shlex.join(options.application)}")
-    display.text(f"Device directory: {options.device.directory} (/tmp of the board is tmp/ there)")
+    display.text(f"Device directory: {options.device.directory} (its /tmp is tmp/ there)")
     for bind in options.binds:
         display.text(f"Shown to the application, read-only: {bind.source}")
     if options.user is not None and os.geteuid() != 0:

@@ -35,8 +35,8 @@ _USAGE = "./simulate [OPTION]... [APPLICATION [ARGUMENT]...]"
 _EPILOG = """\
 APPLICATION is a path, a command of this machine, or sample-application, which is the default. The
 sample application lists its behaviours when it gets an unknown one.
-All of this machine's file system is visible on the board, read-only. /tmp, /home/root, /run and
-/dev are the board's own.
+All of this machine's file system is visible in the simulated device, read-only. /tmp, /home/root,
+/run and /dev are its own.
 
 examples:
   ./simulate                                      the sample application
@@ -147,45 +147,45 @@ def _make_parser() -> argparse.ArgumentParser:
     own.add_argument("--user", metavar="NAME", action=_PassOn,
                      help="account to run the application as; it takes a simulator started by "
                           "root to really switch accounts")
-    board = parser.add_argument_group("the board")
-    board.add_argument("--settings", metavar="FILE|DIR", action="append", default=[],
-                       help="settings document, or a directory of *.json, for the supervisor's "
-                            "directory 'settings'; may be repeated")
-    board.add_argument("--reports", action="store_true",
-                       help="switch automatic reporting on, as the document "
-                            "WatchdogAutomaticReporting.json does; a real board makes no archive "
-                            "in the first 30 s after its boot")
-    board.add_argument("--watch", metavar="NAME=LOAD", action="append", default=[],
-                       help="write an alarm with the busiest threads into the application's log "
-                            "when process NAME takes at least LOAD percent of all processors for "
-                            f"{_WATCH_TICKS} s, as an entry of WatchdogWatchProcessList.json does; "
-                            "the first process of that name is watched, without its children; "
-                            "may be repeated")
-    board.add_argument("--tool", metavar="NAME=BEHAVIOUR", action="append", default=[],
-                       help=f"what one of {', '.join(TOOLS)} does: normal, fail, "
-                            "fail=STATUS, hang, absent, for reboot also return (do nothing); "
-                            "may be repeated")
-    board.add_argument("--packaged", action="store_true",
-                       help="with the board tools of the package: archives that are complete, "
-                            "limited and guarded, and a last one at the third end; the reason of "
-                            "a reboot is kept in /home/root/pynx-watchdog")
-    board.add_argument("--read-only-root", action="store_true",
-                       help="/home/root cannot be written to")
-    board.add_argument("--no-watchdog-device", action="store_true",
-                       help="there is no /dev/watchdog")
-    board.add_argument("--bad-boots", metavar="N", type=int, default=3,
-                       help="boots without cleared flags before the boot loader starts the "
-                            "fallback system (default: %(default)s)")
-    board.add_argument("--space", metavar="DIR=SIZE", action="append", default=[],
-                       help="a file system of its own, such as /tmp/log=64k, gone with the board; "
-                            "may be repeated")
+    device = parser.add_argument_group("the simulated device")
+    device.add_argument("--settings", metavar="FILE|DIR", action="append", default=[],
+                        help="settings document, or a directory of *.json, for the supervisor's "
+                             "directory 'settings'; may be repeated")
+    device.add_argument("--reports", action="store_true",
+                        help="switch automatic reporting on, as the document "
+                             "WatchdogAutomaticReporting.json does; a real board makes no archive "
+                             "in the first 30 s after its boot")
+    device.add_argument("--watch", metavar="NAME=LOAD", action="append", default=[],
+                        help="write an alarm with the busiest threads into the application's log "
+                             "when process NAME takes at least LOAD percent of all processors for "
+                             f"{_WATCH_TICKS} s, as an entry of WatchdogWatchProcessList.json "
+                             "does; the first process of that name is watched, without its "
+                             "children; may be repeated")
+    device.add_argument("--tool", metavar="NAME=BEHAVIOUR", action="append", default=[],
+                        help=f"what one of {', '.join(TOOLS)} does: normal, fail, "
+                             "fail=STATUS, hang, absent, for reboot also return (do nothing); "
+                             "may be repeated")
+    device.add_argument("--packaged", action="store_true",
+                        help="with the board tools of the package: archives that are complete, "
+                             "limited and guarded, and a last one at the third end; the reason of "
+                             "a reboot is kept in /home/root/pynx-watchdog")
+    device.add_argument("--read-only-root", action="store_true",
+                        help="/home/root cannot be written to")
+    device.add_argument("--no-watchdog-device", action="store_true",
+                        help="there is no /dev/watchdog")
+    device.add_argument("--bad-boots", metavar="N", type=int, default=3,
+                        help="boots without cleared flags before the boot loader starts the "
+                             "fallback system (default: %(default)s)")
+    device.add_argument("--space", metavar="DIR=SIZE", action="append", default=[],
+                        help="a file system of its own, such as /tmp/log=64k, gone with the "
+                             "device; may be repeated")
     run = parser.add_argument_group("the simulation")
     run.add_argument("--duration", metavar="TIME",
                      help="end after so many seconds; also 5m, 2h")
     run.add_argument("--boots", metavar="N", type=int, default=0,
                      help="end after so many boots (default: 0, without limit)")
     run.add_argument("--device-dir", metavar="DIR", default=DEFAULT_DIRECTORY,
-                     help="where the board's files, the logs and the account lie "
+                     help="where the device's files, the logs and the account lie "
                           "(default: %(default)s)")
     run.add_argument("--page", action="store_true",
                      help="write a page for a browser at the end, which shows what happened, as "

@@ -95,8 +95,8 @@ class Configuration:
     """The supervisor's executable, which is /supervisor/watchdog in the box."""
 
     directory: Path
-    """The device directory, which keeps everything that the board writes. A directory that was used
-    before is used again with the same files and the same boot flags."""
+    """The device directory, which keeps everything that is written in the box. A directory that was
+    used before is used again with the same files and the same boot flags."""
 
     arguments: Sequence[str] = ()
     """The supervisor's arguments, with --app and what follows it. An application below a directory
