@@ -309,6 +309,13 @@ def test_nothing_readable_at_all(tmp_path: Path) -> None:
     assert str(missing) in result.stderr
 
 
+def test_a_pipe_is_not_waited_for(tmp_path: Path) -> None:
+    os.mkfifo(tmp_path / "pipe")
+    result = run("--database", tmp_path / "db", tmp_path / "pipe")
+    assert (result.returncode, result.stdout) == (1, "")
+    assert result.stderr == f"pynx-watchdog-evidence: {tmp_path / 'pipe'}: it is no file\n"
+
+
 @pytest.mark.parametrize("option", [[], ["--jsonl"], ["--html", "page"], ["--database", "db"]])
 def test_a_directory_without_files(tmp_path: Path, option: list[str]) -> None:
     options: list[str | Path] = [

@@ -10,6 +10,7 @@ from __future__ import annotations
 import hashlib
 import json
 from collections.abc import Sequence
+from contextlib import suppress
 from dataclasses import dataclass, field
 from datetime import datetime, timezone
 from enum import Enum, auto
@@ -108,11 +109,10 @@ def _read(report: Report, files: Sequence[Path], rows: Rows) -> None:
 def _digest(files: Sequence[Path]) -> bytes:
     found = hashlib.sha256()
     for path in files:
-        try:
-            with path.open("rb") as file:
-                found.update(hashlib.file_digest(file, "sha256").digest())
-        except OSError:
-            found.update(str(path).encode(errors="replace"))  # it has been complained about
+        with suppress(OSError):  # it has been complained about
+            if path.is_file():  # a pipe would be waited for
+                with path.open("rb") as file:
+                    found.update(hashlib.file_digest(file, "sha256").digest())
     return found.digest()
 
 
