@@ -96,6 +96,8 @@ def test_the_alarm_of_a_process_that_ended_has_its_name_from_its_earlier_lines()
     (b"Process p with args [-a,b] doesn't appear for 30 seconds\n",
      {"kind": "not_found", "time": None, "process": "p", "arguments": "-a,b", "seconds": 30}),
     (b"==Report==name\n", {"kind": "request", "time": None, "name": "name", "file": None}),
+    (b"Cannot change user/group\n",
+     {"kind": "message", "time": None, "text": "Cannot change user/group"}),
     (b"x ==Report file:/tmp/a==name\n",
      {"kind": "request", "time": None, "name": "name", "file": "/tmp/a"}),
     (b"==Report==x-- Time: Sun Nov 22 10:00:00 2026 GMT\n",

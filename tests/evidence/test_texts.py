@@ -45,6 +45,16 @@ def test_what_the_guard_writes_is_a_text_of_it(text: str, source: str) -> None:
     assert text in literals(source)
 
 
+def test_all_that_the_supervisor_says_is_known() -> None:
+    known = (*texts.STANDARD_ERROR, texts.END_SOURCE[1], texts.START_FAILED_SOURCE[1],
+             *(text.pieces[0] for text in texts.LOG_TEXTS if text.kind == "message"))
+    said = [found for part in PARTS for file in (PROJECT / part).glob("*.cpp") for found in
+            re.findall(r'\b(?:writeErrorLine\(\s*QStringLiteral|writeRaw|syslog)\([^"();]*"([^"]*)',
+                       file.read_text())]
+    assert len(said) > len(texts.STANDARD_ERROR)
+    assert [text for text in said if not text.startswith(known)] == []
+
+
 def test_all_that_the_guard_says_is_known() -> None:
     """Each text that its function for lines on standard error is given stands in the module."""
     known = [text for text, _ in texts.GUARD_NOTES] + ["hang: ", "ended: "]

@@ -136,6 +136,7 @@ _SINGLE: dict[str, dict[str, Callable[[str], Any]]] = {
     "not_found": {"process": str, "arguments": str, "seconds": int},
     "memory": {"free_kib": int, "cache_kib": int},
     REQUEST: {"name": str, "file": str},
+    "message": {"text": str},
     "guard": {"text": str, "guard": str, "seconds": int, "signal": int, "status": int,
               "peak_kb": int, "last_status": str},
 }

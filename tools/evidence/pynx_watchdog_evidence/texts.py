@@ -89,6 +89,11 @@ LOG_TEXTS = (
           rb"Buffers\+Cache: (?P<cache_kib>\d{1,20}) kB$",
           "health/memoryusage.cpp", "%1 == MEMORY USAGE == Free: %2, Buffers+Cache: %3"),
     LogText("guard", GUARD_NAME[0].encode(), GUARD_LINE, "tools/guard/guard.cpp",
+    _line("message", b"Cannot initialize supplementary groups",
+          rb"(?P<text>Cannot initialize supplementary groups)$",
+          "app/pynxprocess.cpp", "Cannot initialize supplementary groups"),
+    _line("message", b"Cannot change user/group", rb"(?P<text>Cannot change user/group)$",
+          "app/pynxprocess.cpp", "Cannot change user/group"),
             ("hang: ", "no beat for ", " s", "ended: ", "status ", "signal ", " after ",
              " s, peak ", " kB", ", last status: ")),
 )
