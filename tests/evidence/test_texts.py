@@ -9,7 +9,9 @@ from pathlib import Path
 
 import pytest
 
-from pynx_watchdog_evidence import texts
+from pynx_watchdog_evidence import copies, incidents, messages, texts
+from pynx_watchdog_evidence.events import Event
+from pynx_watchdog_evidence.verdict import verdict
 
 PROJECT = Path(__file__).parents[2]
 PARTS = ("app", "common", "health", "load", "logging", "report")
@@ -23,7 +25,7 @@ def literals(file: str) -> str:
 
 @pytest.mark.parametrize("text", texts.LOG_TEXTS, ids=[text.kind for text in texts.LOG_TEXTS])
 def test_a_line_of_the_log_is_made_of_texts_of_the_program(text: texts.LogText) -> None:
-    written = literals(text.source)
+    written = literals(text.source).replace("\\n", "").split("\n")
     for piece in text.pieces:
         assert piece in written
 
@@ -53,6 +55,27 @@ def test_all_that_the_supervisor_says_is_known() -> None:
                        file.read_text())]
     assert len(said) > len(texts.STANDARD_ERROR)
     assert [text for text in said if not text.startswith(known)] == []
+
+
+@pytest.mark.parametrize("name, source", [
+    (messages.TAG, "app/watchdog.cpp"), (copies.COPY, "health/systemloadlogger.cpp"),
+    (incidents.CRASH, "app/watchdog.cpp"), ("/tmp_", "report/reporter.cpp"),
+    (".tar.gz", "report/reporter.cpp")])
+def test_a_name_is_one_that_the_program_gives(name: str, source: str) -> None:
+    assert name in literals(source).split("\n")
+
+
+@pytest.mark.parametrize("name", incidents.REBOOTS)
+def test_the_archive_of_a_reboot_is_called_as_the_board_tool_calls_it(name: str) -> None:
+    assert f"reason={name}\n" in (PROJECT / "packaging/board-tools/reboot").read_text()
+
+
+def test_the_limits_of_a_start_are_those_of_the_program() -> None:
+    [said] = verdict([Event("start_failed", None, "log", 1, {"code": 2})])
+    for file, name, unit in (("health/sfuflagclearer.h", "toolTimeLimitMs", "000"),
+                             ("app/watchdog.cpp", "startTimeoutMs", "")):
+        [limit] = re.findall(rf"\b{name} = (\d+){unit};", (PROJECT / file).read_text())
+        assert f" {limit} {'s' if unit else 'ms'}" in said.text
 
 
 def test_all_that_the_guard_says_is_known() -> None:

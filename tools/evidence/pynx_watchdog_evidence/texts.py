@@ -2,8 +2,9 @@
 # SPDX-License-Identifier: MIT
 """The texts that the supervisor and the guard write, as patterns.
 
-This is the only module that knows them. Each pattern stands beside the pieces of text from which
-it is made, as they are in the program's sources, so that a test can compare the two.
+Each pattern stands beside the pieces of text from which it is made, as they are in the program's
+sources, so that a test can compare the two. The names that others know, such as that of the log's
+messages or of an archive, are compared in the same place.
 """
 
 from __future__ import annotations
@@ -22,7 +23,7 @@ class LogText(NamedTuple):
     needle: bytes  # is in every line of this kind, and seldom in others
     pattern: re.Pattern[bytes]
     source: str  # the file of the program that writes it
-    pieces: tuple[str, ...]  # of the text, as they stand in that file
+    pieces: tuple[str, ...]  # of the text: literals in that file, without line ends
 
 
 def _line(kind: str, needle: bytes, pattern: bytes, source: str, *pieces: str) -> LogText:
@@ -60,7 +61,7 @@ GUARD_LINE = re.compile(
     rb"|(?:" + b"|".join(re.escape(text.encode()) for text, _ in GUARD_NOTES) + rb").*))$")
 
 LOG_TEXTS = (
-    LogText("time line", b"-- Time: ", TIME_LINE, "logging/logprocessor.cpp", ("-- Time: ",)),
+    LogText("time line", b"-- Time: ", TIME_LINE, "logging/logprocessor.cpp", ("-- Time: %1",)),
     _line("start", b" Watchdog: Starting app: ",
           _TIME + rb" Watchdog: Starting app: (?P<program>.*) $",
           "app/watchdog.cpp", "%1 Watchdog: %2 ", "Starting app: "),
@@ -88,12 +89,12 @@ LOG_TEXTS = (
           _TIME + rb" == MEMORY USAGE == Free: (?P<free_kib>\d{1,20}) kB, "
           rb"Buffers\+Cache: (?P<cache_kib>\d{1,20}) kB$",
           "health/memoryusage.cpp", "%1 == MEMORY USAGE == Free: %2, Buffers+Cache: %3"),
-    LogText("guard", GUARD_NAME[0].encode(), GUARD_LINE, "tools/guard/guard.cpp",
     _line("message", b"Cannot initialize supplementary groups",
           rb"(?P<text>Cannot initialize supplementary groups)$",
           "app/pynxprocess.cpp", "Cannot initialize supplementary groups"),
     _line("message", b"Cannot change user/group", rb"(?P<text>Cannot change user/group)$",
           "app/pynxprocess.cpp", "Cannot change user/group"),
+    LogText("guard", GUARD_NAME[0].encode(), GUARD_LINE, "tools/guard/guard.cpp",
             ("hang: ", "no beat for ", " s", "ended: ", "status ", "signal ", " after ",
              " s, peak ", " kB", ", last status: ")),
 )
