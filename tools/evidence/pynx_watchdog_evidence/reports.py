@@ -18,9 +18,10 @@ from itertools import islice
 from pathlib import Path
 from typing import Any, NamedTuple
 
+from .archives import Room
 from .events import Event
 from .incidents import UNKNOWN, Incident, incidents
-from .join import events_of
+from .join import MOST_HELD, events_of, held
 from .sources import SURPRISES
 
 MOST_INCIDENTS = 10_000  # of a report
@@ -92,7 +93,7 @@ def _read(report: Report, files: Sequence[Path], rows: Rows) -> None:
     def complain(file: Path, reason: str) -> None:
         report.complaints.append((str(file), reason))
 
-    events = list(events_of(files, complain))
+    events = list(held(events_of(files, complain), Room(MOST_HELD), Path(report.path), complain))
     report.found = len(events)
     for event in events:
         if event.kind == "archive" and event.source == report.path:
