@@ -34,7 +34,8 @@ def end(second: int, code: int, crash: int) -> str:
 
 def boot(cause: str, number: int) -> str:
     concluded = {"cause": cause, "boot_id": f"b{number}", "last_boot_id": f"b{number - 1}",
-                 "time": "2026-11-22T09:59:00+0100", "concluded_from": ["No trace."]}
+                 "time": "2026-11-22T09:59:00+0100", "concluded_from": ["No trace."],
+                 "fail": "1", "boot_count": str(number)}
     return f"Cause of this boot: {cause}\n- No trace.\n{json.dumps(concluded)}\n"
 
 
@@ -56,7 +57,7 @@ def write_archives(place: Path) -> Path:
            + alarm(8, "render", "61.5", "4.6e+18").replace("1000ms", "1700ms", 1)
            + "2026-11-22 10:00:09.000 == MEMORY USAGE == Free: 2048 kB, Buffers+Cache: 1024 kB\n")
     log += ("guard: no stacks: no room\n"
-            "guard: ended: signal 11 (SIGSEGV) after 9 s, peak 2588 kB\n")
+            "guard: ended: signal 11 (SIGSEGV) after 9 s, peak 2588 kB, last status: busy\n")
     stacks = (FIXTURES / "crash.txt").read_text(encoding="utf-8").replace("17:38:52", "10:00:10")
     top = SNAPSHOT.replace("{time:%H:%M:%S}", "10:00:05").format(
         processes="   77 root      20   0    2592   1696   1588 S  80.5   0.0   0:00.10 render")
@@ -102,6 +103,8 @@ ANSWERS: dict[str, list[tuple[object, ...]]] = {
         ("old 1", "boot after panic", 1), ("old 1", "report requested: hang", 1),
         ("unknown", "crash, its signal is not told", 1)],
     "How has the application ended, and how soon?": [("signal 11", 1, 9), ("status 1", 1, 9)],
+    "How much memory has it taken under the guard, and what had it last said of itself?": [
+        (DEVICE, "2026-11-22T10:00:01+01:00", 2588, "busy")],
     "Where has it hung or crashed?": [
         ("crash", '["Decoder::decode","operator()","operator()"]', 1)],
     "Why could it not be started?": [(DEVICE, "2026-11-22T10:00:22+01:00", 5)],
@@ -121,6 +124,8 @@ ANSWERS: dict[str, list[tuple[object, ...]]] = {
     "Why have the boards booted?": [("panic", 1), ("power loss", 1)],
     "Which boards were reset by their watchdog device, by what the device says itself?": [
         (DEVICE, "iTCO_wdt")],
+    "Which boots followed one in which the application was not up for 10 s, by the boot flags?": [
+        ("other", "2026-11-22T09:59:00+01:00", "2")],
     "Which files are missing in the archives, or were refused?": [
         ("/tmp/log/none", None, 1), ("/etc/shadow", "it is not below /tmp", 1)],
     "Which boards have a clock that is wrong?": [("other", 1, "1973-03-03T09:46:40+00:00")],
