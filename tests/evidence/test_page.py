@@ -10,6 +10,7 @@ import io
 import json
 import re
 import tarfile
+import tracemalloc
 from html.parser import HTMLParser
 from pathlib import Path
 from typing import Any
@@ -23,6 +24,7 @@ from fleets import pack
 from pynx_watchdog_evidence import page
 from pynx_watchdog_evidence.cli import main
 from pynx_watchdog_evidence.sentence import MOST_SENTENCES, Sentence
+from pynx_watchdog_evidence.sources import Log
 
 HOSTILE = "</script><script>window.hostile = 1</script><img src=x onerror='window.hostile = 1'>"
 """What would set a variable of the page if it became HTML anywhere."""
@@ -210,6 +212,22 @@ def test_what_could_not_be_read_is_named(chromium: Browser, tmp_path: Path) -> N
     chromium.open(file)
     assert f"{tmp_path / HOSTILE}: it is no file" in chromium.texts("#sources li")
     assert chromium.shows("#sources li") and "Not all could be read" in chromium.text("#facts")
+
+
+def test_of_very_many_times_only_those_of_the_shown_lines_are_held(
+        tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:
+    monkeypatch.setattr(page, "ROOM", 10_000)
+    monkeypatch.setattr("pynx_watchdog_evidence.log.BLOCK", 1 << 16)
+    log = tmp_path / "application.log"
+    log.write_text("".join(
+        f"-- Time: Sun Nov 22 {at // 3600:02}:{at // 60 % 60:02}:{at % 60:02} 2026 GMT\n"
+        for at in range(40_000)))
+    tracemalloc.start()
+    page.write_page(tmp_path / "page.html", [], [], [Log(str(log))], {})
+    _, most = tracemalloc.get_traced_memory()
+    tracemalloc.stop()
+    data = json.loads(data_of((tmp_path / "page.html").read_text(encoding="utf-8")))
+    assert len(data["logs"][0]["marks"]) > 50 and most < 5_000_000
 
 
 def test_a_page_that_is_there_is_replaced(tmp_path: Path) -> None:

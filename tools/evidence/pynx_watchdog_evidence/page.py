@@ -11,13 +11,15 @@ import base64
 import bisect
 import gzip
 import hashlib
+import heapq
 import json
 import math
 import re
-from collections.abc import Iterator, Mapping, Sequence
+import sys
+from collections.abc import Iterable, Iterator, Mapping, Sequence
 from contextlib import ExitStack
 from datetime import datetime, timedelta, timezone
-from itertools import accumulate
+from itertools import accumulate, chain, pairwise
 from pathlib import Path
 from typing import Any, NamedTuple
 
@@ -105,12 +107,15 @@ def _data_block(name: str, data: bytes) -> str:
 # -- the logs -------------------------------------------------------------------------------------
 
 
+_Mark = tuple[int, int]  # a line and its time in milliseconds
+
+
 class _Text(NamedTuple):
     """What the page has of a log."""
 
     name: str
     kept: Kept
-    marks: list[tuple[int, int]]  # lines and their times, both in ascending order
+    marks: list[_Mark]  # both in ascending order
 
 
 def _texts(logs: Sequence[Log], events: Sequence[Event],
@@ -138,31 +143,27 @@ def _read(log: Log, events: Sequence[Event], room: int, offset: timedelta) -> _T
         for stream in streams:
             stream.seek(0)
         known = next((event.time.utcoffset() for event in events if event.time), None)
-        timed = set(marks(streams, Clock(known)))
-    timed.update((event.line, event.time) for event in events
-                 if event.time and not is_after(event))
-    found = sorted((line, _milliseconds(time, offset)) for line, time in timed)
-    return _Text(log.name, kept, _needed(_ascending(found), kept.pieces))
+        timed = sorted((event.line, _milliseconds(event.time, offset)) for event in events
+                       if event.time and not is_after(event))
+        # There can be too many of these to hold them all.
+        noted = ((line, _milliseconds(time, offset)) for line, time in marks(streams, Clock(known)))
+        needed = list(_needed(_ascending(heapq.merge(noted, timed)), kept.pieces))
+    return _Text(log.name, kept, needed)
 
 
-def _ascending(found: list[tuple[int, int]]) -> list[tuple[int, int]]:
+def _ascending(found: Iterable[_Mark]) -> Iterator[_Mark]:
     """The marks, without earlier times at later lines, as where the clock was set back."""
-    return list(zip((line for line, _ in found), accumulate((time for _, time in found), max)))
+    return accumulate(found, lambda before, mark: (mark[0], max(before[1], mark[1])))
 
 
-def _needed(found: list[tuple[int, int]],
-            pieces: list[tuple[int, int]]) -> list[tuple[int, int]]:
+def _needed(found: Iterable[_Mark], pieces: Sequence[tuple[int, int]]) -> Iterator[_Mark]:
     """Those of the marks that tell the time of a line in one of the pieces."""
-    needed: list[tuple[int, int]] = []
     at = 0
-    for first, count in pieces:
-        while at + 1 < len(found) and found[at + 1][0] <= first:
+    for mark, later in pairwise(chain(found, [(sys.maxsize, 0)])):
+        while at < len(pieces) and sum(pieces[at]) <= mark[0]:
             at += 1
-        while at < len(found) and found[at][0] < first + count:
-            needed.append(found[at])
-            at += 1
-        at = max(at - 1, 0)
-    return sorted(set(needed))
+        if at < len(pieces) and pieces[at][0] < later[0] and mark != later:
+            yield mark
 
 
 # -- times ----------------------------------------------------------------------------------------
