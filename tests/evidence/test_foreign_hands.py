@@ -51,15 +51,22 @@ class Result:
         return [json.loads(line, parse_constant=pytest.fail) for line in self.out.splitlines()]
 
 
-def read(directory: Path, *options: str) -> Result:
+def read(directory: Path) -> Result:
     """Read a directory in which one good log is. That is told, whatever lies beside it."""
     (directory / "good.log").write_text(GOOD)
     before = sorted(path.name for path in directory.parent.iterdir())
-    result = Result("--jsonl", *options, directory)
+    result = Result("--jsonl", directory)
     assert result.status == 0 and result.memory < MOST_MEMORY, result.complaints
     assert [event for event in result.events() if event.get("program") == "good"]
     assert sorted(path.name for path in directory.parent.iterdir()) == before
     return result
+
+
+def read_alone(file: Path, place: Path) -> None:
+    """Read a file in the other ways, in which all of its events have to be in memory."""
+    for result in (Result(file), Result("--html", place / "page.html", file),
+                   Result("--database", place / "db", file)):
+        assert result.memory < MOST_MEMORY and "Traceback" not in "".join(result.complaints)
 
 
 @pytest.fixture(name="place")
@@ -156,8 +163,9 @@ HOSTILE: dict[str, Callable[[], bytes]] = {
 
 
 @pytest.mark.parametrize("kind", HOSTILE)
-def test_a_hostile_archive_costs_itself_alone(place: Path, kind: str) -> None:
+def test_a_hostile_archive_costs_itself_alone(place: Path, tmp_path: Path, kind: str) -> None:
     (place / REPORT).write_bytes(HOSTILE[kind]())
+    read_alone(place / REPORT, tmp_path)
     result = read(place)
     [told] = [event for event in result.events() if event["kind"] == "archive"
               and event["source"].endswith(REPORT)]
@@ -233,8 +241,9 @@ LYING: dict[str, Callable[[], bytes]] = {
 
 
 @pytest.mark.parametrize("kind", LYING)
-def test_a_text_that_lies_costs_itself_alone(place: Path, kind: str) -> None:
+def test_a_text_that_lies_costs_itself_alone(place: Path, tmp_path: Path, kind: str) -> None:
     (place / "text").write_bytes(LYING[kind]())
+    read_alone(place / "text", tmp_path)
     read(place)
 
 
