@@ -274,3 +274,21 @@ def test_an_application_may_print_anything(place: Path, seed: int) -> None:
         page = place.parent / "page.html"
         assert Result("--html", page, place).status == 0
         assert b"<script>alert(1)" not in page.read_bytes()
+
+
+# What it prints on a terminal has colours, progress with carriage returns, and a traceback.
+SESSION = """
+echo 'int main(void) { return x }' | gcc -x c -fsyntax-only -
+apt-get --simulate install dpkg
+ls -l --color /etc
+/usr/bin/python3 -c 'import json; json.loads("{")'
+"""
+
+
+def test_what_real_programs_print_is_no_event(place: Path) -> None:
+    printed = subprocess.run(["script", "-qec", SESSION, "/dev/null"], stdin=subprocess.DEVNULL,
+                             capture_output=True, check=False, timeout=120).stdout
+    assert all(part in printed for part in (b"\x1b[", b"%\r", b"Traceback"))
+    (place / "text").write_bytes(GOOD.encode() + printed + GOOD.encode())
+    assert [(event["kind"], event["line"]) for event in Result("--jsonl", place).events()] \
+        == [("start", 1), ("start", printed.count(b"\n") + 2)]
