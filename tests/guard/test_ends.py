@@ -49,8 +49,10 @@ def test_time_and_memory_are_told(guard: Guard) -> None:
 
 
 def test_the_last_status_text_is_told(guard: Guard) -> None:
-    ended = guard.run("notify", "STATUS=one\\nREADY=1", "notify", "STATUS=two ü ==x\t\x1b[1m")
-    assert ended.end == "guard: ended: status 0 after N s, peak N kB, last status: two ü ==x??[1m"
+    ended = guard.run("notify", "STATUS=one\\nREADY=1", "notify",
+                      "STATUS=two ü ==x\t\x1b[1m\x7f\x9b\xa0.")
+    assert ended.end == \
+        "guard: ended: status 0 after N s, peak N kB, last status: two ü ==x??[1m??\xa0."
 
 
 def test_a_status_text_that_is_no_utf8_is_told_as_ascii(guard: Guard) -> None:

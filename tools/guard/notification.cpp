@@ -77,6 +77,11 @@ std::string printable(std::string_view text)
         return byte < ' ' || byte == 0x7f || byte > most;
     };
     std::replace_if(line.begin(), line.end(), isOdd, '?');
+    // The control characters from U+0080 to U+009F have two bytes, and the first is c2.
+    for (std::size_t at = 0; (at = line.find('\xc2', at)) != std::string::npos; ++at) {
+        if (static_cast<unsigned char>(line[at + 1]) < 0xa0)
+            line.replace(at, 2, "?");
+    }
     return line;
 }
 
