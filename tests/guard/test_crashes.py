@@ -5,6 +5,7 @@
 from __future__ import annotations
 
 import os
+import re
 import resource
 import shutil
 import signal
@@ -36,6 +37,7 @@ def test_a_crash_leaves_its_stack(guard: Guard, behaviour: str, number: signal.S
     ended = guard.run("threads", "3", behaviour)
     _assert_crash(ended, number)
     assert function in ended.threads[0].functions[:5]
+    assert ("\n(more frames are left out)\n" in ended.stacks) == (behaviour == "overflow")
     assert sum(thread.name.startswith("waiter-") for thread in ended.threads) == 3
 
 
@@ -101,7 +103,8 @@ def test_a_thousand_threads(guard: Guard) -> None:
     ended = guard.run("threads", "1000", "crash")
     _assert_crash(ended, signal.SIGSEGV)
     assert "innermostFunction" in ended.threads[0].functions
-    assert len(ended.threads) > 100
+    left_out = re.search(r"\n\((\d+) more threads are left out\)\n", ended.stacks)
+    assert len(ended.threads) + (int(left_out[1]) if left_out else 0) == 1001
 
 
 def test_a_program_without_symbols(guard: Guard, tmp_path: Path) -> None:
