@@ -14,7 +14,9 @@
  * Stands between the supervisor and the application. It ends a run that gives no sign of life,
  * keeps the stacks of a hang and of a crash, and tells how each run came to its end.
  *
- * Everything happens in turns of one loop, which sleeps until something comes or a time is over.
+ * Everything happens in turns of one loop, which sleeps until something comes or a time is over. A
+ * turn can take longer: up to 3 s for threads to stop, 10 s to write stacks, and 1 s each for
+ * output and for its reader.
  */
 class Guard
 {
