@@ -40,15 +40,17 @@ def complete(tmp_path: Path, build_directory: Path) -> Complete:
         (tmp_path / name).mkdir()
     (tmp_path / "watchdog").touch(0o755)
     (tmp_path / "bin/pynx-watchdog").symlink_to("../watchdog")
-    (tmp_path / "bin/pynx-watchdog-check").symlink_to(build_directory / "pynx-watchdog-check")
+    for name in ("pynx-watchdog-check", "pynx-watchdog-guard"):
+        (tmp_path / "bin" / name).symlink_to(build_directory / name)
     (tmp_path / "bin/product").touch(0o755)
 
     def call(*words: str) -> set[str]:
+        file = words[0] if words[0] == "pynx-watchdog-guard" else "pynx-watchdog"
         result = subprocess.run(
             ["/bin/bash", "--norc", "-c", SCRIPT, "bash", *words], cwd=tmp_path / "here",
             capture_output=True, text=True, check=False, stdin=subprocess.DEVNULL,
             env={"PATH": f"{tmp_path}/bin:/usr/bin:/bin", "HOME": str(tmp_path),
-                 "completion": str(ROOT / "packaging/completion/pynx-watchdog")})
+                 "completion": str(ROOT / "packaging/completion" / file)})
         assert result.stderr == ""
         return set(result.stdout.split("\n")) - {""}
 
@@ -114,3 +116,23 @@ def test_of_all_files_the_check_takes_settings(complete: Complete, tmp_path: Pat
     (tmp_path / "here/directory").mkdir()
     assert complete("pynx-watchdog-check", "") == DOCUMENTS | {"directory"}
     assert complete("pynx-watchdog-check", "./WatchdogM") == {"./WatchdogMemoryReportingConf.json"}
+
+
+def test_the_options_of_the_guard(complete: Complete) -> None:
+    assert complete("pynx-watchdog-guard", "--restart-on", "3", "-") == {
+        "--", "--grace", "--help", "--restart-on", "--stacks", "--startup", "--timeout",
+        "--version"}
+    assert complete("pynx-watchdog-guard", "--timeout", "") == set()
+
+
+def test_the_guard_writes_stacks_to_a_directory(complete: Complete, tmp_path: Path) -> None:
+    (tmp_path / "here/stacks.txt").touch()
+    (tmp_path / "here/stacks").mkdir()
+    assert complete("pynx-watchdog-guard", "--stacks", "st") == {"stacks"}
+
+
+@pytest.mark.parametrize("front", [["--"], ["--stacks", "", "--"], ["--timeout", "30"]])
+def test_after_the_guard_the_applications_own_completion_counts(complete: Complete,
+                                                                front: list[str]) -> None:
+    assert "product" in complete("pynx-watchdog-guard", *front, "prod")
+    assert complete("pynx-watchdog-guard", *front, "product", "--p") == {"--port"}
