@@ -4,7 +4,9 @@
 
 from __future__ import annotations
 
+import os
 import re
+import signal
 from pathlib import Path
 
 import pytest
@@ -27,6 +29,17 @@ def test_an_example_beats_until_it_hangs(guard: Guard, build_directory: Path,
     assert re.fullmatch(r"guard: hang: no beat for \d+ s", told)
     assert ended.end == ("guard: ended: signal 6 (SIGABRT) after N s, peak N kB, "
                          "last status: the valve is open")
+
+
+def test_the_stack_of_an_event_loop_that_is_stopped(guard: Guard, build_directory: Path) -> None:
+    running = Running([str(guard.program), "--startup", "60", "--timeout", "4",
+                       "--stacks", str(guard.directory), "--",
+                       str(build_directory / "tests/example-beat-cpp")])
+    assert running.line() == "turn 1"
+    os.kill(running.child(), signal.SIGSTOP)
+    ended = running.end()
+    assert ended.status == -signal.SIGABRT
+    assert "QCoreApplication::exec()" in ended.threads[0].functions
 
 
 def test_an_example_without_a_guard_sends_nothing(build_directory: Path) -> None:
