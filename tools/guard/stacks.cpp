@@ -70,7 +70,7 @@ std::string symbolAt(Dwfl_Module *module, Dwarf_Addr address)
         ::dwfl_module_addrinfo(module, address, &offset, &symbol, nullptr, nullptr, nullptr);
     if (name == nullptr)
         return {};
-    return demangled(std::string(name).substr(0, std::string(name).find("@@")).c_str());
+    return demangled(std::string(name).substr(0, std::string(name).find('@')).c_str());
 }
 
 bool isFunction(Dwarf_Die &scope)
