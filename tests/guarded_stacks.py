@@ -37,7 +37,7 @@ def threads_of(text: str) -> list[Thread]:
 
 
 # What the debugger and the symbols call differently.
-_OTHER_NAMES = re.compile(r"^(__GI_|__libc_|__)|\(\)$")
+_OTHER_NAMES = re.compile(r"^(__GI_|__libc_|___?)|\(\)$")
 
 
 def _plain(function: str) -> str:

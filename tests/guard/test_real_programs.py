@@ -10,12 +10,14 @@ import signal
 import socket
 import subprocess
 import time
+from pathlib import Path
 
 import pytest
 
 from guarded_stacks import assert_same_functions, debug
 from guarding import TIME_LIMIT, Guard, Running
 from marks import AS_ROOT
+from simulator import wait_until
 
 _PYTHON = """
 import os, signal, time
@@ -105,3 +107,23 @@ def test_a_fork_bomb_that_is_limited(guard: Guard) -> None:
 def test_the_frames_are_those_of_a_debugger(guard: Guard, behaviours: tuple[str, ...]) -> None:
     assert_same_functions(guard.run(*behaviours).threads[0].functions,
                           debug("gdb", "run", "--args", guard.application, *behaviours))
+
+
+def _sleep_both(process: int) -> bool:
+    """Whether it has two threads, and both sleep."""
+    stats = [file.read_text("ascii") for file in Path(f"/proc/{process}/task").glob("*/stat")]
+    return [stat.split(") ")[-1][0] for stat in stats] == ["S", "S"]
+
+
+@pytest.mark.skipif(os.geteuid() != 0, reason="the debugger takes root's rights")
+def test_the_frames_of_a_deadlock_are_those_of_a_debugger(guard: Guard) -> None:
+    threads = guard.run("deadlock", options=("--timeout", "2")).threads
+    assert len(threads) == 2
+    with subprocess.Popen([guard.application, "deadlock"]) as alone:
+        try:
+            wait_until(lambda: _sleep_both(alone.pid), "the deadlock")
+            for number, thread in enumerate(threads, start=1):
+                assert_same_functions(thread.functions,
+                                      debug("gdb", f"attach {alone.pid}\nthread {number}"))
+        finally:
+            alone.kill()
