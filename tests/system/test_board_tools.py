@@ -11,6 +11,7 @@ from __future__ import annotations
 import hashlib
 import json
 import os
+import random
 import re
 import shutil
 import subprocess
@@ -285,7 +286,7 @@ def test_without_readable_settings_the_log_is_packed_as_if_it_were_requested(
 def test_a_small_file_system_that_is_full_leaves_nothing_behind(start: Start) -> None:
     running = start("wait", spaces={UPLOAD: "64k"}, packaged=True, options=["--rotateOnly"])
     board = Board(running, ["/bin/dash"])
-    board.run("sh", "-c", f"head -c 1M /dev/urandom >{LOG}")
+    board.write(LOG, random.Random(1).randbytes(1_000_000))
     assert board.tar(LOG).status != 0
     assert board.run("ls", "-A", UPLOAD).stdout == b""
     board.run("sh", "-c", f"echo small >{LOG}")
@@ -912,7 +913,7 @@ def test_without_tools_the_reboot_comes(gnu: Board) -> None:
 
 ASKING = """
 log=/tmp/log/application.log
-head -c {size} /dev/urandom | od -x
+python3 -c 'import random; print(random.Random(1).randbytes({size}).hex("\\n", 32))'
 n=0
 while [ $n -lt {count} ]; do
     n=$((n + 1))
@@ -939,7 +940,7 @@ def archives(running: Device) -> list[str]:
 
 @pytest.mark.takes(60)
 def test_every_report_of_an_application_that_prints_steadily_is_delivered(start: Start) -> None:
-    asking = ASKING.format(size=300_000, count=30, pause=0.1)
+    asking = ASKING.format(size=400_000, count=30, pause=0.1)
     running = start(application=["sh", "-c", asking], log_size="100M",
                     settings=reporting([LOG, OLD_LOG]), packaged=True)
     wait_until(lambda: len(archives(running)) == 30, "all archives", timeout=4 * GENEROUS)
