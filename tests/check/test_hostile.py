@@ -15,7 +15,7 @@ from checked import TIME_LIMIT
 
 WATCH_LIST = "WatchdogWatchProcessList.json"
 BYTES = 512 * 1024  # the largest document that is checked
-VALUES = 20_000     # about the greatest number of values in such a document
+VALUES = 20_000     # the greatest number of values in such a document
 MEMORY_LIMIT = 200 * 1024 * 1024
 BEGIN, END = '{"value": {"type": "it", "it": [', ']}}'
 
@@ -113,6 +113,23 @@ def test_file(build_directory: Path, tmp_path: Path, rule: str,
     assert text.startswith(f"{document}: error: ") and text.endswith(f" [{rule}]\n")
     if make is not FILES["nothing"][1]:
         assert text in told(tool, "--program-dir", tmp_path)
+
+
+@pytest.mark.parametrize("values, rule", [(VALUES, "too-many"), (VALUES + 1, "too-large")])
+def test_a_document_with_too_many_values_is_not_checked(build_directory: Path, tmp_path: Path,
+                                                        values: int, rule: str) -> None:
+    document = tmp_path / WATCH_LIST
+    document.write_text(BEGIN + ",".join(["0"] * values) + END, "ascii")
+    assert told(build_directory / "pynx-watchdog-check", document).endswith(f" [{rule}]\n")
+
+
+@pytest.mark.parametrize("mistakes", [1000, 1001])
+def test_only_more_than_a_thousand_mistakes_are_too_many(build_directory: Path, tmp_path: Path,
+                                                         mistakes: int) -> None:
+    document = tmp_path / WATCH_LIST
+    document.write_text(BEGIN + ",".join(["0"] * mistakes) + END, "ascii")
+    text = told(build_directory / "pynx-watchdog-check", document)
+    assert (text.count("\n"), "[too-many]" in text) == (mistakes, mistakes > 1000)
 
 
 def test_the_errors_are_not_lost_among_many_warnings(build_directory: Path,

@@ -302,12 +302,12 @@ void SettingsDocument::add(const Finding &finding, const JsonPath &path)
 
 bool SettingsDocument::isFull() const
 {
-    return m_findings.size() >= maxFindings;
+    return m_findings.size() > maxFindings;
 }
 
 Findings SettingsDocument::findings() const
 {
-    Findings sorted = m_findings;
+    Findings sorted = m_findings.mid(0, maxFindings);
     std::stable_sort(sorted.begin(), sorted.end(), [](const Finding &one, const Finding &other) {
         return std::make_pair(one.place.line, one.place.column)
             < std::make_pair(other.place.line, other.place.column);
