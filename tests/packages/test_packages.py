@@ -291,6 +291,23 @@ def test_example_drop_ins_are_sound(units: Path, example: str) -> None:
     assert not run("sh", "-c", f"systemd-analyze verify --man=no {unit} 2>&1")
 
 
+def test_the_exposure_of_the_unit_is_what_the_drop_in_says(units: Path) -> None:
+    example = ROOT / "packaging/systemd/examples/hardening.conf"
+    said = re.search(r"gives the unit (\S+) without it and (\S+) with it",
+                     example.read_text("utf-8"))
+
+    def exposure() -> str:
+        shown = run("systemd-analyze", "security", "--no-pager", "--offline=yes",
+                    units / "pynx-watchdog.service")
+        return shown.split("Overall exposure level for pynx-watchdog.service: ")[1].split()[0]
+
+    without = exposure()
+    drop_in = units / "pynx-watchdog.service.d"
+    drop_in.mkdir()
+    (drop_in / example.name).write_bytes(example.read_bytes())
+    assert said and said.groups() == (without, exposure())
+
+
 def test_the_units_places(unpacked: Callable[[str], Path]) -> None:
     unit = (unpacked("amd64") / "lib/systemd/system/pynx-watchdog.service").read_text("utf-8")
     assert f"\nExecStart=/{LIBRARY}/watchdog " in unit
