@@ -77,11 +77,14 @@ def test_in_single_run_mode_the_status_is_the_applications(
     assert running.wait_supervisor_exit() == 7
 
 
-def test_with_a_user_that_may_not_write_there_the_stacks_are_missed(
-        start: Start, guard: list[str], sample: str) -> None:
-    running = start(application=[*guard, "--", sample, "identity", "signal", "11"],
-                    options=["--user", "daemon", "--singleRun"])
+@pytest.mark.parametrize("directory, options, read_only_root, reason", [
+    ("/tmp/log", ["--user", "daemon"], False, b"Permission denied"),
+    ("/home", [], True, b"Read-only file system")])
+def test_where_nothing_can_be_written_the_stacks_are_missed(
+        start: Start, guard: list[str], sample: str, directory: str, options: list[str],
+        read_only_root: bool, reason: bytes) -> None:
+    running = start(application=[*guard, "--stacks", directory, "--", sample, "signal", "11"],
+                    options=[*options, "--singleRun"], read_only_root=read_only_root)
     assert running.wait_supervisor_exit() == signal.SIGSEGV
-    assert b"\nuid 1 euid 1 gid 1 " in content(running)
-    assert re.search(rb"\nguard: no stacks: /tmp/log/guard-.*\.txt: Permission denied\n",
+    assert re.search(rb"\nguard: no stacks: %b/guard-.*\.txt: %b\n" % (directory.encode(), reason),
                      content(running))
