@@ -115,7 +115,7 @@ def _sleep_both(process: int) -> bool:
     return [stat.split(") ")[-1][0] for stat in stats] == ["S", "S"]
 
 
-@pytest.mark.skipif(os.geteuid() != 0, reason="the debugger takes root's rights")
+@AS_ROOT
 def test_the_frames_of_a_deadlock_are_those_of_a_debugger(guard: Guard) -> None:
     threads = guard.run("deadlock", options=("--timeout", "2")).threads
     assert len(threads) == 2
