@@ -521,7 +521,7 @@ def _snapshots(played: Played, copied: Sequence[dict[str, bytes]]) -> Iterator[F
         clock = text.split()[2].decode()
         near = [call for call in calls if 0 <= _apart(call.astimezone(zone), clock) + 1 < 6]
         # Where the clock was set meanwhile, it is not known which call it was.
-        yield Fact("snapshot", near[-1] if near else None, {}, bool(near), slack=4.5)
+        yield Fact("snapshot", near[-1] if near else None, {}, bool(near), slack=5)
 
 
 def _apart(time_of_day: datetime, clock: str) -> float:
