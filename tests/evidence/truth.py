@@ -15,6 +15,7 @@ from __future__ import annotations
 
 import argparse
 import json
+import math
 import multiprocessing
 import os
 import random
@@ -475,19 +476,20 @@ def _measured(played: Played, copies: Sequence[bytes]) -> Iterator[Fact]:
     for text in copies:
         for line in re.finditer(_TIME + rb" Process:(worker)? \((\d+)\) cpu load is : 0 for (\d) "
                                 rb"seconds \n(.*?)(?=" + _TIME + rb" Process:|\Z)", text, re.S):
-            samples = line[5].count(b" Time between two invocations:")
-            if samples == watched["period"]:  # otherwise the end of the log has cut it
-                alarms[line[1], line[3]] = samples
-        for line in re.finditer(_TIME + rb" == MEMORY USAGE == Free: (\d+) kB, Buf[^\n]*\n", text):
-            memory[line[1]] = int(line[2])
+            samples = line[5].split(b" Time between two invocations:")[1:]
+            if len(samples) == watched["period"]:  # otherwise the end of the log has cut it
+                alarms[line[1], line[3]] = list(map(_sample, samples))
+        for line in re.finditer(_TIME + rb" == MEMORY USAGE == Free: (\d+) kB, "
+                                rb"Buffers\+Cache: (\d+) kB\n", text):
+            memory[line[1]] = {"free_kib": int(line[2]), "cache_kib": int(line[3])}
     for (at, pid), samples in alarms.items():
         # Of a process that has ended, an alarm of one sample has no name.
-        name = "" if pid == b"0" and samples == 1 else "worker"
+        name = "" if pid == b"0" and len(samples) == 1 else "worker"
         yield Fact("alarm", board_time(at), {"pid": int(pid), "threshold": 0, "samples": samples,
                                              "period": watched["period"], "process": name},
                    slack=0.01)
-    for at, free in memory.items():
-        yield Fact("memory", board_time(at), {"free_kib": free}, slack=0.01)
+    for at, sizes in memory.items():
+        yield Fact("memory", board_time(at), sizes, slack=0.01)
     ups = _boots(played)
     due = sum(up // 180 for up in ups) if played.scenario.memory else 0
     assert abs(len(memory) - due) <= len(ups) or played.scenario.small_disk, (memory, ups)
@@ -495,6 +497,17 @@ def _measured(played: Played, copies: Sequence[bytes]) -> Iterator[Fact]:
         for number in range(played.scenario.absent if up > 28 else 0):
             yield Fact("not_found", None, {"process": f"absent-{number}", "arguments": "-x",
                                            "seconds": 30}, up > 34)
+
+
+def _sample(text: bytes) -> tuple[float | None, list[tuple[str, float | None]]]:
+    """The load in the lines of a second, and those of the threads."""
+    def number(found: bytes) -> float | None:
+        return float(found) if math.isfinite(float(found)) else None
+
+    load = re.search(rb" cpu load:([^\n]*)%\n", text)
+    return number(load[1]) if load else None, [
+        (name.decode(), number(found))
+        for name, found in re.findall(rb"  thread name:(.*) load:(.*)%\n", text)]
 
 
 def _boots(played: Played) -> list[float]:
@@ -521,7 +534,9 @@ def _snapshots(played: Played, copied: Sequence[dict[str, bytes]]) -> Iterator[F
         clock = text.split()[2].decode()
         near = [call for call in calls if 0 <= _apart(call.astimezone(zone), clock) + 1 < 6]
         # Where the clock was set meanwhile, it is not known which call it was.
-        yield Fact("snapshot", near[-1] if near else None, {}, bool(near), slack=5)
+        yield Fact("snapshot", near[-1] if near else None, {
+            "processes": [int(pid) for pid in re.findall(rb"^ *(\d+)(?: +\S+){11}", text, re.M)]},
+            bool(near), slack=5)
 
 
 def _apart(time_of_day: datetime, clock: str) -> float:
@@ -575,7 +590,7 @@ def _fits(fact: Fact, event: dict[str, Any], played: Played) -> bool:
         if name == "uptime":
             if abs(event[name] - value) > 2:
                 return False
-        elif (len(event[name]) if name == "samples" else event[name]) != value:
+        elif _plain(name, event[name]) != value:
             return False
     if fact.time is None or event["time"] is None:
         return True
@@ -584,6 +599,14 @@ def _fits(fact: Fact, event: dict[str, Any], played: Played) -> bool:
         at = at.replace(tzinfo=ZoneInfo(played.scenario.zone))
     return any(abs((at - time).total_seconds()) <= fact.slack
                for time in (fact.time, fact.also) if time)
+
+
+def _plain(name: str, value: Any) -> Any:
+    """What is compared of a field: of samples the loads, of processes the numbers."""
+    if name == "samples":
+        return [(sample.get("load"), [(thread["name"], thread["load"])
+                                      for thread in sample.get("threads", [])]) for sample in value]
+    return [row["pid"] for row in value] if name == "processes" else value
 
 
 def _is_jump(size: int, event: dict[str, Any], played: Played) -> bool:
