@@ -15,7 +15,6 @@ from guarded_stacks import assert_same_functions, debug, threads_of
 from images import PROJECT
 from qmp import RESET
 from scripts.arm64_packages import run
-from simulator import wait_until
 
 _LOG = "/tmp/log/application.log"
 _STORAGE = "/var/lib/archives"
@@ -45,26 +44,20 @@ def _assert_frames_are_a_debuggers(board: EmulatedBoard, application: Path,
         f"core-file {records}/core", application))
 
 
-@pytest.mark.takes(140)
+@pytest.mark.takes(120)
 def test_three_hangs_reboot_the_board_and_the_evidence_says_so(
         new_emulated_board: NewBoard) -> None:
     board = new_emulated_board(
         supervise("/usr/bin/pynx-watchdog-guard", "--timeout", str(_TIMEOUT), "--", SAMPLE, "name",
                   "product", "print", "up\\n", "wait", log=_LOG),
         systemd=True, settings=_REPORTING)
-    application = board.host / "guarded-application"
-    run(["aarch64-linux-gnu-g++", "-std=c++17", "-g", "-O1", "-pthread", "-o", application,
-         PROJECT / "tests/guard/guardedapplication.cpp"])
-    for behaviour in ("crash", "abort", "crash-in-thread"):
-        _assert_frames_are_a_debuggers(board, application, behaviour)
-    hang = wait_until(lambda: board.run(f"ls {_STORAGE} | grep '^report-hang-.*gz$'").text.split(),
-                      "the archive of a hang", 600)[0]
     # After the third end, the board is to stay up.
     board.set_arguments(supervise(log=_LOG))
     board.wait_for_hardware(RESET, timeout=600)
     board.wait_until_up()
     assert board.cause()["cause"] == "third end"
 
+    hang = board.check(f"ls {_STORAGE} | grep '^report-hang-.*gz$'").split()[0]
     board.check(f"mkdir /host/evidence && cp {_STORAGE}/report-* /host/evidence/ && "
                 "journalctl --output=export >/host/evidence/journal")
     evidence = board.host / "evidence"
@@ -81,3 +74,13 @@ def test_three_hangs_reboot_the_board_and_the_evidence_says_so(
     verdict = told.split("\n\n", 1)[0].splitlines()
     assert [line for line in verdict if " hung" in line and "no beat for" in line], told
     assert [line for line in verdict if "rebooted at the third end" in line], told
+
+
+@pytest.mark.takes(90)
+def test_the_frames_of_a_crash_are_those_of_a_debugger(new_emulated_board: NewBoard) -> None:
+    board = new_emulated_board(supervise(log=_LOG), systemd=True)
+    application = board.host / "guarded-application"
+    run(["aarch64-linux-gnu-g++", "-std=c++17", "-g", "-O1", "-pthread", "-o", application,
+         PROJECT / "tests/guard/guardedapplication.cpp"])
+    for behaviour in ("crash", "abort", "crash-in-thread"):
+        _assert_frames_are_a_debuggers(board, application, behaviour)
