@@ -14,6 +14,7 @@ import tracemalloc
 from html.parser import HTMLParser
 from pathlib import Path
 from typing import Any
+from unittest.mock import Mock
 
 import pytest
 from selenium.webdriver.common.by import By
@@ -21,7 +22,7 @@ from selenium.webdriver.common.keys import Keys
 
 from browser import Browser, accessibility_rules
 from fleets import pack
-from pynx_watchdog_evidence import page
+from pynx_watchdog_evidence import archives, page, sources
 from pynx_watchdog_evidence.cli import main
 from pynx_watchdog_evidence.sentence import MOST_SENTENCES, Sentence
 from pynx_watchdog_evidence.sources import Log
@@ -228,6 +229,18 @@ def test_of_very_many_times_only_those_of_the_shown_lines_are_held(
     tracemalloc.stop()
     data = json.loads(data_of((tmp_path / "page.html").read_text(encoding="utf-8")))
     assert len(data["logs"][0]["marks"]) > 50 and most < 5_000_000
+
+
+def test_an_archive_is_unpacked_once_for_all_its_texts(
+        tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:
+    archive = pack(tmp_path / "archive", {f"tmp/{at}": f"line {at}\n" for at in range(3)})
+    unpack = Mock(wraps=archives.open_archive)
+    monkeypatch.setattr(sources, "open_archive", unpack)
+    page.write_page(tmp_path / "page.html", [], [],
+                    [Log(f"{archive}!tmp/{at}") for at in range(3)], {})
+    data = json.loads(data_of((tmp_path / "page.html").read_text(encoding="utf-8")))
+    assert [log["name"].rpartition("/")[2] for log in data["logs"]] == ["0", "1", "2"]
+    assert unpack.call_count == 1
 
 
 def test_a_page_that_is_there_is_replaced(tmp_path: Path) -> None:

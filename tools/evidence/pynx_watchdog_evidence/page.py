@@ -17,7 +17,7 @@ import math
 import re
 import sys
 from collections.abc import Iterable, Iterator, Mapping, Sequence
-from contextlib import ExitStack
+from contextlib import ExitStack, closing
 from datetime import datetime, timedelta, timezone
 from itertools import accumulate, chain, pairwise
 from pathlib import Path
@@ -30,7 +30,7 @@ from .join import most_frequent_offset
 from .lanes import boots, runs
 from .logtext import Kept, keep, marks
 from .sentence import MOST_SENTENCES, Sentence
-from .sources import Log
+from .sources import Archives, Log
 
 ROOM = 20 << 20  # bytes of the logs' texts that are kept, before they are compressed
 MOST_EVENTS = 50_000
@@ -123,22 +123,28 @@ def _texts(logs: Sequence[Log], events: Sequence[Event],
     """The texts of the logs, and the names of the logs that cannot be read."""
     texts: list[_Text] = []
     missing: list[str] = []
+    by_source: dict[str, list[Event]] = {}
+    for event in events:
+        if event.line:
+            by_source.setdefault(event.source, []).append(event)
     room = ROOM
-    for number, log in enumerate(logs):
-        its_events = [event for event in events if event.source == log.name and event.line]
-        try:
-            text = _read(log, its_events, room // (len(logs) - number), offset)
-        except OSError:
-            missing.append(log.name)
-            continue
-        texts.append(text)
-        room -= len(text.kept.text)
+    with closing(Archives()) as archives:
+        for number, log in enumerate(logs):
+            try:
+                text = _read(log, archives, by_source.get(log.name, []),
+                             room // (len(logs) - number), offset)
+            except OSError:
+                missing.append(log.name)
+                continue
+            texts.append(text)
+            room -= len(text.kept.text)
     return texts, missing
 
 
-def _read(log: Log, events: Sequence[Event], room: int, offset: timedelta) -> _Text:
+def _read(log: Log, archives: Archives, events: Sequence[Event], room: int,
+          offset: timedelta) -> _Text:
     with ExitStack() as files:
-        streams = [files.enter_context(stream) for stream in log.open()]
+        streams = [files.enter_context(stream) for stream in log.open(archives)]
         kept = keep(streams, {event.line for event in events}, room)
         for stream in streams:
             stream.seek(0)

@@ -105,13 +105,13 @@ class Log:
 
     name: str  # as in Event.source
 
-    def open(self) -> list[BinaryIO]:
+    def open(self, archives: Archives) -> list[BinaryIO]:
         """Its halves, the older one first, or the one file that it is. The caller closes them.
 
         Raises OSError, which can also say that it is no longer there.
         """
         if not os.path.exists(self.name):
-            return self._open_member()
+            return self._open_member(archives)
         path = Path(self.name)
         with path.open("rb") as file:
             has_halves = _reader(path.name, file.read(BEGINNING)) in _OF_HALVES
@@ -119,7 +119,7 @@ class Log:
         halves = [older, path] if has_halves and older.is_file() else [path]
         return [half.open("rb") for half in halves]
 
-    def _open_member(self) -> list[BinaryIO]:
+    def _open_member(self, archives: Archives) -> list[BinaryIO]:
         parts = self.name.split("!")
         for count in range(1, len(parts)):
             path, member = Path("!".join(parts[:count])), "!".join(parts[count:])
@@ -127,14 +127,37 @@ class Log:
                 break
         else:
             raise FileNotFoundError(f"{self.name}: it is not there")
-        with path.open("rb") as file, open_archive(file, path.name) as archive:
-            if member not in archive.files:
-                raise FileNotFoundError(f"{self.name}: it is not in the archive")
-            newer = archive.files.pop(member)
-            reader = _reader(os.path.basename(member), newer.read(BEGINNING))
-            newer.seek(0)
-            older = archive.files.pop(member + ".0", None) if reader in _OF_HALVES else None
-            return [older, newer] if older else [newer]
+        files = archives.open(path).files
+        if member not in files:
+            raise FileNotFoundError(f"{self.name}: it is not in the archive")
+        newer = files.pop(member)
+        reader = _reader(os.path.basename(member), newer.read(BEGINNING))
+        newer.seek(0)
+        older = files.pop(member + ".0", None) if reader in _OF_HALVES else None
+        return [older, newer] if older else [newer]
+
+
+class Archives:
+    """Opens archives. The last one stays open, because one archive can have very many texts."""
+
+    def __init__(self) -> None:
+        self._stack = ExitStack()
+        self._path: Path | None = None
+        self._archive: Archive | None = None
+
+    def open(self, path: Path) -> Archive:
+        """The archive, until another one is opened. Raises OSError."""
+        if self._archive is None or path != self._path:
+            self.close()
+            file = self._stack.enter_context(path.open("rb"))
+            self._archive = self._stack.enter_context(open_archive(file, path.name))
+            self._path = path
+        return self._archive
+
+    def close(self) -> None:
+        """Close the one that is open."""
+        self._archive = None
+        self._stack.close()
 
 
 def logs_of(events: Iterable[Event]) -> list[Log]:
