@@ -9,6 +9,7 @@ from __future__ import annotations
 
 import io
 import json
+import os
 import random
 import struct
 import subprocess
@@ -287,7 +288,8 @@ ls -l --color /etc
 
 def test_what_real_programs_print_is_no_event(place: Path) -> None:
     printed = subprocess.run(["script", "-qec", SESSION, "/dev/null"], stdin=subprocess.DEVNULL,
-                             capture_output=True, check=False, timeout=120).stdout
+                             env=os.environ | {"TERM": "xterm"}, capture_output=True, check=False,
+                             timeout=120).stdout
     assert all(part in printed for part in (b"\x1b[", b"%\r", b"Traceback"))
     (place / "text").write_bytes(GOOD.encode() + printed + GOOD.encode())
     assert [(event["kind"], event["line"]) for event in Result("--jsonl", place).events()] \
