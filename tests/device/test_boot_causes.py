@@ -19,6 +19,7 @@ _REPORTING = {"WatchdogAutomaticReporting": True,
                                                  "uploadFilePrefix": "report"}}
 _APPLICATION = "/usr/lib/application"
 _JOURNAL_OF_LAST_BOOT = "journalctl --boot=-1 --identifier=pynx_watchdog --output=cat"
+_JOURNAL_CONF = PROJECT / "packaging/systemd/examples/journal.conf"
 
 
 def _patient_tool() -> dict[str, str]:
@@ -73,7 +74,9 @@ def test_a_power_cut_a_panic_and_an_orderly_reboot_are_told_apart(
 
 @pytest.mark.takes(100)
 def test_a_third_end_and_a_reset_by_the_device_are_told_apart(new_emulated_board: NewBoard) -> None:
-    board = new_emulated_board(supervise(log=_LOG), systemd=True, files=_patient_tool())
+    board = new_emulated_board(supervise(log=_LOG), systemd=True, files={
+        **_patient_tool(), f"/etc/systemd/journald.conf.d/{_JOURNAL_CONF.name}":
+            _JOURNAL_CONF.read_text(encoding="utf-8")})
     _end(board)
     board.wait_until_up()
     assert board.hardware() == [RESET]
@@ -87,6 +90,8 @@ def test_a_third_end_and_a_reset_by_the_device_are_told_apart(new_emulated_board
     board.wait_for_hardware(WATCHDOG)
     board.wait_until_up()
     assert board.cause()["cause"] == "reset by the watchdog device"
+    # The device gives nobody time to write; the journal had written this before.
+    assert "Cause of this boot: third end" in board.check(_JOURNAL_OF_LAST_BOOT).splitlines()
 
 
 @pytest.mark.takes(90)
