@@ -133,8 +133,8 @@ def nested(depth: int) -> bytes:
 
 
 HOSTILE: dict[str, Callable[[], bytes]] = {
-    "a bomb in a member": lambda: packed(header("tmp/log/application.log", 4096 * MIB),
-                                         (ZEROS, 4096)),
+    "a bomb in a member": lambda: packed(header("tmp/log/application.log", 1024 * MIB),
+                                         (ZEROS, 1024)),
     "a long name of gigabytes": lambda: packed(
         header("././@LongLink", 2048 * MIB, tarfile.GNUTYPE_LONGNAME), (ZEROS, 2048)),
     "an extended header of gigabytes": lambda: packed(
@@ -153,9 +153,9 @@ HOSTILE: dict[str, Callable[[], bytes]] = {
     "archives in archives": lambda: nested(20),
     "a negative size": lambda: packed(header("x", -1024)),
     "no gzip behind its mark": lambda: b"\x1f\x8b" + bytes(1000),
-    "snapshots of a gibibyte": lambda: packed(
-        header("tmp/log/system", 1024 * MIB), (b"top - 10:00:00 up\n  PID %CPU COMMAND\n"
-                                               b"  1 9.9 x\n".ljust(24) * 21845, 1800)),
+    "snapshots of half a gibibyte": lambda: packed(
+        header("tmp/log/system", 512 * MIB), (b"top - 10:00:00 up\n  PID %CPU COMMAND\n"
+                                              b"  1 9.9 x\n".ljust(24) * 21845, 900)),
     "a manifest of lists": lambda: packed(
         header("manifest.json", 64 * MIB), b"[" + b"[]," * (64 * MIB // 3) + b"]"),
     "a manifest that is deep": lambda: packed(
@@ -224,7 +224,7 @@ LYING: dict[str, Callable[[], bytes]] = {
     "a journal that is deep": lambda: b'{"__REALTIME_TIMESTAMP": ' + b"[" * 500_000,
     "a system log of short lines": lambda: MESSAGE + b"ab\n" * (32 * MIB // 3),
     "a system log of messages": lambda: MESSAGE * 600_000,
-    "standard error of short lines": lambda: b"Cannot set priority\n" + b"a\n" * (16 * MIB),
+    "standard error of short lines": lambda: b"Cannot set priority\n" + b"a\n" * (4 * MIB),
     "a log of requests": lambda: b"==Report==x\n" * 1_000_000,
     "a log with one line": lambda: b"==Report==" + b"x" * (128 * MIB),
     "snapshots of rows": lambda: b"top - 10:00:00 up\n  PID %CPU COMMAND\n" + b"1 9 x\n" * MIB,
