@@ -184,7 +184,8 @@ class Tree:
             return f"unit: {self._first_failure()}"
         system = [f"tests/system/test_{name}.py" for name in system_tests]
         if not self._passes("/usr/bin/python3", "-B", "-m", "pytest", "-p", "no:cacheprovider",
-                            "-q", "-x", "-n", "12", "--build-dir", "build/debug", *system):
+                            "-q", "-x", "-n", "16", "--dist", "loadgroup",
+                            "--build-dir", "build/debug", *system):
             return f"system: {self._first_failure()}"
         return "survived"
 
