@@ -207,6 +207,20 @@ def test_an_archive_that_is_cut_anywhere_is_read_so_far(place: Path) -> None:
     assert [event["complete"] for event in events if event["kind"] == "archive"] == [False] * 40
 
 
+def test_all_that_comes_before_a_cut_is_told(place: Path) -> None:
+    # Noise cannot be packed, so half of the packed bytes are half of the noise.
+    noise = random.Random(15).randbytes(MIB)
+    for number, size in enumerate((0, 2000, MIB)):
+        text = b"==Report==x%d\n" % number + noise[:size]
+        whole = packed(header("tmp/log/application.log", len(text)) + text)
+        (place / f"report-r-17953416{number:05}.tar.gz").write_bytes(
+            whole[:len(whole) // 2 if size else len(whole) - 8])
+    events = read(place).events()
+    assert [event["complete"] for event in events if event["kind"] == "archive"] == [False] * 3
+    assert sorted(event["name"] for event in events if event["kind"] == "request") == [
+        "x0", "x1", "x2"]
+
+
 # -- texts ----------------------------------------------------------------------------------------
 
 MESSAGE = b"Nov 22 10:00:00 a pynx_watchdog: x\n"

@@ -141,19 +141,36 @@ class _Part(io.RawIOBase):
         super().close()
 
 
+class _Unpacked:
+    """What can be unpacked of a file. An error ends it, after all that came before the error."""
+
+    def __init__(self, file: BinaryIO) -> None:
+        self._file = gzip.GzipFile(fileobj=file)
+        self.problem: str | None = None
+
+    def read(self, size: int) -> bytes:
+        """So many bytes; fewer only at the end."""
+        data = b""
+        try:
+            while not self.problem and len(data) < size \
+                    and (block := self._file.read1(size - len(data))):
+                data += block
+        except (EOFError, OSError, zlib.error) as error:
+            self.problem = str(error) or type(error).__name__
+        return data
+
+
 def _read(file: BinaryIO, archive: Archive, room: Room) -> None:
     store = _Store()
+    unpacked = _Unpacked(file)
     try:
-        with gzip.GzipFile(fileobj=file) as unpacked, \
-                tarfile.open(fileobj=cast(BinaryIO, unpacked), mode="r|", tarinfo=Member) as tar:
+        with tarfile.open(fileobj=cast(BinaryIO, unpacked), mode="r|", tarinfo=Member) as tar:
             for member in tar:
                 if len(archive.members) >= MOST_MEMBERS:
                     archive.problem = f"it has more than {MOST_MEMBERS} members"
                     return
                 archive.members.append(member.name)
-                content = tar.extractfile(member) if member.isreg() and not member.issparse() \
-                    else None
-                if content is None:
+                if not member.isreg() or member.issparse():
                     continue
                 part = _Part(store)
                 if member.name in archive.files:
@@ -161,15 +178,21 @@ def _read(file: BinaryIO, archive: Archive, room: Room) -> None:
                 archive.files[member.name] = cast(BinaryIO, part)
                 if member.mtime and (changed := _time(member.mtime)):
                     archive.changed[member.name] = changed
-                while room.left > 0 and (block := content.read(min(room.left, 1 << 20))):
+                # extractfile() would give nothing of a piece that the cut has shortened.
+                content = cast(BinaryIO, tar.fileobj)
+                content.seek(member.offset_data)
+                left = member.size
+                while (most := min(left, room.left, 1 << 20)) > 0 and (block := content.read(most)):
                     part.append(block)
                     room.left -= len(block)
+                    left -= len(block)
                 if room.left <= 0:
                     archive.problem = f"it is larger than {LARGEST} bytes"
                     return
             while room.left > 0 and (block := unpacked.read(min(room.left, 1 << 20))):
                 room.left -= len(block)  # an archive that is cut is noticed at its very end
-        archive.complete = True
-    except (tarfile.TarError, EOFError, OSError, zlib.error, ArithmeticError, RecursionError,
+        archive.complete = not unpacked.problem
+        archive.problem = unpacked.problem
+    except (tarfile.TarError, EOFError, OSError, ArithmeticError, RecursionError,
             ValueError) as error:
-        archive.problem = str(error) or type(error).__name__
+        archive.problem = unpacked.problem or str(error) or type(error).__name__
