@@ -14,6 +14,7 @@ top. Of that, only what is left in the evidence can be found: a rotation removes
 from __future__ import annotations
 
 import argparse
+import itertools
 import json
 import math
 import multiprocessing
@@ -555,18 +556,30 @@ def _jumps(played: Played, copies: Sequence[bytes]) -> Iterator[Fact]:
                               (rb"-- Time: (.*) GMT", "%a %b %d %H:%M:%S %Y")):
             steps.append(_back_steps([datetime.strptime(found.decode(), form)
                                       for found in re.findall(pattern, text)]))
-    seen = max(steps)
-    for at, size in played.jumps:
+    sizes = [size for _, size in played.jumps]
+    left = set(itertools.chain.from_iterable(_shown(sizes, each) for each in steps))
+    for number, (at, size) in enumerate(played.jumps):
         found = [event for event in played.events if abs(event.monotonic - at) < 3]
         wall = found[0].wall + at - found[0].monotonic if found else time.time()
-        yield Fact("clock", played.board_time(at, wall), {"size": size}, size < 0 < seen,
-                   slack=1e9)
-        seen -= size < 0
+        yield Fact("clock", played.board_time(at, wall), {"size": size}, number in left, slack=1e9)
 
 
-def _back_steps(times: Sequence[datetime]) -> int:
-    return sum((earlier - later).total_seconds() > LEAST_JUMP
-               for earlier, later in zip(times, times[1:]))
+def _shown(sizes: Sequence[int], steps: Sequence[float]) -> set[int]:
+    """The numbers of the jumps that the steps show. Time has passed in a step, so the jump was
+    larger."""
+    found: set[int] = set()
+    for step in steps:
+        fits = [number for number, size in enumerate(sizes)
+                if number not in found and -size > step - 1]
+        if fits:
+            found.add(max(fits, key=lambda number: sizes[number]))
+    return found
+
+
+def _back_steps(times: Sequence[datetime]) -> list[float]:
+    """By how many seconds a time is earlier than the one before it, the largest step first."""
+    steps = [(earlier - later).total_seconds() for earlier, later in zip(times, times[1:])]
+    return sorted((step for step in steps if step > LEAST_JUMP), reverse=True)
 
 
 # -- the comparison -------------------------------------------------------------------------------
