@@ -45,6 +45,8 @@ PARTS = {
     "report": ["reports", "faults"],
 }
 MINUTES = 10  # a test that takes longer hangs, which counts as noticed
+TREES = 3 * (os.cpu_count() or 1)  # the tests mostly wait
+IN_A_ROW = 5  # breaks of one file in one tree, where repairing and breaking it takes one build
 # The tests run in process and mount namespaces of their own, because a broken program may kill
 # other processes or stop the machine.
 SAFELY = ["unshare", "--mount", "--pid", "--fork", "--kill-child", "--mount-proc",
@@ -224,12 +226,12 @@ def known_survivors() -> set[str]:
             if line and not line.startswith(("#", "    "))}
 
 
-def trial(trees: queue.Queue[Tree], of_one_file: list[Place]) -> list[tuple[Place, str]]:
-    """Try the breaks of one file, one after the other, in a tree that is free."""
+def trial(trees: queue.Queue[Tree], row: list[Place]) -> list[tuple[Place, str]]:
+    """Try some breaks, one after the other, in a tree that is free."""
     tree = trees.get()
     try:
         verdicts = []
-        for place in of_one_file:
+        for place in row:
             verdicts.append((place, tree.verdict(place)))
             print(f"{verdicts[-1][1]}\t{place}", flush=True)
         return verdicts
@@ -252,22 +254,26 @@ def main() -> int:
     if options.list:
         print(*chosen, sep="\n")
         return 0
-    trees: queue.Queue[Tree] = queue.Queue()
-    try:
-        for number in range(os.cpu_count() or 1):
-            trees.put(Tree(PROJECT / f"build/mutation/{number}"))
-        if (who := trees.queue[0].noticed(sorted(set(sum(PARTS.values(), []))), 0)) != "survived":
-            raise Broken(f"without any break, this fails: {who}; see build/mutation/0/build/log")
-    except Broken as error:
-        print(f"mutation: {error}", file=sys.stderr)
-        return 1
     by_file: dict[str, list[Place]] = {}
     for place in chosen:
         by_file.setdefault(place.path, []).append(place)
-    # One thread takes all breaks of a file, so that repairing and breaking it takes one build.
-    with concurrent.futures.ThreadPoolExecutor(trees.qsize()) as pool:
-        verdicts = [verdict for file in pool.map(lambda file: trial(trees, file), sorted(
-            by_file.values(), key=len, reverse=True)) for verdict in file]
+    rows = [of_one[at:at + IN_A_ROW] for of_one in by_file.values()
+            for at in range(0, len(of_one), IN_A_ROW)]
+    trees: queue.Queue[Tree] = queue.Queue()
+    with concurrent.futures.ThreadPoolExecutor(TREES) as pool:
+        try:
+            for tree in pool.map(Tree, (PROJECT / f"build/mutation/{number}"
+                                        for number in range(min(TREES, len(rows))))):
+                trees.put(tree)
+            every = sorted({name for names in PARTS.values() for name in names})
+            if (who := trees.queue[0].noticed(every, 0)) != "survived":
+                raise Broken(f"without any break, this fails: {who}; see "
+                             "build/mutation/0/build/log")
+        except Broken as error:
+            print(f"mutation: {error}", file=sys.stderr)
+            return 1
+        verdicts = [verdict for row in pool.map(lambda row: trial(trees, row), rows)
+                    for verdict in row]
     survived = {str(place) for place, verdict in verdicts if verdict == "survived"}
     listed = known_survivors()
     gone = listed - {str(place) for place in places()}
