@@ -126,6 +126,28 @@ def test_one_jump_in_several_sources_is_told_once_and_the_order_is_kept(tmp_path
         "clock set back by 40 min or more, or summer time has begun or ended"]
 
 
+@pytest.mark.parametrize("shown, expected", [
+    (("12:00:35", "11:30:36"), ["30 min"]),
+    (("11:50:00", "11:40:00"), ["10 min or more", "30 min"]),  # another one, before the alarm's
+])
+def test_a_jump_that_an_alarm_measures_after_the_log_has_shown_it_is_told_once(
+        tmp_path: Path, shown: tuple[str, str], expected: list[str]) -> None:
+    measured = alarm(("12:00:35.300", 1000), ("11:30:36.300", 1000)) + memory("11:30:37.000")
+    again = time_line("11:30:40") + time_line("11:00:41")
+    events = in_directory(tmp_path, log="".join(map(time_line, shown)) + measured + again,
+                          messages=end("11:49:59", 1))
+    assert [text.removeprefix("clock set back by ").split(",")[0] for _, text in told(events)] \
+        == [*expected, "30 min or more"]
+
+
+def test_a_board_that_always_starts_at_the_same_time_is_set_back_each_time(tmp_path: Path) -> None:
+    events = in_directory(
+        tmp_path, messages=end("12:00:01", 1800),
+        log="".join(map(start, ("11:30:00.000", "12:00:00.000", "11:30:01.000", "12:00:03.000",
+                                "11:30:02.000"))))
+    assert [line for line, text in told(events) if "set back" in text] == [9, 15]
+
+
 def test_two_jumps_that_another_source_sees_as_one_are_two(tmp_path: Path) -> None:
     events = in_directory(
         tmp_path, messages=end("14:00:00", 1) + end("11:30:00", 1),

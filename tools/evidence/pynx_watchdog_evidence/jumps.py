@@ -104,12 +104,23 @@ class _Jump:
     was_told: bool = False
 
     def fits(self, other: _Jump, source: str) -> bool:
-        """Whether `other`, which another source tells, can be this jump."""
+        """Whether `other`, which this source tells, can be this jump."""
         low, high = sorted((self.before, self.after))
         other_low, other_high = sorted((other.before, other.after))
-        return source not in self.sources and other_low <= high and low <= other_high \
+        return (source not in self.sources or self._is_measured(other)) \
+            and other_low <= high and low <= other_high \
             and (self.size < _NONE) == (other.size < _NONE) \
             and not (self.is_exact and other.is_exact and abs(self.size - other.size) > 2 * LEAST)
+
+    def _is_measured(self, other: _Jump) -> bool:
+        """Whether one of them has the size of both, as where an alarm in a log has measured what
+        the times around it show.
+        """
+        if self.is_exact == other.is_exact:
+            return False
+        size = self.size if self.is_exact else other.size
+        return abs(self.size - other.size) <= QUEUED \
+            and max(self.before, other.before) + size <= min(self.after, other.after) + LEAST
 
     def take(self, other: _Jump) -> None:
         """Take in what another source tells of this jump."""
