@@ -114,7 +114,8 @@ void flood(const std::vector<int> &descriptors, long long bytes, std::size_t per
 void printIdentity()
 {
     std::vector<gid_t> groups(static_cast<std::size_t>(std::max(::getgroups(0, nullptr), 0)));
-    ::getgroups(static_cast<int>(groups.size()), groups.data());
+    const int count = ::getgroups(static_cast<int>(groups.size()), groups.data());
+    groups.resize(static_cast<std::size_t>(std::max(count, 0)));
     std::sort(groups.begin(), groups.end());
     std::string text = "uid " + std::to_string(::getuid()) + " euid " + std::to_string(::geteuid())
         + " gid " + std::to_string(::getgid()) + " egid " + std::to_string(::getegid()) + " groups";
